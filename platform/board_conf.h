@@ -1,0 +1,50 @@
+// The board's map, /etc/benchrig/board.conf: which kernel attribute belongs to what of this board.
+// docs/board.conf.md describes the file and every key.
+
+#ifndef PLATFORM_BOARD_CONF_H
+#define PLATFORM_BOARD_CONF_H
+
+#include <cstddef>
+#include <string_view>
+
+namespace rigcore {
+
+// Room for any entry's value, terminator included; a longer one in the file is ENAMETOOLONG.
+inline constexpr size_t kEntrySize = 256;
+
+// Looks an entry of this board up and copies its value, terminated. The file is read when the first
+// entry is needed, once in a process. -1 with ENODEV when neither the file nor the built-in map
+// names a value, ENAMETOOLONG when the value does not fit, or why the file could not be read.
+int board_entry(const char *key, char *value, size_t size);
+
+// The entry `family`.`index`, such as "alarm.input.3".
+int board_entry(const char *family, unsigned index, char *value, size_t size);
+
+// --- The parts that know nothing of this board
+// ----------------------------------------------------
+
+// A map in memory.
+struct BoardMap {
+  size_t length;
+  int error;  // errno of reading it, 0 when it was read or does not exist
+  char text[32768];
+};
+
+// What holds where the file says nothing, written as the file would be.
+std::string_view built_in_map();
+
+// Reads the file. One that does not exist is an empty map; one that is too long is EFBIG.
+void read_board_map(const char *path, BoardMap &map);
+
+// Finds the last line of `text` that gives `key` a value, which may be empty.
+bool find_entry(std::string_view text, std::string_view key, std::string_view *value);
+
+// The number of the first line, from 1, that is neither an entry nor empty; 0 when there is none.
+int first_bad_line(std::string_view text);
+
+// board_entry() on a given map over the built-in one.
+int map_entry(const BoardMap &map, std::string_view key, char *value, size_t size);
+
+}  // namespace rigcore
+
+#endif

@@ -1,0 +1,159 @@
+// Programming the CPLD through the kernel's firmware upload class:
+//   loading   1 begins an image, 0 hands it to the driver, -1 drops it
+//   data      takes the image
+//   status    idle, or what the driver is doing; it works on its own after loading went to 0
+//   error     empty after a success, else "<status>:<reason>"
+//   cancel    1 asks the driver to stop, which it refuses while the flash is being written
+
+#include "platform/upgrade.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "platform/attribute.h"
+#include "platform/board_conf.h"
+
+using rigcore::kEntrySize;
+
+// The slowest parts are erased and programmed in about two minutes.
+static constexpr time_t kLimitSeconds = 300;
+static constexpr timespec kPollInterval = {0, 100'000'000};
+
+struct UploadError {
+  char reason[20];
+  int number;
+};
+
+// The reasons that the firmware upload class knows.
+static constexpr UploadError kUploadErrors[] = {
+    // clang-format off
+    {"hw-error",          EIO},
+    {"timeout",           ETIMEDOUT},
+    {"user-abort",        ECANCELED},
+    {"device-busy",       EBUSY},
+    {"invalid-file-size", EFBIG},
+    {"read-write-error",  EIO},
+    {"flash-wearout",     EIO},
+    {"firmware-invalid",  EBADMSG},
+    // clang-format on
+};
+
+static int upload_errno(const char *error) {
+  const char *colon = strchr(error, ':');
+  const char *reason = colon != nullptr ? colon + 1 : error;
+  for (const UploadError &row : kUploadErrors) {
+    if (strcmp(row.reason, reason) == 0) {
+      return row.number;
+    }
+  }
+  return EIO;
+}
+
+struct AttributePath {
+  char text[kEntrySize + 16];
+};
+
+static AttributePath attribute_of(const char *device, const char *name) {
+  AttributePath path;
+  snprintf(path.text, sizeof(path.text), "%s/%s", device, name);
+  return path;
+}
+
+static int read_status(const char *device, char *status, size_t size) {
+  return rigcore::attribute_read(attribute_of(device, "status").text, status, size) < 0 ? -1 : 0;
+}
+
+static int write_image(const char *device, const void *image, size_t size) {
+  const int fd = open(attribute_of(device, "data").text, O_WRONLY | O_TRUNC | O_CLOEXEC);
+  if (fd < 0) {
+    return -1;
+  }
+  // The kernel takes a page of it at a time.
+  const int result = rigcore::write_whole(fd, image, size);
+  const int reason = errno;
+  if (rigcore::close_checked(fd) != 0 && result == 0) {
+    return -1;
+  }
+  errno = reason;
+  return result;
+}
+
+// Tells that the upload ended badly, and whether the CPLD itself has been touched by then: the
+// board must not be switched off in the belief that it is whole. `state` begins with the driver's
+// status.
+static int fail(const char *device, const char *state, int number) {
+  const bool untouched = strncmp(state, "receiving", 9) == 0 || strncmp(state, "preparing", 9) == 0;
+  fprintf(stderr, "%s: upload failed (%s)%s\n", device, state,
+          untouched ? "" : ", the CPLD may be half programmed");
+  errno = number;
+  return -1;
+}
+
+// Waits for the driver to end.
+static int wait_for_driver(const char *device) {
+  timespec now;
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  const time_t limit = now.tv_sec + kLimitSeconds;
+  for (;;) {
+    char status[64];
+    if (read_status(device, status, sizeof(status)) != 0) {
+      return fail(device, "no status", errno);
+    }
+    if (strcmp(status, "idle") == 0) {
+      break;
+    }
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    if (now.tv_sec >= limit) {
+      rigcore::attribute_write(attribute_of(device, "cancel").text, "1");
+      return fail(device, status, ETIMEDOUT);
+    }
+    nanosleep(&kPollInterval, nullptr);
+  }
+  char error[64];
+  if (rigcore::attribute_read(attribute_of(device, "error").text, error, sizeof(error)) < 0) {
+    return fail(device, "no result", errno);
+  }
+  return error[0] == '\0' ? 0 : fail(device, error, upload_errno(error));
+}
+
+static int burn(const char *device, const void *image, size_t size) {
+  char status[64];
+  if (read_status(device, status, sizeof(status)) != 0) {
+    return -1;
+  }
+  if (strcmp(status, "idle") != 0) {
+    errno = EBUSY;
+    return -1;
+  }
+  const AttributePath loading = attribute_of(device, "loading");
+  if (rigcore::attribute_write(loading.text, "1") != 0) {
+    return -1;
+  }
+  if (write_image(device, image, size) != 0 || rigcore::attribute_write(loading.text, "0") != 0) {
+    const int reason = errno;
+    rigcore::attribute_write(loading.text, "-1");
+    errno = reason;
+    return -1;
+  }
+  return wait_for_driver(device);
+}
+
+int rig_upgrade_burn_cpld(int index, const void *image, int size) {
+  if (index != 0 || image == nullptr || size <= 0) {
+    errno = EINVAL;
+    return -1;
+  }
+  if (size > RIG_CPLD_IMAGE_MAX) {
+    errno = EFBIG;
+    return -1;
+  }
+  char device[kEntrySize];
+  if (rigcore::board_entry("cpld", device, sizeof(device)) != 0) {
+    return -1;
+  }
+  return burn(device, image, static_cast<size_t>(size));
+}

@@ -1,0 +1,33 @@
+// The banner: a bench with a plug.
+
+#include "platform/logo.h"
+
+#include <cstdio>
+#include <cstring>
+
+int rig_print_logo(int indent, int end_line) {
+  static constexpr char kLogo[] =
+      " ___________________\n"
+      "|  b e n c h r i g  |==o\n"
+      "|___________________|\n"
+      "   ||           ||";
+  static constexpr int kLines = 4;
+  static constexpr int kMostIndent = 40;
+
+  // One write for the whole banner, also to a terminal.
+  char text[sizeof(kLogo) + kLines * kMostIndent + 1];
+  size_t length = 0;
+  const size_t blanks = indent > 0 && indent <= kMostIndent ? static_cast<size_t>(indent) : 0;
+  for (const char *c = kLogo; *c != '\0'; ++c) {
+    if (c == kLogo || c[-1] == '\n') {
+      memset(text + length, ' ', blanks);
+      length += blanks;
+    }
+    text[length++] = *c;
+  }
+  if (end_line != 0) {
+    text[length++] = '\n';
+  }
+  fwrite(text, 1, length, stdout);
+  return 0;
+}

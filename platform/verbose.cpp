@@ -1,0 +1,5 @@
+// How much the library tells; its operations read it, programs set it.
+
+#include "platform/verbose.h"
+
+int rig_verbose = 0;
