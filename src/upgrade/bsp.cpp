@@ -18,7 +18,9 @@ struct VersionText {
 };
 
 void print_stamp() {
-  const BspStamp stamp = decode_bsp_stamp(rig_kernel_version(), rig_kernel_date());
+  const uint32_t version = rig_kernel_version();
+  const uint32_t date = rig_kernel_date();
+  const BspStamp stamp = decode_bsp_stamp(version, date);
   printf("bsp version:%d.%d.%d build %d-%d-%d\n", stamp.major, stamp.minor, stamp.patch, stamp.year,
          stamp.month, stamp.day);
 }

@@ -509,7 +509,7 @@ const Line &expect(const char *name, std::span<const Value> arguments) {
     fail_unexpected(name, arguments, nullptr, "");
   }
   parse_line();
-  char hint[80] = "";
+  char hint[128] = "";
   if (std::strcmp(name, current.name) != 0) {
     fail_unexpected(name, arguments, &current, hint);
   }

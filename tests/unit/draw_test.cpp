@@ -1,0 +1,192 @@
+// What "vboard show" draws.
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "model_harness.h"
+#include "vboard/board/kernel.h"
+#include "vboard/launcher/draw.h"
+#include "vboard/launcher/draw_lcd.h"
+#include "vboard/launcher/media.h"
+#include "vboard/launcher/png.h"
+
+using namespace vboard;
+
+namespace {
+
+template <typename Draw>
+std::string drawn(Draw draw) {
+  char *text = nullptr;
+  std::size_t size = 0;
+  std::FILE *out = open_memstream(&text, &size);
+  draw(out);
+  std::fclose(out);
+  std::string result(text, size);
+  std::free(text);
+  return result;
+}
+
+std::string board_page(const ModelHarness &board) {
+  return drawn(
+      [&board](std::FILE *out) { EXPECT_EQ(draw_board(board.directory.c_str(), out), 0); });
+}
+
+std::string node_page(const ModelHarness &board, const char *node) {
+  return drawn(
+      [&](std::FILE *out) { EXPECT_EQ(draw_node(board.directory.c_str(), node, out), 0); });
+}
+
+bool has(const std::string &text, const char *part) {
+  return text.find(part) != std::string::npos;
+}
+
+}  // namespace
+
+TEST(DrawLcd, dots_of_a_braille_cell) {
+  LcdView view = {};
+  view.registers.display_on = 1;
+  view.registers.rows_reversed = 1;
+  char line[kBrailleSize];
+  struct Row {
+    int column, row;
+    const char *first_cell;
+  };
+  for (const Row &row : {Row{0, 0, "⠁"}, Row{0, 1, "⠂"}, Row{0, 2, "⠄"}, Row{1, 0, "⠈"},
+                         Row{1, 1, "⠐"}, Row{1, 2, "⠠"}, Row{0, 3, "⡀"}, Row{1, 3, "⢀"}}) {
+    std::memset(view.frame, 0, sizeof(view.frame));
+    view.frame[row.column] = static_cast<unsigned char>(1 << row.row);
+    braille_line(view, 0, line);
+    EXPECT_EQ(std::string(line).substr(0, 6), std::string(row.first_cell) + "⠀");
+  }
+  EXPECT_EQ(std::strlen(line), 64u * 3);
+}
+
+TEST(DrawLcd, black_and_white_halves) {
+  LcdView view = {};
+  view.registers.display_on = 1;
+  view.registers.rows_reversed = 1;
+  std::memset(view.frame, 0xFF, 512);
+  char line[kBrailleSize];
+  std::string black, white;
+  for (int i = 0; i < 64; i++) {
+    black += "⣿";
+    white += "⠀";
+  }
+  braille_line(view, 7, line);
+  EXPECT_EQ(line, black);
+  braille_line(view, 8, line);
+  EXPECT_EQ(line, white);
+}
+
+TEST(DrawBoard, page_names_what_a_person_looks_for) {
+  ModelHarness board("model = rtc\nstopped = 1\n");
+  board.write_file("board", "vboard board, format 1\n");
+  board.write_file("etc/uboot-env.txt", "a=1\nb=2\n");
+  board.write_file("dev/mtd1", "model = mtd\nmedium = mtd1.bin\n");
+  board.write_file("dev/iccard", "model = iccard\nmedium = iccard.bin\n");
+  board.write_file("dev/other", "model = unheard-of\n");
+  board.write_file("sys/class/leds/buzzer/brightness", "1\n");
+  board.write_file("net/ppp0", "ipv4 = 10.64.0.2\n");
+  board.write_file("faults", "# none of these\n/dev/rtc0 absent\n");
+  ASSERT_EQ(make_media(board.directory.c_str()), 0);
+  std::string page = board_page(board);
+  EXPECT_TRUE(has(page, "vboard board, format 1\n"));
+  EXPECT_TRUE(has(page, "follows the board's calendar, stopped\n")) << page;
+  EXPECT_TRUE(has(page, "environment of 2 variables, 8 of 16380 bytes\n")) << page;
+  EXPECT_TRUE(has(
+      page,
+      "/dev/iccard        00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 ...  ................\n"))
+      << page;
+  EXPECT_TRUE(has(page, "unheard-of\n")) << page;
+  EXPECT_TRUE(has(page, "buzzer             1\n")) << page;
+  EXPECT_TRUE(has(page, "vga                absent\n")) << page;
+  EXPECT_TRUE(has(page, "boot counter (byte 250) 0\n")) << page;
+  EXPECT_TRUE(has(page, "ppp0 10.64.0.2\n")) << page;
+  EXPECT_TRUE(has(page, "faults             /dev/rtc0 absent\n")) << page;
+}
+
+TEST(DrawBoard, watchdog_is_stopped_armed_or_has_run_out) {
+  ModelHarness board("model = watchdog\ntimeout_s = 15\nidentity = Dog\n");
+  board.write_file("board", "vboard board, format 1\n");
+  EXPECT_TRUE(has(board_page(board), "stopped, limit 15 s, Dog\n"));
+  std::int64_t now = pc_calendar();
+  board.write_file(
+      "clock", "ahead_ns = 50000000000\nreset_at = " + std::to_string(now + 60'500'000'000) + "\n");
+  EXPECT_TRUE(has(board_page(board), "armed, resets the board in 10 s, limit"))
+      << board_page(board);
+  board.write_file(
+      "clock", "ahead_ns = 50000000000\nreset_at = " + std::to_string(now + 40'000'000'000) + "\n");
+  EXPECT_TRUE(has(board_page(board), "has run out, the board is reset, limit"));
+  board.write_file("clock", "reset_at =\n");
+  EXPECT_TRUE(has(board_page(board), "stopped, limit"));
+}
+
+TEST(DrawBoard, a_folder_that_is_no_board) {
+  ModelHarness board("");
+  drawn([&board](std::FILE *out) { EXPECT_EQ(draw_board(board.directory.c_str(), out), -ENOENT); });
+}
+
+TEST(DrawNode, shows_settings_and_what_the_medium_holds) {
+  ModelHarness board("model = iccard\nmedium = card\n");
+  board.write_file("media/card", "0123456789abcdef" + std::string(240, '\0'));
+  std::string page = node_page(board, "/dev/node");
+  EXPECT_TRUE(has(page, "model = iccard\n"));
+  EXPECT_TRUE(
+      has(page, "0000  30 31 32 33 34 35 36 37 38 39 61 62 63 64 65 66  0123456789abcdef\n"))
+      << page;
+  EXPECT_TRUE(has(page, "\n00f0  00 ")) << page;
+}
+
+TEST(DrawNode, blocks_are_dumped_and_interfaces_shown) {
+  ModelHarness board("");
+  board.write_file("sys/x/nvmem", std::string(250, '\0') + "\x07" + std::string(5, '\0'));
+  EXPECT_TRUE(has(node_page(board, "/sys/x/nvmem"),
+                  "00f0  00 00 00 00 00 00 00 00 00 00 07 00 00 00 00 00"));
+  board.write_file("net/ppp0", "ipv4 = 10.64.0.2\n");
+  EXPECT_EQ(node_page(board, "net:ppp0"), "ipv4 = 10.64.0.2\n");
+  EXPECT_EQ(node_page(board, "net/ppp0"), "ipv4 = 10.64.0.2\n");
+}
+
+TEST(DrawNode, what_the_board_lacks) {
+  ModelHarness board("");
+  drawn([&board](std::FILE *out) {
+    EXPECT_EQ(draw_node(board.directory.c_str(), "/dev/none", out), -ENOENT);
+    EXPECT_EQ(draw_node(board.directory.c_str(), "../../etc/passwd", out), -ENOENT);
+    EXPECT_EQ(draw_node(board.directory.c_str(), "/", out), -ENOENT);
+  });
+}
+
+TEST(DrawPng, is_a_picture_of_displays_only) {
+  ModelHarness board("model = lcd\nmedium = frame\ndisplay_on = 1\nbacklight = 1\n");
+  board.write_file("dev/rtc0", "model = rtc\n");
+  std::string file = board.directory + "/out.png";
+  ASSERT_EQ(write_png(board.directory.c_str(), "/dev/node", file.c_str()), 0);
+  std::string png = board.file("out.png");
+  ASSERT_GT(png.size(), 24u);
+  EXPECT_EQ(png.substr(0, 8), "\x89PNG\r\n\x1a\n");
+  // Width and height of the header: four times 128 by 64, and a border.
+  EXPECT_EQ(png.substr(16, 8), std::string("\0\0\x02\x20\0\0\x01\x20", 8));
+  EXPECT_EQ(write_png(board.directory.c_str(), "/dev/rtc0", file.c_str()), -ENOTSUP);
+  EXPECT_EQ(write_png(board.directory.c_str(), "/dev/none", file.c_str()), -ENOENT);
+  EXPECT_LT(write_png(board.directory.c_str(), "/dev/node", "/nowhere/x.png"), 0);
+}
+
+TEST(Media, made_once_and_then_left_alone) {
+  ModelHarness board("");
+  board.write_file("etc/uboot-env.txt", "a=1\n");
+  ASSERT_EQ(make_media(board.directory.c_str()), 0);
+  EXPECT_EQ(board.file("media/mtd1.bin").size(), 65536u);
+  EXPECT_EQ(board.file("media/mtd1.bin").substr(4, 5), std::string("a=1\0\0", 5));
+  EXPECT_EQ(board.file("media/mtd1.bin").substr(16384, 4), "\xff\xff\xff\xff");
+  EXPECT_EQ(board.file("media/lcd.frame"), std::string(1024, '\0'));
+  EXPECT_EQ(board.file("media/iccard.bin"), std::string(256, '\0'));
+  EXPECT_EQ(board.file("sys/bus/nvmem/devices/bootparam0/nvmem"), std::string(256, '\0'));
+  board.write_file("media/iccard.bin", "mine");
+  ASSERT_EQ(make_media(board.directory.c_str()), 0);
+  EXPECT_EQ(board.file("media/iccard.bin"), "mine");
+}

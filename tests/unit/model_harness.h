@@ -1,0 +1,45 @@
+// Runs one row of the virtual board's model table by hand: a node file and a medium in a temporary
+// board directory, and a clock that the test sets.
+
+#ifndef TESTS_UNIT_MODEL_HARNESS_H
+#define TESTS_UNIT_MODEL_HARNESS_H
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "vboard/interposer/model.h"
+
+struct ModelHarness {
+  explicit ModelHarness(const char *node_text);
+  ~ModelHarness();
+  ModelHarness(const ModelHarness &) = delete;
+  ModelHarness &operator=(const ModelHarness &) = delete;
+
+  // Opens the node's model: its result. The file stays open until shut().
+  int open(const char *node = "/dev/node");
+  void shut();
+  // A request whose record is `record`; -ENOTTY when the model does not list it.
+  int ask(std::uint32_t request, void *record);
+  template <typename Record>
+  int request(std::uint32_t number, Record &record) {
+    return ask(number, &record);
+  }
+  std::string node() const;  // the node file as it stands
+  std::string file(const char *name) const;
+  void write_file(const char *name, std::string_view bytes) const;
+
+  std::string directory;
+  vboard::OpenFile open_file;
+};
+
+// What the core of the interposer would offer.
+struct FakeCore {
+  std::string directory;
+  vboard::BoardTime now;
+  std::int64_t calendar;  // when board time is 0
+  vboard::BoardTime reset_at;
+};
+extern FakeCore fake_core;
+
+#endif

@@ -1,0 +1,159 @@
+#include "vboard/board/node.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "vboard/board/kernel.h"
+#include "vboard/board/text.h"
+
+namespace vboard {
+
+namespace {
+
+// Where a setting's line stands in the text, and where its value within it.
+struct Place {
+  std::size_t line, line_end;  // the end is behind the line feed, if there is one
+  std::string_view value;
+};
+
+bool find_setting(const Node &node, std::string_view key, Place &out) {
+  std::string_view rest(node.text, node.length);
+  std::string_view line;
+  while (take_line(rest, line)) {
+    std::size_t equals = line.find('=');
+    std::string_view name = trimmed(line.substr(0, equals));
+    if (equals == std::string_view::npos || name.empty() || name[0] == '#' || name != key)
+      continue;
+    out.line = static_cast<std::size_t>(line.data() - node.text);
+    out.line_end = node.length - rest.size();
+    out.value = trimmed(line.substr(equals + 1));
+    return true;
+  }
+  return false;
+}
+
+// Reads all of an open file.
+int read_whole(int fd, Node &out) {
+  std::size_t length = 0;
+  while (length < sizeof(out.text)) {
+    ssize_t count = sys_pread(fd, out.text + length, sizeof(out.text) - length,
+                              static_cast<std::int64_t>(length));
+    if (count == -EINTR)
+      continue;
+    if (count < 0)
+      return static_cast<int>(count);
+    std::size_t wanted = sizeof(out.text) - length;
+    length += static_cast<std::size_t>(count);
+    // A regular file gives less than was asked for only at its end.
+    if (static_cast<std::size_t>(count) < wanted) {
+      out.text[length] = '\0';
+      out.length = length;
+      return 0;
+    }
+  }
+  return -E2BIG;
+}
+
+int write_whole(int fd, const Node &node) {
+  std::size_t done = 0;
+  while (done < node.length) {
+    ssize_t count =
+        sys_pwrite(fd, node.text + done, node.length - done, static_cast<std::int64_t>(done));
+    if (count == -EINTR)
+      continue;
+    if (count <= 0)
+      return count == 0 ? -EIO : static_cast<int>(count);
+    done += static_cast<std::size_t>(count);
+  }
+  return sys_ftruncate(fd, static_cast<std::int64_t>(node.length));
+}
+
+}  // namespace
+
+int load_node(const char *file, Node &out) {
+  int fd = sys_open(file, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+  if (fd < 0)
+    return fd;
+  int result = sys_flock(fd, LOCK_SH);
+  if (result == 0) {
+    Node fresh;
+    result = read_whole(fd, fresh);
+    if (result == 0) {
+      std::memcpy(out.text, fresh.text, fresh.length + 1);
+      out.length = fresh.length;
+    }
+  }
+  sys_close(fd);
+  return result;
+}
+
+std::string_view node_text(const Node &node, std::string_view key) {
+  Place place;
+  return find_setting(node, key, place) ? place.value : std::string_view();
+}
+
+std::int64_t node_number(const Node &node, std::string_view key, std::int64_t fallback) {
+  std::int64_t value;
+  return parse_number(node_text(node, key), value) ? value : fallback;
+}
+
+bool set_node_text(Node &node, std::string_view key, std::string_view value) {
+  if (key.empty() || key.find_first_of("=\n#") != std::string_view::npos ||
+      value.find('\n') != std::string_view::npos)
+    return false;
+  char text[sizeof(node.text)];
+  TextBuffer line = {text, sizeof(text), 0, false};
+  Place place = {node.length, node.length, {}};
+  // A last line without its end is ended before another one follows.
+  if (!find_setting(node, key, place) && node.length > 0 && node.text[node.length - 1] != '\n')
+    append_text(line, "\n");
+  append_text(line, key);
+  append_text(line, value.empty() ? " =" : " = ");
+  append_text(line, value);
+  append_text(line, "\n");
+
+  std::size_t tail = node.length - place.line_end;
+  if (line.overflow || place.line + line.length + tail >= sizeof(node.text))
+    return false;
+  std::memmove(node.text + place.line + line.length, node.text + place.line_end, tail);
+  std::memcpy(node.text + place.line, text, line.length);
+  node.length = place.line + line.length + tail;
+  node.text[node.length] = '\0';
+  return true;
+}
+
+bool set_node_number(Node &node, std::string_view key, std::int64_t value) {
+  char text[24];
+  TextBuffer buffer = {text, sizeof(text), 0, false};
+  append_decimal(buffer, value);
+  return set_node_text(node, key, {text, buffer.length});
+}
+
+int update_node(const char *file, void (*change)(Node &node, void *context), void *context) {
+  int fd = sys_open(file, O_RDWR | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+  if (fd < 0)
+    return fd;
+  int result = sys_flock(fd, LOCK_EX);
+  Node before;
+  if (result == 0)
+    result = read_whole(fd, before);
+  if (result == 0) {
+    Node after = before;
+    change(after, context);
+    bool same = after.length == before.length &&
+                std::memcmp(after.text, before.text, after.length) == 0;
+    if (!same) {
+      result = write_whole(fd, after);
+      // A full disk: what was there before fits in any case.
+      if (result < 0)
+        write_whole(fd, before);
+    }
+  }
+  sys_close(fd);
+  return result;
+}
+
+}  // namespace vboard

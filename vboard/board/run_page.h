@@ -1,0 +1,64 @@
+// What the launcher and every process of a run share: a page of memory, made by the launcher and
+// found by the interposer through the environment (kRunVariable).
+
+#ifndef VBOARD_BOARD_RUN_PAGE_H
+#define VBOARD_BOARD_RUN_PAGE_H
+
+#include <atomic>
+#include <cstdint>
+
+namespace vboard {
+
+// The environment of a run.
+inline constexpr char kBoardVariable[] = "VBOARD_DIR";     // the board directory, absolute
+inline constexpr char kRunVariable[] = "VBOARD_RUN";       // the file of the run page
+inline constexpr char kTraceVariable[] = "VBOARD_TRACE";   // the trace file, absolute
+inline constexpr char kFaultsVariable[] = "VBOARD_FAULTS";  // more fault lines
+
+inline constexpr char kWorkVariable[] = "VBOARD_WORK";      // the directory that the run began in
+
+inline constexpr std::uint32_t kRunMagic = 0x76627231;
+inline constexpr int kMaxSignals = 16;
+inline constexpr std::int64_t kNoTime = INT64_MAX;
+
+enum : std::uint32_t { kGoingOn = 0, kBoardReset = 80, kBoardReboot = 81 };
+
+struct PlannedSignal {
+  std::int64_t at;  // board time
+  std::int32_t number;
+  std::atomic<std::uint32_t> sent;
+};
+
+struct RunPage {
+  std::uint32_t magic;
+  std::int32_t launcher;               // process ids
+  std::atomic<std::int32_t> command;
+  std::uint32_t jumping;               // board time jumps from wait to wait
+  std::int64_t speed_milli;            // otherwise: board milliseconds a second of the PC
+  std::int64_t monotonic_start;        // the PC's CLOCK_MONOTONIC when the run began
+  std::atomic<std::int64_t> calendar_start;  // the board's calendar then; setting the clock moves it
+  std::atomic<std::int64_t> jumped;    // board time of a jumping run
+  std::atomic<std::int64_t> reset_time;
+  std::atomic<std::uint32_t> outcome;  // kGoingOn, kBoardReset, kBoardReboot: the first one stays
+  std::uint32_t signal_count;
+  PlannedSignal signals[kMaxSignals];
+};
+static_assert(sizeof(RunPage) <= 4096);
+
+inline std::int64_t board_from_pc(const RunPage &page, std::int64_t nanoseconds) {
+  return page.speed_milli == 1000 ? nanoseconds
+                                  : nanoseconds / 1000 * page.speed_milli +
+                                        nanoseconds % 1000 * page.speed_milli / 1000;
+}
+
+// Rounded up, so that a wait is over when the board's clock says so.
+inline std::int64_t pc_from_board(const RunPage &page, std::int64_t nanoseconds) {
+  if (page.speed_milli == 1000)
+    return nanoseconds;
+  return nanoseconds / page.speed_milli * 1000 +
+         (nanoseconds % page.speed_milli * 1000 + page.speed_milli - 1) / page.speed_milli;
+}
+
+}  // namespace vboard
+
+#endif

@@ -1,0 +1,357 @@
+// Wraps opendir fdopendir closedir readdir readdir64 rewinddir scandir scandir64 glob glob64 ftw
+// ftw64 nftw nftw64.
+//
+// A directory that both the board and the PC have (/etc, /proc) lists the board's names first, then
+// those that only the PC has.
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <ftw.h>
+#include <glob.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "vboard/board/text.h"
+#include "vboard/interposer/descriptors.h"
+#include "vboard/interposer/engine.h"
+#include "vboard/interposer/files.h"
+#include "vboard/interposer/paths.h"
+#include "vboard/interposer/state.h"
+#include "vboard/interposer/trace.h"
+#include "vboard/interposer/wrap.h"
+
+using namespace vboard;
+
+DECLARE_WRAPPED(DIR *, opendir, const char *);
+DECLARE_WRAPPED(DIR *, fdopendir, int);
+DECLARE_WRAPPED(int, closedir, DIR *);
+
+namespace {
+
+bool is_dot(const char *name) {
+  return strcmp(name, ".") == 0 || strcmp(name, "..") == 0;
+}
+
+// "directory/name" of the board.
+bool join(const Description &directory, const char *name, char *out, std::size_t size) {
+  TextBuffer path = {out, size - 1, 0, false};
+  append_text(path, directory.asked);
+  append_text(path, "/");
+  append_text(path, name);
+  out[path.length] = '\0';
+  return !path.overflow;
+}
+
+bool is_absent_entry(const Description &directory, const char *name) {
+  char path[1024];
+  return !join(directory, name, path, sizeof(path)) || is_absent({path, path});
+}
+
+bool board_has(const char *asked, const char *name) {
+  char path[kPathSize];
+  TextBuffer text = {path, sizeof(path) - 1, 0, false};
+  append_text(text, board_root());
+  append_text(text, asked);
+  append_text(text, "/");
+  append_text(text, name);
+  path[text.length] = '\0';
+  FileStatus status;
+  return sys_stat(path, status, false) == 0;
+}
+
+// A node file of /dev is a device in a listing.
+template <typename Entry>
+void show_type(const Description &directory, Entry &entry) {
+  std::string_view name(directory.real);
+  if (entry.d_type == DT_REG && territory_of(directory.real) == Territory::kBoard &&
+      name.starts_with("/dev"))
+    entry.d_type = DT_CHR;
+}
+
+// The next entry of a directory of the board, by libc's reader of the layout that is asked for.
+template <typename Entry>
+Entry *next_entry(DIR *stream, Entry *(*read_next)(DIR *)) {
+  Description *directory = on_board() ? acquire(dirfd(stream)) : nullptr;
+  if (directory == nullptr || directory->kind != Kind::kDirectory) {
+    if (directory != nullptr)
+      release(directory);
+    return read_next(stream);
+  }
+  Entry *entry = nullptr;
+  while (!directory->in_second) {
+    entry = read_next(stream);
+    if (entry == nullptr) {
+      directory->in_second = directory->second != nullptr;
+      break;
+    }
+    if (is_dot(entry->d_name))
+      break;
+    if (!is_absent_entry(*directory, entry->d_name)) {
+      show_type(*directory, *entry);
+      break;
+    }
+  }
+  while (directory->in_second && entry == nullptr) {
+    entry = read_next(directory->second);
+    if (entry == nullptr)
+      break;
+    if (is_dot(entry->d_name) || board_has(directory->asked, entry->d_name))
+      entry = nullptr;
+  }
+  release(directory);
+  return entry;
+}
+
+// The PC's side of a directory of the board, where there is one.
+void open_second(Description &directory) {
+  if (territory_of(directory.asked) == Territory::kOverlay && directory.second == nullptr)
+    directory.second = REAL(opendir)(directory.asked);
+}
+
+}  // namespace
+
+WRAP(DIR *, opendir, const char *path) {
+  if (!on_board())
+    return REAL(opendir)(path);
+  Resolved resolved;
+  resolve(AT_FDCWD, path, true, resolved);
+  switch (resolved.place) {
+    case Place::kPc:
+      return REAL(opendir)(path);
+    case Place::kPcByName:
+    case Place::kFallback:
+      return REAL(opendir)(resolved.asked);
+    default:
+      break;
+  }
+  if (resolved.place != Place::kMissing && resolved.place != Place::kDirectory) {
+    resolved.place = Place::kMissing;
+    resolved.error = ENOTDIR;
+  }
+  int fd = open_on_board(resolved, O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0);
+  if (fd < 0) {
+    errno = -fd;
+    return nullptr;
+  }
+  return vboard_fdopendir(fd);
+}
+
+WRAP(DIR *, fdopendir, int fd) {
+  DIR *stream = REAL(fdopendir)(fd);
+  Description *directory = stream != nullptr && on_board() ? acquire(fd) : nullptr;
+  if (directory != nullptr) {
+    open_second(*directory);
+    release(directory);
+  }
+  return stream;
+}
+
+WRAP(int, closedir, DIR *stream) {
+  if (stream != nullptr && on_board()) {
+    int fd = dirfd(stream);
+    Description *directory = acquire(fd);
+    if (directory != nullptr) {
+      close_on_board(*directory);
+      release(directory);
+      detach(fd);
+    }
+  }
+  return REAL(closedir)(stream);
+}
+
+WRAP(dirent64 *, readdir64, DIR *stream) {
+  return next_entry<dirent64>(stream, REAL(readdir64));
+}
+
+#if __SIZEOF_POINTER__ == 8
+WRAP_ALIAS(readdir, readdir64);
+#else
+struct Dirent32 {
+  unsigned long d_ino;
+  long d_off;
+  unsigned short d_reclen;
+  unsigned char d_type;
+  char d_name[256];
+};
+WRAP(Dirent32 *, readdir, DIR *stream) {
+  return next_entry<Dirent32>(stream, REAL(readdir));
+}
+#endif
+
+WRAP(void, rewinddir, DIR *stream) {
+  Description *directory = on_board() ? acquire(dirfd(stream)) : nullptr;
+  if (directory != nullptr) {
+    if (directory->second != nullptr)
+      REAL(rewinddir)(directory->second);
+    directory->in_second = false;
+    release(directory);
+  }
+  REAL(rewinddir)(stream);
+}
+
+namespace {
+
+template <typename Entry>
+int scan(const char *path, Entry ***list, int (*wanted)(const Entry *),
+         int (*order)(const Entry **, const Entry **), Entry *(*read_next)(DIR *)) {
+  DIR *stream = vboard_opendir(path);
+  if (stream == nullptr)
+    return -1;
+  Entry **entries = nullptr;
+  std::size_t count = 0;
+  std::size_t room = 0;
+  bool failed = false;
+  while (Entry *entry = failed ? nullptr : read_next(stream)) {
+    if (wanted != nullptr && wanted(entry) == 0)
+      continue;
+    if (count == room) {
+      room = room == 0 ? 32 : 2 * room;
+      Entry **larger = static_cast<Entry **>(std::realloc(entries, room * sizeof(Entry *)));
+      failed = larger == nullptr;
+      entries = failed ? entries : larger;
+    }
+    Entry *copy = failed ? nullptr : static_cast<Entry *>(std::malloc(sizeof(Entry)));
+    failed = copy == nullptr;
+    if (!failed) {
+      std::memcpy(copy, entry, entry->d_reclen < sizeof(Entry) ? entry->d_reclen : sizeof(Entry));
+      entries[count++] = copy;
+    }
+  }
+  vboard_closedir(stream);
+  if (failed) {
+    while (count > 0)
+      std::free(entries[--count]);
+    std::free(entries);
+    errno = ENOMEM;
+    return -1;
+  }
+  if (order != nullptr && count > 1)
+    std::qsort(entries, count, sizeof(Entry *),
+               reinterpret_cast<int (*)(const void *, const void *)>(order));
+  *list = entries;
+  return static_cast<int>(count);
+}
+
+}  // namespace
+
+WRAP(int, scandir64, const char *path, dirent64 ***list, int (*wanted)(const dirent64 *),
+     int (*order)(const dirent64 **, const dirent64 **)) {
+  if (!on_board())
+    return REAL(scandir64)(path, list, wanted, order);
+  return scan<dirent64>(path, list, wanted, order, vboard_readdir64);
+}
+
+#if __SIZEOF_POINTER__ == 8
+WRAP_ALIAS(scandir, scandir64);
+#else
+WRAP(int, scandir, const char *path, Dirent32 ***list, int (*wanted)(const Dirent32 *),
+     int (*order)(const Dirent32 **, const Dirent32 **)) {
+  if (!on_board())
+    return REAL(scandir)(path, list, wanted, order);
+  return scan<Dirent32>(path, list, wanted, order, vboard_readdir);
+}
+#endif
+
+// --- Patterns and trees -------------------------------------------------------------------------
+
+DECLARE_WRAPPED(int, lstat64, const char *, struct stat64 *);
+DECLARE_WRAPPED(int, stat64, const char *, struct stat64 *);
+
+WRAP(int, glob64, const char *pattern, int flags, int (*failed)(const char *, int),
+     glob64_t *out) {
+  if (!on_board())
+    return REAL(glob64)(pattern, flags, failed, out);
+  out->gl_closedir = [](void *stream) { vboard_closedir(static_cast<DIR *>(stream)); };
+  out->gl_readdir = [](void *stream) { return vboard_readdir64(static_cast<DIR *>(stream)); };
+  out->gl_opendir = [](const char *path) -> void * { return vboard_opendir(path); };
+  out->gl_lstat = [](const char *path, struct stat64 *status) {
+    return vboard_lstat64(path, status);
+  };
+  out->gl_stat = [](const char *path, struct stat64 *status) {
+    return vboard_stat64(path, status);
+  };
+  return REAL(glob64)(pattern, flags | GLOB_ALTDIRFUNC, failed, out);
+}
+
+#if __SIZEOF_POINTER__ == 8
+WRAP_ALIAS(glob, glob64);
+#endif
+
+namespace {
+
+// nftw() of libc walks with its own openings. A tree of the board is walked here instead: names and
+// statuses as the program sees them.
+struct Walk {
+  int (*simple)(const char *, const struct stat64 *, int);
+  int (*full)(const char *, const struct stat64 *, int, FTW *);
+  int flags;
+};
+
+int visit(const Walk &walk, const char *path, const struct stat64 &status, int type, int level) {
+  if (walk.simple != nullptr)
+    return walk.simple(path, &status, type == FTW_DP ? FTW_D : type);
+  const char *slash = strrchr(path, '/');
+  FTW place = {slash != nullptr ? static_cast<int>(slash - path + 1) : 0, level};
+  return walk.full(path, &status, type, &place);
+}
+
+int walk_tree(const Walk &walk, const char *path, int level) {
+  struct stat64 status;
+  bool physical = (walk.flags & FTW_PHYS) != 0;
+  if ((physical ? vboard_lstat64(path, &status) : vboard_stat64(path, &status)) < 0) {
+    if (level == 0)
+      return -1;
+    return visit(walk, path, status, FTW_NS, level);
+  }
+  if (S_ISLNK(status.st_mode))
+    return visit(walk, path, status, FTW_SL, level);
+  if (!S_ISDIR(status.st_mode))
+    return visit(walk, path, status, FTW_F, level);
+  DIR *stream = vboard_opendir(path);
+  if (stream == nullptr)
+    return visit(walk, path, status, FTW_DNR, level);
+  bool after = walk.full != nullptr && (walk.flags & FTW_DEPTH) != 0;
+  int result = after ? 0 : visit(walk, path, status, FTW_D, level);
+  while (dirent64 *entry = result == 0 ? vboard_readdir64(stream) : nullptr) {
+    char name[kPathSize];
+    TextBuffer text = {name, sizeof(name) - 1, 0, false};
+    append_text(text, path);
+    append_text(text, strcmp(path, "/") == 0 ? "" : "/");
+    append_text(text, entry->d_name);
+    name[text.length] = '\0';
+    if (!is_dot(entry->d_name) && !text.overflow && level < 64)
+      result = walk_tree(walk, name, level + 1);
+  }
+  vboard_closedir(stream);
+  return result == 0 && after ? visit(walk, path, status, FTW_DP, level) : result;
+}
+
+bool is_pc_tree(const char *path) {
+  Resolved resolved;
+  resolve(AT_FDCWD, path, true, resolved);
+  return resolved.place == Place::kPc && strcmp(path, "/") != 0;
+}
+
+}  // namespace
+
+WRAP(int, nftw64, const char *path, int (*visitor)(const char *, const struct stat64 *, int, FTW *),
+     int descriptors, int flags) {
+  if (!on_board() || is_pc_tree(path))
+    return REAL(nftw64)(path, visitor, descriptors, flags);
+  return walk_tree({nullptr, visitor, flags}, path, 0);
+}
+
+WRAP(int, ftw64, const char *path, int (*visitor)(const char *, const struct stat64 *, int),
+     int descriptors) {
+  if (!on_board() || is_pc_tree(path))
+    return REAL(ftw64)(path, visitor, descriptors);
+  return walk_tree({visitor, nullptr, 0}, path, 0);
+}
+
+#if __SIZEOF_POINTER__ == 8
+WRAP_ALIAS(nftw, nftw64);
+WRAP_ALIAS(ftw, ftw64);
+#endif

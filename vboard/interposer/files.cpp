@@ -1,0 +1,347 @@
+// Wraps open open64 openat openat64 creat creat64 __open_2 __open64_2 __openat_2 __openat64_2.
+
+#include "vboard/interposer/files.h"
+
+#include <fcntl.h>
+#include <stdarg.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "vboard/board/text.h"
+#include "vboard/interposer/engine.h"
+#include "vboard/interposer/state.h"
+#include "vboard/interposer/trace.h"
+#include "vboard/interposer/wrap.h"
+
+namespace vboard {
+
+namespace {
+
+struct FlagName {
+  int bits;
+  const char *name;
+};
+
+// clang-format off
+constexpr FlagName kFlagNames[] = {
+  {O_CREAT, "CREAT"}, {O_EXCL, "EXCL"}, {O_TRUNC, "TRUNC"}, {O_APPEND, "APPEND"},
+  {O_NONBLOCK, "NONBLOCK"}, {O_SYNC, "SYNC"}, {O_NOCTTY, "NOCTTY"}, {O_DIRECTORY, "DIRECTORY"},
+  {O_NOFOLLOW, "NOFOLLOW"}, {O_CLOEXEC, "CLOEXEC"}, {O_DIRECT, "DIRECT"}, {O_PATH, "PATH"},
+};
+// clang-format on
+
+void complain(const Resolved &resolved, std::string_view what) {
+  char text[1400];
+  TextBuffer line = {text, sizeof(text) - 1, 0, false};
+  append_text(line, "vboard: ");
+  append_text(line, resolved.host);
+  append_text(line, ": ");
+  append_text(line, what);
+  text[line.length++] = '\n';
+  sys_write(2, text, line.length);
+}
+
+// A file name below media/, which must not lead out of it.
+bool medium_path(std::string_view name, char *out, std::size_t size) {
+  if (name[0] == '/' || name.find("..") != std::string_view::npos)
+    return false;
+  TextBuffer path = {out, size - 1, 0, false};
+  append_text(path, board_root());
+  append_text(path, "/media/");
+  append_text(path, name);
+  out[path.length] = '\0';
+  return !path.overflow;
+}
+
+int fill_medium(int fd, std::size_t size, unsigned char fill) {
+  if (fill == 0)
+    return sys_ftruncate(fd, static_cast<std::int64_t>(size));
+  unsigned char block[4096];
+  std::memset(block, fill, sizeof(block));
+  for (std::size_t done = 0; done < size;) {
+    std::size_t piece = size - done < sizeof(block) ? size - done : sizeof(block);
+    ssize_t count = sys_write(fd, block, piece);
+    if (count < 0)
+      return static_cast<int>(count);
+    done += static_cast<std::size_t>(count);
+  }
+  return 0;
+}
+
+// Makes a missing medium under another name first: a second run must not see half of one.
+int make_medium(const char *path, std::size_t size, unsigned char fill) {
+  char fresh[1200];
+  TextBuffer name = {fresh, sizeof(fresh) - 1, 0, false};
+  append_text(name, path);
+  append_text(name, ".new.");
+  append_decimal(name, pc_monotonic());
+  fresh[name.length] = '\0';
+  if (name.overflow)
+    return -ENAMETOOLONG;
+  int fd = sys_open(fresh, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+  if (fd < 0)
+    return fd;
+  int result = fill_medium(fd, size, fill);
+  sys_close(fd);
+  if (result == 0)
+    result = sys_rename(fresh, path);
+  if (result < 0)
+    sys_unlink(fresh);
+  return result;
+}
+
+// The kernel's descriptor behind a node: its medium, or an empty stand-in.
+int open_behind(const Resolved &resolved, Description &description) {
+  OpenFile &file = description.file;
+  int flags = file.flags & O_CLOEXEC;
+  std::string_view medium = node_text(file.node, "medium");
+  if (medium.empty())
+    return stand_in(flags);
+  char path[1100];
+  if (!medium_path(medium, path, sizeof(path))) {
+    complain(resolved, "the medium's name is wrong");
+    return -ENXIO;
+  }
+  description.has_medium = true;
+  int fd = sys_open(path, O_RDWR | O_NOCTTY | flags);
+  if (fd == -ENOENT) {
+    std::int64_t size = node_number(file.node, "medium_size",
+                                    static_cast<std::int64_t>(file.model->medium_size));
+    int result = make_medium(path, size > 0 ? static_cast<std::size_t>(size) : 0,
+                             file.model->medium_fill);
+    fd = result < 0 ? result : sys_open(path, O_RDWR | O_NOCTTY | flags);
+  }
+  // A board on a read-only disk can still be looked at.
+  if (fd == -EACCES || fd == -EROFS)
+    fd = sys_open(path, O_RDONLY | O_NOCTTY | flags);
+  return fd;
+}
+
+int open_model(const Resolved &resolved, Description &description) {
+  OpenFile &file = description.file;
+  if (!copy_text(file.file, resolved.host))
+    return -ENAMETOOLONG;
+  int result = load_node(resolved.host, file.node);
+  if (result < 0) {
+    complain(resolved, result == -E2BIG ? "a node file has 4095 bytes at most"
+                                       : strerrordesc_np(-result));
+    return result == -ENOENT ? result : -ENXIO;
+  }
+  char name[64];
+  file.model = copy_text(name, node_text(file.node, "model")) ? find_model(name) : nullptr;
+  if (file.model == nullptr) {
+    complain(resolved, "no such model, or no \"model = NAME\"");
+    return -ENXIO;
+  }
+  int fd = open_behind(resolved, description);
+  if (fd < 0)
+    return fd;
+  file.fd = fd;
+  if (file.model->open != nullptr) {
+    lock_board();
+    result = file.model->open(file);
+    unlock_board();
+    if (result < 0) {
+      sys_close(fd);
+      return result;
+    }
+  }
+  return fd;
+}
+
+int open_kind(const Resolved &resolved, Kind kind, int flags, unsigned mode) {
+  if (std::strlen(resolved.asked) >= sizeof(Description::asked) ||
+      std::strlen(resolved.real) >= sizeof(Description::real))
+    return -ENAMETOOLONG;
+  Description *description = new_description(kind, resolved.asked, resolved.real, flags);
+  if (description == nullptr)
+    return -ENOMEM;
+  int fd = kind == Kind::kModel ? open_model(resolved, *description)
+                                : sys_open(resolved.host, flags, mode);
+  int result = fd < 0 ? fd : attach(description, fd);
+  if (result < 0) {
+    if (fd >= 0) {
+      if (kind == Kind::kModel && description->file.model->close != nullptr)
+        description->file.model->close(description->file);
+      sys_close(fd);
+    }
+    free_description(description);
+    return result;
+  }
+  return fd;
+}
+
+// The PC's file for reading; the board's own copy of it as soon as it is to be written.
+int open_fallback(Resolved &resolved, int flags, unsigned mode) {
+  bool writes = (flags & O_ACCMODE) != O_RDONLY || (flags & (O_CREAT | O_TRUNC)) != 0;
+  FileStatus status;
+  int found = sys_stat(resolved.asked, status);
+  if (found == 0 && S_ISDIR(status.mode))
+    writes = false;
+  if (!writes)
+    return sys_open(resolved.asked, flags, mode);
+  resolved.traced = true;
+  if (found == 0 && (flags & O_CREAT) && (flags & O_EXCL))
+    return -EEXIST;
+  if (found < 0 && !(flags & O_CREAT))
+    return found;
+  int result = copy_up(resolved, (flags & O_TRUNC) == 0);
+  if (result < 0)
+    return result;
+  std::memcpy(resolved.real, resolved.asked, sizeof(resolved.real));
+  return open_kind(resolved, Kind::kFile, flags & ~O_EXCL, mode);
+}
+
+int open_place(Resolved &resolved, int flags, unsigned mode) {
+  bool exclusive = (flags & O_CREAT) && (flags & O_EXCL);
+  switch (resolved.place) {
+    case Place::kMissing:
+      return -resolved.error;
+    case Place::kFallback:
+      return open_fallback(resolved, flags, mode);
+    case Place::kPc:
+    case Place::kPcByName:
+      return sys_open(resolved.asked, flags, mode);
+    case Place::kNode:
+      if (exclusive)
+        return -EEXIST;
+      if (flags & O_DIRECTORY)
+        return -ENOTDIR;
+      return open_kind(resolved, Kind::kModel, flags, mode);
+    case Place::kAttribute:
+      // The kernel ignores O_TRUNC here: an attribute is replaced by what is written.
+      if (exclusive)
+        return -EEXIST;
+      return open_kind(resolved, Kind::kAttribute, flags & ~(O_TRUNC | O_CREAT), mode);
+    case Place::kFile:
+      return open_kind(resolved, Kind::kFile, flags, mode);
+    case Place::kDirectory:
+      return open_kind(resolved, Kind::kDirectory, flags, mode);
+  }
+  return -ENOENT;
+}
+
+}  // namespace
+
+void append_flags(TextBuffer &text, int flags) {
+  constexpr const char *modes[] = {"RDONLY", "WRONLY", "RDWR", "NONE"};
+  append_text(text, modes[flags & O_ACCMODE]);
+  for (const FlagName &flag : kFlagNames) {
+    if ((flags & flag.bits) == flag.bits) {
+      append_text(text, "|");
+      append_text(text, flag.name);
+    }
+  }
+}
+
+bool is_foreign_device(const char *path) {
+  FileStatus status;
+  if (sys_stat(path, status) < 0)
+    return false;
+  if (S_ISBLK(status.mode))
+    return true;
+  if (!S_ISCHR(status.mode))
+    return false;
+  switch (status.device_major) {
+    case 1:  // memory devices: null, zero, full, random, urandom
+      return status.device_minor != 3 && status.device_minor != 5 && status.device_minor != 7 &&
+             status.device_minor != 8 && status.device_minor != 9;
+    case 5:  // tty, ptmx
+      return status.device_minor != 0 && status.device_minor != 2;
+    default:  // pseudo-terminals
+      return status.device_major < 136 || status.device_major > 143;
+  }
+}
+
+int open_on_board(Resolved &resolved, int flags, unsigned mode) {
+  const Fault *fault = nullptr;
+  if (resolved.place != Place::kMissing)
+    fault = meet_fault(NodeNames{resolved.asked, resolved.real}, "open");
+  int result;
+  if (fault != nullptr && fault->effect == FaultEffect::kErrno) {
+    resolved.traced = true;
+    result = static_cast<int>(-fault->value);
+  } else {
+    result = open_place(resolved, flags, mode);
+    if (fault != nullptr && fault->effect == FaultEffect::kResult && result >= 0)
+      result = static_cast<int>(fault->value);
+  }
+  if (!resolved.traced)
+    return result;
+  if (tracing()) {
+    TraceLine line;
+    trace_begin(line, "open", resolved.asked);
+    append_text(line.text, " ");
+    append_flags(line.text, flags);
+    trace_end(line, result, -result);
+  }
+  spend_call();
+  return result;
+}
+
+}  // namespace vboard
+
+using namespace vboard;
+
+namespace {
+
+bool takes_mode(int flags) {
+  return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
+}
+
+}  // namespace
+
+WRAP(int, openat, int directory, const char *path, int flags, ...) {
+  mode_t mode = 0;
+  if (takes_mode(flags)) {
+    va_list arguments;
+    va_start(arguments, flags);
+    mode = va_arg(arguments, mode_t);
+    va_end(arguments);
+  }
+  if (!on_board())
+    return REAL(openat)(directory, path, flags, mode);
+  Resolved resolved;
+  resolve(directory, path, (flags & O_NOFOLLOW) == 0, resolved);
+  if (resolved.place == Place::kPc || resolved.place == Place::kPcByName) {
+    const char *name = host_path(resolved, path);
+    if (name != nullptr && directory == AT_FDCWD && is_foreign_device(name))
+      return report(-ENOENT);
+    int fd = REAL(openat)(resolved.place == Place::kPc ? directory : AT_FDCWD, name, flags, mode);
+    // libc may have closed a descriptor of the board by itself; its number is another file's now.
+    detach(fd);
+    return fd;
+  }
+  return report(open_on_board(resolved, flags, mode));
+}
+WRAP_ALIAS(openat64, openat);
+
+WRAP(int, open, const char *path, int flags, ...) {
+  mode_t mode = 0;
+  if (takes_mode(flags)) {
+    va_list arguments;
+    va_start(arguments, flags);
+    mode = va_arg(arguments, mode_t);
+    va_end(arguments);
+  }
+  return vboard_openat(AT_FDCWD, path, flags, mode);
+}
+WRAP_ALIAS(open64, open);
+
+WRAP(int, creat, const char *path, mode_t mode) {
+  return vboard_openat(AT_FDCWD, path, O_WRONLY | O_CREAT | O_TRUNC, mode);
+}
+WRAP_ALIAS(creat64, creat);
+
+// The fortified names, for calls without a mode.
+WRAP(int, __open_2, const char *path, int flags) {
+  return vboard_openat(AT_FDCWD, path, flags);
+}
+WRAP_ALIAS(__open64_2, __open_2);
+
+WRAP(int, __openat_2, int directory, const char *path, int flags) {
+  return vboard_openat(directory, path, flags);
+}
+WRAP_ALIAS(__openat64_2, __openat_2);

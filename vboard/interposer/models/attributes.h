@@ -1,0 +1,31 @@
+// What a write to an attribute of /sys does on the board.
+
+#ifndef VBOARD_INTERPOSER_MODELS_ATTRIBUTES_H
+#define VBOARD_INTERPOSER_MODELS_ATTRIBUTES_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+#include <sys/types.h>
+
+namespace vboard {
+
+// The value that an attribute's text holds: without its line end and other blanks around it.
+inline std::string_view attribute_value(std::string_view text) {
+  std::size_t begin = text.find_first_not_of(" \t\r\n");
+  if (begin == std::string_view::npos)
+    return {};
+  return text.substr(begin, text.find_last_not_of(" \t\r\n") + 1 - begin);
+}
+
+// Writes to the attribute `path` ("/sys/...") of the board directory as the kernel would take it: a
+// text replaces the old one whole and is kept with one line end, a binary attribute takes the bytes
+// at `offset`. Then the wires of sys.wires carry the value on. The bytes taken, or a negated errno:
+// ENOENT for an attribute that the board lacks, and whatever the attribute itself refuses with.
+ssize_t write_attribute(const char *board, const char *path, const void *data, std::size_t size,
+                        std::int64_t offset);
+
+}  // namespace vboard
+
+#endif

@@ -1,0 +1,236 @@
+// Wraps vfork system popen execve execv execvp execvpe execl execlp execle execveat fexecve
+// posix_spawn posix_spawnp _exit _Exit quick_exit.
+//
+// Children stay on the board: what they are started with names it, whatever environment the program
+// made for them. Restarting the system, in any of these ways, restarts the board.
+
+#include <alloca.h>
+#include <pthread.h>
+#include <spawn.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "vboard/interposer/descriptors.h"
+#include "vboard/interposer/engine.h"
+#include "vboard/interposer/files.h"
+#include "vboard/interposer/paths.h"
+#include "vboard/interposer/processes.h"
+#include "vboard/interposer/state.h"
+#include "vboard/interposer/timers.h"
+#include "vboard/interposer/trace.h"
+#include "vboard/interposer/wrap.h"
+
+using namespace vboard;
+
+DECLARE_WRAPPED(int, execve, const char *, char *const[], char *const[]);
+
+namespace {
+
+// What makes a process one of the board's, as this process found it.
+constexpr const char *kNames[] = {"LD_PRELOAD",   kBoardVariable,  kRunVariable,
+                                  kTraceVariable, kFaultsVariable, kWorkVariable};
+char *settings[std::size(kNames)];
+
+void in_child() {
+  renew_board_lock();
+  renew_engine();
+  forget_timers();
+  mark_inherited();
+}
+
+[[noreturn]] void reboot_board(const char *call, const char *what) {
+  trace_call(call, what, 0, 0);
+  end_run(kBoardReboot);
+}
+
+void check_program(const char *path) {
+  if (on_board() && path != nullptr && is_reboot_command(path))
+    reboot_board("exec", path);
+}
+
+bool is_setting_of(const char *entry, const char *name) {
+  std::size_t length = strlen(name);
+  return strncmp(entry, name, length) == 0 && entry[length] == '=';
+}
+
+// An environment with the board's settings: `given` itself when it has them all. `room` is for
+// count_environment(given) + std::size(kNames) entries.
+std::size_t count_environment(char *const given[]) {
+  std::size_t count = 0;
+  while (given != nullptr && given[count] != nullptr)
+    count++;
+  return count + std::size(kNames) + 1;
+}
+
+char *const *complete(char *const given[], char **room) {
+  std::size_t count = 0;
+  for (; given != nullptr && given[count] != nullptr; count++)
+    room[count] = given[count];
+  for (std::size_t i = 0; i < std::size(kNames); i++) {
+    bool found = settings[i] == nullptr;
+    for (std::size_t at = 0; at < count && !found; at++) {
+      if (!is_setting_of(room[at], kNames[i]))
+        continue;
+      // A preload of the program's own must not push the board's out.
+      if (i == 0 && strstr(room[at], "vboard") == nullptr)
+        room[at] = settings[i];
+      found = true;
+    }
+    if (!found)
+      room[count++] = settings[i];
+  }
+  room[count] = nullptr;
+  return room;
+}
+
+}  // namespace
+
+namespace vboard {
+
+void keep_settings() {
+  for (char **entry = environ; entry != nullptr && *entry != nullptr; entry++) {
+    for (std::size_t i = 0; i < std::size(kNames); i++) {
+      if (is_setting_of(*entry, kNames[i]))
+        settings[i] = *entry;
+    }
+  }
+  pthread_atfork(nullptr, nullptr, in_child);
+}
+
+}  // namespace vboard
+
+// A child of vfork() would close the parent's devices when it closes its own.
+WRAP(pid_t, vfork, void) {
+  return on_board() ? fork() : REAL(vfork)();
+}
+
+// --- Shell commands -------------------------------------------------------------------------------
+
+WRAP(int, system, const char *command) {
+  if (on_board() && command != nullptr && is_reboot_command(command))
+    reboot_board("system", command);
+  return REAL(system)(command);
+}
+
+WRAP(FILE *, popen, const char *command, const char *mode) {
+  if (on_board() && command != nullptr && is_reboot_command(command))
+    reboot_board("system", command);
+  return REAL(popen)(command, mode);
+}
+
+// --- Programs -------------------------------------------------------------------------------------
+
+// The environment `given`, completed on the caller's stack.
+#define COMPLETED(given)                                                                      \
+  (on_board()                                                                                 \
+       ? complete(given,                                                                      \
+                  static_cast<char **>(alloca(count_environment(given) * sizeof(char *))))    \
+       : given)
+
+WRAP(int, execve, const char *path, char *const words[], char *const given[]) {
+  check_program(path);
+  return REAL(execve)(path, words, COMPLETED(given));
+}
+
+WRAP(int, execv, const char *path, char *const words[]) {
+  return vboard_execve(path, words, environ);
+}
+
+WRAP(int, execvpe, const char *file, char *const words[], char *const given[]) {
+  check_program(file);
+  return REAL(execvpe)(file, words, COMPLETED(given));
+}
+
+WRAP(int, execvp, const char *file, char *const words[]) {
+  return vboard_execvpe(file, words, environ);
+}
+
+WRAP(int, execveat, int directory, const char *path, char *const words[], char *const given[],
+     int flags) {
+  check_program(path);
+  return REAL(execveat)(directory, path, words, COMPLETED(given), flags);
+}
+
+WRAP(int, fexecve, int fd, char *const words[], char *const given[]) {
+  return REAL(fexecve)(fd, words, COMPLETED(given));
+}
+
+WRAP(int, posix_spawn, pid_t *child, const char *path, const posix_spawn_file_actions_t *actions,
+     const posix_spawnattr_t *attributes, char *const words[], char *const given[]) {
+  check_program(path);
+  return REAL(posix_spawn)(child, path, actions, attributes, words, COMPLETED(given));
+}
+
+WRAP(int, posix_spawnp, pid_t *child, const char *file, const posix_spawn_file_actions_t *actions,
+     const posix_spawnattr_t *attributes, char *const words[], char *const given[]) {
+  check_program(file);
+  return REAL(posix_spawnp)(child, file, actions, attributes, words, COMPLETED(given));
+}
+
+// The forms with the words as arguments: they become a list, and `arguments` stands behind its end.
+#define COLLECT_WORDS(words, first, arguments)                                        \
+  va_list arguments;                                                                  \
+  va_start(arguments, first);                                                         \
+  std::size_t words##_count = 1;                                                      \
+  while (va_arg(arguments, char *) != nullptr)                                        \
+    words##_count++;                                                                  \
+  va_end(arguments);                                                                  \
+  char **words = static_cast<char **>(alloca((words##_count + 1) * sizeof(char *)));  \
+  words[0] = const_cast<char *>(first);                                               \
+  va_start(arguments, first);                                                         \
+  for (std::size_t i = 1; i <= words##_count; i++)                                    \
+    words[i] = va_arg(arguments, char *)
+
+WRAP(int, execl, const char *path, const char *first, ...) {
+  COLLECT_WORDS(words, first, arguments);
+  va_end(arguments);
+  return vboard_execve(path, words, environ);
+}
+
+WRAP(int, execlp, const char *file, const char *first, ...) {
+  COLLECT_WORDS(words, first, arguments);
+  va_end(arguments);
+  return vboard_execvpe(file, words, environ);
+}
+
+WRAP(int, execle, const char *path, const char *first, ...) {
+  COLLECT_WORDS(words, first, arguments);
+  char *const *given = va_arg(arguments, char *const *);
+  va_end(arguments);
+  return vboard_execve(path, words, given);
+}
+
+// --- The end --------------------------------------------------------------------------------------
+
+namespace {
+
+// As the kernel does: devices that are still open are closed. libc writes out its streams only after
+// the destructors: too late for those on a device.
+__attribute__((destructor)) void end_with_program() {
+  if (!on_board())
+    return;
+  fflush(nullptr);
+  close_all();
+}
+
+}  // namespace
+
+WRAP(void, _exit, int status) {
+  if (on_board())
+    close_all();
+  REAL(_exit)(status);
+  __builtin_unreachable();
+}
+WRAP_ALIAS(_Exit, _exit);
+
+WRAP(void, quick_exit, int status) {
+  if (on_board())
+    close_all();
+  REAL(quick_exit)(status);
+  __builtin_unreachable();
+}

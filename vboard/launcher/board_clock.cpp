@@ -1,0 +1,99 @@
+#include "vboard/launcher/board_clock.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "vboard/board/kernel.h"
+#include "vboard/board/node.h"
+#include "vboard/launcher/boards.h"
+
+namespace vboard {
+
+namespace {
+
+void disarm(Node &node) {
+  if (!node_text(node, "reset_at").empty())
+    set_node_text(node, "reset_at", "");
+}
+
+void count_boot(Node &node) {
+  set_node_number(node, "boots", node_number(node, "boots", 0) + 1);
+  disarm(node);
+}
+
+// Changes the clock file, which the first run that has something to keep makes.
+void update_clock(const char *board, void (*change)(Node &node, void *context), void *context) {
+  char file[kFileName];
+  if (!join_path(file, board, "clock"))
+    return;
+  int result = update_node(file, change, context);
+  if (result == -ENOENT) {
+    int fd = open(file, O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
+    if (fd >= 0)
+      close(fd);
+    result = fd >= 0 ? update_node(file, change, context) : -errno;
+  }
+  if (result < 0 && result != -EACCES && result != -EROFS)
+    fail("%s: %s", file, strerror(-result));
+}
+
+struct Left {
+  const RunPage *page;
+  std::int64_t ahead;  // what the run adds
+};
+
+}  // namespace
+
+BoardClock start_board_clock(const char *board, std::int64_t date) {
+  BoardClock clock = {date >= 0 ? date : pc_calendar(), kNoTime};
+  char file[kFileName];
+  Node node;
+  if (!join_path(file, board, "clock") || load_node(file, node) < 0)
+    return clock;
+  if (date < 0)
+    clock.calendar_start += node_number(node, "ahead_ns", 0);
+  std::int64_t reset_at = node_number(node, "reset_at", kNoTime);
+  if (reset_at == kNoTime)
+    return clock;
+  if (reset_at > clock.calendar_start) {
+    clock.reset_time = reset_at - clock.calendar_start;
+    return clock;
+  }
+  update_clock(board, [](Node &content, void *) { count_boot(content); }, nullptr);
+  return clock;
+}
+
+void stop_board_clock(const char *board, const RunPage &page, const BoardClock &started,
+                      bool own_date) {
+  std::int64_t elapsed = pc_monotonic() - page.monotonic_start;
+  std::int64_t board_elapsed = page.jumping ? page.jumped.load() : board_from_pc(page, elapsed);
+  // A slow board must not fall behind: its calendar never goes backward. Setting it may.
+  std::int64_t ahead = std::max<std::int64_t>(board_elapsed - elapsed, 0) +
+                       (page.calendar_start.load() - started.calendar_start);
+  Left left = {&page, own_date ? 0 : ahead};
+  bool armed = page.reset_time.load() != kNoTime || started.reset_time != kNoTime;
+  if (left.ahead == 0 && !armed && page.outcome.load() == kGoingOn)
+    return;
+  update_clock(
+      board,
+      [](Node &node, void *context) {
+        const Left &run = *static_cast<const Left *>(context);
+        if (run.ahead != 0)
+          set_node_number(node, "ahead_ns", node_number(node, "ahead_ns", 0) + run.ahead);
+        std::int64_t reset_time = run.page->reset_time.load();
+        if (run.page->outcome.load() != kGoingOn) {
+          count_boot(node);
+        } else if (reset_time == kNoTime) {
+          disarm(node);
+        } else {
+          set_node_number(node, "reset_at", run.page->calendar_start.load() + reset_time);
+        }
+      },
+      &left);
+}
+
+}  // namespace vboard

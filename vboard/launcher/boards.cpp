@@ -1,0 +1,248 @@
+#include "vboard/launcher/boards.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <limits.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "vboard/board/board_paths.h"
+#include "vboard/board/gyro_chips.h"
+#include "vboard/board/kernel.h"
+#include "vboard/board/node.h"
+#include "vboard/board/text.h"
+#include "vboard/launcher/media.h"
+
+namespace vboard {
+
+namespace {
+
+constexpr std::string_view kBoardFormat = "vboard board, format 1";
+
+int copy_file(const char *from, const char *to, mode_t mode) {
+  int in = open(from, O_RDONLY | O_CLOEXEC);
+  if (in < 0)
+    return fail("%s: %s", from, strerror(errno));
+  // Templates may be installed read-only; a board is for changing.
+  int out = open(to, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, (mode & 0777) | 0600);
+  if (out < 0) {
+    close(in);
+    return fail("%s: %s", to, strerror(errno));
+  }
+  char buffer[65536];
+  ssize_t size;
+  int result = 0;
+  while (result == 0 && (size = read(in, buffer, sizeof(buffer))) > 0) {
+    if (write(out, buffer, static_cast<size_t>(size)) != size)
+      result = fail("%s: %s", to, strerror(errno));
+  }
+  close(in);
+  close(out);
+  return result;
+}
+
+int copy_tree(const char *from, const char *to);
+
+int copy_entry(const char *from, const char *to) {
+  struct stat status;
+  if (lstat(from, &status) < 0)
+    return fail("%s: %s", from, strerror(errno));
+  if (S_ISDIR(status.st_mode)) {
+    if (mkdir(to, 0777) < 0 && errno != EEXIST)
+      return fail("%s: %s", to, strerror(errno));
+    return copy_tree(from, to);
+  }
+  if (S_ISLNK(status.st_mode)) {
+    char target[kFileName];
+    ssize_t length = readlink(from, target, sizeof(target) - 1);
+    if (length < 0)
+      return fail("%s: %s", from, strerror(errno));
+    target[length] = '\0';
+    return symlink(target, to) < 0 ? fail("%s: %s", to, strerror(errno)) : 0;
+  }
+  return copy_file(from, to, status.st_mode);
+}
+
+int copy_tree(const char *from, const char *to) {
+  DIR *directory = opendir(from);
+  if (directory == nullptr)
+    return fail("%s: %s", from, strerror(errno));
+  int result = 0;
+  while (dirent *entry = result == 0 ? readdir(directory) : nullptr) {
+    if (strcmp(entry->d_name, ".") == 0 || strcmp(entry->d_name, "..") == 0)
+      continue;
+    char source[kFileName];
+    char target[kFileName];
+    if (!join_path(source, from, entry->d_name) || !join_path(target, to, entry->d_name))
+      result = kFailed;
+    else
+      result = copy_entry(source, target);
+  }
+  closedir(directory);
+  return result;
+}
+
+bool is_empty(const char *path) {
+  DIR *directory = opendir(path);
+  if (directory == nullptr)
+    return false;
+  int entries = 0;
+  while (readdir(directory) != nullptr)
+    entries++;
+  closedir(directory);
+  return entries <= 2;
+}
+
+int set_gyro(const char *board, const char *chip) {
+  char file[kFileName];
+  if (!join_path(file, board, "dev/gyro"))
+    return kFailed;
+  int result = update_node(
+      file,
+      [](Node &node, void *context) {
+        set_node_text(node, "chip", static_cast<const char *>(context));
+      },
+      const_cast<char *>(chip));
+  return result < 0 ? fail("%s: %s", file, strerror(-result)) : 0;
+}
+
+}  // namespace
+
+int fail(const char *format, ...) {
+  char text[8192];
+  va_list arguments;
+  va_start(arguments, format);
+  vsnprintf(text, sizeof(text), format, arguments);
+  va_end(arguments);
+  fflush(stdout);
+  fprintf(stderr, "vboard: %s\n", text);
+  return kFailed;
+}
+
+bool join_path(char *out, const char *directory, std::string_view name) {
+  TextBuffer path = {out, kFileName - 1, 0, false};
+  append_text(path, directory);
+  append_text(path, "/");
+  append_text(path, name);
+  out[path.length] = '\0';
+  if (path.overflow)
+    fail("the name is too long: %s", out);
+  return !path.overflow;
+}
+
+bool find_own_file(const char *const *places, std::size_t count, char *out) {
+  char self[kFileName];
+  ssize_t length = readlink("/proc/self/exe", self, sizeof(self) - 1);
+  if (length <= 0)
+    return false;
+  self[length] = '\0';
+  *strrchr(self, '/') = '\0';
+  for (std::size_t i = 0; i < count; i++) {
+    char path[kFileName];
+    char found[PATH_MAX];
+    if (join_path(path, self, places[i]) && realpath(path, found) != nullptr)
+      return copy_text({out, kFileName}, found);
+  }
+  return false;
+}
+
+int open_board(const char *directory, char *out) {
+  char absolute[PATH_MAX];
+  if (realpath(directory, absolute) == nullptr)
+    return fail("%s: %s", directory, strerror(errno));
+  char file[kFileName];
+  if (!join_path(file, absolute, "board"))
+    return kFailed;
+  Node content;
+  int result = load_node(file, content);
+  if (result < 0)
+    return fail("%s: not a board directory (%s)", directory, strerror(-result));
+  std::string_view text(content.text, content.length);
+  std::string_view line;
+  take_line(text, line);
+  if (trimmed(line) != kBoardFormat)
+    return fail("%s: a board of a format that this vboard does not know", directory);
+  return copy_text({out, kFileName}, absolute) ? 0 : fail("%s: the name is too long", directory);
+}
+
+int make_board(const char *directory, const char *gyro) {
+  if (gyro != nullptr && !is_gyro_chip(gyro)) {
+    fail("no such motion sensor: %s", gyro);
+    fprintf(stderr, "known:");
+    for (const GyroChip &chip : gyro_chips())
+      fprintf(stderr, " %s", chip.name);
+    fprintf(stderr, "\n");
+    return kFailed;
+  }
+  constexpr const char *places[] = {"../share/vboard/template"};
+  char from[kFileName];
+  if (!find_own_file(places, std::size(places), from))
+    return fail("the template of a board is not where vboard is installed");
+  if (mkdir(directory, 0777) < 0) {
+    if (errno != EEXIST)
+      return fail("%s: %s", directory, strerror(errno));
+    if (!is_empty(directory))
+      return fail("%s: exists and is not an empty directory", directory);
+  }
+  int result = copy_tree(from, directory);
+  if (result == 0) {
+    int made = make_media(directory);
+    if (made < 0)
+      result = fail("%s: the media cannot be made: %s", directory, strerror(-made));
+  }
+  if (result == 0 && gyro != nullptr)
+    result = set_gyro(directory, gyro);
+  return result;
+}
+
+void remove_tree(const char *path) {
+  DIR *directory = opendir(path);
+  if (directory == nullptr)
+    return;
+  while (dirent *entry = readdir(directory)) {
+    char name[kFileName];
+    if (strcmp(entry->d_name, ".") == 0 || strcmp(entry->d_name, "..") == 0 ||
+        !join_path(name, path, entry->d_name))
+      continue;
+    struct stat status;
+    if (lstat(name, &status) == 0 && S_ISDIR(status.st_mode))
+      remove_tree(name);
+    else
+      unlink(name);
+  }
+  closedir(directory);
+  rmdir(path);
+}
+
+bool find_node_file(const char *board, const char *node, char *out) {
+  char name[kFileName];
+  std::string_view text(node);
+  if (text.starts_with("net:")) {
+    TextBuffer path = {name, sizeof(name) - 1, 0, false};
+    append_text(path, "/net/");
+    append_text(path, text.substr(4));
+    name[path.length] = '\0';
+  } else {
+    bool directory;
+    if (normalise_path("/", text, name, directory) == 0) {
+      fail("%s: no such node", node);
+      return false;
+    }
+  }
+  if (!join_path(out, board, name + 1))
+    return false;
+  struct stat status;
+  if (stat(out, &status) < 0 || !S_ISREG(status.st_mode)) {
+    fail("%s: the board has no such node", node);
+    return false;
+  }
+  return true;
+}
+
+}  // namespace vboard

@@ -1,0 +1,43 @@
+// Board directories as the launcher handles them: finding, making, checking and removing them.
+
+#ifndef VBOARD_LAUNCHER_BOARDS_H
+#define VBOARD_LAUNCHER_BOARDS_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+namespace vboard {
+
+inline constexpr int kFailed = 125;  // vboard itself failed
+inline constexpr int kNotRunnable = 126;
+inline constexpr int kNotFound = 127;
+inline constexpr std::size_t kFileName = 4096;
+
+// "vboard: " and the message, with a line feed, on standard error. Returns kFailed.
+__attribute__((format(printf, 1, 2))) int fail(const char *format, ...);
+
+// Finds a file that belongs to vboard, by its place relative to the launcher's own: the first of
+// `places` that exists. False when there is none.
+bool find_own_file(const char *const *places, std::size_t count, char *out);
+
+// "DIR/NAME"; false (and an error message) when it is too long.
+bool join_path(char *out, const char *directory, std::string_view name);
+
+// Checks that `directory` is a board that this vboard understands, and makes its name absolute.
+// 0, or kFailed with the reason on standard error.
+int open_board(const char *directory, char *out);
+
+// Makes a healthy board in a directory that does not exist yet or is empty. `gyro` may be null.
+int make_board(const char *directory, const char *gyro);
+
+// Removes a directory with all that is in it.
+void remove_tree(const char *directory);
+
+// The file of a node as people name it: "/dev/lcd", "net:ppp0". False, with a message, when the
+// board has no such node.
+bool find_node_file(const char *board, const char *node, char *out);
+
+}  // namespace vboard
+
+#endif

@@ -1,0 +1,470 @@
+#include "vboard/launcher/draw.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+#include <dirent.h>
+
+#include "vboard/board/gyro_chips.h"
+#include "vboard/board/kernel.h"
+#include "vboard/board/text.h"
+#include "vboard/board/uboot_env.h"
+#include "vboard/interposer/models/attributes.h"
+#include "vboard/launcher/draw_files.h"
+#include "vboard/launcher/draw_lcd.h"
+
+namespace vboard {
+namespace {
+
+constexpr std::size_t kFlashSize = 64 << 10;
+constexpr std::size_t kEnvironmentSize = 16 << 10;
+constexpr std::size_t kBlockSize = 256;
+
+void print(std::FILE *out, std::string_view text) {
+  std::fwrite(text.data(), 1, text.size(), out);
+}
+
+void print_label(std::FILE *out, std::string_view label) {
+  std::fprintf(out, "%-18.*s ", static_cast<int>(label.size()), label.data());
+}
+
+void print_setting(std::FILE *out, const Node &node, std::string_view key, const char *otherwise) {
+  std::string_view value = node_text(node, key);
+  print(out, value.empty() ? otherwise : value);
+}
+
+void print_hex(std::FILE *out, const unsigned char *bytes, std::size_t size) {
+  for (std::size_t i = 0; i < size; i++)
+    std::fprintf(out, i == 0 ? "%02x" : " %02x", bytes[i]);
+}
+
+void print_ascii(std::FILE *out, const unsigned char *bytes, std::size_t size) {
+  for (std::size_t i = 0; i < size; i++)
+    std::fputc(bytes[i] >= 0x20 && bytes[i] < 0x7F ? bytes[i] : '.', out);
+}
+
+void dump(std::FILE *out, const unsigned char *bytes, std::size_t size) {
+  for (std::size_t at = 0; at < size; at += 16) {
+    std::size_t piece = std::min<std::size_t>(16, size - at);
+    std::fprintf(out, "%04zx  ", at);
+    print_hex(out, bytes + at, piece);
+    std::fprintf(out, "%*s  ", static_cast<int>(3 * (16 - piece)), "");
+    print_ascii(out, bytes + at, piece);
+    std::fputc('\n', out);
+  }
+}
+
+// An attribute's value, "absent" when the board lacks it.
+std::string_view load_attribute(const char *board, std::string_view name, char (&text)[256]) {
+  std::ptrdiff_t length = read_board_file(board, name, text, sizeof(text));
+  return length < 0 ? "absent" : attribute_value({text, static_cast<std::size_t>(length)});
+}
+
+// The names in a folder of the board, in order; the number of them, 0 for a folder that is missing.
+int list_folder(const char *board, const char *folder, dirent **&names) {
+  char path[1024];
+  auto visible = [](const dirent *entry) { return entry->d_name[0] == '.' ? 0 : 1; };
+  names = nullptr;
+  int count = board_file(board, folder, path) ? scandir(path, &names, visible, alphasort) : 0;
+  return std::max(count, 0);
+}
+
+void free_names(dirent **names, int count) {
+  for (int i = 0; i < count; i++)
+    std::free(names[i]);
+  std::free(names);
+}
+
+// --- Devices: a line of the page, and what there is beside the settings
+// -----------------------------
+
+void rtc_line(const char *, const Node &node, std::FILE *out) {
+  if (node_number(node, "time_valid", 1) == 0)
+    std::fputs("lost its supply, time invalid", out);
+  else if (node_text(node, "set_to").empty())
+    std::fputs("follows the board's calendar", out);
+  else {
+    std::fputs("set to ", out);
+    print_setting(out, node, "set_to", "");
+    std::fputs(" at ", out);
+    print_setting(out, node, "set_at", "?");
+  }
+  if (node_number(node, "stopped", 0) != 0)
+    std::fputs(", stopped", out);
+  else if (std::string_view rate = node_text(node, "rate");
+           !rate.empty() && rate != "1.0" && rate != "1")
+    std::fprintf(out, ", runs at %.*s", static_cast<int>(rate.size()), rate.data());
+}
+
+// The board's clock file knows a watchdog that the last run left armed.
+void watchdog_line(const char *board, const Node &node, std::FILE *out) {
+  char path[1024];
+  Node clock;
+  std::int64_t reset_at = 0;
+  if (board_file(board, "clock", path) && load_node(path, clock) == 0)
+    reset_at = node_number(clock, "reset_at", 0);
+  if (reset_at == 0) {
+    std::fputs("stopped", out);
+  } else {
+    std::int64_t left = reset_at - (pc_calendar() + node_number(clock, "ahead_ns", 0));
+    if (left > 0)
+      std::fprintf(out, "armed, resets the board in %lld s",
+                   static_cast<long long>(left / 1'000'000'000));
+    else
+      std::fputs("has run out, the board is reset", out);
+  }
+  std::fputs(", limit ", out);
+  print_setting(out, node, "timeout_s", "60");
+  std::fputs(" s, ", out);
+  print_setting(out, node, "identity", "no name");
+  if (node_number(node, "bites", 1) == 0)
+    std::fputs(", never bites", out);
+}
+
+void iccard_line(const char *board, const Node &node, std::FILE *out) {
+  unsigned char bytes[16];
+  std::ptrdiff_t size = read_medium_of(board, node, bytes, sizeof(bytes));
+  if (size <= 0) {
+    std::fputs("blank", out);
+    return;
+  }
+  print_hex(out, bytes, static_cast<std::size_t>(size));
+  std::fputs(" ...  ", out);
+  print_ascii(out, bytes, static_cast<std::size_t>(size));
+  if (node_number(node, "stuck_byte", -1) >= 0 || node_number(node, "inverted", 0) != 0)
+    std::fputs(", worn", out);
+  if (node_number(node, "protected", 0) != 0)
+    std::fputs(", protected", out);
+}
+
+void iccard_detail(const char *board, const Node &node, std::FILE *out) {
+  unsigned char bytes[kBlockSize];
+  std::ptrdiff_t size = read_medium_of(board, node, bytes, sizeof(bytes));
+  dump(out, bytes, static_cast<std::size_t>(std::max<std::ptrdiff_t>(size, 0)));
+}
+
+void gyro_line(const char *, const Node &node, std::FILE *out) {
+  std::string_view chip = node_text(node, "chip");
+  print_setting(out, node, "chip", gyro_chips()[0].name);
+  if (!chip.empty() && !is_gyro_chip(chip))
+    std::fputs(" (unknown)", out);
+  std::fputs(", ", out);
+  print_setting(out, node, "accel_g", "2");
+  std::fputs(" g, ", out);
+  print_setting(out, node, "gyro_dps", "250");
+  std::fputs(" dps, every ", out);
+  print_setting(out, node, "poll_ms", "50");
+  std::fputs(" ms, moved by ", out);
+  print_setting(out, node, "medium", "nobody");
+  if (node_number(node, "silent", 0) != 0)
+    std::fputs(", silent", out);
+}
+
+void gyro_detail(const char *board, const Node &node, std::FILE *out) {
+  static char text[kFlashSize];
+  std::ptrdiff_t size = read_medium_of(board, node, text, sizeof(text));
+  std::string_view rest(text, static_cast<std::size_t>(std::max<std::ptrdiff_t>(size, 0)));
+  std::fputs("   seconds      ax g      ay g      az g    gx dps    gy dps    gz dps\n", out);
+  Motion motion;
+  int bad_lines = 0;
+  while (next_motion(rest, motion, bad_lines))
+    std::fprintf(out, "%10.3f%10.4f%10.4f%10.4f%10.2f%10.2f%10.2f\n", motion.seconds,
+                 motion.accel[0], motion.accel[1], motion.accel[2], motion.gyro[0], motion.gyro[1],
+                 motion.gyro[2]);
+  if (bad_lines > 0)
+    std::fprintf(out, "%d lines are not seven numbers and count as nothing\n", bad_lines);
+}
+
+void mtd_line(const char *board, const Node &node, std::FILE *out) {
+  static unsigned char flash[kFlashSize];
+  std::ptrdiff_t size = read_medium_of(board, node, flash, sizeof(flash));
+  std::fprintf(out, "NOR flash, erase block %lld",
+               static_cast<long long>(node_number(node, "erase_size", 4096)));
+  if (size >= static_cast<std::ptrdiff_t>(kEnvironmentSize)) {
+    UbootEnv env = inspect_uboot_env(std::span(flash).first(kEnvironmentSize));
+    if (env.valid)
+      std::fprintf(out, ", environment of %d variables, %zu of %zu bytes", env.variables, env.used,
+                   kEnvironmentSize - 4);
+    else
+      std::fputs(", no valid environment", out);
+  }
+}
+
+void mtd_detail(const char *board, const Node &node, std::FILE *out) {
+  static unsigned char flash[kFlashSize];
+  std::ptrdiff_t size = read_medium_of(board, node, flash, sizeof(flash));
+  if (size < static_cast<std::ptrdiff_t>(kEnvironmentSize))
+    return;
+  auto image = std::span(flash).first(kEnvironmentSize);
+  if (!inspect_uboot_env(image).valid) {
+    dump(out, flash, kBlockSize);
+    return;
+  }
+  std::size_t offset = 0;
+  std::string_view entry;
+  while (next_uboot_variable(image, offset, entry)) {
+    print(out, entry);
+    std::fputc('\n', out);
+  }
+}
+
+void lcd_line(const char *board, const Node &node, std::FILE *out) {
+  LcdView view = lcd_view(board, node);
+  std::size_t dark = 0;
+  for (int row = 0; row < kLcdRows; row++)
+    for (int column = 0; column < kLcdColumns; column++)
+      dark += lcd_is_dark(view.registers, view.frame, column, row);
+  std::fprintf(out, "%zu of %d points dark", dark, kLcdColumns * kLcdRows);
+}
+
+void lcd_detail(const char *board, const Node &node, std::FILE *out) {
+  draw_lcd(lcd_view(board, node), out);
+}
+
+struct Drawing {
+  std::string_view model;
+  void (*line)(const char *board, const Node &node, std::FILE *out);
+  void (*detail)(const char *board, const Node &node,
+                 std::FILE *out);  // null for the settings alone
+};
+
+constexpr Drawing kDrawings[] = {
+    {.model = "gyro", .line = gyro_line, .detail = gyro_detail},
+    {.model = "iccard", .line = iccard_line, .detail = iccard_detail},
+    {.model = "lcd", .line = lcd_line, .detail = lcd_detail},
+    {.model = "mtd", .line = mtd_line, .detail = mtd_detail},
+    {.model = "rtc", .line = rtc_line, .detail = nullptr},
+    {.model = "watchdog", .line = watchdog_line, .detail = nullptr},
+};
+
+const Drawing *find_drawing(const Node &node) {
+  std::string_view model = node_text(node, "model");
+  for (const Drawing &drawing : kDrawings)
+    if (drawing.model == model)
+      return &drawing;
+  return nullptr;
+}
+
+void draw_devices(const char *board, std::FILE *out) {
+  dirent **names;
+  int count = list_folder(board, "dev", names);
+  for (int i = 0; i < count; i++) {
+    char path[1024];
+    char label[300];
+    Node node;
+    std::snprintf(label, sizeof(label), "dev/%s", names[i]->d_name);
+    if (!board_file(board, label, path) || load_node(path, node) < 0)
+      continue;
+    std::fputc('/', out);
+    std::fprintf(out, "%-17s ", label);
+    const Drawing *drawing = find_drawing(node);
+    if (drawing != nullptr)
+      drawing->line(board, node, out);
+    else
+      print_setting(out, node, "model", "no model");
+    std::fputc('\n', out);
+  }
+  free_names(names, count);
+}
+
+void draw_displays(const char *board, std::FILE *out) {
+  char path[1024];
+  Node node;
+  if (board_file(board, "dev/lcd", path) && load_node(path, node) == 0)
+    draw_lcd(lcd_view(board, node), out);
+  std::fputc('\n', out);
+}
+
+// --- Attributes
+// -------------------------------------------------------------------------------------
+
+int count_wires(const char *board, std::string_view from) {
+  char path[1024];
+  Node wires;
+  int count = 0;
+  if (!board_file(board, "sys.wires", path) || load_node(path, wires) < 0)
+    return 0;
+  std::string_view rest(wires.text, wires.length);
+  std::string_view line;
+  while (take_line(rest, line))
+    count += take_word(line) == from;
+  return count;
+}
+
+void draw_alarm(const char *board, std::FILE *out) {
+  char text[256];
+  print_label(out, "alarm");
+  std::fputs("inputs", out);
+  for (int input = 0; input < 8; input++) {
+    char name[64];
+    std::snprintf(name, sizeof(name), "sys/class/gpio/gpio%d/value", 40 + input);
+    std::fputc(' ', out);
+    print(out, load_attribute(board, name, text));
+  }
+  std::fputs(", output ", out);
+  print(out, load_attribute(board, "sys/class/gpio/gpio48/value", text));
+  int wires = count_wires(board, "/sys/class/gpio/gpio48/value");
+  if (wires > 0)
+    std::fprintf(out, ", plug loops it to %d inputs", wires);
+  std::fputc('\n', out);
+}
+
+void draw_attribute(const char *board, std::FILE *out, const char *label, const char *name) {
+  char text[256];
+  print_label(out, label);
+  print(out, load_attribute(board, name, text));
+  std::fputc('\n', out);
+}
+
+void draw_boot_block(const char *board, std::FILE *out) {
+  unsigned char block[kBlockSize];
+  print_label(out, "boot parameters");
+  std::ptrdiff_t size =
+      read_board_file(board, "sys/bus/nvmem/devices/bootparam0/nvmem", block, sizeof(block));
+  if (size == static_cast<std::ptrdiff_t>(sizeof(block)))
+    std::fprintf(out, "boot counter (byte 250) %d\n", block[250]);
+  else
+    std::fputs("absent\n", out);
+}
+
+void draw_cpld(const char *board, std::FILE *out) {
+  char text[256];
+  char path[1024];
+  Node node;
+  print_label(out, "cpld");
+  print(out, load_attribute(board, "sys/class/firmware/cpld/status", text));
+  std::string_view error = load_attribute(board, "sys/class/firmware/cpld/error", text);
+  if (!error.empty()) {
+    std::fputs(", error ", out);
+    print(out, error);
+  }
+  unsigned char head[16];
+  std::ptrdiff_t size = -ENOENT;
+  if (board_file(board, "firmware/cpld", path) && load_node(path, node) == 0)
+    size = read_medium_of(board, node, head, sizeof(head));
+  if (size > 0) {
+    std::fputs(", holds ", out);
+    print_hex(out, head, static_cast<std::size_t>(size));
+    std::fputs(" ...\n", out);
+  } else {
+    std::fputs(", as delivered\n", out);
+  }
+}
+
+void draw_interfaces(const char *board, std::FILE *out) {
+  dirent **names;
+  int count = list_folder(board, "net", names);
+  print_label(out, "network");
+  for (int i = 0; i < count; i++) {
+    char name[300];
+    char path[1024];
+    Node node;
+    std::snprintf(name, sizeof(name), "net/%s", names[i]->d_name);
+    if (!board_file(board, name, path) || load_node(path, node) < 0)
+      continue;
+    std::fprintf(out, i == 0 ? "%s " : ", %s ", names[i]->d_name);
+    print_setting(out, node, "ipv4", "no address");
+  }
+  std::fputs(count == 0 ? "no interface\n" : "\n", out);
+  free_names(names, count);
+}
+
+void draw_faults(const char *board, std::FILE *out) {
+  static char text[kFlashSize];
+  std::ptrdiff_t size = read_board_file(board, "faults", text, sizeof(text));
+  std::string_view rest(text, static_cast<std::size_t>(std::max<std::ptrdiff_t>(size, 0)));
+  std::string_view line;
+  int count = 0;
+  while (take_line(rest, line)) {
+    line = trimmed(line);
+    if (line.empty() || line[0] == '#')
+      continue;
+    print_label(out, count++ == 0 ? "faults" : "");
+    print(out, line);
+    std::fputc('\n', out);
+  }
+  if (count == 0) {
+    print_label(out, "faults");
+    std::fputs("none\n", out);
+  }
+}
+
+bool is_text(const unsigned char *bytes, std::size_t size) {
+  return std::all_of(bytes, bytes + size, [](unsigned char byte) {
+    return byte >= 0x20 || byte == '\n' || byte == '\t';
+  });
+}
+
+// A file of the board as it stands, as text or in hexadecimal.
+int draw_file(const char *board, std::string_view name, std::FILE *out) {
+  static unsigned char bytes[kFlashSize];
+  std::ptrdiff_t size = read_board_file(board, name, bytes, sizeof(bytes));
+  if (size < 0)
+    return static_cast<int>(size);
+  std::size_t length = static_cast<std::size_t>(size);
+  if (is_text(bytes, length))
+    print(out, {reinterpret_cast<const char *>(bytes), length});
+  else
+    dump(out, bytes, length);
+  return 0;
+}
+
+}  // namespace
+
+int draw_board(const char *board, std::FILE *out) {
+  char text[256];
+  std::ptrdiff_t size = read_board_file(board, "board", text, sizeof(text));
+  if (size < 0)
+    return static_cast<int>(size);
+  std::fprintf(out, "%s: ", board);
+  print(out, attribute_value({text, static_cast<std::size_t>(size)}));
+  std::fputc('\n', out);
+  draw_displays(board, out);
+  draw_devices(board, out);
+  std::fputc('\n', out);
+  draw_attribute(board, out, "buzzer", "sys/class/leds/buzzer/brightness");
+  draw_alarm(board, out);
+  draw_attribute(board, out, "vga", "sys/class/drm/card0-VGA-1/status");
+  draw_boot_block(board, out);
+  draw_cpld(board, out);
+  draw_interfaces(board, out);
+  draw_faults(board, out);
+  return 0;
+}
+
+int draw_node(const char *board, const char *node, std::FILE *out) {
+  std::string_view name = node;
+  while (name.starts_with("/"))
+    name.remove_prefix(1);
+  char interface[300];
+  if (name.starts_with("net:")) {
+    std::snprintf(interface, sizeof(interface), "net/%.*s",
+                  static_cast<int>(std::min<std::size_t>(name.size() - 4, 255)), name.data() + 4);
+    name = interface;
+  }
+  if (name.empty() || name.find("..") != std::string_view::npos)
+    return -ENOENT;
+  if (int error = draw_file(board, name, out))
+    return error;
+
+  char path[1024];
+  Node settings;
+  if (!name.starts_with("dev/") || !board_file(board, name, path) || load_node(path, settings) < 0)
+    return 0;
+  const Drawing *drawing = find_drawing(settings);
+  if (drawing == nullptr)
+    return 0;
+  std::fputc('\n', out);
+  if (drawing->detail != nullptr)
+    drawing->detail(board, settings, out);
+  else
+    drawing->line(board, settings, out);
+  if (drawing->detail == nullptr)
+    std::fputc('\n', out);
+  return 0;
+}
+
+}  // namespace vboard

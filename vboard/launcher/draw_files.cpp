@@ -1,0 +1,51 @@
+#include "vboard/launcher/draw_files.h"
+
+#include <cerrno>
+#include <cstdio>
+
+#include <fcntl.h>
+
+#include "vboard/board/kernel.h"
+
+namespace vboard {
+
+bool board_file(const char *board, std::string_view name, char (&out)[1024]) {
+  int length =
+      std::snprintf(out, sizeof(out), "%s/%.*s", board, static_cast<int>(name.size()), name.data());
+  return length > 0 && static_cast<std::size_t>(length) < sizeof(out);
+}
+
+std::ptrdiff_t read_board_file(const char *board, std::string_view name, void *out,
+                               std::size_t size) {
+  char path[1024];
+  if (!board_file(board, name, path))
+    return -ENAMETOOLONG;
+  int fd = sys_open(path, O_RDONLY | O_CLOEXEC);
+  if (fd < 0)
+    return fd;
+  std::size_t done = 0;
+  std::ptrdiff_t result = 0;
+  while (done < size) {
+    result = sys_pread(fd, static_cast<char *>(out) + done, size - done,
+                       static_cast<std::int64_t>(done));
+    if (result <= 0)
+      break;
+    done += static_cast<std::size_t>(result);
+  }
+  sys_close(fd);
+  return result < 0 ? result : static_cast<std::ptrdiff_t>(done);
+}
+
+std::ptrdiff_t read_medium_of(const char *board, const Node &node, void *out, std::size_t size) {
+  std::string_view medium = node_text(node, "medium");
+  if (medium.empty())
+    return -ENOENT;
+  char name[512];
+  int length = std::snprintf(name, sizeof(name), "media/%.*s", static_cast<int>(medium.size()),
+                             medium.data());
+  if (length < 0 || static_cast<std::size_t>(length) >= sizeof(name))
+    return -ENAMETOOLONG;
+  return read_board_file(board, name, out, size);
+}
+
+}  // namespace vboard

@@ -1,0 +1,69 @@
+#include "vboard/launcher/png.h"
+
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+
+#include <png.h>
+
+#include "vboard/launcher/draw_files.h"
+#include "vboard/launcher/draw_lcd.h"
+
+namespace vboard {
+namespace {
+
+constexpr int kScale = 4;
+constexpr int kBorder = 16;
+constexpr int kWidth = kLcdColumns * kScale + 2 * kBorder;
+constexpr int kHeight = kLcdRows * kScale + 2 * kBorder;
+
+struct Colour {
+  std::uint8_t red, green, blue;
+};
+
+constexpr Colour kLitGlass = {0xB8, 0xD4, 0x3A};
+constexpr Colour kDarkGlass = {0x6B, 0x75, 0x5A};
+constexpr Colour kInk = {0x1E, 0x26, 0x18};
+
+void paint(const LcdView &view, Colour (&pixels)[kHeight][kWidth]) {
+  const Colour glass = view.is_lit ? kLitGlass : kDarkGlass;
+  for (auto &line : pixels)
+    for (Colour &pixel : line)
+      pixel = glass;
+  for (int y = 0; y < kLcdRows * kScale; y++)
+    for (int x = 0; x < kLcdColumns * kScale; x++)
+      if (lcd_is_dark(view.registers, view.frame, x / kScale, y / kScale))
+        pixels[kBorder + y][kBorder + x] = kInk;
+}
+
+}  // namespace
+
+int write_png(const char *board, const char *node, const char *file) {
+  char path[1024];
+  if (node[0] != '/')
+    return -ENOTSUP;
+  if (!board_file(board, node + 1, path))
+    return -ENAMETOOLONG;
+  Node settings;
+  int error = load_node(path, settings);
+  // An attribute need not be a text that fits a node file.
+  if (error < 0)
+    return error == -E2BIG ? -ENOTSUP : error;
+  if (node_text(settings, "model") != "lcd")
+    return -ENOTSUP;
+
+  static Colour pixels[kHeight][kWidth];
+  static_assert(sizeof(pixels) == std::size_t{3} * kWidth * kHeight);
+  paint(lcd_view(board, settings), pixels);
+  png_image image = {};
+  image.version = PNG_IMAGE_VERSION;
+  image.width = kWidth;
+  image.height = kHeight;
+  image.format = PNG_FORMAT_RGB;
+  errno = 0;
+  if (png_image_write_to_file(&image, file, 0, pixels, 0, nullptr) == 0)
+    return errno != 0 ? -errno : -EIO;
+  return 0;
+}
+
+}  // namespace vboard
