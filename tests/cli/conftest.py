@@ -1,0 +1,244 @@
+"""The executable on a virtual board.
+
+A test takes the fixture `board`, breaks or sets what it needs, runs one command line and compares
+exit status, both streams and the list of requests:
+
+    def test_rtc_that_does_not_open(board):
+        board.fault("/dev/rtc0 open errno=EIO")
+        run = board.run("bt1", "rtc", "autotest")
+        assert run.status == 255
+
+Time is virtual: a run of minutes takes milliseconds. BENCHRIG_BUILD names the build directory
+(CTest sets it); executables are in its bin/, libraries in its lib/.
+"""
+
+import os
+import pathlib
+import signal
+import subprocess
+from dataclasses import dataclass, field
+
+import pytest
+
+# Far above what any run takes: a run that reaches it hangs.
+HANGS_AFTER_SECONDS = 60
+
+
+def build_directory():
+    name = os.environ.get("BENCHRIG_BUILD")
+    if not name:
+        pytest.exit("BENCHRIG_BUILD must name the build directory", returncode=2)
+    return pathlib.Path(name).resolve()
+
+
+@dataclass
+class Run:
+    """What one command did: its streams, its exit status and its calls on the board."""
+
+    stdout: bytes
+    stderr: bytes
+    status: int
+    trace: list = field(default_factory=list)  # (board time in seconds, line without the time)
+
+    @property
+    def requests(self):
+        return [line for _, line in self.trace]
+
+    def requests_on(self, *nodes):
+        """The requests whose node is one of `nodes`, in order; "sleep" and "select" name waits."""
+        return [
+            line for line in self.requests if line.split()[1] in nodes or line.split()[0] in nodes
+        ]
+
+    @property
+    def sleeps(self):
+        """The seconds of every sleep, in order."""
+        return [float(line.split()[1]) for line in self.requests if line.startswith("sleep ")]
+
+
+class Board:
+    """One board directory, and the commands that run on it."""
+
+    def __init__(self, directory, scratch, build):
+        self.directory = directory
+        self.scratch = scratch
+        self.build = build
+        self.runs = 0
+
+    def path(self, name):
+        return self.directory / name
+
+    def vboard(self, *arguments):
+        """A command of vboard itself that must succeed; its standard output."""
+        done = subprocess.run(
+            [self.build / "bin/vboard", *map(str, arguments)],
+            capture_output=True,
+            timeout=HANGS_AFTER_SECONDS,
+            check=False,
+            env=environment(),
+        )
+        assert done.returncode == 0, (arguments, done.stdout, done.stderr)
+        return done.stdout
+
+    def set(self, *words):
+        """set("/dev/lcd", "returns", "count") or, for an attribute, set("/sys/...", "1")."""
+        self.vboard("set", self.directory, *words)
+
+    def fault(self, line):
+        with open(self.path("faults"), "a", encoding="utf-8") as faults:
+            faults.write(line + "\n")
+
+    def clear_faults(self):
+        self.path("faults").write_text("", encoding="utf-8")
+
+    def run(
+        self,
+        *arguments,
+        signals=(),
+        seconds=None,
+        stdin=b"",
+        date=None,
+        speed="max",
+        cwd=None,
+        rigcore=None,
+        env=None,
+    ):
+        """Runs benchrig with `arguments`.
+
+        signals  "NAME@SECONDS" each, sent at that board time
+        seconds  board time after which SIGTERM ends the run
+        rigcore  lines of a script for the stand-in librigcore, which then takes the real one's
+                 place; an operation that is missing or was not expected fails the test
+        """
+        return self.run_command(
+            [self.build / "bin/benchrig", *arguments],
+            signals=signals,
+            seconds=seconds,
+            stdin=stdin,
+            date=date,
+            speed=speed,
+            cwd=cwd,
+            rigcore=rigcore,
+            env=env,
+        )
+
+    def run_command(
+        self,
+        command,
+        signals=(),
+        seconds=None,
+        stdin=b"",
+        date=None,
+        speed="max",
+        cwd=None,
+        rigcore=None,
+        env=None,
+    ):
+        """The same for any command (a program as another user of the board would start it)."""
+        self.runs += 1
+        work = self.scratch / f"run{self.runs}"
+        work.mkdir()
+        trace = work / "trace"
+        words = [
+            self.build / "bin/vboard",
+            "run",
+            "--board",
+            self.directory,
+            "--speed",
+            speed,
+            "--trace",
+            trace,
+        ]
+        for one in signals:
+            words += ["--signal", one]
+        if seconds is not None:
+            words += ["--for", seconds]
+        if date is not None:
+            words += ["--date", date]
+        words += ["--", *command]
+
+        variables = environment()
+        if rigcore is not None:
+            (work / "script").write_text("".join(line + "\n" for line in rigcore), encoding="utf-8")
+            variables["LD_LIBRARY_PATH"] = str(self.build / "tests/standin")
+            variables["RIG_SCRIPT"] = str(work / "script")
+            variables["RIG_REPORT"] = str(work / "report")
+        variables.update(env or {})
+
+        if cwd is None:
+            cwd = work / "cwd"
+            cwd.mkdir()
+        status, stdout, stderr = run_to_end(list(map(str, words)), stdin, cwd, variables)
+        if rigcore is not None:
+            # The stand-in writes it as soon as it is loaded: a missing one tells of another library.
+            report = (work / "report").read_text(encoding="utf-8")
+            assert (report, status != 99) == ("", True), (stdout, stderr)
+        return Run(stdout, stderr, status, read_trace(trace))
+
+
+def environment():
+    """The caller's, without what would change a run's texts or load other libraries."""
+    kept = {
+        name: value
+        for name, value in os.environ.items()
+        if not name.startswith(("LC_", "LD_", "RIG_", "VBOARD_")) and name != "LANG"
+    }
+    kept.update(LC_ALL="C", TZ="UTC")
+    return kept
+
+
+def run_to_end(words, stdin, cwd, variables):
+    # A group of its own, so that a run that hangs is ended whole. A background job of a shell
+    # inherits an ignored SIGINT; the program is tested as started from a terminal.
+    with subprocess.Popen(
+        words,
+        stdin=subprocess.PIPE,
+        stdout=subprocess.PIPE,
+        stderr=subprocess.PIPE,
+        cwd=cwd,
+        env=variables,
+        start_new_session=True,
+        preexec_fn=lambda: signal.signal(signal.SIGINT, signal.SIG_DFL),
+    ) as process:
+        try:
+            stdout, stderr = process.communicate(stdin, timeout=HANGS_AFTER_SECONDS)
+        except subprocess.TimeoutExpired:
+            os.killpg(process.pid, signal.SIGKILL)
+            stdout, stderr = process.communicate()
+            pytest.fail(f"{words} hangs; stdout {stdout[-400:]!r}, stderr {stderr[-400:]!r}")
+    status = process.returncode
+    return (128 - status if status < 0 else status), stdout, stderr
+
+
+def read_trace(file):
+    if not file.exists():
+        return []
+    rows = []
+    for line in file.read_text(encoding="utf-8", errors="surrogateescape").splitlines():
+        time, _, rest = line.partition(" ")
+        rows.append((float(time), rest))
+    return rows
+
+
+@pytest.fixture(scope="session")
+def build():
+    return build_directory()
+
+
+@pytest.fixture(scope="session")
+def make_board(tmp_path_factory, build):
+    """make_board(gyro="GYRO_ICM20690"): a fresh healthy board; each call makes another one."""
+
+    def make(gyro=None):
+        parent = tmp_path_factory.mktemp("bench")
+        board = Board(parent / "board", parent, build)
+        board.vboard("new", board.directory, *(("--gyro", gyro) if gyro else ()))
+        return board
+
+    return make
+
+
+@pytest.fixture
+def board(make_board):
+    """A fresh healthy board."""
+    return make_board()

@@ -1,0 +1,126 @@
+"""What the executable needs and offers: librigcore is replaceable, nothing else comes along."""
+
+import pathlib
+import re
+import subprocess
+
+import pytest
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+SYSTEM = {"libc.so.6", "libm.so.6"}
+LOADERS = re.compile(r"ld-linux[\w-]*\.so\.\d+")
+
+
+def output(*words):
+    return subprocess.run(
+        list(map(str, words)),
+        capture_output=True,
+        text=True,
+        timeout=60,
+        check=True,
+        env={"LC_ALL": "C", "PATH": "/usr/bin:/bin"},
+    ).stdout
+
+
+def dynamic(file, tag):
+    return re.findall(rf"\({tag}\)[^\[]*\[([^\]]*)\]", output("readelf", "-dW", file))
+
+
+def needed(file):
+    return {name for name in dynamic(file, "NEEDED") if not LOADERS.fullmatch(name)}
+
+
+@pytest.fixture
+def plain(build):
+    """Skips where the compiler brings libraries of its own."""
+    options = (build / "CMakeCache.txt").read_text(encoding="utf-8")
+    if (
+        re.search(r"^BENCHRIG_SANITIZE:[A-Z]+=.", options, re.M)
+        or "BENCHRIG_COVERAGE:BOOL=ON" in options
+    ):
+        pytest.skip("an instrumented build needs and exports its run time")
+    return build
+
+
+def test_the_executable_needs_libc_libm_and_librigcore_alone(plain):
+    names = needed(plain / "bin/benchrig")
+    assert "librigcore.so" in names and "libc.so.6" in names
+    assert names <= SYSTEM | {"librigcore.so"}
+
+
+def test_the_library_maps_no_third_party_library_at_start(plain):
+    assert needed(plain / "lib/librigcore.so") <= SYSTEM
+
+
+def test_the_library_is_known_as_librigcore(build):
+    assert dynamic(build / "lib/librigcore.so", "SONAME") == ["librigcore.so"]
+
+
+def test_the_run_path_lets_ld_library_path_go_first(build):
+    assert dynamic(build / "bin/benchrig", "RPATH") == []
+    assert any(
+        path.startswith("$ORIGIN/")
+        for path in dynamic(build / "bin/benchrig", "RUNPATH")[0].split(":")
+    )
+
+
+def exported(executable):
+    """Dynamic symbols that the executable defines, but for its copies of other libraries' variables."""
+    copies = set(
+        re.findall(r"R_\w+_COPY\S*\s+\S+\s+([\w.]+)", output("readelf", "-rW", executable))
+    )
+    names = {
+        line.split()[-1].partition("@")[0]
+        for line in output("nm", "-D", "--defined-only", executable).splitlines()
+    }
+    return names - copies
+
+
+def test_the_executable_exports_exactly_what_its_headers_declare(plain):
+    """The list of the linker holds the same functions; it may name some that are yet to come."""
+    text = re.sub(
+        r"/\*.*?\*/|#.*", "", (ROOT / "src/exports.list").read_text(encoding="utf-8"), flags=re.S
+    )
+    listed = set(re.findall(r"(\w+)\s*;", text))
+    headers = "".join(
+        file.read_text(encoding="utf-8") for file in sorted((ROOT / "include/benchrig").glob("*.h"))
+    )
+    declared = {name for name in listed if re.search(rf"\b{name}\s*\(", headers)}
+    assert exported(plain / "bin/benchrig") == declared
+
+
+def test_operations_of_the_library_are_called_unmangled(build):
+    names = {
+        line.split()[-1]
+        for line in output("nm", "-D", "--undefined-only", build / "bin/benchrig").splitlines()
+    }
+    assert {name for name in names if name.startswith("_Z") and "rig" in name} == set()
+    assert "rig_applets_process" in names
+
+
+def test_the_library_in_front_is_the_one_that_is_called(board):
+    # Only the stand-in answers 17.
+    run = board.run("bt1", "vgadet", rigcore=["rig_detect_vga = 17"])
+    assert (run.status, run.stdout, run.stderr) == (0, b"vga detect 17\n", b"")
+    run = board.run("bt1", "vgadet")
+    assert (run.status, run.stdout, run.stderr) == (0, b"vga detect 1\n", b"")
+
+
+def test_dispatch_is_the_librarys(board):
+    run = board.run("bt1", "beep", "7", rigcore=["rig_beep 7 = 0"])
+    assert (run.status, run.stdout, run.stderr) == (0, b"open beep.\n", b"")
+
+
+# The stand-in itself must be able to fail a test.
+@pytest.mark.parametrize(
+    "script",
+    [
+        [],  # an operation that was not expected
+        ["rig_beep 6 = 0"],  # another argument
+        ["rig_detect_vga = 1", "rig_beep 7 = 0"],  # another operation first
+        ["rig_beep 7 = 0", "rig_beep 0 = 0"],  # one left over
+    ],
+)
+def test_an_unexpected_or_missing_call_fails_the_run(board, script):
+    with pytest.raises(AssertionError):
+        board.run("bt1", "beep", "7", rigcore=script)

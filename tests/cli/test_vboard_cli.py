@@ -1,0 +1,381 @@
+"""vboard's own command line: new, run, show, set, fault."""
+
+import os
+import re
+import signal
+import subprocess
+
+import pytest
+
+from conftest import HANGS_AFTER_SECONDS, environment
+
+
+@pytest.fixture
+def vboard(build, tmp_path):
+    """Runs vboard itself; status, standard output and standard error."""
+
+    def run(*words, cwd=tmp_path, env=None, stdin=b""):
+        done = subprocess.run([build / "bin/vboard", *map(str, words)], capture_output=True, cwd=cwd,
+                              input=stdin, timeout=HANGS_AFTER_SECONDS, check=False,
+                              env=environment() | (env or {}))
+        return done.returncode, done.stdout, done.stderr
+
+    return run
+
+
+@pytest.fixture
+def probe(build):
+    return build / "tests/probes/probe"
+
+
+def assert_refused(result, status=None):
+    """vboard itself failed: a reason on standard error and nothing on standard output."""
+    assert result[1] == b""
+    assert result[2].strip() != b""
+    assert result[0] == status if status is not None else result[0] != 0
+
+
+# --- help and wrong command lines -----------------------------------------------------------------
+
+
+@pytest.mark.parametrize("words, tells", [
+    (["--help"], [b"new", b"run", b"show", b"set", b"fault"]),
+    (["new", "--help"], [b"--gyro"]),
+    (["run", "--help"], [b"--board", b"--speed", b"--trace", b"--fault", b"--signal", b"--for", b"--date"]),
+    (["show", "--help"], [b"--png"]),
+    (["set", "--help"], [b"NODE", b"/sys/"]),
+    (["fault", "--help"], [b"add", b"list", b"clear"]),
+])
+def test_help_goes_to_standard_output_with_status_0(vboard, words, tells):
+    status, stdout, stderr = vboard(*words)
+    assert (status, stderr) == (0, b"")
+    for text in tells:
+        assert text in stdout
+
+
+@pytest.mark.parametrize("words", [
+    [],
+    ["nonsense"],
+    ["--nonsense"],
+    ["new"],
+    ["new", "one", "two"],
+    ["show"],
+    ["set"],
+    ["set", "board"],
+    ["set", "board", "/dev/lcd"],
+    ["set", "board", "/dev/lcd", "returns"],
+    ["fault"],
+    ["fault", "board"],
+    ["fault", "board", "nonsense"],
+    ["fault", "board", "add"],
+])
+def test_wrong_command_lines_are_refused(vboard, tmp_path, words):
+    assert vboard("new", tmp_path / "board")[0] == 0
+    assert_refused(vboard(*words))
+
+
+@pytest.mark.parametrize("words", [
+    [],
+    ["--"],
+    ["--nonsense", "--", "true"],
+    ["--speed", "fast", "--", "true"],
+    ["--speed", "0", "--", "true"],
+    ["--speed", "-3", "--", "true"],
+    ["--speed"],
+    ["--signal", "TERM", "--", "true"],
+    ["--signal", "NOSUCH@1", "--", "true"],
+    ["--signal", "TERM@soon", "--", "true"],
+    ["--for", "long", "--", "true"],
+    ["--date", "yesterday", "--", "true"],
+    ["--date", "2024-13-01 00:00:00", "--", "true"],
+    ["--fault", "/dev/lcd explodes", "--", "true"],
+    ["--fault", "/dev/lcd write", "--", "true"],
+    ["--fault", "/dev/lcd write errno=ENOSUCH", "--", "true"],
+    ["--fault", "/dev/lcd write errno=EIO nth=often", "--", "true"],
+    ["--board", "no-such-board", "--", "true"],
+    ["--trace", "no-such-directory/trace", "--", "true"],
+])
+def test_run_refuses_a_wrong_option_with_125(vboard, words):
+    assert_refused(vboard("run", *words), 125)
+
+
+def test_run_refuses_a_directory_that_is_no_board(vboard, tmp_path):
+    (tmp_path / "plain").mkdir()
+    assert_refused(vboard("run", "--board", tmp_path / "plain", "--", "true"), 125)
+
+
+def test_run_refuses_a_board_of_another_format(vboard, tmp_path):
+    assert vboard("new", tmp_path / "board")[0] == 0
+    (tmp_path / "board/board").write_text("vboard board, format 2\n")
+    assert_refused(vboard("run", "--board", tmp_path / "board", "--", "true"), 125)
+
+
+def test_run_refuses_a_faults_file_that_it_cannot_read(vboard, tmp_path):
+    # A fault that is silently left out would make a test pass that cannot fail.
+    assert vboard("new", tmp_path / "board")[0] == 0
+    (tmp_path / "board/faults").write_text("/dev/lcd write explodes\n")
+    assert_refused(vboard("run", "--board", tmp_path / "board", "--", "true"), 125)
+
+
+# --- run: what becomes of the command -------------------------------------------------------------
+
+
+@pytest.mark.parametrize("status", [0, 1, 3, 79, 124, 255])
+def test_run_ends_with_the_command_s_status(vboard, probe, status):
+    assert vboard("run", "--", probe, "exit", status) == (status, b"", b"")
+
+
+@pytest.mark.parametrize("name", ["TERM", "KILL", "HUP"])
+def test_run_ends_with_128_and_the_number_of_the_signal_that_ended_the_command(vboard, name):
+    status, stdout, _ = vboard("run", "--", "sh", "-c", f"kill -{name} $$")
+    assert status == 128 + getattr(signal, "SIG" + name)
+    assert stdout == b""
+
+
+def test_run_ends_with_134_when_the_command_aborts(vboard, probe):
+    assert vboard("run", "--", probe, "abort")[0] == 128 + signal.SIGABRT
+
+
+def test_run_ends_with_127_when_the_command_is_not_found(vboard):
+    assert_refused(vboard("run", "--", "no-such-command-anywhere"), 127)
+
+
+def test_run_ends_with_127_when_the_command_s_path_does_not_exist(vboard):
+    assert_refused(vboard("run", "--", "/no/such/command"), 127)
+
+
+def test_run_ends_with_126_when_the_command_cannot_be_run(vboard, tmp_path):
+    file = tmp_path / "text"
+    file.write_text("no program\n")
+    file.chmod(0o644)
+    assert_refused(vboard("run", "--", file), 126)
+
+
+def test_run_leaves_the_three_standard_streams_to_the_command(vboard):
+    status, stdout, stderr = vboard("run", "--", "sh", "-c", "cat; echo told >&2", stdin=b"asked")
+    assert (status, stdout, stderr) == (0, b"asked", b"told\n")
+
+
+def test_run_leaves_working_directory_arguments_and_variables_to_the_command(vboard, tmp_path):
+    status, stdout, _ = vboard("run", "--", "sh", "-c", 'pwd; printf "<%s>" "$@"; echo "$COLOUR"', "sh",
+                               "a b", "", "--board", cwd=tmp_path, env={"COLOUR": "blue"})
+    assert status == 0
+    assert stdout == f"{tmp_path}\n<a b><><--board>blue\n".encode()
+
+
+def test_run_gives_the_command_descriptor_3(vboard, probe):
+    assert vboard("run", "--trace", "trace", "--", probe, "open", "/dev/null", "rdonly")[1] == b"open 3\n"
+
+
+def test_run_without_a_board_makes_a_healthy_one_and_leaves_nothing(vboard, probe, tmp_path):
+    temporary = tmp_path / "temporary"
+    temporary.mkdir()
+    status, stdout, stderr = vboard("run", "--", probe, "open", "/dev/lcd", "rdwr", "write", "ff*1024",
+                                    "access", "/dev/watchdog", "rw", env={"TMPDIR": str(temporary)})
+    assert (status, stdout, stderr) == (0, b"open 3\nwrite 0\naccess 0\n", b"")
+    assert os.listdir(temporary) == []
+
+
+def test_run_takes_the_fault_of_the_command_line_for_this_run_only(vboard, probe, tmp_path):
+    vboard("new", "board")
+    words = ["run", "--board", "board"]
+    faults = ["--fault", "/dev/lcd absent", "--fault", "/dev/rtc0 open errno=EBUSY"]
+    steps = ["--", probe, "open", "/dev/lcd", "rdwr", "open", "/dev/rtc0", "rdwr"]
+    assert vboard(*words, *faults, *steps)[1] == b"open ENOENT\nopen EBUSY\n"
+    assert vboard(*words, *steps)[1] == b"open 3\nopen 4\n"
+
+
+def test_run_adds_the_faults_of_the_command_line_to_those_of_the_board(vboard, probe):
+    vboard("new", "board")
+    vboard("fault", "board", "add", "/dev/lcd", "absent")
+    assert vboard("run", "--board", "board", "--fault", "/dev/rtc0 absent", "--", probe, "access",
+                  "/dev/lcd", "f", "access", "/dev/rtc0", "f")[1] == b"access ENOENT\naccess ENOENT\n"
+
+
+def test_run_sets_the_calendar_clock(vboard, probe):
+    assert vboard("run", "--date", "2031-02-03 04:05:06", "--speed", "max", "--", probe, "date", "sleep",
+                  "10", "date")[1] == b"date 2031-02-03 04:05:06\nsleep 0\ndate 2031-02-03 04:05:16\n"
+
+
+# --- new ----------------------------------------------------------------------------------------
+
+
+def test_new_makes_a_board_of_readable_files(vboard, tmp_path):
+    assert vboard("new", "board") == (0, b"", b"")
+    board = tmp_path / "board"
+    assert (board / "board").read_text() == "vboard board, format 1\n"
+    assert (board / "faults").read_text().replace("\n", "") == "" or all(
+        line.startswith("#") or not line.strip() for line in (board / "faults").read_text().splitlines())
+    for node in ("lcd", "iccard", "gyro", "rtc0", "watchdog"):
+        text = (board / "dev" / node).read_text()
+        assert re.search(r"^model = \S+$", text, re.MULTILINE), node
+    assert len((board / "media/lcd.frame").read_bytes()) == 1024
+
+
+def test_new_can_be_run_and_copied_anywhere(vboard, probe, tmp_path):
+    vboard("new", "first")
+    os.rename(tmp_path / "first", tmp_path / "moved")
+    assert vboard("run", "--board", "moved", "--", probe, "open", "/dev/lcd", "rdwr")[1] == b"open 3\n"
+
+
+@pytest.mark.parametrize("chip", ["GYRO_LSM6DS3TR", "GYRO_ICM20602", "GYRO_KXTJ1900", "GYRO_ICM20690",
+                                  "GYRO_LIS2DH12", "GYRO_LIS2DW12"])
+def test_new_takes_the_motion_sensor(vboard, tmp_path, chip):
+    assert vboard("new", "board", "--gyro", chip) == (0, b"", b"")
+    assert f"chip = {chip}\n" in (tmp_path / "board/dev/gyro").read_text()
+
+
+def test_new_refuses_an_unknown_motion_sensor(vboard, tmp_path):
+    assert_refused(vboard("new", "board", "--gyro", "GYRO_NONE"))
+    assert not (tmp_path / "board/board").exists()
+
+
+def test_new_leaves_an_existing_board_alone(vboard, tmp_path):
+    vboard("new", "board")
+    vboard("set", "board", "/dev/lcd", "returns", "count")
+    before = (tmp_path / "board/dev/lcd").read_bytes()
+    assert_refused(vboard("new", "board"))
+    assert (tmp_path / "board/dev/lcd").read_bytes() == before
+
+
+def test_new_refuses_a_place_that_it_cannot_make(vboard, tmp_path):
+    (tmp_path / "file").write_text("")
+    assert_refused(vboard("new", "file/board"))
+
+
+# --- set ----------------------------------------------------------------------------------------
+
+
+def test_set_changes_one_setting_and_keeps_the_rest(vboard, tmp_path):
+    vboard("new", "board")
+    file = tmp_path / "board/dev/lcd"
+    file.write_text("# by hand\n" + file.read_text() + "# the end\n")
+    before = file.read_text()
+    assert vboard("set", "board", "/dev/lcd", "returns", "count") == (0, b"", b"")
+    after = file.read_text()
+    assert re.search(r"^returns = count$", after, re.MULTILINE)
+
+    def others(text):
+        return [line for line in text.splitlines() if not line.startswith("returns")]
+
+    assert others(after) == others(before)
+
+
+def test_set_adds_a_setting_that_is_missing(vboard, tmp_path):
+    vboard("new", "board")
+    assert vboard("set", "board", "/dev/iccard", "stuck_byte", "7") == (0, b"", b"")
+    assert re.search(r"^stuck_byte = 7$", (tmp_path / "board/dev/iccard").read_text(), re.MULTILINE)
+
+
+def test_set_is_seen_by_the_next_run(vboard, probe):
+    vboard("new", "board")
+    run = ["run", "--board", "board", "--", probe, "open", "/dev/lcd", "rdwr", "write", "00*1024"]
+    assert vboard(*run)[1] == b"open 3\nwrite 0\n"
+    vboard("set", "board", "/dev/lcd", "returns", "count")
+    assert vboard(*run)[1] == b"open 3\nwrite 1024\n"
+
+
+def test_set_changes_an_attribute_as_the_kernel_would_show_it(vboard, probe, tmp_path):
+    vboard("new", "board")
+    attribute = "/sys/class/leds/buzzer/brightness"
+    assert vboard("set", "board", attribute, "1") == (0, b"", b"")
+    assert (tmp_path / ("board" + attribute)).read_text() == "1\n"
+    assert vboard("run", "--board", "board", "--", probe, "open", attribute, "rdonly", "read", "16")[1] == (
+        b"open 3\nread 2 310a\n")
+
+
+@pytest.mark.parametrize("words", [
+    ["board", "/dev/none", "key", "value"],
+    ["board", "/sys/class/none/attribute", "1"],
+    ["nowhere", "/dev/lcd", "returns", "count"],
+])
+def test_set_refuses_what_the_board_does_not_have(vboard, tmp_path, words):
+    vboard("new", "board")
+    assert_refused(vboard("set", *words))
+    assert not (tmp_path / "board/dev/none").exists()
+    assert not (tmp_path / "board/sys/class/none").exists()
+
+
+# --- fault --------------------------------------------------------------------------------------
+
+
+def test_fault_add_list_and_clear(vboard, probe, tmp_path):
+    vboard("new", "board")
+    run = ["run", "--board", "board", "--", probe, "access", "/dev/lcd", "f", "open", "/dev/rtc0", "rdwr"]
+    assert vboard("fault", "board", "list") == (0, b"", b"")
+    assert vboard("fault", "board", "add", "/dev/lcd", "absent") == (0, b"", b"")
+    assert vboard("fault", "board", "add", "/dev/rtc0", "open", "errno=EBUSY", "nth=1") == (0, b"", b"")
+    status, listed, stderr = vboard("fault", "board", "list")
+    assert (status, stderr) == (0, b"")
+    assert [b" ".join(line.split()) for line in listed.splitlines()] == [
+        b"/dev/lcd absent", b"/dev/rtc0 open errno=EBUSY nth=1"]
+    assert vboard(*run)[1] == b"access ENOENT\nopen EBUSY\n"
+    assert vboard("fault", "board", "clear") == (0, b"", b"")
+    assert vboard("fault", "board", "list") == (0, b"", b"")
+    assert vboard(*run)[1] == b"access 0\nopen 3\n"
+
+
+@pytest.mark.parametrize("words", [
+    ["/dev/lcd"],
+    ["/dev/lcd", "explodes"],
+    ["/dev/lcd", "write"],
+    ["/dev/lcd", "write", "errno=ENOSUCH"],
+    ["/dev/lcd", "write", "errno=EIO", "nth=0"],
+    ["/dev/lcd", "write", "errno=EIO", "time=x..y"],
+    ["/dev/lcd", "write", "errno=EIO", "sometimes"],
+    ["/dev/lcd", "read", "short=many"],
+])
+def test_fault_add_refuses_a_wrong_line(vboard, tmp_path, words):
+    vboard("new", "board")
+    before = (tmp_path / "board/faults").read_bytes()
+    assert_refused(vboard("fault", "board", "add", *words))
+    assert (tmp_path / "board/faults").read_bytes() == before
+
+
+# --- state ----------------------------------------------------------------------------------------
+
+
+def test_state_persists_from_run_to_run(board):
+    board.run("bt1", "lcd", "-q")
+    board.run("bt1", "iccard", "-w")
+    assert board.path("media/lcd.frame").read_bytes() == b"\xff" * 1024
+    run = board.run("bt1", "iccard", "-r")
+    assert run.stdout.endswith(b"5    " * 256)
+
+
+def test_two_directories_are_two_boards(make_board):
+    first, second = make_board(), make_board()
+    first.run("bt1", "lcd", "-q")
+    first.fault("/dev/iccard absent")
+    assert second.path("media/lcd.frame").read_bytes() == bytes(1024)
+    assert second.run("bt1", "iccard", "-w").stdout == b"HAL_ICCARD_WRITE sucess\n"
+    assert first.run("bt1", "iccard", "-w").stdout.startswith(b"open /dev/iccard error\n")
+
+
+def test_runs_side_by_side_on_one_board_lose_nothing(build, probe, tmp_path):
+    """Each run changes settings of one node file and the card, many times, at the same time."""
+    subprocess.run([build / "bin/vboard", "new", tmp_path / "board"], check=True, env=environment())
+    set_ranges = []
+    for accel, gyro in ((4, 500), (8, 1000)):
+        record = f"{0:08x}{accel:02x}000000{gyro & 255:02x}{gyro >> 8:02x}0000" + "0" * 16
+        set_ranges.append(["open", "/dev/gyro", "rdwr"] + ["ioctl", "0x40045906", record] * 200)
+    cards = [["open", "/dev/iccard", "rdwr"] + ["ioctl", "0x40044902", f"{byte}*256"] * 200
+             for byte in ("11", "ee")]
+    runs = [subprocess.Popen([build / "bin/vboard", "run", "--board", tmp_path / "board", "--speed", "max",
+                              "--", probe, *steps], stdout=subprocess.PIPE, env=environment())
+            for steps in set_ranges + cards]
+    for run in runs:
+        stdout, _ = run.communicate(timeout=HANGS_AFTER_SECONDS)
+        assert run.returncode == 0
+        assert stdout.startswith(b"open 3\nioctl 0 ")
+        assert stdout.count(b"ioctl 0 ") == 200
+    node = (tmp_path / "board/dev/gyro").read_text()
+    assert re.search(r"^model = gyro$", node, re.MULTILINE)
+    kept = tuple(re.search(rf"^{key} = (\d+)$", node, re.MULTILINE)[1] for key in ("accel_g", "gyro_dps"))
+    assert kept[0] in ("4", "8") and kept[1] in ("500", "1000")
+    assert len(re.findall(r"^accel_g =", node, re.MULTILINE)) == 1
+    status = subprocess.run([build / "bin/vboard", "run", "--board", tmp_path / "board", "--", probe, "open",
+                             "/dev/iccard", "rdwr", "ioctl", "0x40044901", "00*256"],
+                            capture_output=True, check=True, env=environment())
+    card = status.stdout.split()[-1]
+    assert card in (b"11" * 256, b"ee" * 256)

@@ -1,0 +1,195 @@
+"""vboard show: the board in the terminal, the display as a picture."""
+
+import struct
+import subprocess
+import zlib
+
+import pytest
+
+from conftest import HANGS_AFTER_SECONDS, environment
+
+
+def show(build, *words):
+    done = subprocess.run([build / "bin/vboard", "show", *map(str, words)], capture_output=True,
+                          timeout=HANGS_AFTER_SECONDS, check=False, env=environment())
+    return done.returncode, done.stdout, done.stderr
+
+
+def picture():
+    """A frame without any symmetry: a border on two sides, a diagonal, a block."""
+    dark = {(row, 0) for row in range(64)} | {(0, column) for column in range(128)}
+    dark |= {(number, number * 2) for number in range(64)}
+    dark |= {(row, column) for row in range(40, 50) for column in range(100, 117)}
+    frame = bytearray(1024)
+    for row, column in dark:
+        frame[row // 8 * 128 + column] |= 1 << row % 8
+    return bytes(frame), dark
+
+
+def put_picture(board, frame):
+    """The display as its own driver leaves it after the initialisation sequence."""
+    assert board.run("bt1", "lcd", "-i").status == 0
+    board.path("media/lcd.frame").write_bytes(frame)
+
+
+def png_pixels(data):
+    """(width, height, rows of brightness 0..765) of an 8-bit RGB or grey PNG, without other help."""
+    assert data[:8] == b"\x89PNG\r\n\x1a\n"
+    position, packed = 8, b""
+    while position < len(data):
+        length, kind = struct.unpack_from(">I4s", data, position)
+        body = data[position + 8:position + 8 + length]
+        assert zlib.crc32(kind + body) == struct.unpack_from(">I", data, position + 8 + length)[0]
+        if kind == b"IHDR":
+            width, height, depth, colour, _, _, interlaced = struct.unpack(">IIBBBBB", body)
+            assert interlaced == 0
+        elif kind == b"PLTE":
+            palette = [sum(body[i:i + 3]) for i in range(0, length, 3)]
+        elif kind == b"IDAT":
+            packed += body
+        position += 12 + length
+    channels = {0: 1, 2: 3, 3: 1, 4: 2, 6: 4}[colour]
+    assert depth == 8 or channels == 1
+    bits = depth * channels
+    stride, step = (width * bits + 7) // 8, max(1, bits // 8)
+    raw, rows, above = zlib.decompress(packed), [], bytes(stride)
+    for start in range(0, (stride + 1) * height, stride + 1):
+        kind, line = raw[start], bytearray(raw[start + 1:start + 1 + stride])
+        for i in range(stride):
+            left = line[i - step] if i >= step else 0
+            corner = above[i - step] if i >= step else 0
+            up = above[i]
+            if kind == 1:
+                line[i] = line[i] + left & 255
+            elif kind == 2:
+                line[i] = line[i] + up & 255
+            elif kind == 3:
+                line[i] = line[i] + (left + up) // 2 & 255
+            elif kind == 4:
+                guess = left + up - corner
+                nearest = min((abs(guess - left), 0, left), (abs(guess - up), 1, up),
+                              (abs(guess - corner), 2, corner))[2]
+                line[i] = line[i] + nearest & 255
+        above = bytes(line)
+        row = []
+        for x in range(width):
+            if depth == 8:
+                point = line[x * step:(x + 1) * step]
+            else:
+                point = bytes([line[x * depth // 8] >> (8 - depth - x * depth % 8) & (1 << depth) - 1])
+            if colour == 3:
+                row.append(palette[point[0]])
+            elif colour in (2, 6):
+                row.append(sum(point[:3]))
+            else:
+                row.append(point[0] * 3 * 255 // ((1 << depth) - 1))
+        rows.append(row)
+    return width, height, rows
+
+
+def png_of(board, build, tmp_path):
+    file = tmp_path / "lcd.png"
+    status, _, stderr = show(build, board.directory, "/dev/lcd", "--png", file)
+    assert (status, stderr) == (0, b"")
+    return png_pixels(file.read_bytes())
+
+
+def test_png_of_the_display_has_the_frame_s_pixels(board, build, tmp_path):
+    # A black screen tells where the glass begins and how large a point is.
+    put_picture(board, b"\xff" * 1024)
+    width, height, rows = png_of(board, build, tmp_path)
+    ink = min(map(min, rows))
+    found = [(x, y) for y in range(height) for x in range(width) if rows[y][x] == ink]
+    left, top = min(x for x, _ in found), min(y for _, y in found)
+    right, bottom = max(x for x, _ in found) + 1, max(y for _, y in found) + 1
+    scale, rest = divmod(right - left, 128)
+    assert rest == 0 and scale >= 1 and bottom - top == 64 * scale
+    assert len(found) == 128 * 64 * scale * scale
+
+    frame, dark = picture()
+    put_picture(board, frame)
+    assert png_of(board, build, tmp_path)[:2] == (width, height)
+    rows = png_of(board, build, tmp_path)[2]
+    glass = max(map(max, rows))
+    assert glass - ink > 100
+    for y in range(64):
+        for x in range(128):
+            block = {rows[top + y * scale + dy][left + x * scale + dx] for dy in range(scale) for dx in range(scale)}
+            assert block == ({ink} if (y, x) in dark else {glass}), (y, x)
+
+
+def test_png_of_a_white_screen_has_no_dark_pixel(board, build, tmp_path):
+    put_picture(board, b"\xff" * 1024)
+    ink = min(map(min, png_of(board, build, tmp_path)[2]))
+    put_picture(board, bytes(1024))
+    assert min(map(min, png_of(board, build, tmp_path)[2])) > ink
+
+
+def dots(text):
+    """The display's dark points out of a drawing in Braille characters, two by four points each."""
+    places = ((0, 0), (1, 0), (2, 0), (0, 1), (1, 1), (2, 1), (3, 0), (3, 1))
+    drawn = [[ord(letter) - 0x2800 for letter in line if 0x2800 <= ord(letter) <= 0x28FF]
+             for line in text.splitlines()]
+    drawn = [line for line in drawn if line]
+    assert [len(line) for line in drawn] == [64] * 16
+    return {(row * 4 + down, column * 2 + right) for row, line in enumerate(drawn)
+            for column, cell in enumerate(line) for bit, (down, right) in enumerate(places) if cell >> bit & 1}
+
+
+def test_show_draws_the_display_in_the_terminal(board, build):
+    frame, dark = picture()
+    put_picture(board, frame)
+    status, stdout, stderr = show(build, board.directory, "/dev/lcd")
+    assert (status, stderr) == (0, b"")
+    assert dots(stdout.decode()) == dark
+
+
+def test_show_draws_the_upper_half_of_the_half_screen_dark(board, build):
+    board.run("bt1", "lcd", "-i", "-p", "-r")
+    assert dots(show(build, board.directory, "/dev/lcd")[1].decode()) == {
+        (row, column) for row in range(32) for column in range(128)}
+
+
+@pytest.mark.parametrize("key, value, seen", [
+    ("display_on", 0, lambda row, column, dark: False),
+    ("all_points", 1, lambda row, column, dark: True),
+    ("inverse", 1, lambda row, column, dark: (row, column) not in dark),
+    # The glass hangs upside down, which the initialisation sequence makes up for.
+    ("rows_reversed", 0, lambda row, column, dark: (63 - row, column) in dark),
+    ("columns_reversed", 1, lambda row, column, dark: (row, 127 - column) in dark),
+    ("start_line", 8, lambda row, column, dark: ((row + 8) % 64, column) in dark),
+])
+def test_show_draws_what_the_controller_s_modes_make_of_the_frame(board, build, key, value, seen):
+    frame, dark = picture()
+    put_picture(board, frame)
+    board.set("/dev/lcd", key, value)
+    assert dots(show(build, board.directory, "/dev/lcd")[1].decode()) == {
+        (row, column) for row in range(64) for column in range(128) if seen(row, column, dark)}
+
+
+def test_show_tells_of_every_device(board, build):
+    status, stdout, stderr = show(build, board.directory)
+    assert (status, stderr) == (0, b"")
+    for name in ("lcd", "iccard", "gyro", "rtc0", "watchdog"):
+        assert name in stdout.decode()
+
+
+def test_show_tells_what_is_broken(board, build):
+    before = show(build, board.directory)[1]
+    assert b"EBUSY" not in before
+    board.fault("/dev/rtc0 open errno=EBUSY")
+    assert b"EBUSY" in show(build, board.directory)[1]
+
+
+@pytest.mark.parametrize("words", [["/dev/none"], ["/dev/iccard", "--png", "x.png"], ["/dev/lcd", "--png", "/no/such/x.png"],
+                                   ["--png", "x.png"]])
+def test_show_refuses_what_it_cannot_draw(board, build, tmp_path, monkeypatch, words):
+    monkeypatch.chdir(tmp_path)
+    status, _, stderr = show(build, board.directory, *words)
+    assert status != 0
+    assert stderr.strip() != b""
+
+
+def test_show_refuses_a_directory_that_is_no_board(build, tmp_path):
+    status, stdout, stderr = show(build, tmp_path)
+    assert status != 0 and stdout == b"" and stderr.strip() != b""
