@@ -27,10 +27,9 @@ TEST(BoardPaths, DevAndSysAreTheBoardsAlone) {
 }
 
 TEST(BoardPaths, HarmlessDevicesAreThePcs) {
-  for (const char *path :
-       {"/dev/null", "/dev/zero", "/dev/full", "/dev/random", "/dev/urandom", "/dev/tty",
-        "/dev/stdin", "/dev/stdout", "/dev/stderr", "/dev/fd", "/dev/fd/3", "/dev/pts/0",
-        "/dev/shm/segment"})
+  for (const char *path : {"/dev/null", "/dev/zero", "/dev/full", "/dev/random", "/dev/urandom",
+                           "/dev/tty", "/dev/stdin", "/dev/stdout", "/dev/stderr", "/dev/fd",
+                           "/dev/fd/3", "/dev/pts/0", "/dev/shm/segment"})
     EXPECT_EQ(territory_of(path), Territory::kPc) << path;
 }
 
@@ -40,8 +39,8 @@ TEST(BoardPaths, DevicesThatStartWithAHarmlessNameAreNot) {
 }
 
 TEST(BoardPaths, FiveRootsAreLaidOverThePcs) {
-  for (const char *path : {"/proc", "/proc/version", "/etc/fw_env.config", "/var/lock/x",
-                           "/run/lock", "/mnt/sda1/a"})
+  for (const char *path :
+       {"/proc", "/proc/version", "/etc/fw_env.config", "/var/lock/x", "/run/lock", "/mnt/sda1/a"})
     EXPECT_EQ(territory_of(path), Territory::kOverlay) << path;
 }
 

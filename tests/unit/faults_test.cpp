@@ -90,8 +90,9 @@ TEST(FaultLines, WrongLines) {
        {"/dev/lcd", "/dev/lcd read", "/dev/lcd read:X errno=EIO", "/dev/lcd ioctl: errno=EIO",
         "/dev/lcd open short=1", "/dev/lcd ioctl short=1", "/dev/lcd read short=-1",
         "/dev/lcd read errno=0", "/dev/lcd read result=many", "/dev/lcd read errno=EIO nth=0",
-        "/dev/lcd read errno=EIO nth=1 from=2", "/dev/lcd absent nth=1", "/dev/lcd absent errno=EIO",
-        "/dev/lcd absent time=2..1", "/dev/lcd absent time=1", "/dev/lcd absent time=a..b"})
+        "/dev/lcd read errno=EIO nth=1 from=2", "/dev/lcd absent nth=1",
+        "/dev/lcd absent errno=EIO", "/dev/lcd absent time=2..1", "/dev/lcd absent time=1",
+        "/dev/lcd absent time=a..b"})
     EXPECT_FALSE(reason_for(line).empty()) << line;
 }
 

@@ -8,8 +8,7 @@ namespace vboard {
 
 namespace {
 
-constexpr std::string_view kCalls[] = {"open",  "close", "read",   "write",
-                                       "ioctl", "mmap",  "socket"};
+constexpr std::string_view kCalls[] = {"open", "close", "read", "write", "ioctl", "mmap", "socket"};
 
 FaultLine wrong(std::span<char> reason, std::string_view what, std::string_view word) {
   TextBuffer text = {reason.data(), reason.size() - 1, 0, false};

@@ -45,7 +45,8 @@ void fill(const struct statx &from, FileStatus &out) {
 
 int status_of(int directory, const char *path, int flags, FileStatus &out) {
   struct statx status;
-  long result = call(SYS_statx, directory, path, flags, STATX_TYPE | STATX_MODE | STATX_SIZE, &status);
+  long result =
+      call(SYS_statx, directory, path, flags, STATX_TYPE | STATX_MODE | STATX_SIZE, &status);
   if (result < 0)
     return static_cast<int>(result);
   fill(status, out);
@@ -145,7 +146,8 @@ void *sys_mmap(void *address, std::size_t size, int protection, int flags, int f
     error = -EINVAL;
     return nullptr;
   }
-  long result = call(SYS_mmap2, address, size, protection, flags, fd, static_cast<long>(offset >> 12));
+  long result =
+      call(SYS_mmap2, address, size, protection, flags, fd, static_cast<long>(offset >> 12));
 #else
   long result = call(SYS_mmap, address, size, protection, flags, fd, offset);
 #endif

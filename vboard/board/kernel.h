@@ -1,7 +1,7 @@
 // The kernel's calls for code that lives inside the interposer, where libc's own names are wrapped.
 //
-// Every function returns the kernel's result (zero or positive) or a negated errno, and leaves errno
-// alone. Offsets are 64-bit on every machine.
+// Every function returns the kernel's result (zero or positive) or a negated errno, and leaves
+// errno alone. Offsets are 64-bit on every machine.
 
 #ifndef VBOARD_BOARD_KERNEL_H
 #define VBOARD_BOARD_KERNEL_H
@@ -49,8 +49,8 @@ int sys_rename(const char *from, const char *to);
 ssize_t sys_getcwd(char *buffer, std::size_t size);
 int sys_memfd(const char *name, unsigned flags);
 ssize_t sys_getdents(int fd, void *buffer, std::size_t size);
-// Moves a descriptor to the lowest free number from `lowest` on, closed on exec. The new number; the
-// old one is closed. On failure the descriptor stays where it is and its number is returned.
+// Moves a descriptor to the lowest free number from `lowest` on, closed on exec. The new number;
+// the old one is closed. On failure the descriptor stays where it is and its number is returned.
 int sys_move_high(int fd, int lowest);
 
 // Copies from and to memory that the program under test named: 0, or -EFAULT.

@@ -143,8 +143,8 @@ int update_node(const char *file, void (*change)(Node &node, void *context), voi
   if (result == 0) {
     Node after = before;
     change(after, context);
-    bool same = after.length == before.length &&
-                std::memcmp(after.text, before.text, after.length) == 0;
+    bool same =
+        after.length == before.length && std::memcmp(after.text, before.text, after.length) == 0;
     if (!same) {
       result = write_whole(fd, after);
       // A full disk: what was there before fits in any case.

@@ -17,7 +17,7 @@
 namespace vboard {
 
 struct Node {
-  char text[4096];     // the file as it stands, comments included
+  char text[4096];  // the file as it stands, comments included
   std::size_t length;
 };
 
@@ -27,7 +27,8 @@ int load_node(const char *file, Node &out);
 
 // The value of a setting, without surrounding blanks; empty when it is missing.
 std::string_view node_text(const Node &node, std::string_view key);
-// The same as a number (decimal, 0x hexadecimal, sign allowed); `fallback` when missing or no number.
+// The same as a number (decimal, 0x hexadecimal, sign allowed); `fallback` when missing or no
+// number.
 std::int64_t node_number(const Node &node, std::string_view key, std::int64_t fallback);
 
 // Replaces or appends one setting in memory; comments and order stay. False when it does not fit.

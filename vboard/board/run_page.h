@@ -10,12 +10,12 @@
 namespace vboard {
 
 // The environment of a run.
-inline constexpr char kBoardVariable[] = "VBOARD_DIR";     // the board directory, absolute
-inline constexpr char kRunVariable[] = "VBOARD_RUN";       // the file of the run page
-inline constexpr char kTraceVariable[] = "VBOARD_TRACE";   // the trace file, absolute
+inline constexpr char kBoardVariable[] = "VBOARD_DIR";      // the board directory, absolute
+inline constexpr char kRunVariable[] = "VBOARD_RUN";        // the file of the run page
+inline constexpr char kTraceVariable[] = "VBOARD_TRACE";    // the trace file, absolute
 inline constexpr char kFaultsVariable[] = "VBOARD_FAULTS";  // more fault lines
 
-inline constexpr char kWorkVariable[] = "VBOARD_WORK";      // the directory that the run began in
+inline constexpr char kWorkVariable[] = "VBOARD_WORK";  // the directory that the run began in
 
 inline constexpr std::uint32_t kRunMagic = 0x76627231;
 inline constexpr int kMaxSignals = 16;
@@ -31,13 +31,14 @@ struct PlannedSignal {
 
 struct RunPage {
   std::uint32_t magic;
-  std::int32_t launcher;               // process ids
+  std::int32_t launcher;  // process ids
   std::atomic<std::int32_t> command;
-  std::uint32_t jumping;               // board time jumps from wait to wait
-  std::int64_t speed_milli;            // otherwise: board milliseconds a second of the PC
-  std::int64_t monotonic_start;        // the PC's CLOCK_MONOTONIC when the run began
-  std::atomic<std::int64_t> calendar_start;  // the board's calendar then; setting the clock moves it
-  std::atomic<std::int64_t> jumped;    // board time of a jumping run
+  std::uint32_t jumping;         // board time jumps from wait to wait
+  std::int64_t speed_milli;      // otherwise: board milliseconds a second of the PC
+  std::int64_t monotonic_start;  // the PC's CLOCK_MONOTONIC when the run began
+  std::atomic<std::int64_t>
+      calendar_start;                // the board's calendar then; setting the clock moves it
+  std::atomic<std::int64_t> jumped;  // board time of a jumping run
   std::atomic<std::int64_t> reset_time;
   std::atomic<std::uint32_t> outcome;  // kGoingOn, kBoardReset, kBoardReboot: the first one stays
   std::uint32_t signal_count;
@@ -46,9 +47,9 @@ struct RunPage {
 static_assert(sizeof(RunPage) <= 4096);
 
 inline std::int64_t board_from_pc(const RunPage &page, std::int64_t nanoseconds) {
-  return page.speed_milli == 1000 ? nanoseconds
-                                  : nanoseconds / 1000 * page.speed_milli +
-                                        nanoseconds % 1000 * page.speed_milli / 1000;
+  return page.speed_milli == 1000
+             ? nanoseconds
+             : nanoseconds / 1000 * page.speed_milli + nanoseconds % 1000 * page.speed_milli / 1000;
 }
 
 // Rounded up, so that a wait is over when the board's clock says so.

@@ -191,7 +191,8 @@ void append_text(TextBuffer &buffer, std::string_view text) {
 void append_decimal(TextBuffer &buffer, std::int64_t value) {
   char digits[24];
   std::size_t at = sizeof(digits);
-  std::uint64_t rest = value < 0 ? 0 - static_cast<std::uint64_t>(value) : static_cast<std::uint64_t>(value);
+  std::uint64_t rest =
+      value < 0 ? 0 - static_cast<std::uint64_t>(value) : static_cast<std::uint64_t>(value);
   do {
     digits[--at] = static_cast<char>('0' + rest % 10);
     rest /= 10;

@@ -132,9 +132,9 @@ WRAP(int, adjtime, const timeval *delta, timeval *old) {
   if (delta == nullptr)
     return 0;
   // The board's clock takes the whole step at once.
-  return set_calendar(board_calendar_time() + BoardTime{delta->tv_sec} * kSecond +
-                          BoardTime{delta->tv_usec} * 1000,
-                      "adjtime");
+  return set_calendar(
+      board_calendar_time() + BoardTime{delta->tv_sec} * kSecond + BoardTime{delta->tv_usec} * 1000,
+      "adjtime");
 }
 
 namespace {
@@ -145,7 +145,8 @@ int adjust(timex *record, const char *call) {
     spend_call();
   }
   std::int64_t now = board_calendar_time();
-  record->time = {static_cast<time_t>(now / kSecond), static_cast<suseconds_t>(now % kSecond / 1000)};
+  record->time = {static_cast<time_t>(now / kSecond),
+                  static_cast<suseconds_t>(now % kSecond / 1000)};
   record->status = STA_UNSYNC;
   return TIME_ERROR;
 }

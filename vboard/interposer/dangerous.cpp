@@ -119,7 +119,7 @@ WRAP(int, reboot, int command) {
   end_run(kBoardReboot);
 }
 
-// --- Scheduling: a real-time program that computes would take the PC's processor ------------------
+// Scheduling: a real-time program that computes would take the PC's processor.
 
 namespace {
 
@@ -207,8 +207,6 @@ WRAP(int, iopl, int level) {
 WRAP(int, ioperm, unsigned long from, unsigned long count, int on) {
   return on_board() ? report(-EPERM) : REAL(ioperm)(from, count, on);
 }
-
-// --- Logs -----------------------------------------------------------------------------------------
 
 WRAP(int, klogctl, int type, char *buffer, int size) {
   return on_board() ? report(-EPERM) : REAL(klogctl)(type, buffer, size);

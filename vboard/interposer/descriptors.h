@@ -18,8 +18,8 @@ inline constexpr int kMostDescriptors = 4096;
 
 enum class Kind : std::uint8_t {
   kModel,
-  kAttribute,     // a file under /sys
-  kFile,          // another file of the board directory
+  kAttribute,  // a file under /sys
+  kFile,       // another file of the board directory
   kDirectory,
   kKernelSocket,  // a socket of the PC's kernel whose interface requests are the board's
 };
@@ -29,12 +29,12 @@ struct Description {
   Kind kind;
   bool faulty;      // some fault names it
   bool has_medium;  // the descriptor is a medium, not a stand-in
-  bool inherited;  // open since before a fork: the parent's close is the one that counts
+  bool inherited;   // open since before a fork: the parent's close is the one that counts
   int descriptors;
-  int users;       // descriptors and calls under way
+  int users;  // descriptors and calls under way
   char asked[256];
   char real[256];
-  DIR *second;     // the PC's side of a directory that both have
+  DIR *second;  // the PC's side of a directory that both have
   bool in_second;
 };
 
@@ -72,8 +72,8 @@ void close_all();
 // In the child of a fork.
 void mark_inherited();
 
-// Opens what stands in for a device without a medium, at the lowest free number. A program that gets
-// it by exec finds it empty.
+// Opens what stands in for a device without a medium, at the lowest free number. A program that
+// gets it by exec finds it empty.
 int stand_in(int flags);
 
 }  // namespace vboard

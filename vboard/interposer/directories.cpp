@@ -255,13 +255,10 @@ WRAP(int, scandir, const char *path, Dirent32 ***list, int (*wanted)(const Diren
 }
 #endif
 
-// --- Patterns and trees -------------------------------------------------------------------------
-
 DECLARE_WRAPPED(int, lstat64, const char *, struct stat64 *);
 DECLARE_WRAPPED(int, stat64, const char *, struct stat64 *);
 
-WRAP(int, glob64, const char *pattern, int flags, int (*failed)(const char *, int),
-     glob64_t *out) {
+WRAP(int, glob64, const char *pattern, int flags, int (*failed)(const char *, int), glob64_t *out) {
   if (!on_board())
     return REAL(glob64)(pattern, flags, failed, out);
   out->gl_closedir = [](void *stream) { vboard_closedir(static_cast<DIR *>(stream)); };

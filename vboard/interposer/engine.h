@@ -1,10 +1,11 @@
 // Board time: what it is, how it passes, and the one wait behind every blocking call.
 //
-// In a run at a fixed speed board time is the PC's clock times the speed, and a wait is the kernel's
-// with its limit divided. In a jumping run board time stands still while anything runs: it moves
-// when every thread of the process waits, to the earliest moment at which something happens (the end
-// of a wait, a timer, a device that becomes ready, a planned signal, the watchdog). Each call that
-// reaches the board also takes a microsecond, so that a program which polls without waiting gets on.
+// In a run at a fixed speed board time is the PC's clock times the speed, and a wait is the
+// kernel's with its limit divided. In a jumping run board time stands still while anything runs: it
+// moves when every thread of the process waits, to the earliest moment at which something happens
+// (the end of a wait, a timer, a device that becomes ready, a planned signal, the watchdog). Each
+// call that reaches the board also takes a microsecond, so that a program which polls without
+// waiting gets on.
 
 #ifndef VBOARD_INTERPOSER_ENGINE_H
 #define VBOARD_INTERPOSER_ENGINE_H
@@ -56,8 +57,8 @@ enum class WaitEnd : std::uint8_t { kTimeout, kReady, kWoken, kInterrupted };
 
 WaitEnd wait_on_board(Wait &wait);
 
-// Whether a read that a signal interrupted goes on by itself (SA_RESTART). Which signal it was is not
-// known here: every handler of the program must ask for it.
+// Whether a read that a signal interrupted goes on by itself (SA_RESTART). Which signal it was is
+// not known here: every handler of the program must ask for it.
 bool handlers_restart();
 
 // Writes the trace line of a wait that is left to the kernel.
@@ -70,8 +71,8 @@ void wake_waiters(const void *key, bool all);
 void lock_engine(sigset_t &saved);
 void unlock_engine(const sigset_t &saved);
 
-// Threads that jumping has to reckon with. One that begins is counted under the engine's lock, which
-// its creator holds while it makes it.
+// Threads that jumping has to reckon with. One that begins is counted under the engine's lock,
+// which its creator holds while it makes it.
 void thread_begins(pthread_t thread);
 void thread_ends(pthread_t thread);
 // `key` is the pthread_t; fits Wait::done.

@@ -1,4 +1,5 @@
-// Modelled descriptors in epoll sets: the kernel's set cannot hold them, so they are kept beside it.
+// Modelled descriptors in epoll sets: the kernel's set cannot hold them, so they are kept beside
+// it.
 
 #ifndef VBOARD_INTERPOSER_EPOLLS_H
 #define VBOARD_INTERPOSER_EPOLLS_H

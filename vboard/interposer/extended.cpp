@@ -66,8 +66,7 @@ WRAP(ssize_t, flistxattr, int fd, char *list, size_t size) {
   return is_boards(fd) ? report(-ENOTSUP) : REAL(flistxattr)(fd, list, size);
 }
 
-WRAP(int, setxattr, const char *path, const char *name, const void *value, size_t size,
-     int flags) {
+WRAP(int, setxattr, const char *path, const char *name, const void *value, size_t size, int flags) {
   int error = refusal(path, true);
   return error != 0 ? report(error) : REAL(setxattr)(path, name, value, size, flags);
 }

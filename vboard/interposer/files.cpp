@@ -107,10 +107,10 @@ int open_behind(const Resolved &resolved, Description &description) {
   description.has_medium = true;
   int fd = sys_open(path, O_RDWR | O_NOCTTY | flags);
   if (fd == -ENOENT) {
-    std::int64_t size = node_number(file.node, "medium_size",
-                                    static_cast<std::int64_t>(file.model->medium_size));
-    int result = make_medium(path, size > 0 ? static_cast<std::size_t>(size) : 0,
-                             file.model->medium_fill);
+    std::int64_t size =
+        node_number(file.node, "medium_size", static_cast<std::int64_t>(file.model->medium_size));
+    int result =
+        make_medium(path, size > 0 ? static_cast<std::size_t>(size) : 0, file.model->medium_fill);
     fd = result < 0 ? result : sys_open(path, O_RDWR | O_NOCTTY | flags);
   }
   // A board on a read-only disk can still be looked at.
@@ -125,8 +125,8 @@ int open_model(const Resolved &resolved, Description &description) {
     return -ENAMETOOLONG;
   int result = load_node(resolved.host, file.node);
   if (result < 0) {
-    complain(resolved, result == -E2BIG ? "a node file has 4095 bytes at most"
-                                       : strerrordesc_np(-result));
+    complain(resolved,
+             result == -E2BIG ? "a node file has 4095 bytes at most" : strerrordesc_np(-result));
     return result == -ENOENT ? result : -ENXIO;
   }
   char name[64];
@@ -253,6 +253,14 @@ bool is_foreign_device(const char *path) {
     default:  // pseudo-terminals
       return status.device_major < 136 || status.device_major > 143;
   }
+}
+
+int end_by_name(const char *call, const Resolved &resolved, int result) {
+  if (resolved.traced) {
+    trace_call(call, resolved.asked, result, -result);
+    spend_call();
+  }
+  return report(result);
 }
 
 int open_on_board(Resolved &resolved, int flags, unsigned mode) {

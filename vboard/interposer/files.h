@@ -31,11 +31,15 @@ int open_on_board(Resolved &resolved, int flags, unsigned mode);
 bool is_foreign_device(const char *path);
 
 inline constexpr std::int64_t kAtPosition = -1;
-ssize_t read_on_board(Description &description, void *buffer, std::size_t size, std::int64_t offset);
+ssize_t read_on_board(Description &description, void *buffer, std::size_t size,
+                      std::int64_t offset);
 ssize_t write_on_board(Description &description, const void *buffer, std::size_t size,
                        std::int64_t offset);
 // close(): the trace line and the fault; the descriptor itself is the caller's to close.
 int close_on_board(Description &description);
+
+// Ends a call by name: its trace line, its cost, libc's form of the result.
+int end_by_name(const char *call, const Resolved &resolved, int result);
 
 // "RDWR|CREAT" and the like, for traces.
 void append_flags(struct TextBuffer &text, int flags);

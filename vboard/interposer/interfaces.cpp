@@ -73,8 +73,8 @@ std::size_t list_interfaces(Interface *out) {
     load_node(path, node);
     out[i].index = static_cast<unsigned>(node_number(node, "index", static_cast<long>(i + 1)));
     char text[INET_ADDRSTRLEN];
-    out[i].has_address = copy_text(text, node_text(node, "ipv4")) &&
-                         inet_pton(AF_INET, text, &out[i].address) == 1;
+    out[i].has_address =
+        copy_text(text, node_text(node, "ipv4")) && inet_pton(AF_INET, text, &out[i].address) == 1;
   }
   return count;
 }

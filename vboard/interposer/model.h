@@ -29,9 +29,9 @@ inline constexpr BoardTime kNever = INT64_MAX;
 inline constexpr BoardTime kSecond = 1'000'000'000;
 
 enum class Direction : std::uint8_t {
-  kNone,   // the argument is no pointer
-  kIn,     // the driver reads the record
-  kOut,    // the driver fills the record
+  kNone,  // the argument is no pointer
+  kIn,    // the driver reads the record
+  kOut,   // the driver fills the record
   kInOut,
 };
 
@@ -49,14 +49,14 @@ struct Model;
 // One open file description. Duplicates of a descriptor share it; close() runs with the last one.
 struct OpenFile {
   const Model *model;
-  char path[128];      // the name on the board: "/dev/lcd"
-  char file[256];      // the node file behind it
-  Node node;           // the node file as it stood at the open
-  int flags;           // of open()
-  int fd;              // the kernel's descriptor behind it: the medium, or an empty stand-in
+  char path[128];  // the name on the board: "/dev/lcd"
+  char file[256];  // the node file behind it
+  Node node;       // the node file as it stood at the open
+  int flags;       // of open()
+  int fd;          // the kernel's descriptor behind it: the medium, or an empty stand-in
   BoardTime opened_at;
   alignas(16) unsigned char state[256];  // zeroed before open(); the model's own
-  void *extra;         // zeroed before open(); for what does not fit; close() frees it
+  void *extra;  // zeroed before open(); for what does not fit; close() frees it
 };
 
 template <typename State>
@@ -80,7 +80,8 @@ struct Model {
   ssize_t (*write)(OpenFile &file, const void *buffer, std::size_t size);
   // `argument` has been checked to be readable and writable as `requests` says.
   int (*ioctl)(OpenFile &file, std::uint32_t request, void *argument);
-  // When the descriptor is ready for reading: a time not later than `now` is "now", kNever is never.
+  // When the descriptor is ready for reading: a time not later than `now` is "now", kNever is
+  // never.
   BoardTime (*readable_at)(OpenFile &file, BoardTime now);
 };
 
@@ -89,8 +90,8 @@ const Model *find_model(const char *name);
 
 // --- What the interposer offers to models -------------------------------------------------------
 //
-// Models reach the kernel only through kernel.h (sys_pread(), sys_mmap(), ...): libc's own names are
-// the interposer's inside this library.
+// Models reach the kernel only through kernel.h (sys_pread(), sys_mmap(), ...): libc's own names
+// are the interposer's inside this library.
 
 // Stores one setting in the node's file and in file.node. 0, or a negated errno.
 int store_text(OpenFile &file, std::string_view key, std::string_view value);

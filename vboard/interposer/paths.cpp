@@ -192,9 +192,9 @@ void resolve(int directory, const char *path, bool follow, Resolved &out) {
     } else if (!S_ISREG(out.status.mode)) {
       out.place = Place::kFile;
     } else {
-      out.place = end != Territory::kBoard                 ? Place::kFile
+      out.place = end != Territory::kBoard                          ? Place::kFile
                   : std::string_view(out.real).starts_with("/sys/") ? Place::kAttribute
-                                                           : Place::kNode;
+                                                                    : Place::kNode;
     }
     return;
   }

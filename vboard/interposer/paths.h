@@ -16,7 +16,7 @@ enum class Place : std::uint8_t {
   kPcByName,  // the PC's too, but by its absolute name: the program named it from inside the board
   kNode,      // a device node
   kAttribute,
-  kFile,      // another file of the board directory (a link too, when it was not followed)
+  kFile,  // another file of the board directory (a link too, when it was not followed)
   kDirectory,
   kMissing,   // `error` tells why
   kFallback,  // the board lacks it: read from the PC, written to the board
@@ -24,9 +24,9 @@ enum class Place : std::uint8_t {
 
 struct Resolved {
   Place place;
-  int error;           // of kMissing: an errno
-  bool traced;         // calls on it are calls on the board
-  FileStatus status;   // of what exists on the board
+  int error;              // of kMissing: an errno
+  bool traced;            // calls on it are calls on the board
+  FileStatus status;      // of what exists on the board
   char asked[kPathSize];  // the absolute name
   char real[kPathSize];   // the same with the board's links resolved
   char host[kPathSize];   // its file below the board directory

@@ -49,8 +49,8 @@ int poll_on_board(pollfd *fds, std::size_t count, BoardTime limit, const sigset_
   std::size_t kernel = 0;
   std::size_t watch = 0;
   for (std::size_t i = 0; i < count; i++) {
-    bool is_watch = watch < wait.watch_count && (kernel >= wait.fd_count ||
-                                                 kernels[kernel].fd != fds[i].fd);
+    bool is_watch =
+        watch < wait.watch_count && (kernel >= wait.fd_count || kernels[kernel].fd != fds[i].fd);
     fds[i].revents = is_watch ? watches[watch++].revents : kernels[kernel++].revents;
     if (fds[i].revents != 0)
       ready++;
@@ -203,8 +203,8 @@ WRAP(int, select, int count, fd_set *reads, fd_set *writes, fd_set *excepts, tim
   return result;
 }
 
-WRAP(int, pselect, int count, fd_set *reads, fd_set *writes, fd_set *excepts,
-     const timespec *limit, const sigset_t *mask) {
+WRAP(int, pselect, int count, fd_set *reads, fd_set *writes, fd_set *excepts, const timespec *limit,
+     const sigset_t *mask) {
   if (!on_board())
     return REAL(pselect)(count, reads, writes, excepts, limit, mask);
   if (limit != nullptr && !is_valid_time(*limit))

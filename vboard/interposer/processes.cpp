@@ -109,8 +109,6 @@ WRAP(pid_t, vfork, void) {
   return on_board() ? fork() : REAL(vfork)();
 }
 
-// --- Shell commands -------------------------------------------------------------------------------
-
 WRAP(int, system, const char *command) {
   if (on_board() && command != nullptr && is_reboot_command(command))
     reboot_board("system", command);
@@ -123,13 +121,10 @@ WRAP(FILE *, popen, const char *command, const char *mode) {
   return REAL(popen)(command, mode);
 }
 
-// --- Programs -------------------------------------------------------------------------------------
-
 // The environment `given`, completed on the caller's stack.
-#define COMPLETED(given)                                                                      \
-  (on_board()                                                                                 \
-       ? complete(given,                                                                      \
-                  static_cast<char **>(alloca(count_environment(given) * sizeof(char *))))    \
+#define COMPLETED(given)                                                                          \
+  (on_board()                                                                                     \
+       ? complete(given, static_cast<char **>(alloca(count_environment(given) * sizeof(char *)))) \
        : given)
 
 WRAP(int, execve, const char *path, char *const words[], char *const given[]) {
@@ -173,44 +168,43 @@ WRAP(int, posix_spawnp, pid_t *child, const char *file, const posix_spawn_file_a
 }
 
 // The forms with the words as arguments: they become a list, and `arguments` stands behind its end.
-#define COLLECT_WORDS(words, first, arguments)                                        \
-  va_list arguments;                                                                  \
-  va_start(arguments, first);                                                         \
-  std::size_t words##_count = 1;                                                      \
-  while (va_arg(arguments, char *) != nullptr)                                        \
-    words##_count++;                                                                  \
-  va_end(arguments);                                                                  \
-  char **words = static_cast<char **>(alloca((words##_count + 1) * sizeof(char *)));  \
-  words[0] = const_cast<char *>(first);                                               \
-  va_start(arguments, first);                                                         \
-  for (std::size_t i = 1; i <= words##_count; i++)                                    \
-    words[i] = va_arg(arguments, char *)
+#define COLLECT_WORDS(words, first, arguments)                                       \
+  va_list arguments;                                                                 \
+  va_start(arguments, first);                                                        \
+  std::size_t words##_count = 1;                                                     \
+  while (va_arg(arguments, char *) != nullptr)                                       \
+    words##_count++;                                                                 \
+  va_end(arguments);                                                                 \
+  char **words = static_cast<char **>(alloca((words##_count + 1) * sizeof(char *))); \
+  words[0] = const_cast<char *>(first);                                              \
+  va_start(arguments, first);                                                        \
+  for (std::size_t i = 1; i <= words##_count; i++) {                                 \
+    words[i] = va_arg(arguments, char *);                                            \
+  }
 
 WRAP(int, execl, const char *path, const char *first, ...) {
-  COLLECT_WORDS(words, first, arguments);
+  COLLECT_WORDS(words, first, arguments)
   va_end(arguments);
   return vboard_execve(path, words, environ);
 }
 
 WRAP(int, execlp, const char *file, const char *first, ...) {
-  COLLECT_WORDS(words, first, arguments);
+  COLLECT_WORDS(words, first, arguments)
   va_end(arguments);
   return vboard_execvpe(file, words, environ);
 }
 
 WRAP(int, execle, const char *path, const char *first, ...) {
-  COLLECT_WORDS(words, first, arguments);
+  COLLECT_WORDS(words, first, arguments)
   char *const *given = va_arg(arguments, char *const *);
   va_end(arguments);
   return vboard_execve(path, words, given);
 }
 
-// --- The end --------------------------------------------------------------------------------------
-
 namespace {
 
-// As the kernel does: devices that are still open are closed. libc writes out its streams only after
-// the destructors: too late for those on a device.
+// As the kernel does: devices that are still open are closed. libc writes out its streams only
+// after the destructors: too late for those on a device.
 __attribute__((destructor)) void end_with_program() {
   if (!on_board())
     return;

@@ -100,7 +100,8 @@ int request_on_board(Description &description, std::uint32_t number, void *argum
       std::uintptr_t value = reinterpret_cast<std::uintptr_t>(argument);
       if (request->direction == Direction::kNone && value > 0 && value < 4096)
         trace_number(line, "arg=", static_cast<std::int64_t>(value));
-      if (result == 0 && (request->direction == Direction::kIn || request->direction == Direction::kInOut))
+      if (result == 0 &&
+          (request->direction == Direction::kIn || request->direction == Direction::kInOut))
         trace_data(line, "in=", argument, request->size);
     } else {
       trace_hex(line, "", number);
@@ -165,8 +166,7 @@ WRAP(int, ioctl, int fd, unsigned long request, ...) {
 
   // A request number written as a negative int comes sign-extended; the kernel takes 32 bits.
   std::uint32_t number = static_cast<std::uint32_t>(request);
-  Description *description =
-      is_interface_request(number) ? acquire_kernel_socket(fd) : acquire(fd);
+  Description *description = is_interface_request(number) ? acquire_kernel_socket(fd) : acquire(fd);
   if (description == nullptr)
     return REAL(ioctl)(fd, request, argument);
   int result;

@@ -73,8 +73,8 @@ WRAP(int, clock_nanosleep, clockid_t clock, int flags, const timespec *request,
   BoardTime duration = nanoseconds_of(*request);
   bool absolute = (flags & TIMER_ABSTIME) != 0;
   if (absolute) {
-    BoardTime start = is_calendar(clock) ? run_page().calendar_start.load()
-                                         : run_page().monotonic_start;
+    BoardTime start =
+        is_calendar(clock) ? run_page().calendar_start.load() : run_page().monotonic_start;
     duration -= start + board_time();
     if (duration < 0)
       duration = 0;

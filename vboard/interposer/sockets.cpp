@@ -154,7 +154,8 @@ const sockaddr *lead(const sockaddr *address, socklen_t &size, sockaddr_un &room
   if (resolved.place == Place::kPc)
     return address;
   // Below the board even where it has no such name: the PC's service must not be found.
-  if (!copy_text(room.sun_path, resolved.place == Place::kPcByName ? resolved.asked : resolved.host))
+  if (!copy_text(room.sun_path,
+                 resolved.place == Place::kPcByName ? resolved.asked : resolved.host))
     copy_text(room.sun_path, "/dev/null/too-long-a-name");
   size = static_cast<socklen_t>(before_path + std::strlen(room.sun_path) + 1);
   return reinterpret_cast<const sockaddr *>(&room);
@@ -237,8 +238,6 @@ WRAP(int, accept, int fd, sockaddr *address, socklen_t *size) {
   release(socket);
   return report(-EOPNOTSUPP);
 }
-
-// --- Sending and receiving ------------------------------------------------------------------------
 
 namespace {
 
@@ -354,7 +353,8 @@ WRAP(ssize_t, recvmsg, int fd, msghdr *message, int flags) {
   std::size_t room = 0;
   for (std::size_t i = 0; i < message->msg_iovlen; i++)
     room += message->msg_iov[i].iov_len;
-  ssize_t result = receive_bytes(*socket, bytes, room < sizeof(bytes) ? room : sizeof(bytes), flags);
+  ssize_t result =
+      receive_bytes(*socket, bytes, room < sizeof(bytes) ? room : sizeof(bytes), flags);
   std::size_t done = 0;
   for (std::size_t i = 0; i < message->msg_iovlen && result > 0; i++) {
     std::size_t rest = static_cast<std::size_t>(result) - done;
@@ -371,17 +371,15 @@ WRAP(ssize_t, recvmsg, int fd, msghdr *message, int flags) {
   return report(result);
 }
 
-// --- What is known of a socket --------------------------------------------------------------------
-
 namespace {
 
 int unnamed(Description &socket, sockaddr *address, socklen_t *size) {
   sockaddr_storage name = {};
   std::int64_t family = node_number(socket.file.node, "domain", AF_UNSPEC);
   name.ss_family = static_cast<sa_family_t>(family);
-  socklen_t full = family == AF_INET6   ? sizeof(sockaddr_in6)
-                   : family == AF_INET  ? sizeof(sockaddr_in)
-                                        : 12;
+  socklen_t full = family == AF_INET6  ? sizeof(sockaddr_in6)
+                   : family == AF_INET ? sizeof(sockaddr_in)
+                                       : 12;
   std::memcpy(address, &name, *size < full ? *size : full);
   *size = full;
   return 0;

@@ -1,7 +1,7 @@
 // Wraps fopen fopen64 fdopen freopen freopen64 fileno fileno_unlocked.
 //
-// libc's streams read, write and close without passing read(), write() and close(). One on a file of
-// the board gets its bytes through functions of its own instead (fopencookie).
+// libc's streams read, write and close without passing read(), write() and close(). One on a file
+// of the board gets its bytes through functions of its own instead (fopencookie).
 
 #include <fcntl.h>
 #include <stdio.h>
@@ -29,7 +29,8 @@ DECLARE_WRAPPED(FILE *, fdopen, int, const char *);
 
 namespace {
 
-// The streams of the board: libc gives a cookie stream no descriptor, fileno() is answered from here.
+// The streams of the board: libc gives a cookie stream no descriptor, fileno() is answered from
+// here.
 struct Stream {
   std::atomic<FILE *> file;
   int fd;
@@ -127,9 +128,8 @@ int flags_of(const char *mode) {
 
 WRAP(FILE *, fopen64, const char *path, const char *mode) {
   if (!on_board() || is_plainly_pc(path))
-    return path != nullptr && on_board() && is_foreign_device(path)
-               ? (errno = ENOENT, nullptr)
-               : REAL(fopen64)(path, mode);
+    return path != nullptr && on_board() && is_foreign_device(path) ? (errno = ENOENT, nullptr)
+                                                                    : REAL(fopen64)(path, mode);
   Resolved resolved;
   resolve(AT_FDCWD, path, true, resolved);
   if (resolved.place == Place::kPc || resolved.place == Place::kPcByName) {
@@ -177,7 +177,8 @@ WRAP(FILE *, freopen64, const char *path, const char *mode, FILE *file) {
     errno = resolved.error;
     return nullptr;
   }
-  // libc cannot turn a stream into another kind: on a device it reads and writes the medium as such.
+  // libc cannot turn a stream into another kind: on a device it reads and writes the medium as
+  // such.
   int flags = flags_of(mode);
   if (resolved.place == Place::kFallback && (flags & O_ACCMODE) != O_RDONLY) {
     int result = copy_up(resolved, (flags & O_TRUNC) == 0);

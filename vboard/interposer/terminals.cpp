@@ -21,11 +21,11 @@ using namespace vboard;
 
 namespace {
 
-constexpr std::uint32_t kGetSettings = 0x5401;   // TCGETS
-constexpr std::uint32_t kSetSettings = 0x5402;   // TCSETS, TCSETSW, TCSETSF
-constexpr std::uint32_t kSendBreak = 0x5409;     // TCSBRK; with 1 it only drains
-constexpr std::uint32_t kFlow = 0x540A;          // TCXONC
-constexpr std::uint32_t kFlush = 0x540B;         // TCFLSH
+constexpr std::uint32_t kGetSettings = 0x5401;  // TCGETS
+constexpr std::uint32_t kSetSettings = 0x5402;  // TCSETS, TCSETSW, TCSETSF
+constexpr std::uint32_t kSendBreak = 0x5409;    // TCSBRK; with 1 it only drains
+constexpr std::uint32_t kFlow = 0x540A;         // TCXONC
+constexpr std::uint32_t kFlush = 0x540B;        // TCFLSH
 
 // The kernel's record, which is smaller than libc's.
 struct KernelTermios {
@@ -120,7 +120,8 @@ WRAP(int, tcsendbreak, int fd, int duration) {
 
 namespace {
 
-// Whether a model answers to terminal requests at all, by its table: asking is no call on the board.
+// Whether a model answers to terminal requests at all, by its table: asking is no call on the
+// board.
 bool is_terminal(const Description &description) {
   return description.file.model != nullptr &&
          find_request(*description.file.model, kGetSettings) != nullptr;

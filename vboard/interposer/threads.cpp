@@ -151,8 +151,6 @@ WRAP(int, pthread_timedjoin_np, pthread_t thread, void **value, const timespec *
   return vboard_pthread_clockjoin_np(thread, value, CLOCK_REALTIME, limit);
 }
 
-// --- Conditions ---------------------------------------------------------------------------------
-
 namespace {
 
 // The wait of a jumping run. A signal handler ends it early, as a condition may.
@@ -214,8 +212,6 @@ WRAP(int, pthread_cond_broadcast, pthread_cond_t *condition) {
   wake_waiters(condition, true);
   return 0;
 }
-
-// --- Semaphores and timed locks -----------------------------------------------------------------
 
 namespace {
 
@@ -282,8 +278,7 @@ WRAP(int, sem_post, sem_t *semaphore) {
   return result;
 }
 
-WRAP(int, pthread_mutex_clocklock, pthread_mutex_t *mutex, clockid_t clock,
-     const timespec *limit) {
+WRAP(int, pthread_mutex_clocklock, pthread_mutex_t *mutex, clockid_t clock, const timespec *limit) {
   if (!on_board())
     return REAL(pthread_mutex_clocklock)(mutex, clock, limit);
   if (took_mutex(mutex))

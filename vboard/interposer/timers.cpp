@@ -1,8 +1,9 @@
 // Wraps setitimer getitimer alarm ualarm timer_create timer_settime timer_gettime timer_getoverrun
 // timer_delete.
 //
-// At a fixed speed the timers are the kernel's, with their times divided: their signals interrupt as
-// natively as on a board. In a jumping run they are kept here, and the engine raises the signals.
+// At a fixed speed the timers are the kernel's, with their times divided: their signals interrupt
+// as natively as on a board. In a jumping run they are kept here, and the engine raises the
+// signals.
 
 #include "vboard/interposer/timers.h"
 
@@ -279,8 +280,7 @@ WRAP(int, timer_settime, timer_t id, int flags, const itimerspec *value, itimers
     if (first != 0 && (flags & TIMER_ABSTIME)) {
       // Which clock it belongs to is not known here; the two differ by decades.
       bool calendar = first > board_calendar_time() / 2;
-      BoardTime now = calendar ? board_calendar_time()
-                               : run_page().monotonic_start + board_time();
+      BoardTime now = calendar ? board_calendar_time() : run_page().monotonic_start + board_time();
       first = std::max<BoardTime>(first - now, 1);
     }
     itimerspec pc = {timespec_of(to_pc(interval)), timespec_of(to_pc(first))};
@@ -297,9 +297,8 @@ WRAP(int, timer_settime, timer_t id, int flags, const itimerspec *value, itimers
   BoardTime expiry = kNever;
   if (first != 0 && (flags & TIMER_ABSTIME)) {
     bool calendar = timer->clock == CLOCK_REALTIME || timer->clock == CLOCK_REALTIME_ALARM;
-    expiry = std::max<BoardTime>(first - (calendar ? run_page().calendar_start.load()
-                                                   : run_page().monotonic_start),
-                                 0);
+    expiry = std::max<BoardTime>(
+        first - (calendar ? run_page().calendar_start.load() : run_page().monotonic_start), 0);
   } else if (first != 0) {
     expiry = deadline_after(first);
   }

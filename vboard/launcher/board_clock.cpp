@@ -63,7 +63,8 @@ BoardClock start_board_clock(const char *board, std::int64_t date) {
     clock.reset_time = reset_at - clock.calendar_start;
     return clock;
   }
-  update_clock(board, [](Node &content, void *) { count_boot(content); }, nullptr);
+  update_clock(
+      board, [](Node &content, void *) { count_boot(content); }, nullptr);
   return clock;
 }
 

@@ -15,7 +15,7 @@ namespace vboard {
 
 struct BoardClock {
   std::int64_t calendar_start;  // the board's calendar when the run begins
-  std::int64_t reset_time;      // board time at which a watchdog of an earlier run bites, or kNoTime
+  std::int64_t reset_time;  // board time at which a watchdog of an earlier run bites, or kNoTime
 };
 
 // Reads the clock file. A watchdog whose time is over has reset the board: it is booted now.

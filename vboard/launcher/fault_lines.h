@@ -14,7 +14,8 @@ inline constexpr std::size_t kFaultsSize = 65536;
 // or -1 with the reason on standard error.
 long read_faults(const char *board, char *out);
 
-// 0, or kFailed with the first wrong line and its reason on standard error. `origin` names the text.
+// 0, or kFailed with the first wrong line and its reason on standard error. `origin` names the
+// text.
 int check_faults(const char *origin, std::string_view text);
 
 }  // namespace vboard

@@ -1,11 +1,9 @@
 // vboard run [OPTION...] -- COMMAND [ARGUMENT...]
 
-#include <elf.h>
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -20,11 +18,12 @@
 
 #include "vboard/board/kernel.h"
 #include "vboard/board/run_page.h"
-#include "vboard/board/text.h"
 #include "vboard/launcher/board_clock.h"
 #include "vboard/launcher/boards.h"
 #include "vboard/launcher/commands.h"
 #include "vboard/launcher/fault_lines.h"
+#include "vboard/launcher/program.h"
+#include "vboard/launcher/run_options.h"
 
 namespace vboard {
 
@@ -47,281 +46,10 @@ constexpr char kUsage[] =
     "qemu-arm-static with the libraries of VBOARD_SYSROOT and that interposer. ASAN_OPTIONS gets\n"
     "verify_asan_link_order=0, since the interposer comes before any sanitizer.\n";
 
-constexpr int kMostFaultOptions = 64;
 // How long a command may take to end after --for's SIGTERM, in nanoseconds of the PC.
 constexpr std::int64_t kGrace = 5'000'000'000;
 // How often the launcher looks at the run page while board time runs at a fixed speed.
 constexpr std::int64_t kTick = 10'000'000;
-
-struct Options {
-  const char *board;
-  bool jumping;
-  std::int64_t speed_milli;
-  const char *trace;
-  const char *faults[kMostFaultOptions];
-  int fault_count;
-  PlannedSignal *signals;  // in the order given
-  int signal_count;
-  std::int64_t end_at;  // of --for, kNoTime without it
-  std::int64_t date;    // -1 without it
-  char **command;
-};
-
-// --- Arguments ------------------------------------------------------------------------------------
-
-bool parse_speed(const char *word, Options &out) {
-  if (strcmp(word, "max") == 0) {
-    out.jumping = true;
-    return true;
-  }
-  std::int64_t nanoseconds;
-  if (!parse_seconds(word, nanoseconds))
-    return false;
-  out.jumping = false;
-  out.speed_milli = nanoseconds / 1'000'000;
-  return out.speed_milli > 0 && out.speed_milli <= 1'000'000;
-}
-
-bool add_signal(Options &out, int number, std::int64_t at) {
-  // One place is kept for --for.
-  if (out.signal_count == kMaxSignals - 1 && number != 0)
-    return false;
-  PlannedSignal &planned = out.signals[out.signal_count++];
-  planned.at = at;
-  planned.number = number;
-  return true;
-}
-
-bool parse_planned(const char *word, Options &out) {
-  const char *at = strchr(word, '@');
-  std::int64_t when;
-  if (at == nullptr || !parse_seconds(at + 1, when))
-    return false;
-  int number = parse_signal({word, static_cast<std::size_t>(at - word)});
-  return number != 0 && add_signal(out, number, when);
-}
-
-// Takes the options; 0, or a status. `out.command` is null when none follows.
-int parse_options(int argc, char **argv, Options &out) {
-  int i = 0;
-  for (; i < argc && argv[i][0] == '-'; i++) {
-    std::string_view option(argv[i]);
-    if (option == "--") {
-      i++;
-      break;
-    }
-    if (i + 1 == argc)
-      return wrong_usage("run");
-    const char *value = argv[++i];
-    bool right = true;
-    if (option == "--board") {
-      out.board = value;
-    } else if (option == "--speed") {
-      right = parse_speed(value, out);
-    } else if (option == "--trace") {
-      out.trace = value;
-    } else if (option == "--fault") {
-      right = out.fault_count < kMostFaultOptions;
-      if (right)
-        out.faults[out.fault_count++] = value;
-    } else if (option == "--signal") {
-      right = parse_planned(value, out);
-    } else if (option == "--for") {
-      right = parse_seconds(value, out.end_at);
-    } else if (option == "--date") {
-      right = parse_date(value, out.date);
-    } else {
-      return fail("no such option: %s", argv[i - 1]);
-    }
-    if (!right)
-      return fail("%s: wrong value '%s'", argv[i - 1], value);
-  }
-  if (i == argc)
-    return wrong_usage("run");
-  out.command = argv + i;
-  return 0;
-}
-
-// --- The command ----------------------------------------------------------------------------------
-
-// Searches PATH as a shell would. 0, or the status to fail with.
-int find_command(const char *name, char *out) {
-  if (strchr(name, '/') != nullptr) {
-    if (access(name, F_OK) < 0) {
-      fail("%s: %s", name, strerror(errno));
-      return kNotFound;
-    }
-    copy_text({out, kFileName}, name);
-  } else {
-    const char *variable = getenv("PATH");
-    std::string_view path = variable != nullptr ? variable : "/usr/bin:/bin";
-    bool found = false;
-    while (!found && !path.empty()) {
-      std::size_t end = path.find(':');
-      std::string_view directory = path.substr(0, end);
-      path.remove_prefix(end == std::string_view::npos ? path.size() : end + 1);
-      TextBuffer file = {out, kFileName - 1, 0, false};
-      append_text(file, directory.empty() ? "." : directory);
-      append_text(file, "/");
-      append_text(file, name);
-      out[file.length] = '\0';
-      struct stat status;
-      found = !file.overflow && stat(out, &status) == 0 && S_ISREG(status.st_mode) &&
-              access(out, X_OK) == 0;
-    }
-    if (!found) {
-      fail("%s: command not found", name);
-      return kNotFound;
-    }
-  }
-  struct stat status;
-  if (stat(out, &status) == 0 && S_ISDIR(status.st_mode)) {
-    fail("%s: is a directory", out);
-    return kNotRunnable;
-  }
-  if (access(out, X_OK) < 0) {
-    fail("%s: %s", out, strerror(errno));
-    return kNotRunnable;
-  }
-  return 0;
-}
-
-// A 32-bit ARM program on a machine of another kind.
-bool is_foreign_arm(const char *file) {
-#ifdef __arm__
-  (void)file;
-  return false;
-#else
-  unsigned char head[20] = {};
-  int fd = open(file, O_RDONLY | O_CLOEXEC);
-  if (fd < 0)
-    return false;
-  ssize_t size = read(fd, head, sizeof(head));
-  close(fd);
-  return size == sizeof(head) && memcmp(head, ELFMAG, SELFMAG) == 0 && head[4] == ELFCLASS32 &&
-         head[18] == EM_ARM && head[19] == 0;
-#endif
-}
-
-int find_interposer(char *out) {
-  const char *chosen = getenv("VBOARD_PRELOAD");
-  if (chosen != nullptr && *chosen != '\0') {
-    char absolute[PATH_MAX];
-    if (realpath(chosen, absolute) == nullptr)
-      return fail("VBOARD_PRELOAD: %s: %s", chosen, strerror(errno));
-    return copy_text({out, kFileName}, absolute) ? 0 : kFailed;
-  }
-  constexpr const char *places[] = {"../lib/libvboard.so", "../" VBOARD_LIBDIR "/vboard/libvboard.so",
-                                    "../lib/vboard/libvboard.so"};
-  if (!find_own_file(places, std::size(places), out))
-    return fail("libvboard.so is not where vboard is installed");
-  return 0;
-}
-
-// LD_PRELOAD splits its value at blanks and colons; a path with one of them goes by a descriptor.
-int preload_name(const char *interposer, char *out, std::size_t size) {
-  if (strpbrk(interposer, " :") == nullptr) {
-    snprintf(out, size, "%s", interposer);
-    return 0;
-  }
-  int fd = open(interposer, O_RDONLY | O_CLOEXEC);
-  if (fd < 0)
-    return fail("%s: %s", interposer, strerror(errno));
-  snprintf(out, size, "/proc/%d/fd/%d", getpid(), fd);
-  return 0;
-}
-
-void set_environment(const Options &options, const char *board, const char *preload, bool foreign,
-                     int page_fd) {
-  char text[kFileName * 2];
-  setenv(kBoardVariable, board, 1);
-  snprintf(text, sizeof(text), "/proc/%d/fd/%d", getpid(), page_fd);
-  setenv(kRunVariable, text, 1);
-  char work[PATH_MAX];
-  setenv(kWorkVariable, getcwd(work, sizeof(work)) != nullptr ? work : "/", 1);
-  unsetenv(kTraceVariable);
-  if (options.trace != nullptr) {
-    char absolute[PATH_MAX];
-    if (realpath(options.trace, absolute) != nullptr)
-      setenv(kTraceVariable, absolute, 1);
-  }
-
-  static char faults[kFaultsSize];
-  TextBuffer lines = {faults, sizeof(faults) - 1, 0, false};
-  for (int i = 0; i < options.fault_count; i++) {
-    append_text(lines, options.faults[i]);
-    append_text(lines, "\n");
-  }
-  faults[lines.length] = '\0';
-  if (options.fault_count > 0) {
-    setenv(kFaultsVariable, faults, 1);
-  } else {
-    unsetenv(kFaultsVariable);
-  }
-
-  const char *before = getenv("LD_PRELOAD");
-  if (!foreign) {
-    snprintf(text, sizeof(text), "%s%s%s", preload, before != nullptr && *before ? ":" : "",
-             before != nullptr ? before : "");
-    setenv("LD_PRELOAD", text, 1);
-  }
-  constexpr char order[] = "verify_asan_link_order=0";
-  const char *asan = getenv("ASAN_OPTIONS");
-  if (asan == nullptr || strstr(asan, "verify_asan_link_order") == nullptr) {
-    snprintf(text, sizeof(text), "%s%s%s", order, asan != nullptr && *asan ? ":" : "",
-             asan != nullptr ? asan : "");
-    setenv("ASAN_OPTIONS", text, 1);
-  }
-}
-
-// In the child: does not return.
-[[noreturn]] void execute(const char *file, char **command, const char *preload, bool foreign) {
-  if (!foreign) {
-    execv(file, command);
-    // A script without its "#!" line is the shell's.
-    if (errno == ENOEXEC) {
-      int count = 0;
-      while (command[count] != nullptr)
-        count++;
-      char **words = static_cast<char **>(calloc(static_cast<std::size_t>(count) + 2, sizeof(char *)));
-      if (words != nullptr) {
-        words[0] = const_cast<char *>("sh");
-        words[1] = const_cast<char *>(file);
-        for (int i = 1; i < count; i++)
-          words[i + 1] = command[i];
-        execv("/bin/sh", words);
-      }
-    }
-  } else {
-    int count = 0;
-    while (command[count] != nullptr)
-      count++;
-    const char *sysroot = getenv("VBOARD_SYSROOT");
-    char setting[kFileName + 16];
-    snprintf(setting, sizeof(setting), "LD_PRELOAD=%s", preload);
-    char **words = static_cast<char **>(calloc(static_cast<std::size_t>(count) + 8, sizeof(char *)));
-    if (words != nullptr) {
-      int at = 0;
-      words[at++] = const_cast<char *>("qemu-arm-static");
-      words[at++] = const_cast<char *>("-L");
-      words[at++] = const_cast<char *>(sysroot != nullptr ? sysroot : "/usr/arm-linux-gnueabihf");
-      words[at++] = const_cast<char *>("-E");
-      words[at++] = setting;
-      words[at++] = const_cast<char *>("-0");
-      words[at++] = command[0];
-      words[at++] = const_cast<char *>(file);
-      for (int i = 1; i < count; i++)
-        words[at++] = command[i];
-      execvp(words[0], words);
-      file = words[0];
-    }
-  }
-  int error = errno;
-  fail("%s: %s", file, strerror(error));
-  _exit(error == ENOENT && foreign ? kNotFound : kNotRunnable);
-}
-
-// --- The run --------------------------------------------------------------------------------------
 
 // The run page, in memory that the processes of the run can open by its descriptor.
 RunPage *make_page(int &out_fd) {
@@ -433,16 +161,11 @@ int status_of(int wait_status) {
   return WIFSIGNALED(wait_status) ? 128 + WTERMSIG(wait_status) : WEXITSTATUS(wait_status);
 }
 
-int run_on(const Options &options, const char *board, bool temporary) {
-  char file[kFileName];
-  int result = find_command(options.command[0], file);
+int run_on(const RunOptions &options, const char *board, bool temporary) {
+  Program program;
+  int result = find_program(options.command[0], program);
   if (result != 0)
     return result;
-  char interposer[kFileName];
-  char preload[kFileName];
-  bool foreign = is_foreign_arm(file);
-  if (find_interposer(interposer) != 0 || preload_name(interposer, preload, sizeof(preload)) != 0)
-    return kFailed;
   if (options.trace != nullptr) {
     int fd = open(options.trace, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
     if (fd < 0)
@@ -453,7 +176,7 @@ int run_on(const Options &options, const char *board, bool temporary) {
   RunPage *page = make_page(page_fd);
   if (page == nullptr)
     return fail("no memory for the run: %s", strerror(errno));
-  set_environment(options, board, preload, foreign, page_fd);
+  set_environment(options, board, program, page_fd);
 
   page->magic = kRunMagic;
   page->launcher = getpid();
@@ -493,7 +216,7 @@ int run_on(const Options &options, const char *board, bool temporary) {
     sigaction(SIGINT, &interrupt, nullptr);
     sigaction(SIGQUIT, &quit, nullptr);
     sigprocmask(SIG_SETMASK, &before, nullptr);
-    execute(file, options.command, preload, foreign);
+    execute(program, options.command);
   }
   page->command.store(child);
   Run run = {page, child, options.end_at, kNoTime};
@@ -510,7 +233,7 @@ int run_on(const Options &options, const char *board, bool temporary) {
   return status;
 }
 
-int check_all_faults(const Options &options, const char *board) {
+int check_all_faults(const RunOptions &options, const char *board) {
   static char text[kFaultsSize];
   long length = read_faults(board, text);
   if (length < 0)
@@ -528,20 +251,10 @@ int run_command(int argc, char **argv) {
     fputs(kUsage, stdout);
     return 0;
   }
-  PlannedSignal signals[kMaxSignals] = {};
-  Options options = {};
-  options.speed_milli = 1000;
-  options.signals = signals;
-  options.end_at = kNoTime;
-  options.date = -1;
-  int result = parse_options(argc, argv, options);
+  RunOptions options = {};
+  int result = parse_run_options(argc, argv, options);
   if (result != 0)
     return result;
-  if (options.end_at != kNoTime) {
-    PlannedSignal &last = signals[options.signal_count++];
-    last.at = options.end_at;
-    last.number = SIGTERM;
-  }
 
   char board[kFileName];
   if (options.board != nullptr) {

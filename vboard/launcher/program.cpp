@@ -1,0 +1,214 @@
+#include "vboard/launcher/program.h"
+
+#include <elf.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "vboard/board/run_page.h"
+#include "vboard/board/text.h"
+#include "vboard/launcher/fault_lines.h"
+
+namespace vboard {
+
+namespace {
+
+// Searches PATH as a shell would. 0, or the status to fail with.
+int find_command(const char *name, char *out) {
+  if (strchr(name, '/') != nullptr) {
+    if (access(name, F_OK) < 0) {
+      fail("%s: %s", name, strerror(errno));
+      return kNotFound;
+    }
+    copy_text({out, kFileName}, name);
+  } else {
+    const char *variable = getenv("PATH");
+    std::string_view path = variable != nullptr ? variable : "/usr/bin:/bin";
+    bool found = false;
+    while (!found && !path.empty()) {
+      std::size_t end = path.find(':');
+      std::string_view directory = path.substr(0, end);
+      path.remove_prefix(end == std::string_view::npos ? path.size() : end + 1);
+      TextBuffer file = {out, kFileName - 1, 0, false};
+      append_text(file, directory.empty() ? "." : directory);
+      append_text(file, "/");
+      append_text(file, name);
+      out[file.length] = '\0';
+      struct stat status;
+      found = !file.overflow && stat(out, &status) == 0 && S_ISREG(status.st_mode) &&
+              access(out, X_OK) == 0;
+    }
+    if (!found) {
+      fail("%s: command not found", name);
+      return kNotFound;
+    }
+  }
+  struct stat status;
+  if (stat(out, &status) == 0 && S_ISDIR(status.st_mode)) {
+    fail("%s: is a directory", out);
+    return kNotRunnable;
+  }
+  if (access(out, X_OK) < 0) {
+    fail("%s: %s", out, strerror(errno));
+    return kNotRunnable;
+  }
+  return 0;
+}
+
+// A 32-bit ARM program on a machine of another kind.
+bool is_foreign_arm(const char *file) {
+#ifdef __arm__
+  (void)file;
+  return false;
+#else
+  unsigned char head[20] = {};
+  int fd = open(file, O_RDONLY | O_CLOEXEC);
+  if (fd < 0)
+    return false;
+  ssize_t size = read(fd, head, sizeof(head));
+  close(fd);
+  return size == sizeof(head) && memcmp(head, ELFMAG, SELFMAG) == 0 && head[4] == ELFCLASS32 &&
+         head[18] == EM_ARM && head[19] == 0;
+#endif
+}
+
+int find_interposer(char *out) {
+  const char *chosen = getenv("VBOARD_PRELOAD");
+  if (chosen != nullptr && *chosen != '\0') {
+    char absolute[PATH_MAX];
+    if (realpath(chosen, absolute) == nullptr)
+      return fail("VBOARD_PRELOAD: %s: %s", chosen, strerror(errno));
+    return copy_text({out, kFileName}, absolute) ? 0 : kFailed;
+  }
+  constexpr const char *places[] = {"../lib/libvboard.so",
+                                    "../" VBOARD_LIBDIR "/vboard/libvboard.so",
+                                    "../lib/vboard/libvboard.so"};
+  if (!find_own_file(places, std::size(places), out))
+    return fail("libvboard.so is not where vboard is installed");
+  return 0;
+}
+
+// LD_PRELOAD splits its value at blanks and colons; a path with one of them goes by a descriptor.
+int preload_name(const char *interposer, char *out, std::size_t size) {
+  if (strpbrk(interposer, " :") == nullptr) {
+    snprintf(out, size, "%s", interposer);
+    return 0;
+  }
+  int fd = open(interposer, O_RDONLY | O_CLOEXEC);
+  if (fd < 0)
+    return fail("%s: %s", interposer, strerror(errno));
+  snprintf(out, size, "/proc/%d/fd/%d", getpid(), fd);
+  return 0;
+}
+
+}  // namespace
+
+int find_program(const char *name, Program &out) {
+  int result = find_command(name, out.file);
+  if (result != 0)
+    return result;
+  out.foreign = is_foreign_arm(out.file);
+  char interposer[kFileName];
+  result = find_interposer(interposer);
+  return result != 0 ? result : preload_name(interposer, out.preload, sizeof(out.preload));
+}
+
+void set_environment(const RunOptions &options, const char *board, const Program &program,
+                     int page_fd) {
+  char text[kFileName * 2];
+  setenv(kBoardVariable, board, 1);
+  snprintf(text, sizeof(text), "/proc/%d/fd/%d", getpid(), page_fd);
+  setenv(kRunVariable, text, 1);
+  char work[PATH_MAX];
+  setenv(kWorkVariable, getcwd(work, sizeof(work)) != nullptr ? work : "/", 1);
+  unsetenv(kTraceVariable);
+  if (options.trace != nullptr) {
+    char absolute[PATH_MAX];
+    if (realpath(options.trace, absolute) != nullptr)
+      setenv(kTraceVariable, absolute, 1);
+  }
+
+  static char faults[kFaultsSize];
+  TextBuffer lines = {faults, sizeof(faults) - 1, 0, false};
+  for (int i = 0; i < options.fault_count; i++) {
+    append_text(lines, options.faults[i]);
+    append_text(lines, "\n");
+  }
+  faults[lines.length] = '\0';
+  if (options.fault_count > 0) {
+    setenv(kFaultsVariable, faults, 1);
+  } else {
+    unsetenv(kFaultsVariable);
+  }
+
+  const char *before = getenv("LD_PRELOAD");
+  if (!program.foreign) {
+    snprintf(text, sizeof(text), "%s%s%s", program.preload, before != nullptr && *before ? ":" : "",
+             before != nullptr ? before : "");
+    setenv("LD_PRELOAD", text, 1);
+  }
+  constexpr char order[] = "verify_asan_link_order=0";
+  const char *asan = getenv("ASAN_OPTIONS");
+  if (asan == nullptr || strstr(asan, "verify_asan_link_order") == nullptr) {
+    snprintf(text, sizeof(text), "%s%s%s", order, asan != nullptr && *asan ? ":" : "",
+             asan != nullptr ? asan : "");
+    setenv("ASAN_OPTIONS", text, 1);
+  }
+}
+
+[[noreturn]] void execute(const Program &program, char **command) {
+  const char *file = program.file;
+  if (!program.foreign) {
+    execv(file, command);
+    // A script without its "#!" line is the shell's.
+    if (errno == ENOEXEC) {
+      int count = 0;
+      while (command[count] != nullptr)
+        count++;
+      char **words =
+          static_cast<char **>(calloc(static_cast<std::size_t>(count) + 2, sizeof(char *)));
+      if (words != nullptr) {
+        words[0] = const_cast<char *>("sh");
+        words[1] = const_cast<char *>(file);
+        for (int i = 1; i < count; i++)
+          words[i + 1] = command[i];
+        execv("/bin/sh", words);
+      }
+    }
+  } else {
+    int count = 0;
+    while (command[count] != nullptr)
+      count++;
+    const char *sysroot = getenv("VBOARD_SYSROOT");
+    char setting[kFileName + 16];
+    snprintf(setting, sizeof(setting), "LD_PRELOAD=%s", program.preload);
+    char **words =
+        static_cast<char **>(calloc(static_cast<std::size_t>(count) + 8, sizeof(char *)));
+    if (words != nullptr) {
+      int at = 0;
+      words[at++] = const_cast<char *>("qemu-arm-static");
+      words[at++] = const_cast<char *>("-L");
+      words[at++] = const_cast<char *>(sysroot != nullptr ? sysroot : "/usr/arm-linux-gnueabihf");
+      words[at++] = const_cast<char *>("-E");
+      words[at++] = setting;
+      words[at++] = const_cast<char *>("-0");
+      words[at++] = command[0];
+      words[at++] = const_cast<char *>(file);
+      for (int i = 1; i < count; i++)
+        words[at++] = command[i];
+      execvp(words[0], words);
+      file = words[0];
+    }
+  }
+  int error = errno;
+  fail("%s: %s", file, strerror(error));
+  _exit(error == ENOENT && program.foreign ? kNotFound : kNotRunnable);
+}
+
+}  // namespace vboard

@@ -1,0 +1,33 @@
+// The options of "vboard run".
+
+#ifndef VBOARD_LAUNCHER_RUN_OPTIONS_H
+#define VBOARD_LAUNCHER_RUN_OPTIONS_H
+
+#include <cstdint>
+
+#include "vboard/board/run_page.h"
+
+namespace vboard {
+
+inline constexpr int kMostFaultOptions = 64;
+
+struct RunOptions {
+  const char *board;  // null for a temporary one
+  bool jumping;
+  std::int64_t speed_milli;
+  const char *trace;
+  const char *faults[kMostFaultOptions];
+  int fault_count;
+  PlannedSignal signals[kMaxSignals];  // --for's is the last one
+  int signal_count;
+  std::int64_t end_at;  // of --for, kNoTime without it
+  std::int64_t date;    // -1 without it
+  char **command;
+};
+
+// Takes the words behind "run": 0, or a status with the reason on standard error.
+int parse_run_options(int argc, char **argv, RunOptions &out);
+
+}  // namespace vboard
+
+#endif
