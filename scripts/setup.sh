@@ -8,7 +8,7 @@ set -eu
 packages="g++ cmake ninja-build pkgconf libubootenv-dev libpng-dev zlib1g-dev"
 case ${1:-run} in
   run) ;;
-  test) packages="$packages googletest clang ccache python3 python3-pytest python3-pytest-xdist binutils shellcheck clang-format" ;;
+  test) packages="$packages googletest clang ccache python3 python3-pytest python3-pytest-xdist binutils shellcheck clang-format smartmontools hdparm" ;;
   bench) packages="$packages python3 busybox" ;;
   *) echo "usage: setup.sh [run|test|bench]" >&2; exit 2 ;;
 esac

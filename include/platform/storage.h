@@ -50,7 +50,7 @@ static_assert(offsetof(StorDevList, count) == 640, "record offset");
 /* Fills the list, which the caller has zeroed. -1 with errno for failure.
  *
  * The disks of /sys/block without loop, ram and the like, and the devices that the map gives a
- * power switch (`storage.NAME.power`) while they are switched off, in the order of their names. */
+ * power switch (`storage.N`) while they are switched off, in the order of their names. */
 RIG_API int rig_stor_devlist(StorDevList *list);
 
 /* State of the device whose name is set, STOR_OFFLINE for one that is not there; -1 with errno.

@@ -1,8 +1,8 @@
 // The applet tables.
 //
 // Rows of applets that are not built yet carry not_built_main, so that the command line is complete
-// and says so itself. Of the storage, net and debug subsystems nothing is built yet, and they have
-// no header: their rows all carry it.
+// and says so itself. Of the net and debug subsystems nothing is built yet, and they have no
+// header: their rows all carry it.
 //
 // The third column marks the rows of the top table that open a group. uenv and mcu open tables too
 // and are not marked: they are listed like the tools that they stand among.
@@ -13,6 +13,7 @@
 #include "app/not_built.h"
 #include "board/board.h"
 #include "serial/serial.h"
+#include "storage/storage.h"
 #include "upgrade/upgrade.h"
 
 // clang-format off
@@ -52,21 +53,21 @@ AppletEntry bt2_table[kBt2Rows + 1] = {
     {"gpio",        not_built_main, 0, "gpio for korio tools"},
     {"led",         not_built_main, 0, "hat led test"},
     {"pwm",         not_built_main, 0, "hat pwm test"},
-    {"stor",        not_built_main, 0, "hat stor test"},
+    {"stor",        stor_applet,    0, "hat stor test"},
     {"mouse",       not_built_main, 0, "mouse init event test"},
     {"endless",     not_built_main, 0, "endless loop for eth speed test"},
     {"reset",       not_built_main, 0, "RESET test"},
-    {"hdstatus",    not_built_main, 0, "get sata status test"},
+    {"hdstatus",    hdstatus_applet,0, "get sata status test"},
     {"korcmem",     not_built_main, 0, "korcmem"},
     {"mem_hotplug", not_built_main, 0, "memory hotplug"},
-    {"blktrace",    not_built_main, 0, "blk trace test"},
+    {"blktrace",    blktrace_applet, 0, "blk trace test"},
     {"uenv",        uenv_group,     0, "UBOOT env test"},
     {"uart",        not_built_main, 0, "UART test"},
     {"uartmode",    not_built_main, 0, "UARTMODE set"},
     {"uartauto",    not_built_main, 0, "UART autotest set"},
     {"dtbofs",      not_built_main, 0, "DTB tools"},
     {"dtbofcell",   not_built_main, 0, "DTB tools"},
-    {"hdsmart",     not_built_main, 0, "SMART Info, IDENTIFY Info"},
+    {"hdsmart",     hdsmart_applet, 0, "SMART Info, IDENTIFY Info"},
     {"rs485en",     not_built_main, 0, "rs485en demo tools"},
     {"loop",        not_built_main, 0, "loop demo tools"},
     {"malloc",      not_built_main, 0, "malloc demo tools"},
@@ -95,7 +96,7 @@ AppletEntry upgrade_table[kUpgradeRows + 1] = {
     {"syspart",    not_built_main, 0, "upgrade syspart"},
     {"stop",       not_built_main, 0, "upgrade stop"},
     {"auto",       not_built_main, 0, "upgrade auto"},
-    {"ssd",        not_built_main, 0, "upgrade ssd"},
+    {"ssd",        ssd_upgrade_applet, 0, "upgrade ssd"},
     {nullptr,      nullptr,        0, nullptr},
 };
 

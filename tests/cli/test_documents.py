@@ -2,8 +2,8 @@
 
 A block ```session holds commands behind "$ " and what they print, both streams in order; a block
 ```usage is the same with one command. Commands of one page run on one board, one after the other.
-"timeout N" ends a command after N seconds of board time. Texts in GB2312 are shown readable, and
-build stamps as <build>.
+"timeout N" ends a command after N seconds of board time. Texts in GB2312 are shown readable, colours
+are left out, and build stamps are <build>.
 """
 
 import pathlib
@@ -16,6 +16,7 @@ from conftest import environment
 
 PAGES = sorted((pathlib.Path(__file__).resolve().parents[2] / "docs/applets").glob("*.md"))
 DATE = "2024-01-05 09:05:03"
+COLOUR = re.compile(r"\x1b\[[0-9;]*m")
 BUILD = re.compile(r"(build |BUILD: )(.*\d:\d.*?)(?=\r?$|  ------$)", re.M)
 
 
@@ -27,7 +28,7 @@ def readable(output):
         except UnicodeDecodeError:
             lines.append(line.decode("gb2312"))
     text = "\n".join(lines).replace("\r", "")
-    return BUILD.sub(r"\1<build>", text)
+    return BUILD.sub(r"\1<build>", COLOUR.sub("", text))
 
 
 def printed(board, work, command):

@@ -14,7 +14,8 @@ namespace vboard {
 namespace {
 
 constexpr const Model *kModels[] = {
-    &kGyroModel, &kIccardModel, &kLcdModel, &kMtdModel, &kRtcModel, &kSocketModel, &kWatchdogModel,
+    &kGyroModel, &kIccardModel,  &kKorstorageModel, &kLcdModel,      &kMtdModel,
+    &kRtcModel,  &kSataDiskModel, &kSocketModel,     &kWatchdogModel,
 };
 
 bool lock_byte(int fd, std::int64_t offset) {
