@@ -5,7 +5,7 @@
 #   bench  also the peers that the benchmarks compare with
 set -eu
 
-packages="g++ cmake ninja-build pkgconf libubootenv-dev libpng-dev zlib1g-dev"
+packages="g++ cmake ninja-build pkgconf libubootenv-dev libfdt-dev libpng-dev zlib1g-dev"
 case ${1:-run} in
   run) ;;
   test) packages="$packages googletest clang ccache python3 python3-pytest python3-pytest-xdist binutils shellcheck clang-format smartmontools hdparm" ;;

@@ -31,11 +31,13 @@ typedef struct DtbOverlayProp {
 static_assert(sizeof(void *) != 4 || sizeof(DtbOverlayProp) == 20, "size on the board");
 static_assert(sizeof(void *) != 4 || offsetof(DtbOverlayProp, length) == 16, "offset on the board");
 
-/* Adds or changes `count` properties of the running tree (1 and more) at once. 0, or -1 with errno:
- * ENOENT when a node does not exist, ENODEV when the kernel takes no overlays at run time, EINVAL
- * for a record that makes no sense, nothing being changed then.
+/* Adds or changes `count` properties of the running tree (1 and more) at once. 0, or -1 with the
+ * reason on standard error and errno: ENOENT when a node does not exist, ENOSYS when the kernel
+ * takes no overlays at run time, ELIBACC when libfdt is not installed, EINVAL for a record that
+ * makes no sense, EIO when the kernel refused the overlay, nothing being changed then.
  *
- * Builds an overlay and hands it to the kernel's overlay directory of configfs. */
+ * Builds an overlay with libfdt and hands it to the kernel's overlay directory of configfs,
+ * /sys/kernel/config/device-tree/overlays. Removing the new directory there undoes the change. */
 RIG_API int rig_dtb_overlay(DtbOverlayProp *props, int count);
 
 #ifdef __cplusplus

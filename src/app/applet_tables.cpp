@@ -1,8 +1,8 @@
 // The applet tables.
 //
 // Rows of applets that are not built yet carry not_built_main, so that the command line is complete
-// and says so itself. Of the net and debug subsystems nothing is built yet, and they have no
-// header: their rows all carry it.
+// and says so itself. Of the net subsystem nothing is built yet, and it has no header: its rows all
+// carry it.
 //
 // The third column marks the rows of the top table that open a group. uenv and mcu open tables too
 // and are not marked: they are listed like the tools that they stand among.
@@ -12,6 +12,7 @@
 #include "app/app.h"
 #include "app/not_built.h"
 #include "board/board.h"
+#include "debug/debug_tools.h"
 #include "serial/serial.h"
 #include "storage/storage.h"
 #include "upgrade/upgrade.h"
@@ -47,57 +48,57 @@ AppletEntry bt1_table[kBt1Rows + 1] = {
 };
 
 AppletEntry bt2_table[kBt2Rows + 1] = {
-    {"all",         nullptr,        0, "ALL test"},  // listed only
-    {"bsp",         bsp_main,       0, "BSP test"},
-    {"power",       not_built_main, 0, "POWER test"},
-    {"gpio",        not_built_main, 0, "gpio for korio tools"},
-    {"led",         not_built_main, 0, "hat led test"},
-    {"pwm",         not_built_main, 0, "hat pwm test"},
-    {"stor",        stor_applet,    0, "hat stor test"},
-    {"mouse",       not_built_main, 0, "mouse init event test"},
-    {"endless",     not_built_main, 0, "endless loop for eth speed test"},
-    {"reset",       not_built_main, 0, "RESET test"},
-    {"hdstatus",    hdstatus_applet,0, "get sata status test"},
-    {"korcmem",     not_built_main, 0, "korcmem"},
-    {"mem_hotplug", not_built_main, 0, "memory hotplug"},
-    {"blktrace",    blktrace_applet, 0, "blk trace test"},
-    {"uenv",        uenv_group,     0, "UBOOT env test"},
-    {"uart",        not_built_main, 0, "UART test"},
-    {"uartmode",    not_built_main, 0, "UARTMODE set"},
-    {"uartauto",    not_built_main, 0, "UART autotest set"},
-    {"dtbofs",      not_built_main, 0, "DTB tools"},
-    {"dtbofcell",   not_built_main, 0, "DTB tools"},
-    {"hdsmart",     hdsmart_applet, 0, "SMART Info, IDENTIFY Info"},
-    {"rs485en",     not_built_main, 0, "rs485en demo tools"},
-    {"loop",        not_built_main, 0, "loop demo tools"},
-    {"malloc",      not_built_main, 0, "malloc demo tools"},
-    {"apinet",      apinet_main,    0, "system net api test"},
-    {"gps_tool",    not_built_main, 0, "gps test"},
-    {"mcu",         mcu_group,      0, "mcu command"},
-    {nullptr,       nullptr,        0, nullptr},
+    {"all",         nullptr,          0, "ALL test"},  // listed only
+    {"bsp",         bsp_main,         0, "BSP test"},
+    {"power",       not_built_main,   0, "POWER test"},
+    {"gpio",        not_built_main,   0, "gpio for korio tools"},
+    {"led",         not_built_main,   0, "hat led test"},
+    {"pwm",         not_built_main,   0, "hat pwm test"},
+    {"stor",        stor_applet,      0, "hat stor test"},
+    {"mouse",       not_built_main,   0, "mouse init event test"},
+    {"endless",     not_built_main,   0, "endless loop for eth speed test"},
+    {"reset",       not_built_main,   0, "RESET test"},
+    {"hdstatus",    hdstatus_applet,  0, "get sata status test"},
+    {"korcmem",     korcmem_main,     0, "korcmem"},
+    {"mem_hotplug", mem_hotplug_main, 0, "memory hotplug"},
+    {"blktrace",    blktrace_applet,  0, "blk trace test"},
+    {"uenv",        uenv_group,       0, "UBOOT env test"},
+    {"uart",        not_built_main,   0, "UART test"},
+    {"uartmode",    not_built_main,   0, "UARTMODE set"},
+    {"uartauto",    not_built_main,   0, "UART autotest set"},
+    {"dtbofs",      dtbofs_main,      0, "DTB tools"},
+    {"dtbofcell",   dtbofcell_main,   0, "DTB tools"},
+    {"hdsmart",     hdsmart_applet,   0, "SMART Info, IDENTIFY Info"},
+    {"rs485en",     not_built_main,   0, "rs485en demo tools"},
+    {"loop",        loop_main,        0, "loop demo tools"},
+    {"malloc",      malloc_main,      0, "malloc demo tools"},
+    {"apinet",      apinet_main,      0, "system net api test"},
+    {"gps_tool",    not_built_main,   0, "gps test"},
+    {"mcu",         mcu_group,        0, "mcu command"},
+    {nullptr,       nullptr,          0, nullptr},
 };
 
 AppletEntry btdbg_table[kBtdbgRows + 1] = {
-    {"mem",       not_built_main, 0, "memory tools"},
-    {"pstat",     not_built_main, 0, "stat debug"},
-    {"proctrace", not_built_main, 0, "proc trace tools"},
-    {"getconf",   not_built_main, 0, "getconf"},
+    {"mem",       mem_main,       0, "memory tools"},
+    {"pstat",     main_pstat,     0, "stat debug"},
+    {"proctrace", proctrace_main, 0, "proc trace tools"},
+    {"getconf",   getconf_main,   0, "getconf"},
     {nullptr,     nullptr,        0, nullptr},
 };
 
 AppletEntry upgrade_table[kUpgradeRows + 1] = {
-    {"upgrade",    not_built_main, 0, "upgrade auto"},  // sic: the text of auto
-    {"bootloader", not_built_main, 0, "upgrade bootloader"},
-    {"kernel",     not_built_main, 0, "upgrade kernel"},
-    {"fwbundle",   not_built_main, 0, "upgrade fwbundle"},
-    {"backup",     not_built_main, 0, "upgrade backup"},
-    {"maint",      not_built_main, 0, "upgrade maint"},
-    {"secboot",    not_built_main, 0, "upgrade maint"},  // sic: the text of maint
-    {"syspart",    not_built_main, 0, "upgrade syspart"},
-    {"stop",       not_built_main, 0, "upgrade stop"},
-    {"auto",       not_built_main, 0, "upgrade auto"},
+    {"upgrade",    not_built_main,     0, "upgrade auto"},  // sic: the text of auto
+    {"bootloader", not_built_main,     0, "upgrade bootloader"},
+    {"kernel",     not_built_main,     0, "upgrade kernel"},
+    {"fwbundle",   not_built_main,     0, "upgrade fwbundle"},
+    {"backup",     not_built_main,     0, "upgrade backup"},
+    {"maint",      not_built_main,     0, "upgrade maint"},
+    {"secboot",    not_built_main,     0, "upgrade maint"},  // sic: the text of maint
+    {"syspart",    not_built_main,     0, "upgrade syspart"},
+    {"stop",       not_built_main,     0, "upgrade stop"},
+    {"auto",       not_built_main,     0, "upgrade auto"},
     {"ssd",        ssd_upgrade_applet, 0, "upgrade ssd"},
-    {nullptr,      nullptr,        0, nullptr},
+    {nullptr,      nullptr,            0, nullptr},
 };
 
 AppletEntry ethchan_table[kEthchanRows + 1] = {

@@ -25,3 +25,14 @@ uint32_t parse_u32(const char *text, int base) {
     return std::numeric_limits<uint32_t>::max();
   return static_cast<uint32_t>(value);
 }
+
+bool scan_u32(const char *text, int base, uint32_t &out_value) {
+  if (text == nullptr)
+    return false;
+  char *end = nullptr;
+  strtoll(text, &end, base);
+  if (end == text)
+    return false;
+  out_value = parse_u32(text, base);
+  return true;
+}

@@ -15,4 +15,8 @@ int32_t parse_decimal(const char *text);
 // magnitude beyond 32 bits is 0xFFFFFFFF.
 uint32_t parse_u32(const char *text, int base);
 
+// The same as a conversion of sscanf() reads it (base 16 is %x, base 10 is %u): false, with
+// `out_value` untouched, when `text` does not begin with a number or is null.
+bool scan_u32(const char *text, int base, uint32_t &out_value);
+
 #endif

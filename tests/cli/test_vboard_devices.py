@@ -59,7 +59,7 @@ def test_a_child_has_its_parent_s_descriptors(board, probe):
 
 
 def test_a_command_that_is_executed_is_on_the_board_too(board, one_probe):
-    run = board.run_command([one_probe, "exec", f"{one_probe} access /dev/lcd f access /dev/mem f"])
+    run = board.run_command([one_probe, "exec", f"{one_probe} access /dev/lcd f access /dev/port f"])
     assert lines(run) == ["access 0", "access ENOENT"]
 
 
@@ -162,7 +162,7 @@ def test_a_node_is_found_however_its_path_is_written(board, probe, path):
 
 
 def test_a_relative_path_reaches_the_board_from_its_directory(board, one_probe):
-    run = run_steps(board, one_probe, "chdir /dev; open lcd rdwr; write 00; open mem rdonly")
+    run = run_steps(board, one_probe, "chdir /dev; open lcd rdwr; write 00; open port rdonly")
     assert lines(run) == ["chdir 0", "open 3", "write 0", "open ENOENT"]
 
 

@@ -192,6 +192,10 @@ int sys_unlink(const char *path) {
   return static_cast<int>(call(SYS_unlinkat, AT_FDCWD, path, 0));
 }
 
+int sys_rmdir(const char *path) {
+  return static_cast<int>(call(SYS_unlinkat, AT_FDCWD, path, AT_REMOVEDIR));
+}
+
 int sys_rename(const char *from, const char *to) {
   return static_cast<int>(call(SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, 0));
 }

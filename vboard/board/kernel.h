@@ -45,6 +45,7 @@ int sys_access(const char *path, int mode);
 ssize_t sys_readlink(const char *path, char *buffer, std::size_t size);
 int sys_mkdir(const char *path, unsigned mode);
 int sys_unlink(const char *path);
+int sys_rmdir(const char *path);
 int sys_rename(const char *from, const char *to);
 ssize_t sys_getcwd(char *buffer, std::size_t size);
 int sys_memfd(const char *name, unsigned flags);

@@ -9,8 +9,10 @@
 #include <utime.h>
 
 #include <cerrno>
+#include <string_view>
 
 #include "vboard/interposer/files.h"
+#include "vboard/interposer/models/attributes.h"
 #include "vboard/interposer/paths.h"
 #include "vboard/interposer/state.h"
 #include "vboard/interposer/wrap.h"
@@ -88,6 +90,12 @@ WRAP(int, unlinkat, int directory, const char *path, int flags) {
     case Place::kAttribute:
       result = -EPERM;
       break;
+    case Place::kDirectory:
+      if ((flags & AT_REMOVEDIR) && std::string_view(resolved.real).starts_with("/sys/"))
+        result = remove_sys_directory(board_directory(), resolved.real);
+      else
+        result = kernel_result(REAL(unlinkat)(AT_FDCWD, resolved.host, flags));
+      break;
     case Place::kFallback:
       // What only the PC has cannot be removed from the board.
       result = sys_access(resolved.asked, F_OK) == 0 ? -EROFS : -ENOENT;
@@ -163,6 +171,12 @@ WRAP(int, rename, const char *from, const char *to) {
 WRAP(int, mkdirat, int directory, const char *path, mode_t mode) {
   if (!on_board())
     return REAL(mkdirat)(directory, path, mode);
+  Resolved resolved;
+  resolve(directory, path, false, resolved);
+  // A directory of the kernel's own comes with what is in it, where there can be one at all.
+  if (resolved.place == Place::kMissing && resolved.error == ENOENT &&
+      std::string_view(resolved.real).starts_with("/sys/"))
+    return end_by_name("mkdir", resolved, make_sys_directory(board_directory(), resolved.real));
   return change("mkdir", directory, path, false, true,
                 [&](int at, const char *name) { return REAL(mkdirat)(at, name, mode); });
 }

@@ -34,6 +34,17 @@ WRAP(int, ftruncate64, int fd, off64_t size) {
 
 namespace {
 
+// What the model says of a mapping of its medium.
+int may_map(Description &description, std::size_t size, std::int64_t offset) {
+  const Model *model = description.file.model;
+  if (description.kind != Kind::kModel || model->map == nullptr)
+    return 0;
+  lock_board();
+  int result = model->map(description.file, size, offset);
+  unlock_board();
+  return result;
+}
+
 void *map_on_board(Description &description, void *address, std::size_t size, int protection,
                    int flags, int fd, std::int64_t offset, int &error) {
   const Fault *fault = meet_fault(description, "mmap");
@@ -47,6 +58,8 @@ void *map_on_board(Description &description, void *address, std::size_t size, in
     error = -ENODEV;
   } else if (mode == O_WRONLY || (mode == O_RDONLY && shared && (protection & PROT_WRITE))) {
     error = -EACCES;
+  } else if (size > 0 && (error = may_map(description, size, offset)) < 0) {
+    result = nullptr;
   } else {
     result = sys_mmap(address, size, protection, flags, fd, offset, error);
   }

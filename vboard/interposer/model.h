@@ -83,6 +83,8 @@ struct Model {
   // When the descriptor is ready for reading: a time not later than `now` is "now", kNever is
   // never.
   BoardTime (*readable_at)(OpenFile &file, BoardTime now);
+  // Whether the bytes from `offset` of the medium may be mapped: 0, or a negated errno.
+  int (*map)(OpenFile &file, std::size_t size, std::int64_t offset) = nullptr;
 };
 
 // Every model, in one table (models.cpp); null for an unknown name.

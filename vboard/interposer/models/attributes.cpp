@@ -24,6 +24,8 @@
 #include "vboard/board/kernel.h"
 #include "vboard/board/node.h"
 #include "vboard/board/text.h"
+#include "vboard/interposer/models/memory_blocks.h"
+#include "vboard/interposer/models/overlays.h"
 
 namespace vboard {
 namespace {
@@ -282,6 +284,18 @@ ssize_t write_loading(const Write &write) {
   return is_loading(write.board, write.path) ? end_loading(write, image.text, value == 0) : 0;
 }
 
+ssize_t probe_memory(const Write &write) {
+  return write_memory_probe(write.board, write.bytes);
+}
+
+ssize_t set_memory_state(const Write &write) {
+  return write_memory_state(write.board, write.path, write.bytes);
+}
+
+ssize_t write_overlay(const Write &write) {
+  return write_overlay_blob(write.board, write.path, write.bytes, write.offset);
+}
+
 struct AttributeHook {
   std::string_view directory;  // the path begins with
   std::string_view name;       // and ends with
@@ -300,6 +314,18 @@ constexpr AttributeHook kHooks[] = {
      .name = "/brightness",
      .counts = false,
      .write = write_brightness},
+    {.directory = "/sys/devices/system/memory/",
+     .name = "/probe",
+     .counts = false,
+     .write = probe_memory},
+    {.directory = "/sys/devices/system/memory/",
+     .name = "/state",
+     .counts = false,
+     .write = set_memory_state},
+    {.directory = "/sys/kernel/config/device-tree/overlays/",
+     .name = "/dtbo",
+     .counts = true,
+     .write = write_overlay},
     {.directory = "/sys/bus/nvmem/", .name = "/nvmem", .counts = true, .write = write_block},
 };
 
@@ -353,6 +379,14 @@ ssize_t write_attribute(const char *board, const char *path, const void *data, s
   char text[kPageSize];
   follow_wires(board, write.path, load_value(board, write.path, text), kMostHops);
   return static_cast<ssize_t>(size);
+}
+
+int make_sys_directory(const char *board, const char *path) {
+  return make_overlay(board, path);
+}
+
+int remove_sys_directory(const char *board, const char *path) {
+  return remove_overlay(board, path);
 }
 
 }  // namespace vboard

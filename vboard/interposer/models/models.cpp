@@ -14,7 +14,8 @@ namespace vboard {
 namespace {
 
 constexpr const Model *kModels[] = {
-    &kGyroModel, &kIccardModel,  &kKorstorageModel, &kLcdModel,      &kMtdModel,
+    &kGyroModel, &kIccardModel,   &kKorstorageModel, &kKorcmemModel,
+    &kLcdModel,  &kMtdModel,      &kPhysMemModel,    &kProcConnectorModel,
     &kRtcModel,  &kSataDiskModel, &kSocketModel,     &kWatchdogModel,
 };
 

@@ -10,8 +10,11 @@ namespace vboard {
 extern const Model kGyroModel;
 extern const Model kIccardModel;
 extern const Model kKorstorageModel;
+extern const Model kKorcmemModel;
 extern const Model kLcdModel;
 extern const Model kMtdModel;
+extern const Model kPhysMemModel;
+extern const Model kProcConnectorModel;
 extern const Model kRtcModel;
 extern const Model kSataDiskModel;
 extern const Model kSocketModel;

@@ -1,0 +1,79 @@
+#include "vboard/board/state_files.h"
+
+#include <cerrno>
+#include <cstdio>
+
+#include <fcntl.h>
+#include <sys/file.h>
+
+#include "vboard/board/kernel.h"
+
+namespace vboard {
+namespace {
+
+struct FilePath {
+  char text[1024];
+};
+
+bool find_file(const char *board, std::string_view name, FilePath &out) {
+  int length = std::snprintf(out.text, sizeof(out.text), "%s/%.*s", board,
+                             static_cast<int>(name.size()), name.data());
+  return length > 0 && static_cast<std::size_t>(length) < sizeof(out.text) &&
+         name.find("..") == std::string_view::npos;
+}
+
+// Calls a function of the kernel's with the file's name on the PC.
+template <typename Call>
+int with_file(const char *board, std::string_view name, Call call) {
+  FilePath file;
+  return find_file(board, name, file) ? call(file.text) : -EINVAL;
+}
+
+}  // namespace
+
+ssize_t load_state(const char *board, std::string_view name, std::span<char> out) {
+  int fd =
+      with_file(board, name, [](const char *path) { return sys_open(path, O_RDONLY | O_CLOEXEC); });
+  if (fd < 0)
+    return fd;
+  sys_flock(fd, LOCK_SH);
+  ssize_t length = sys_pread(fd, out.data(), out.size(), 0);
+  sys_close(fd);
+  return length;
+}
+
+int store_state(const char *board, std::string_view name, std::string_view bytes) {
+  int fd = with_file(board, name, [](const char *path) {
+    return sys_open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+  });
+  if (fd < 0)
+    return fd;
+  sys_flock(fd, LOCK_EX);
+  ssize_t result = sys_pwrite(fd, bytes.data(), bytes.size(), 0);
+  if (result >= 0)
+    result = sys_ftruncate(fd, static_cast<std::int64_t>(bytes.size()));
+  sys_close(fd);
+  return result < 0 ? static_cast<int>(result) : 0;
+}
+
+int remove_state(const char *board, std::string_view name) {
+  return with_file(board, name, [](const char *path) { return sys_unlink(path); });
+}
+
+int make_state_directory(const char *board, std::string_view name) {
+  int result = with_file(board, name, [](const char *path) { return sys_mkdir(path, 0777); });
+  return result == -EEXIST ? 0 : result;
+}
+
+int remove_state_directory(const char *board, std::string_view name) {
+  return with_file(board, name, [](const char *path) { return sys_rmdir(path); });
+}
+
+bool has_state(const char *board, std::string_view name) {
+  return with_file(board, name, [](const char *path) {
+           FileStatus status;
+           return sys_stat(path, status);
+         }) == 0;
+}
+
+}  // namespace vboard

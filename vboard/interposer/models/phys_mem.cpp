@@ -1,0 +1,78 @@
+// /dev/mem: the board's physical memory. The medium is the memory, an address being an offset: a
+// sparse file, which begins as zeros. There is memory, or a register, where a region says so, and
+// only there may be mapped.
+//
+//   region0, region1, ...   NAME FIRST LAST, whole pages: "ram 0x00000000 0x1fffffff"
+//   refuses                 the error for what no region holds (EINVAL)
+
+#include "vboard/interposer/models/models.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+
+#include "vboard/board/text.h"
+#include "vboard/interposer/kernel.h"
+
+namespace vboard {
+namespace {
+
+constexpr int kMostRegions = 32;
+constexpr std::int64_t kPage = 4096;
+
+// False when there is no region of that number.
+bool find_region(const Node &node, int number, std::int64_t &first, std::int64_t &last) {
+  char key[16];
+  int length = std::snprintf(key, sizeof(key), "region%d", number);
+  std::string_view region = node_text(node, {key, static_cast<std::size_t>(length)});
+  take_word(region);
+  return parse_number(take_word(region), first) && parse_number(take_word(region), last) &&
+         first >= 0 && first <= last && last <= UINT32_MAX;
+}
+
+int phys_mem_open(OpenFile &file) {
+  std::int64_t end = sys_size(file.fd);
+  std::int64_t first;
+  std::int64_t last;
+  for (int i = 0; i < kMostRegions && find_region(file.node, i, first, last); i++)
+    end = std::max(end, last + 1);
+  return end > sys_size(file.fd) ? sys_ftruncate(file.fd, end) : 0;
+}
+
+int phys_mem_map(OpenFile &file, std::size_t size, std::int64_t offset) {
+  std::int64_t end = offset + static_cast<std::int64_t>(size);
+  end = (end + kPage - 1) / kPage * kPage;
+  // Regions may follow on one another, in any order.
+  for (std::int64_t at = offset; at < end;) {
+    std::int64_t first;
+    std::int64_t last;
+    std::int64_t reached = at;
+    for (int i = 0; i < kMostRegions && find_region(file.node, i, first, last); i++)
+      if (first <= at && at <= last)
+        reached = last + 1;
+    if (reached == at) {
+      int error = parse_errno(node_text(file.node, "refuses"));
+      return error != 0 ? -error : -EINVAL;
+    }
+    at = reached;
+  }
+  return 0;
+}
+
+}  // namespace
+
+extern constexpr Model kPhysMemModel = {
+    .name = "phys_mem",
+    .requests = {},
+    .medium_size = 0,
+    .medium_fill = 0,
+    .open = phys_mem_open,
+    .close = nullptr,
+    .read = nullptr,
+    .write = nullptr,
+    .ioctl = nullptr,
+    .readable_at = nullptr,
+    .map = phys_mem_map,
+};
+
+}  // namespace vboard
