@@ -38,6 +38,25 @@ TEST(AttributeHooks, text_replaces_the_old_one_and_keeps_one_line_end) {
   EXPECT_EQ(write(board, "/sys/none", "x"), -ENOENT);
 }
 
+TEST(AttributeHooks, text_ends_at_its_nul) {
+  using namespace std::literals;
+  ModelHarness board("");
+  board.write_file("sys/a", "old\n");
+  EXPECT_EQ(write(board, "/sys/a", "yes\n\0"sv), 5);
+  EXPECT_EQ(board.file("sys/a"), "yes\n");
+  EXPECT_EQ(write(board, "/sys/a", "no\0yes"sv), 6);
+  EXPECT_EQ(board.file("sys/a"), "no\n");
+
+  board.write_file("sys/class/gpio/gpio48/value", "1\n");
+  EXPECT_EQ(write(board, "/sys/class/gpio/gpio48/value", "0\0"sv), 2);
+  EXPECT_EQ(board.file("sys/class/gpio/gpio48/value"), "0\n");
+  EXPECT_EQ(write(board, "/sys/class/gpio/gpio48/value", "\0001"sv), -EINVAL);
+
+  board.write_file("sys/class/leds/x/brightness", "0\n");
+  EXPECT_EQ(write(board, "/sys/class/leds/x/brightness", "7\0"sv), 2);
+  EXPECT_EQ(board.file("sys/class/leds/x/brightness"), "7\n");
+}
+
 TEST(AttributeHooks, brightness_is_a_number_up_to_its_most) {
   ModelHarness board("");
   board.write_file("sys/class/leds/x/brightness", "0\n");

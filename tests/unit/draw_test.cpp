@@ -126,6 +126,108 @@ TEST(DrawBoard, watchdog_is_stopped_armed_or_has_run_out) {
   EXPECT_TRUE(has(board_page(board), "stopped, limit"));
 }
 
+TEST(DrawBoard, physical_memory_is_its_regions) {
+  ModelHarness board(
+      "model = phys_mem\nregion0 = ram 0x00000000 0x1fffffff\n"
+      "region1 = registers 0xf0000000 0xf000ffff\nregion3 = behind-a-gap 0 1\n");
+  board.write_file("board", "vboard board, format 1\n");
+  EXPECT_TRUE(has(board_page(board),
+                  "/dev/node          ram 00000000-1fffffff, registers f0000000-f000ffff\n"))
+      << board_page(board);
+  board.write_file("dev/node", "model = phys_mem\n");
+  EXPECT_TRUE(has(board_page(board), "/dev/node          no regions\n"));
+}
+
+TEST(DrawBoard, reserved_memory_is_its_blocks_and_what_was_done_with_them) {
+  ModelHarness board(
+      "model = korcmem\nblock3 = isp 0x17800000 0x400000\nblock10 = decoder 0x18000000 0x800000\n"
+      "block11 = encoder 0x18800000 0x800000\nstate3 = reserved\nstate10 = mapped\n");
+  board.write_file("board", "vboard board, format 1\n");
+  EXPECT_TRUE(has(board_page(board), "/dev/node          3 isp, 10 decoder mapped, 11 encoder\n"))
+      << board_page(board);
+  board.write_file("dev/node", "model = korcmem\n");
+  EXPECT_TRUE(has(board_page(board), "/dev/node          no blocks\n"));
+}
+
+TEST(DrawBoard, disk_is_its_model_firmware_and_verdict) {
+  ModelHarness board("model = sata_disk\nidentify = id\n");
+  board.write_file("board", "vboard board, format 1\n");
+  std::string identify(512, '\0');
+  // The two bytes of every word are swapped: "FW01A3" and "A DISK 128".
+  identify.replace(46, 8, "WF103A  ");
+  identify.replace(54, 40, " AIDKS1 82" + std::string(30, ' '));
+  board.write_file("media/id", identify);
+  struct Row {
+    const char *settings;
+    const char *verdict;
+  };
+  for (const Row &row :
+       {Row{"", "SMART passed\n"}, Row{"smart_exceeded = 1\n", "SMART threshold exceeded\n"},
+        Row{"smart_exceeded = 1\nsmart_status = 0xc24f\n", "SMART passed\n"},
+        Row{"smart_status = 0x2cf4\n", "SMART threshold exceeded\n"},
+        Row{"smart_status = 0x1234\n", "SMART answers 0x1234\n"},
+        Row{"smart_exceeded = 1\nsmart_enabled = 0\n", "SMART off\n"},
+        Row{"standby = 1\n", "SMART passed, standby\n"}}) {
+    board.write_file("dev/node", std::string("model = sata_disk\nidentify = id\n") + row.settings);
+    EXPECT_TRUE(has(
+        board_page(board),
+        (std::string("/dev/node          A DISK 128, firmware FW01A3, ") + row.verdict).c_str()))
+        << row.settings << board_page(board);
+  }
+  board.write_file("media/id", "short");
+  EXPECT_TRUE(has(board_page(board), "/dev/node          no identity, SMART passed, standby\n"));
+}
+
+TEST(DrawBoard, storage_driver_is_its_ports_and_what_a_trace_sees) {
+  ModelHarness board("model = korstorage\nports = 2\ndevices = sda mmcblk0\nmedium = events\n");
+  board.write_file("board", "vboard board, format 1\n");
+  board.write_file("media/events",
+                   "# seconds and more\n0.1 1 2048 4096 1 0 write\n\n0.2 8 2048 4096 1 0 write\n");
+  EXPECT_TRUE(has(board_page(board), "/dev/node          2 ports, traces sda mmcblk0, 2 events\n"))
+      << board_page(board);
+  board.write_file("dev/node", "model = korstorage\nscan_failed = 1\n");
+  EXPECT_TRUE(has(board_page(board),
+                  "/dev/node          1 port, bus scan not done, traces nothing, 0 events\n"))
+      << board_page(board);
+}
+
+TEST(DrawBoard, memory_blocks_stand_in_the_order_of_their_numbers) {
+  ModelHarness board("");
+  board.write_file("board", "vboard board, format 1\n");
+  EXPECT_TRUE(has(board_page(board), "memory blocks      none\n"));
+  for (const char *file : {"memory2/state", "memory10/state"})
+    board.write_file((std::string("sys/devices/system/memory/") + file).c_str(),
+                     file[6] == '2' ? "online\n" : "offline\n");
+  board.write_file("sys/devices/system/memory/memory3/removable", "1\n");
+  board.write_file("sys/devices/system/memory/block_size_bytes", "8000000\n");
+  EXPECT_TRUE(has(board_page(board), "memory blocks      2 online, 10 offline\n"))
+      << board_page(board);
+}
+
+TEST(DrawBoard, overlays_are_named_with_their_status) {
+  ModelHarness board("");
+  board.write_file("board", "vboard board, format 1\n");
+  EXPECT_TRUE(has(board_page(board), "overlays           none\n"));
+  constexpr char kOverlays[] = "sys/kernel/config/device-tree/overlays/";
+  board.write_file((std::string(kOverlays) + "a/status").c_str(), "applied\n");
+  board.write_file((std::string(kOverlays) + "b/status").c_str(), "unapplied\n");
+  EXPECT_TRUE(has(board_page(board), "overlays           a applied, b unapplied\n"))
+      << board_page(board);
+}
+
+TEST(DrawBoard, process_events_are_counted_with_the_time_of_the_last) {
+  ModelHarness board("");
+  board.write_file("board", "vboard board, format 1\n");
+  EXPECT_TRUE(has(board_page(board), "process events     no connector\n"));
+  board.write_file("netlink/connector", "events = e\n");
+  EXPECT_TRUE(has(board_page(board), "process events     0 events\n"));
+  board.write_file("media/e", "# comment\n0.5 fork 1 1 2 2\n1.25 exit 2 2\nno event\n");
+  EXPECT_TRUE(has(board_page(board), "process events     2 events in 1.250 s\n"))
+      << board_page(board);
+  board.write_file("netlink/connector", "events = e\ndenied = 1\n");
+  EXPECT_TRUE(has(board_page(board), "2 events in 1.250 s, listening is not allowed\n"));
+}
+
 TEST(DrawBoard, a_folder_that_is_no_board) {
   ModelHarness board("");
   drawn([&board](std::FILE *out) { EXPECT_EQ(draw_board(board.directory.c_str(), out), -ENOENT); });

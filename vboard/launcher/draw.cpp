@@ -6,8 +6,6 @@
 #include <cstring>
 #include <string_view>
 
-#include <dirent.h>
-
 #include "vboard/board/gyro_chips.h"
 #include "vboard/board/kernel.h"
 #include "vboard/board/text.h"
@@ -15,6 +13,7 @@
 #include "vboard/interposer/models/attributes.h"
 #include "vboard/launcher/draw_files.h"
 #include "vboard/launcher/draw_lcd.h"
+#include "vboard/launcher/draw_system.h"
 
 namespace vboard {
 namespace {
@@ -61,21 +60,6 @@ void dump(std::FILE *out, const unsigned char *bytes, std::size_t size) {
 std::string_view load_attribute(const char *board, std::string_view name, char (&text)[256]) {
   std::ptrdiff_t length = read_board_file(board, name, text, sizeof(text));
   return length < 0 ? "absent" : attribute_value({text, static_cast<std::size_t>(length)});
-}
-
-// The names in a folder of the board, in order; the number of them, 0 for a folder that is missing.
-int list_folder(const char *board, const char *folder, dirent **&names) {
-  char path[1024];
-  auto visible = [](const dirent *entry) { return entry->d_name[0] == '.' ? 0 : 1; };
-  names = nullptr;
-  int count = board_file(board, folder, path) ? scandir(path, &names, visible, alphasort) : 0;
-  return std::max(count, 0);
-}
-
-void free_names(dirent **names, int count) {
-  for (int i = 0; i < count; i++)
-    std::free(names[i]);
-  std::free(names);
 }
 
 // --- Devices: a line of the page, and what there is beside the settings
@@ -234,9 +218,13 @@ struct Drawing {
 constexpr Drawing kDrawings[] = {
     {.model = "gyro", .line = gyro_line, .detail = gyro_detail},
     {.model = "iccard", .line = iccard_line, .detail = iccard_detail},
+    {.model = "korcmem", .line = korcmem_line, .detail = nullptr},
+    {.model = "korstorage", .line = korstorage_line, .detail = nullptr},
     {.model = "lcd", .line = lcd_line, .detail = lcd_detail},
     {.model = "mtd", .line = mtd_line, .detail = mtd_detail},
+    {.model = "phys_mem", .line = phys_mem_line, .detail = nullptr},
     {.model = "rtc", .line = rtc_line, .detail = nullptr},
+    {.model = "sata_disk", .line = sata_disk_line, .detail = nullptr},
     {.model = "watchdog", .line = watchdog_line, .detail = nullptr},
 };
 
@@ -372,6 +360,13 @@ void draw_interfaces(const char *board, std::FILE *out) {
   free_names(names, count);
 }
 
+void draw_system(const char *board, std::FILE *out, const char *label,
+                 void (*line)(const char *board, std::FILE *out)) {
+  print_label(out, label);
+  line(board, out);
+  std::fputc('\n', out);
+}
+
 void draw_faults(const char *board, std::FILE *out) {
   static char text[kFlashSize];
   std::ptrdiff_t size = read_board_file(board, "faults", text, sizeof(text));
@@ -431,6 +426,9 @@ int draw_board(const char *board, std::FILE *out) {
   draw_boot_block(board, out);
   draw_cpld(board, out);
   draw_interfaces(board, out);
+  draw_system(board, out, "memory blocks", memory_blocks_line);
+  draw_system(board, out, "overlays", overlays_line);
+  draw_system(board, out, "process events", process_events_line);
   draw_faults(board, out);
   return 0;
 }

@@ -1,7 +1,9 @@
 #include "vboard/launcher/draw_files.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 
 #include <fcntl.h>
 
@@ -46,6 +48,20 @@ std::ptrdiff_t read_medium_of(const char *board, const Node &node, void *out, st
   if (length < 0 || static_cast<std::size_t>(length) >= sizeof(name))
     return -ENAMETOOLONG;
   return read_board_file(board, name, out, size);
+}
+
+int list_folder(const char *board, const char *folder, dirent **&names) {
+  char path[1024];
+  auto visible = [](const dirent *entry) { return entry->d_name[0] == '.' ? 0 : 1; };
+  names = nullptr;
+  int count = board_file(board, folder, path) ? scandir(path, &names, visible, versionsort) : 0;
+  return std::max(count, 0);
+}
+
+void free_names(dirent **names, int count) {
+  for (int i = 0; i < count; i++)
+    std::free(names[i]);
+  std::free(names);
 }
 
 }  // namespace vboard

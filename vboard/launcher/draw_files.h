@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <string_view>
 
+#include <dirent.h>
+
 #include "vboard/board/node.h"
 
 namespace vboard {
@@ -19,6 +21,11 @@ std::ptrdiff_t read_board_file(const char *board, std::string_view name, void *o
 
 // Up to `size` bytes of a node's medium; the bytes read, or a negated errno (ENOENT without one).
 std::ptrdiff_t read_medium_of(const char *board, const Node &node, void *out, std::size_t size);
+
+// The names in a folder of the board, in order, numbers by their value; the number of them, 0 for a
+// folder that is missing. free_names() takes them back.
+int list_folder(const char *board, const char *folder, dirent **&names);
+void free_names(dirent **names, int count);
 
 }  // namespace vboard
 

@@ -373,6 +373,8 @@ ssize_t write_attribute(const char *board, const char *path, const void *data, s
                  .bytes = {static_cast<const char *>(data), size},
                  .offset = offset};
   const AttributeHook &hook = hook_of(write.path);
+  if (!hook.counts)  // a text, which a NUL ends: programs write that too
+    write.bytes = write.bytes.substr(0, write.bytes.find('\0'));
   ssize_t result = hook.write(write);
   if (result < 0 || hook.counts)
     return result;
