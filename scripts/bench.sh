@@ -33,3 +33,11 @@ $as_root python3 "$top/bench/startup.py" "$image" "${ROUNDS:-2000}" \
   "empty C program=/usr/bin/empty" \
   "benchrig version=/usr/bin/benchrig version" \
   "busybox true (dynamic)=/usr/bin/busybox true"
+
+echo
+echo "Physical memory of a virtual board (median wall time, ratio to dd)"
+python3 "$top/bench/memory.py" "$build/bin/vboard" "$image/usr/bin/benchrig" "${MEMORY_ROUNDS:-20}"
+
+echo
+echo "Process events of a storm of short processes (events told, processor time as a ratio)"
+python3 "$top/bench/process_events.py" "$image/usr/bin/benchrig" "${PROCESSES:-5000}"

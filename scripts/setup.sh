@@ -9,7 +9,7 @@ packages="g++ cmake ninja-build pkgconf libubootenv-dev libfdt-dev libpng-dev zl
 case ${1:-run} in
   run) ;;
   test) packages="$packages googletest clang ccache python3 python3-pytest python3-pytest-xdist binutils shellcheck clang-format smartmontools hdparm" ;;
-  bench) packages="$packages python3 busybox" ;;
+  bench) packages="$packages python3 busybox forkstat" ;;
   *) echo "usage: setup.sh [run|test|bench]" >&2; exit 2 ;;
 esac
 
