@@ -302,3 +302,72 @@ def test_power_cycle_of_the_boards_devices(empty):
     attribute(empty, LINE, "1")
     on, off = listing(("msa", 0, 1)), listing(("msa", 0, 0))
     assert_run(empty.run("bt2", "stor", "-a"), 0, START + on + OFF + off + ON + on + RECOVER + on + GOOD)
+
+
+# --- the board's own devices ----------------------------------------------------------------------
+
+HERE = (("mmcblk0", 1, 1), ("sda", 1, 1))
+GONE = (("mmcblk0", 0, 0), ("sda", 0, 0))
+SDA_POWER = "/sys/devices/platform/sda-power/state"
+
+
+def test_the_boards_disk_goes_and_comes_back(board):
+    assert_run(board.run("bt2", "stor", "-l"), 0, listing(*HERE))
+    node = board.path("dev/sda").read_text()
+
+    assert_run(board.run("bt2", "stor", "-s", "sda", "0"), 0,
+               b"stor_state.name = sda\nsda power_state: STOR_POWEROFF.\n")
+    assert not board.path("dev/sda").exists()
+    assert not board.path("sys/block/sda").exists()
+    assert_run(board.run("bt2", "stor", "-g", "sda"), 0,
+               b"sda state: STOR_OFFLINE.\nsda power_state: STOR_POWEROFF.\n")
+    assert_run(board.run("bt2", "stor", "-l"), 0, listing(HERE[0], GONE[1]))
+    assert b"rig_sata_read_identify_info error errno = 2\n" in board.run("bt2", "hdsmart", "/dev/sda").stdout
+
+    assert_run(board.run("bt2", "stor", "-s", "sda", "1"), 0,
+               b"stor_state.name = sda\nsda power_state: STOR_POWERUP.\n")
+    assert board.path("dev/sda").read_text() == node
+    assert_run(board.run("bt2", "stor", "-g", "sda"), 0,
+               b"sda state: STOR_ONLINE.\nsda power_state: STOR_POWERUP.\n")
+    assert board.run("bt2", "hdsmart", "/dev/sda").status == 0
+
+
+@pytest.mark.parametrize("power, devices", [("0", (HERE[0], GONE[1])), ("1", HERE)])
+def test_switching_twice_is_switching_once(board, power, devices):
+    first, second = (board.run("bt2", "stor", "-s", "sda", power) for _ in range(2))
+    assert_run(second, first.status, first.stdout)
+    assert_run(board.run("bt2", "stor", "-l"), 0, listing(*devices))
+
+
+def test_power_cycle_of_the_new_board(board):
+    assert_run(board.run("bt2", "stor", "-a"), 0,
+               START + listing(*HERE) + OFF + listing(*GONE) + ON + listing(*HERE)
+               + RECOVER + listing(*HERE) + GOOD)
+
+
+def test_power_cycle_returns_to_the_state_of_the_start(board):
+    board.run("bt2", "stor", "-s", "sda", "0")
+    first = listing(HERE[0], GONE[1])
+    assert_run(board.run("bt2", "stor", "-a"), 0,
+               START + first + OFF + listing(*GONE) + ON + listing(*HERE) + RECOVER + first + GOOD)
+
+
+def test_a_switch_that_fails_for_the_second_device_leaves_the_first_one_off(board):
+    board.fault(f"{SDA_POWER} write errno=EIO")
+    assert_run(board.run("bt2", "stor", "-a"), 0,
+               START + listing(*HERE) + OFF + b"rig_stor_dev_power_ctrl sda failure.\n" + BAD)
+    assert_run(board.run("bt2", "stor", "-l"), 0, listing(GONE[0], HERE[1]))
+    assert board.path("dev/sda").exists()
+    assert_run(board.run("bt2", "stor", "-s", "sda", "0"), 0,
+               b"stor_state.name = sda\nrig_stor_dev_power_ctrl failure.\n")
+
+
+def test_switching_from_outside(board):
+    board.set(SDA_POWER, "0")
+    assert board.path(SDA_POWER[1:]).read_text() == "disabled\n"
+    assert_run(board.run("bt2", "stor", "-l"), 0, listing(HERE[0], GONE[1]))
+    board.set(SDA_POWER, "enabled")
+    assert_run(board.run("bt2", "stor", "-l"), 0, listing(*HERE))
+    with pytest.raises(AssertionError):
+        board.set(SDA_POWER, "on")
+    assert board.path(SDA_POWER[1:]).read_text() == "enabled\n"

@@ -1,5 +1,6 @@
 """The virtual board's disk, as tools that know nothing of the board see it."""
 
+import json
 import pathlib
 import shutil
 import subprocess
@@ -13,6 +14,9 @@ SBIN = "/usr/sbin:/usr/bin:/sbin:/bin"
 SMARTCTL = shutil.which("smartctl", path=SBIN)
 HDPARM = shutil.which("hdparm", path=SBIN)
 VBOARD = pathlib.Path(__file__).resolve().parents[2] / "vboard"
+DATA = pathlib.Path(__file__).resolve().parents[1] / "data/ata"
+DRIVES = sorted(path.name.removesuffix(".smart_values.bin") for path in DATA.glob("*.smart_values.bin"))
+PARTS = ("identify", "smart_values", "smart_thresholds")
 
 
 def test_the_template_holds_what_its_tool_makes():
@@ -32,6 +36,39 @@ def test_smartctl_reads_identity_attributes_and_health(board):
         assert line in text
     assert "checksum" not in text
     assert len([line for line in text.splitlines() if " 0x00" in line]) == 23
+
+
+def attributes_of_hdsmart(board):
+    """(id, flags, value, worst, threshold, raw value) as `bt2 hdsmart` prints them."""
+    report = board.run("bt2", "hdsmart", "/dev/sda").stdout
+    lines = [line for line in report.split(b"Status  \n\n")[1].split(b"\n") if line.endswith((b"OK    ", b"ILL   "))]
+    rows = []
+    for line in lines:
+        flags, threshold, value, worst, raw, _ = line[44:].split()
+        rows.append((int(line[:4], 16), int(flags, 16), int(value), int(worst), int(threshold), int(raw)))
+    return rows
+
+
+def attributes_of_smartctl(board):
+    """The same as smartctl reads them, with every raw value as a number of 48 bits."""
+    # Its database knows some of these drives and would show their raw values in other ways.
+    run = board.run_command([SMARTCTL, "-j", "-A", "-P", "ignore", "-v", "N,raw48", "/dev/sda"])
+    return [(row["id"], row["flags"]["value"], row["value"], row["worst"], row["thresh"], row["raw"]["value"])
+            for row in json.loads(run.stdout)["ata_smart_attributes"]["table"]]
+
+
+def test_there_are_recorded_drives():
+    assert len(DRIVES) == 6
+
+
+@pytest.mark.skipif(SMARTCTL is None, reason="no smartctl")
+@pytest.mark.parametrize("drive", DRIVES)
+def test_smartctl_and_hdsmart_read_the_same_attributes(board, drive):
+    for part in PARTS:
+        shutil.copy(DATA / f"{drive}.{part}.bin", board.path(f"media/sda.{part}"))
+    attributes = attributes_of_smartctl(board)
+    assert len(attributes) >= 10
+    assert attributes_of_hdsmart(board) == attributes
 
 
 @pytest.mark.skipif(SMARTCTL is None, reason="no smartctl")

@@ -69,6 +69,28 @@ int remove_state_directory(const char *board, std::string_view name) {
   return with_file(board, name, [](const char *path) { return sys_rmdir(path); });
 }
 
+int move_state(const char *board, std::string_view from, std::string_view to) {
+  FilePath file;
+  if (!find_file(board, to, file))
+    return -EINVAL;
+  if (has_state(board, to))
+    return -EEXIST;
+  return with_file(board, from, [&](const char *path) { return sys_rename(path, file.text); });
+}
+
+int lock_state_directory(const char *board, std::string_view name) {
+  int fd = with_file(board, name, [](const char *path) {
+    return sys_open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  });
+  if (fd < 0)
+    return fd;
+  int locked = sys_flock(fd, LOCK_EX);
+  if (locked == 0)
+    return fd;
+  sys_close(fd);
+  return locked;
+}
+
 bool has_state(const char *board, std::string_view name) {
   return with_file(board, name, [](const char *path) {
            FileStatus status;

@@ -22,6 +22,10 @@ int remove_state(const char *board, std::string_view name);
 // 0 also when the directory is there.
 int make_state_directory(const char *board, std::string_view name);
 int remove_state_directory(const char *board, std::string_view name);
+// -EEXIST when something has the new name.
+int move_state(const char *board, std::string_view from, std::string_view to);
+// A descriptor that holds the directory's exclusive lock until it is closed.
+int lock_state_directory(const char *board, std::string_view name);
 bool has_state(const char *board, std::string_view name);
 
 }  // namespace vboard

@@ -26,6 +26,7 @@
 #include "vboard/board/text.h"
 #include "vboard/interposer/models/memory_blocks.h"
 #include "vboard/interposer/models/overlays.h"
+#include "vboard/interposer/models/power_switches.h"
 
 namespace vboard {
 namespace {
@@ -292,6 +293,10 @@ ssize_t set_memory_state(const Write &write) {
   return write_memory_state(write.board, write.path, write.bytes);
 }
 
+ssize_t set_power(const Write &write) {
+  return write_power_switch(write.board, write.path, attribute_value(write.bytes));
+}
+
 ssize_t write_overlay(const Write &write) {
   return write_overlay_blob(write.board, write.path, write.bytes, write.offset);
 }
@@ -314,6 +319,7 @@ constexpr AttributeHook kHooks[] = {
      .name = "/brightness",
      .counts = false,
      .write = write_brightness},
+    {.directory = kPowerSwitches, .name = kPowerSwitch, .counts = false, .write = set_power},
     {.directory = "/sys/devices/system/memory/",
      .name = "/probe",
      .counts = false,
