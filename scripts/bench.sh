@@ -41,3 +41,10 @@ python3 "$top/bench/memory.py" "$build/bin/vboard" "$image/usr/bin/benchrig" "${
 echo
 echo "Process events of a storm of short processes (events told, processor time as a ratio)"
 python3 "$top/bench/process_events.py" "$image/usr/bin/benchrig" "${PROCESSES:-5000}"
+
+"${CXX:-c++}" -std=c++20 -O2 -D_GNU_SOURCE -I"$top" -I"$top/include" -I"$top/src" -o "$build/block_event" \
+  "$top/bench/block_event.cpp" "$top/src/storage/block_event.cpp"
+echo
+echo "An event of the block trace, without process look-up and sync (ratio of median times)"
+"$build/block_event" "$build/block_event.log"
+rm -f "$build/block_event.log"
