@@ -63,24 +63,23 @@ static int read_version(const char *key, char *text) {
   return read_assignment(entry, name + strspn(name, " \t"), text);
 }
 
-uint32_t rig_kernel_version(void) {
+// A packed word out of /proc/version; 0 when the text cannot be read or holds none.
+static uint32_t read_kernel_word(uint32_t (*parse)(std::string_view text)) {
   char text[512];
   const ssize_t length = rigcore::attribute_read(kKernelPath, text, sizeof(text));
   if (length < 0) {
     return 0;
   }
   errno = ENODATA;
-  return rigcore::parse_kernel_version({text, static_cast<size_t>(length)});
+  return parse({text, static_cast<size_t>(length)});
+}
+
+uint32_t rig_kernel_version(void) {
+  return read_kernel_word(rigcore::parse_kernel_version);
 }
 
 uint32_t rig_kernel_date(void) {
-  char text[512];
-  const ssize_t length = rigcore::attribute_read(kKernelPath, text, sizeof(text));
-  if (length < 0) {
-    return 0;
-  }
-  errno = ENODATA;
-  return rigcore::parse_kernel_date({text, static_cast<size_t>(length)});
+  return read_kernel_word(rigcore::parse_kernel_date);
 }
 
 int rig_get_korbootversion(char *text) {

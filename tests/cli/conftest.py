@@ -91,36 +91,9 @@ class Board:
     def clear_faults(self):
         self.path("faults").write_text("", encoding="utf-8")
 
-    def run(
-        self,
-        *arguments,
-        signals=(),
-        seconds=None,
-        stdin=b"",
-        date=None,
-        speed="max",
-        cwd=None,
-        rigcore=None,
-        env=None,
-    ):
-        """Runs benchrig with `arguments`.
-
-        signals  "NAME@SECONDS" each, sent at that board time
-        seconds  board time after which SIGTERM ends the run
-        rigcore  lines of a script for the stand-in librigcore, which then takes the real one's
-                 place; an operation that is missing or was not expected fails the test
-        """
-        return self.run_command(
-            [self.build / "bin/benchrig", *arguments],
-            signals=signals,
-            seconds=seconds,
-            stdin=stdin,
-            date=date,
-            speed=speed,
-            cwd=cwd,
-            rigcore=rigcore,
-            env=env,
-        )
+    def run(self, *arguments, **options):
+        """Runs benchrig with `arguments`; the options are run_command()'s."""
+        return self.run_command([self.build / "bin/benchrig", *arguments], **options)
 
     def run_command(
         self,
@@ -134,7 +107,13 @@ class Board:
         rigcore=None,
         env=None,
     ):
-        """The same for any command (a program as another user of the board would start it)."""
+        """Runs a command on the board.
+
+        signals  "NAME@SECONDS" each, sent at that board time
+        seconds  board time after which SIGTERM ends the run
+        rigcore  lines of a script for the stand-in librigcore, which then takes the real one's
+                 place; an operation that is missing or was not expected fails the test
+        """
         self.runs += 1
         work = self.scratch / f"run{self.runs}"
         work.mkdir()

@@ -242,7 +242,10 @@ def test_the_same_threads_twice_print_the_same(board, one_probe):
     first = board.run_command([one_probe, *steps])
     second = board.run_command([one_probe, *steps])
     assert first.stdout == second.stdout
-    assert first.trace == second.trace
+    # Which of two threads that run at one moment comes first is the PC's affair, and so are the
+    # microseconds that their calls cost.
+    moments = [sorted((round(time, 3), line) for time, line in run.trace) for run in (first, second)]
+    assert moments[0] == moments[1]
 
 
 # --- signals and the end of a run ---------------------------------------------------------------------
