@@ -52,7 +52,8 @@ def test_ctrl_c_ends_it(board):
 
 def is_instrumented(build):
     # A sanitizer reserves more address space than these tests leave.
-    return b"__asan_init" in (build / "bin/benchrig").read_bytes()
+    program = (build / "bin/benchrig").read_bytes()
+    return b"__asan_init" in program or b"__tsan_init" in program
 
 
 def malloc_in_little_memory(board, *words):
