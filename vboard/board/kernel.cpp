@@ -17,12 +17,13 @@ namespace vboard {
 
 namespace {
 
-// syscall() reports through errno, which belongs to the program under test.
+// syscall() reports through errno, which belongs to the program under test. Only -1 is a failure: an
+// address in the upper half of a 32-bit machine's memory is negative as well.
 template <typename... Arguments>
 long call(long number, Arguments... arguments) {
   int kept = errno;
   long result = syscall(number, arguments...);
-  if (result < 0)
+  if (result == -1)
     result = -errno;
   errno = kept;
   return result;

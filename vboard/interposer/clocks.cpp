@@ -9,6 +9,7 @@
 
 #include <cerrno>
 
+#include "vboard/interposer/clocks.h"
 #include "vboard/interposer/engine.h"
 #include "vboard/interposer/files.h"
 #include "vboard/interposer/trace.h"
@@ -16,7 +17,7 @@
 
 using namespace vboard;
 
-namespace {
+namespace vboard {
 
 // Reading a clock takes time as well: a program may wait for it in a loop.
 std::int64_t read_calendar() {
@@ -24,7 +25,6 @@ std::int64_t read_calendar() {
   return board_calendar_time();
 }
 
-// The board's clock of that name in nanoseconds; false for clocks that are not of the wall.
 bool read_clock(clockid_t clock, std::int64_t &out) {
   switch (clock) {
     case CLOCK_REALTIME:
@@ -59,7 +59,7 @@ int set_calendar(std::int64_t calendar, const char *call) {
   return 0;
 }
 
-}  // namespace
+}  // namespace vboard
 
 WRAP(int, clock_gettime, clockid_t clock, timespec *out) {
   std::int64_t now;

@@ -176,8 +176,23 @@ struct Dirent32 {
   unsigned char d_type;
   char d_name[256];
 };
+// The entry of the 64-bit layout becomes one of the 32-bit layout in its place. An emulator's
+// kernel gives positions of 64 bits, which libc's own reader would refuse.
 WRAP(Dirent32 *, readdir, DIR *stream) {
-  return next_entry<Dirent32>(stream, REAL(readdir));
+  if (!on_board())
+    return REAL(readdir)(stream);
+  dirent64 *entry = vboard_readdir64(stream);
+  if (entry == nullptr)
+    return nullptr;
+  dirent64 given = {};
+  std::memcpy(&given, entry, offsetof(dirent64, d_name));
+  Dirent32 *out = reinterpret_cast<Dirent32 *>(entry);
+  std::memmove(out->d_name, entry->d_name, strlen(entry->d_name) + 1);
+  out->d_ino = static_cast<unsigned long>(given.d_ino);
+  out->d_off = static_cast<long>(given.d_off);
+  out->d_reclen = given.d_reclen;
+  out->d_type = given.d_type;
+  return out;
 }
 #endif
 
@@ -275,6 +290,12 @@ WRAP(int, glob64, const char *pattern, int flags, int (*failed)(const char *, in
 
 #if __SIZEOF_POINTER__ == 8
 WRAP_ALIAS(glob, glob64);
+#else
+// The record differs only in the functions that a program may bring along.
+WRAP(int, glob, const char *pattern, int flags, int (*failed)(const char *, int), glob64_t *out) {
+  return on_board() ? vboard_glob64(pattern, flags, failed, out)
+                    : REAL(glob)(pattern, flags, failed, out);
+}
 #endif
 
 namespace {

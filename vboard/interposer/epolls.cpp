@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <climits>
 
 #include "vboard/interposer/engine.h"
 #include "vboard/interposer/files.h"
@@ -151,6 +152,17 @@ WRAP(int, epoll_ctl, int set, int operation, int fd, epoll_event *event) {
   return report(result);
 }
 
+DECLARE_WRAPPED(int, epoll_pwait, int, epoll_event *, int, int, const sigset_t *);
+
+namespace {
+
+int milliseconds_of(const timespec &time) {
+  BoardTime milliseconds = (nanoseconds_of(time) + 999'999) / 1'000'000;
+  return milliseconds > INT_MAX ? INT_MAX : static_cast<int>(milliseconds);
+}
+
+}  // namespace
+
 WRAP(int, epoll_pwait2, int set, epoll_event *events, int room, const timespec *limit,
      const sigset_t *mask) {
   if (!on_board())
@@ -162,6 +174,10 @@ WRAP(int, epoll_pwait2, int set, epoll_event *events, int room, const timespec *
     trace_wait("poll", duration);
   timespec pc = pc_duration(duration);
   int result = REAL(epoll_pwait2)(set, events, room, limit != nullptr ? &pc : nullptr, mask);
+  // Kernels before 5.11, and emulators, know the call in milliseconds alone.
+  if (result < 0 && errno == ENOSYS)
+    result =
+        REAL(epoll_pwait)(set, events, room, limit != nullptr ? milliseconds_of(pc) : -1, mask);
   int error = errno;
   if (duration != kNever)
     trace_wait("poll", duration);

@@ -102,6 +102,9 @@ WRAP_ALIAS(pwrite, pwrite64);
 WRAP(ssize_t, pread, int fd, void *buffer, size_t size, __off_t offset) {
   return vboard_pread64(fd, buffer, size, offset);
 }
+WRAP(ssize_t, __pread_chk, int fd, void *buffer, size_t size, __off_t offset, size_t room) {
+  return vboard___pread64_chk(fd, buffer, size, offset, room);
+}
 WRAP(ssize_t, pwrite, int fd, const void *buffer, size_t size, __off_t offset) {
   return vboard_pwrite64(fd, buffer, size, offset);
 }

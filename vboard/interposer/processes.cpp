@@ -15,6 +15,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "vboard/board/emulation.h"
+#include "vboard/board/text.h"
 #include "vboard/interposer/descriptors.h"
 #include "vboard/interposer/engine.h"
 #include "vboard/interposer/files.h"
@@ -32,9 +34,12 @@ DECLARE_WRAPPED(int, execve, const char *, char *const[], char *const[]);
 namespace {
 
 // What makes a process one of the board's, as this process found it.
-constexpr const char *kNames[] = {"LD_PRELOAD",   kBoardVariable,  kRunVariable,
-                                  kTraceVariable, kFaultsVariable, kWorkVariable};
+constexpr const char *kNames[] = {"LD_PRELOAD",      kBoardVariable,    kRunVariable,
+                                  kTraceVariable,    kFaultsVariable,   kWorkVariable,
+                                  kEmulatorVariable, kEmulatorLibraries};
 char *settings[std::size(kNames)];
+// The emulator for ARM programs, null without one.
+const char *emulator;
 
 void in_child() {
   renew_board_lock();
@@ -88,6 +93,51 @@ char *const *complete(char *const given[], char **room) {
   return room;
 }
 
+std::size_t count_words(char *const words[]) {
+  std::size_t count = 0;
+  while (words != nullptr && words[count] != nullptr)
+    count++;
+  return count;
+}
+
+bool needs_emulator(const char *path) {
+  return on_board() && emulator != nullptr && path != nullptr && is_arm_program(path);
+}
+
+char *const *emulated(const char *path, char *const words[], char **room) {
+  std::size_t count = count_words(words);
+  room[0] = const_cast<char *>(emulator);
+  room[1] = const_cast<char *>("-0");
+  room[2] = count > 0 ? words[0] : const_cast<char *>("");
+  room[3] = const_cast<char *>(path);
+  for (std::size_t i = 1; i < count; i++)
+    room[kEmulatorWords + i] = words[i];
+  room[kEmulatorWords + (count > 0 ? count : 1)] = nullptr;
+  return room;
+}
+
+// The file that a name without a slash means when it is an ARM program; any other is libc's to
+// find.
+const char *search(const char *name, char (&out)[kPathSize]) {
+  const char *variable = getenv("PATH");
+  if (!on_board() || emulator == nullptr || name == nullptr || strchr(name, '/') != nullptr ||
+      variable == nullptr)
+    return name;
+  std::string_view path = variable;
+  while (!path.empty()) {
+    std::size_t end = path.find(':');
+    TextBuffer file = {out, sizeof(out) - 1, 0, false};
+    append_text(file, end == 0 ? "." : path.substr(0, end));
+    append_text(file, "/");
+    append_text(file, name);
+    out[file.length] = '\0';
+    if (!file.overflow && sys_access(out, X_OK) == 0)
+      return is_arm_program(out) ? out : name;
+    path.remove_prefix(end == std::string_view::npos ? path.size() : end + 1);
+  }
+  return name;
+}
+
 }  // namespace
 
 namespace vboard {
@@ -99,6 +149,7 @@ void keep_settings() {
         settings[i] = *entry;
     }
   }
+  emulator = getenv(kEmulatorVariable);
   pthread_atfork(nullptr, nullptr, in_child);
 }
 
@@ -127,8 +178,18 @@ WRAP(FILE *, popen, const char *command, const char *mode) {
        ? complete(given, static_cast<char **>(alloca(count_environment(given) * sizeof(char *)))) \
        : given)
 
+// Hands an ARM program to the emulator, with the words on the caller's stack.
+#define EMULATE(path, words)                                                                       \
+  if (needs_emulator(path)) {                                                                      \
+    words = emulated(                                                                              \
+        path, words,                                                                               \
+        static_cast<char **>(alloca((count_words(words) + kEmulatorWords + 2) * sizeof(char *)))); \
+    path = emulator;                                                                               \
+  }
+
 WRAP(int, execve, const char *path, char *const words[], char *const given[]) {
   check_program(path);
+  EMULATE(path, words);
   return REAL(execve)(path, words, COMPLETED(given));
 }
 
@@ -138,6 +199,9 @@ WRAP(int, execv, const char *path, char *const words[]) {
 
 WRAP(int, execvpe, const char *file, char *const words[], char *const given[]) {
   check_program(file);
+  char program[kPathSize];
+  file = search(file, program);
+  EMULATE(file, words);
   return REAL(execvpe)(file, words, COMPLETED(given));
 }
 
@@ -158,12 +222,16 @@ WRAP(int, fexecve, int fd, char *const words[], char *const given[]) {
 WRAP(int, posix_spawn, pid_t *child, const char *path, const posix_spawn_file_actions_t *actions,
      const posix_spawnattr_t *attributes, char *const words[], char *const given[]) {
   check_program(path);
+  EMULATE(path, words);
   return REAL(posix_spawn)(child, path, actions, attributes, words, COMPLETED(given));
 }
 
 WRAP(int, posix_spawnp, pid_t *child, const char *file, const posix_spawn_file_actions_t *actions,
      const posix_spawnattr_t *attributes, char *const words[], char *const given[]) {
   check_program(file);
+  char program[kPathSize];
+  file = search(file, program);
+  EMULATE(file, words);
   return REAL(posix_spawnp)(child, file, actions, attributes, words, COMPLETED(given));
 }
 

@@ -156,6 +156,20 @@ Description *acquire_kernel_socket(int fd) {
 
 using namespace vboard;
 
+DECLARE_WRAPPED(int, ioctl, int, unsigned long, ...);
+
+namespace {
+
+// An emulator answers ENOSYS for requests that it does not know: a kernel says ENOTTY, or EBADF.
+int request_of_pc(int fd, unsigned long request, void *argument) {
+  int result = REAL(ioctl)(fd, request, argument);
+  if (result < 0 && errno == ENOSYS)
+    errno = sys_flags(fd) < 0 ? EBADF : ENOTTY;
+  return result;
+}
+
+}  // namespace
+
 WRAP(int, ioctl, int fd, unsigned long request, ...) {
   va_list arguments;
   va_start(arguments, request);
@@ -168,11 +182,11 @@ WRAP(int, ioctl, int fd, unsigned long request, ...) {
   std::uint32_t number = static_cast<std::uint32_t>(request);
   Description *description = is_interface_request(number) ? acquire_kernel_socket(fd) : acquire(fd);
   if (description == nullptr)
-    return REAL(ioctl)(fd, request, argument);
+    return request_of_pc(fd, request, argument);
   int result;
   bool is_kernels = description->kind == Kind::kKernelSocket && !is_interface_request(number);
   if (is_kernels || (description->kind == Kind::kFile && !description->faulty)) {
-    result = REAL(ioctl)(fd, request, argument);
+    result = request_of_pc(fd, request, argument);
   } else {
     result = report(request_on_board(*description, number, argument));
   }

@@ -1,6 +1,5 @@
 #include "vboard/launcher/program.h"
 
-#include <elf.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -11,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "vboard/board/emulation.h"
 #include "vboard/board/run_page.h"
 #include "vboard/board/text.h"
 #include "vboard/launcher/fault_lines.h"
@@ -67,20 +67,33 @@ bool is_foreign_arm(const char *file) {
   (void)file;
   return false;
 #else
-  unsigned char head[20] = {};
-  int fd = open(file, O_RDONLY | O_CLOEXEC);
-  if (fd < 0)
-    return false;
-  ssize_t size = read(fd, head, sizeof(head));
-  close(fd);
-  return size == sizeof(head) && memcmp(head, ELFMAG, SELFMAG) == 0 && head[4] == ELFCLASS32 &&
-         head[18] == EM_ARM && head[19] == 0;
+  return is_arm_program(file);
 #endif
+}
+
+// An interposer for programs of two kinds, "/DIRECTORY/$LIB/libvboard.so": each must be there,
+// since the loader goes on without one that it misses.
+int check_interposers(const char *chosen, std::size_t folder) {
+  if (chosen[0] != '/')
+    return fail("VBOARD_PRELOAD: %s: $LIB takes an absolute path", chosen);
+  for (const char *kind : {VBOARD_LOADERS_FOLDER, kArmFolder}) {
+    char path[kFileName];
+    snprintf(path, sizeof(path), "%.*s%s%s", static_cast<int>(folder), chosen, kind,
+             chosen + folder + strlen(kLoadersFolder));
+    if (access(path, R_OK) < 0)
+      return fail("VBOARD_PRELOAD: %s: %s", path, strerror(errno));
+  }
+  return 0;
 }
 
 int find_interposer(char *out) {
   const char *chosen = getenv("VBOARD_PRELOAD");
   if (chosen != nullptr && *chosen != '\0') {
+    const char *folder = strstr(chosen, kLoadersFolder);
+    if (folder != nullptr) {
+      int result = check_interposers(chosen, static_cast<std::size_t>(folder - chosen));
+      return result != 0 || copy_text({out, kFileName}, chosen) ? result : kFailed;
+    }
     char absolute[PATH_MAX];
     if (realpath(chosen, absolute) == nullptr)
       return fail("VBOARD_PRELOAD: %s: %s", chosen, strerror(errno));
@@ -94,16 +107,47 @@ int find_interposer(char *out) {
   return 0;
 }
 
-// LD_PRELOAD splits its value at blanks and colons; a path with one of them goes by a descriptor.
+// LD_PRELOAD splits its value at blanks and colons; a path with one of them goes by a descriptor,
+// of the file or of the directory in front of $LIB.
 int preload_name(const char *interposer, char *out, std::size_t size) {
   if (strpbrk(interposer, " :") == nullptr) {
     snprintf(out, size, "%s", interposer);
     return 0;
   }
-  int fd = open(interposer, O_RDONLY | O_CLOEXEC);
+  const char *folder = strstr(interposer, kLoadersFolder);
+  char opened[kFileName];
+  snprintf(opened, sizeof(opened), "%.*s",
+           static_cast<int>(folder != nullptr ? static_cast<std::size_t>(folder - interposer)
+                                              : strlen(interposer)),
+           interposer);
+  int fd = open(opened, O_RDONLY | O_CLOEXEC);
   if (fd < 0)
-    return fail("%s: %s", interposer, strerror(errno));
-  snprintf(out, size, "/proc/%d/fd/%d", getpid(), fd);
+    return fail("%s: %s", opened, strerror(errno));
+  snprintf(out, size, "/proc/%d/fd/%d%s%s", getpid(), fd, folder != nullptr ? "/" : "",
+           folder != nullptr ? folder : "");
+  return 0;
+}
+
+// What ARM programs run with: the command itself, or what it starts. 0, or a status.
+int prepare_emulator(const char *interposer, bool foreign) {
+  if (strstr(interposer, kLoadersFolder) == nullptr) {
+    unsetenv(kEmulatorVariable);
+    return !foreign ? 0
+                    : fail(
+                          "a 32-bit ARM program takes an interposer of its kind: VBOARD_PRELOAD="
+                          "/DIRECTORY/$LIB/libvboard.so");
+  }
+  const char *chosen = getenv(kEmulatorVariable);
+  char file[kFileName];
+  char absolute[PATH_MAX];
+  int result = find_command(chosen != nullptr && *chosen ? chosen : "qemu-arm-static", file);
+  if (result != 0)
+    return result;
+  if (realpath(file, absolute) == nullptr)
+    return fail("%s: %s", file, strerror(errno));
+  const char *libraries = getenv("VBOARD_SYSROOT");
+  setenv(kEmulatorVariable, absolute, 1);
+  setenv(kEmulatorLibraries, libraries != nullptr ? libraries : "/usr/arm-linux-gnueabihf", 1);
   return 0;
 }
 
@@ -116,7 +160,9 @@ int find_program(const char *name, Program &out) {
   out.foreign = is_foreign_arm(out.file);
   char interposer[kFileName];
   result = find_interposer(interposer);
-  return result != 0 ? result : preload_name(interposer, out.preload, sizeof(out.preload));
+  if (result == 0)
+    result = preload_name(interposer, out.preload, sizeof(out.preload));
+  return result != 0 ? result : prepare_emulator(interposer, out.foreign);
 }
 
 void set_environment(const RunOptions &options, const char *board, const Program &program,
@@ -148,11 +194,9 @@ void set_environment(const RunOptions &options, const char *board, const Program
   }
 
   const char *before = getenv("LD_PRELOAD");
-  if (!program.foreign) {
-    snprintf(text, sizeof(text), "%s%s%s", program.preload, before != nullptr && *before ? ":" : "",
-             before != nullptr ? before : "");
-    setenv("LD_PRELOAD", text, 1);
-  }
+  snprintf(text, sizeof(text), "%s%s%s", program.preload, before != nullptr && *before ? ":" : "",
+           before != nullptr ? before : "");
+  setenv("LD_PRELOAD", text, 1);
   constexpr char order[] = "verify_asan_link_order=0";
   const char *asan = getenv("ASAN_OPTIONS");
   if (asan == nullptr || strstr(asan, "verify_asan_link_order") == nullptr) {
@@ -185,24 +229,18 @@ void set_environment(const RunOptions &options, const char *board, const Program
     int count = 0;
     while (command[count] != nullptr)
       count++;
-    const char *sysroot = getenv("VBOARD_SYSROOT");
-    char setting[kFileName + 16];
-    snprintf(setting, sizeof(setting), "LD_PRELOAD=%s", program.preload);
-    char **words =
-        static_cast<char **>(calloc(static_cast<std::size_t>(count) + 8, sizeof(char *)));
-    if (words != nullptr) {
+    const char *emulator = getenv(kEmulatorVariable);
+    char **words = static_cast<char **>(
+        calloc(static_cast<std::size_t>(count) + kEmulatorWords + 1, sizeof(char *)));
+    if (words != nullptr && emulator != nullptr) {
       int at = 0;
-      words[at++] = const_cast<char *>("qemu-arm-static");
-      words[at++] = const_cast<char *>("-L");
-      words[at++] = const_cast<char *>(sysroot != nullptr ? sysroot : "/usr/arm-linux-gnueabihf");
-      words[at++] = const_cast<char *>("-E");
-      words[at++] = setting;
+      words[at++] = const_cast<char *>(emulator);
       words[at++] = const_cast<char *>("-0");
       words[at++] = command[0];
       words[at++] = const_cast<char *>(file);
       for (int i = 1; i < count; i++)
         words[at++] = command[i];
-      execvp(words[0], words);
+      execv(words[0], words);
       file = words[0];
     }
   }

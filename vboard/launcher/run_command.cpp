@@ -42,12 +42,15 @@ constexpr char kUsage[] =
     "  --date 'YYYY-MM-DD hh:mm:ss'   the board's calendar clock (UTC) at the start\n"
     "The exit status is the command's; 80 after \"board reset\" (the watchdog), 81 after \"board\n"
     "reboot\", 125 when vboard itself fails, 126 and 127 when the command cannot be run.\n"
-    "Environment: VBOARD_PRELOAD names another interposer; a 32-bit ARM command is run by\n"
-    "qemu-arm-static with the libraries of VBOARD_SYSROOT and that interposer. ASAN_OPTIONS gets\n"
+    "Environment: VBOARD_PRELOAD names another interposer. With $LIB, the loader's folder, it is\n"
+    "one for the PC's programs and one for 32-bit ARM, which are run by VBOARD_EMULATOR\n"
+    "(qemu-arm-static) with the libraries of VBOARD_SYSROOT. ASAN_OPTIONS gets\n"
     "verify_asan_link_order=0, since the interposer comes before any sanitizer.\n";
 
 // How long a command may take to end after --for's SIGTERM, in nanoseconds of the PC.
 constexpr std::int64_t kGrace = 5'000'000'000;
+// How long a command may take to start on a busy machine, or under an emulator.
+constexpr std::int64_t kStart = 1'000'000'000;
 // How often the launcher looks at the run page while board time runs at a fixed speed.
 constexpr std::int64_t kTick = 10'000'000;
 
@@ -95,9 +98,11 @@ std::int64_t pc_elapsed(const RunPage &page) {
 
 // The PC's time from the start after which a moment of board time has surely come. A jumping run
 // gets there by itself unless the command computes, or sleeps in the kernel, without ever reaching
-// the board: then board time is taken to have passed like the PC's.
+// the board: then board time is taken to have passed like the PC's, once it had time to start.
 std::int64_t pc_moment(const RunPage &page, std::int64_t board) {
-  return board == kNoTime || page.jumping ? board : pc_from_board(page, board);
+  if (board == kNoTime)
+    return board;
+  return page.jumping ? board + kStart : pc_from_board(page, board);
 }
 
 void send_due_signals(Run &run, std::int64_t now) {
