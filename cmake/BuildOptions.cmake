@@ -30,6 +30,9 @@ target_compile_options(benchrig_dialect INTERFACE
   -fno-asynchronous-unwind-tables
   -ffunction-sections -fdata-sections -fvisibility=hidden
   -Wall -Wextra -Wconversion -Wshadow)
+# Words at odd addresses are read byte by byte: the board's processor may not read them at once.
+target_compile_options(benchrig_dialect INTERFACE
+  $<IF:$<CXX_COMPILER_ID:GNU>,-Wcast-align=strict,-Wcast-align>)
 if(BENCHRIG_WERROR)
   target_compile_options(benchrig_dialect INTERFACE -Werror)
 endif()

@@ -1,7 +1,8 @@
 #!/bin/sh
-# Installs the Debian packages that are missing: setup.sh [run|test|bench]
+# Installs the Debian packages that are missing: setup.sh [run|test|arm|bench]
 #   run    what building and running takes
 #   test   also what the test lanes take
+#   arm    also the cross compiler and the emulator for 32-bit ARM
 #   bench  also the peers that the benchmarks compare with
 set -eu
 
@@ -9,8 +10,9 @@ packages="g++ cmake ninja-build pkgconf libubootenv-dev libfdt-dev libpng-dev zl
 case ${1:-run} in
   run) ;;
   test) packages="$packages googletest clang ccache python3 python3-pytest python3-pytest-xdist binutils shellcheck clang-format smartmontools hdparm" ;;
+  arm) packages="$packages googletest ccache python3 python3-pytest binutils g++-arm-linux-gnueabihf qemu-user-static" ;;
   bench) packages="$packages python3 busybox forkstat" ;;
-  *) echo "usage: setup.sh [run|test|bench]" >&2; exit 2 ;;
+  *) echo "usage: setup.sh [run|test|arm|bench]" >&2; exit 2 ;;
 esac
 
 missing=
@@ -31,4 +33,4 @@ echo "setup.sh: installing$missing" >&2
 export DEBIAN_FRONTEND=noninteractive
 # The words of $missing and an empty $as_root must fall apart.
 # shellcheck disable=SC2086
-{ $as_root apt-get update -q && $as_root apt-get install -y -q --no-install-recommends $missing; } >&2
+{ $as_root apt-get update -q && $as_root apt-get install -y -q --no-install-recommends --no-remove $missing; } >&2

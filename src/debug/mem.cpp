@@ -72,8 +72,9 @@ void print_file_failure(const char *operation, const char *name) {
 
 // --- Words --------------------------------------------------------------------------------------
 
+// A mapping starts with a page, and addresses in it are multiples of 4.
 volatile std::uint32_t *as_words(unsigned char *region) {
-  return reinterpret_cast<volatile std::uint32_t *>(region);
+  return static_cast<volatile std::uint32_t *>(static_cast<void *>(region));
 }
 
 bool is_word_address(std::uint32_t address) {

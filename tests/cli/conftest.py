@@ -9,11 +9,14 @@ exit status, both streams and the list of requests:
         assert run.status == 255
 
 Time is virtual: a run of minutes takes milliseconds. BENCHRIG_BUILD names the build directory
-(CTest sets it); executables are in its bin/, libraries in its lib/.
+(CTest sets it); executables are in its bin/, libraries in its lib/. A build for another machine has
+the words of its emulator in BENCHRIG_EMULATOR: the virtual board uses it by itself, a test that
+starts an executable on its own asks program() for the words.
 """
 
 import os
 import pathlib
+import shlex
 import signal
 import subprocess
 from dataclasses import dataclass, field
@@ -23,12 +26,25 @@ import pytest
 # Far above what any run takes: a run that reaches it hangs.
 HANGS_AFTER_SECONDS = 60
 
+EMULATOR = shlex.split(os.environ.get("BENCHRIG_EMULATOR", ""))
+
+
+def program(file):
+    """The words that start an executable of the build without a virtual board."""
+    return [*EMULATOR, file]
+
 
 def build_directory():
     name = os.environ.get("BENCHRIG_BUILD")
     if not name:
         pytest.exit("BENCHRIG_BUILD must name the build directory", returncode=2)
     return pathlib.Path(name).resolve()
+
+
+def word_size():
+    """The bytes of a pointer in the programs of the build."""
+    with open(build_directory() / "bin/benchrig", "rb") as file:
+        return {1: 4, 2: 8}[file.read(5)[4]]  # an ELF file's class
 
 
 @dataclass
@@ -143,6 +159,12 @@ class Board:
             variables["RIG_SCRIPT"] = str(work / "script")
             variables["RIG_REPORT"] = str(work / "report")
         variables.update(env or {})
+        if EMULATOR and "LD_PRELOAD" in variables:
+            # What is preloaded is for the command; the launcher runs on this machine. The board's own
+            # part comes first.
+            preload = f"{self.build.parent}/preload/$LIB/libvboard.so:{variables.pop('LD_PRELOAD')}"
+            at = words.index("--") + 1
+            words[at:at] = ["env", f"LD_PRELOAD={preload}"]
 
         if cwd is None:
             cwd = work / "cwd"

@@ -2,10 +2,15 @@
 
 import pytest
 
+from conftest import word_size
 
-@pytest.fixture(params=["probe", "probe_plain"])
+# The build for a 32-bit machine has one more, with 64-bit time.
+BUILDS = ["probe", "probe_plain", *(["probe_time64"] if word_size() == 4 else [])]
+
+
+@pytest.fixture(params=BUILDS)
 def probe(build, request):
-    """Two builds of the same program, which import different names of libc's functions."""
+    """Builds of the same program, which import different names of libc's functions."""
     return build / "tests/probes" / request.param
 
 

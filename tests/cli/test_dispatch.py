@@ -8,6 +8,8 @@ import time
 
 import pytest
 
+from conftest import program
+
 # Level: the words that lead there, the name it prints, and its rows in order.
 LEVELS = {
     "benchrig": (
@@ -244,7 +246,7 @@ def test_who_ignores_ctrl_c(build, level):
             pass
     os.set_blocking(writing, True)
     with subprocess.Popen(
-        [build / "bin/benchrig", *LEVELS[level][0]],
+        [*program(build / "bin/benchrig"), *LEVELS[level][0]],
         stdin=subprocess.DEVNULL,
         stdout=writing,
         stderr=writing,

@@ -11,6 +11,7 @@ import subprocess
 import pytest
 
 import disk
+from conftest import program
 
 EXPORTED = {
     "sata_command_execute", "sata_command_execute_esata", "ctoi", "hex_to_ascii", "korsata_read_ram",
@@ -22,7 +23,7 @@ EXPORTED = {
 
 def run_plugin(build, word):
     # A plain process: what the plug-in does ends before the program's main begins.
-    return subprocess.run([build / "bin/benchrig"], capture_output=True, timeout=60, check=False,
+    return subprocess.run(program(build / "bin/benchrig"), capture_output=True, timeout=60, check=False,
                           env={"LD_PRELOAD": str(build / "tests/plugin/plugin.so"), "BENCHRIG_PLUGIN": str(word),
                                "ASAN_OPTIONS": "verify_asan_link_order=0:detect_leaks=0"})
 
@@ -92,7 +93,7 @@ def test_other_codes_do_not_abort(build, code, result):
 
 
 def test_a_plug_in_leaves_a_run_that_it_was_not_meant_for_alone(build):
-    run = subprocess.run([build / "bin/benchrig", "version"], capture_output=True, timeout=60, check=False,
+    run = subprocess.run([*program(build / "bin/benchrig"), "version"], capture_output=True, timeout=60, check=False,
                          env={"LD_PRELOAD": str(build / "tests/plugin/plugin.so"),
                               "ASAN_OPTIONS": "verify_asan_link_order=0:detect_leaks=0"})
     assert run.returncode == 0

@@ -1,15 +1,22 @@
 """btdbg getconf: every configuration value of the system."""
 
+import os
 import re
 import resource
 import shutil
 import subprocess
 
 import pytest
-from conftest import environment
+from conftest import EMULATOR, environment, program, word_size
 
 USAGE = (b"Usage: getconf [-v specification] variable_name [pathname]\n"
          b"       getconf -a [pathname]\n")
+
+# The C library's own tool for the same machine.
+GETCONF = [*EMULATOR, f"{os.environ['BENCHRIG_SYSROOT']}/usr/bin/getconf"] if EMULATOR else ["getconf"]
+
+# 320 values, a line each. A 32-bit machine has two environments where others have one, in six values.
+LINES = {4: 326, 8: 320}[word_size()]
 
 # What moves from one call to the next.
 MOVING = {"_AVPHYS_PAGES"}
@@ -37,16 +44,16 @@ def rows_of(output):
     return [row for row in rows if row.split(" ")[0] not in MOVING]
 
 
-needs_getconf = pytest.mark.skipif(shutil.which("getconf") is None, reason="no getconf to compare with")
+needs_getconf = pytest.mark.skipif(shutil.which(GETCONF[-1]) is None, reason="no getconf to compare with")
 
 
 @needs_getconf
 @pytest.mark.parametrize("path", [(), ("/",), ("/proc",), ("/dev/null",), ("/usr",), ("/nonexistent",)])
 def test_equals_the_system_s_own(build, path):
     # On the PC: some limits are those of the process, some those of the path's file system.
-    ours = output_of([build / "bin/benchrig", "btdbg", "getconf", "-a", *path])
-    assert rows_of(ours) == rows_of(output_of(["getconf", "-a", *path]))
-    assert len(ours.splitlines()) == 320
+    ours = output_of([*program(build / "bin/benchrig"), "btdbg", "getconf", "-a", *path])
+    assert rows_of(ours) == rows_of(output_of([*GETCONF, "-a", *path]))
+    assert len(ours.splitlines()) == LINES
 
 
 @needs_getconf
@@ -55,8 +62,8 @@ def test_equals_the_system_s_own(build, path):
     (resource.RLIMIT_SIGPENDING, 12),
 ])
 def test_follows_the_limits_of_the_process(build, limit):
-    ours = output_of([build / "bin/benchrig", "btdbg", "getconf", "-a"], limit)
-    assert rows_of(ours) == rows_of(output_of(["getconf", "-a"], limit))
+    ours = output_of([*program(build / "bin/benchrig"), "btdbg", "getconf", "-a"], limit)
+    assert rows_of(ours) == rows_of(output_of([*GETCONF, "-a"], limit))
 
 
 def test_prints_on_the_board_and_ends_the_process(board):
@@ -64,7 +71,7 @@ def test_prints_on_the_board_and_ends_the_process(board):
     assert run.stderr == b""
     assert run.status == 0
     lines = run.stdout.decode().splitlines()
-    assert len(lines) == 320
+    assert len(lines) == LINES
     assert lines[0].startswith("LINK_MAX                           ")
     assert lines[-1].startswith("_POSIX_RAW_SOCKETS                 ")
 
@@ -79,14 +86,14 @@ def test_a_path_changes_only_the_path_limits(board):
 
 
 def test_value_that_is_not_there_leaves_the_padded_name(build):
-    output = output_of([build / "bin/benchrig", "btdbg", "getconf", "-a"])
+    output = output_of([*program(build / "bin/benchrig"), "btdbg", "getconf", "-a"])
     # No system has the streams interface or the old transport interface.
     for name in (b"_POSIX_PII", b"_POSIX_PII_XTI"):
         assert b"\n%-35s\n" % name in output
 
 
 def test_unsigned_limits_are_printed_as_such(build):
-    output = output_of([build / "bin/benchrig", "btdbg", "getconf", "-a"])
+    output = output_of([*program(build / "bin/benchrig"), "btdbg", "getconf", "-a"])
     rows = dict(re.match(r"(\S+)\s*(.*)", row).groups() for row in output.decode().splitlines())
     bits = int(rows["LONG_BIT"])
     assert rows["UINT_MAX"] == "4294967295"

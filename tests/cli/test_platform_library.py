@@ -6,6 +6,8 @@ import subprocess
 
 import pytest
 
+from conftest import word_size
+
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 SYSTEM = {"libc.so.6", "libm.so.6"}
 LOADERS = re.compile(r"ld-linux[\w-]*\.so\.\d+")
@@ -46,6 +48,14 @@ def test_the_executable_needs_libc_libm_and_librigcore_alone(plain):
     names = needed(plain / "bin/benchrig")
     assert "librigcore.so" in names and "libc.so.6" in names
     assert names <= SYSTEM | {"librigcore.so"}
+
+
+@pytest.mark.skipif(word_size() != 4, reason="the board is a 32-bit machine")
+def test_the_executable_is_small(plain):
+    # What the file holds of the segments that a run maps: a stripped file has no more but its headers.
+    segments = re.findall(r"^ +LOAD +(0x\w+) 0x\w+ 0x\w+ (0x\w+)", output("readelf", "-lW", plain / "bin/benchrig"), re.M)
+    assert segments
+    assert max(int(offset, 16) + int(size, 16) for offset, size in segments) < 100 * 1024
 
 
 def test_the_library_maps_no_third_party_library_at_start(plain):

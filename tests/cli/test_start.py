@@ -5,11 +5,17 @@ import subprocess
 
 import pytest
 
+from conftest import program
+
 
 def direct(build, *words, **options):
     """Without a virtual board: for what touches no device."""
     return subprocess.run(
-        [build / "bin/benchrig", *words], capture_output=True, timeout=60, check=False, **options
+        [*program(build / "bin/benchrig"), *words],
+        capture_output=True,
+        timeout=60,
+        check=False,
+        **options,
     )
 
 
@@ -22,7 +28,7 @@ def test_runs_from_any_directory(build, tmp_path):
 def test_runs_through_a_link(build, tmp_path):
     link = tmp_path / "tool"
     link.symlink_to(build / "bin/benchrig")
-    run = subprocess.run([link, "version"], capture_output=True, timeout=60, check=False)
+    run = subprocess.run([*program(link), "version"], capture_output=True, timeout=60, check=False)
     assert run.returncode == 0
     # The program's name is its own, not the link's.
     assert re.search(rb"\nbenchrig v2\.0\.0 build ", run.stdout)
@@ -34,9 +40,12 @@ def test_runs_in_an_empty_environment(build):
 
 
 def test_runs_with_its_streams_closed(build):
-    command = 'exec "$0" version <&- >&- 2>&-'
+    words = [*program(build / "bin/benchrig"), "version"]
     run = subprocess.run(
-        ["sh", "-c", command, build / "bin/benchrig"], capture_output=True, timeout=60, check=False
+        ["sh", "-c", 'exec "$@" <&- >&- 2>&-', "sh", *words],
+        capture_output=True,
+        timeout=60,
+        check=False,
     )
     assert (run.returncode, run.stdout, run.stderr) == (0, b"", b"")
 

@@ -7,7 +7,7 @@ import subprocess
 
 import pytest
 
-from conftest import HANGS_AFTER_SECONDS, environment
+from conftest import HANGS_AFTER_SECONDS, environment, word_size
 
 
 @pytest.fixture
@@ -379,3 +379,25 @@ def test_runs_side_by_side_on_one_board_lose_nothing(build, probe, tmp_path):
                             capture_output=True, check=True, env=environment())
     card = status.stdout.split()[-1]
     assert card in (b"11" * 256, b"ee" * 256)
+
+
+# --- programs for 32-bit ARM --------------------------------------------------------------------------
+
+# The cases with ARM programs are the whole suite in a build for ARM, whose launcher always has what
+# these lack.
+without_arm = pytest.mark.skipif(word_size() == 4, reason="this launcher is set up for ARM programs")
+
+
+@without_arm
+def test_an_arm_program_without_an_interposer_of_its_kind_is_refused(vboard, tmp_path):
+    program = tmp_path / "program"
+    # The start of an ELF header: 32 bits, little-endian, an executable for ARM.
+    program.write_bytes(b"\x7fELF\x01\x01\x01" + bytes(9) + b"\x02\x00\x28\x00" + bytes(32))
+    program.chmod(0o755)
+    assert_refused(vboard("run", "--", program), 125)
+
+
+@without_arm
+@pytest.mark.parametrize("preload", ["/none/$LIB/libvboard.so", "$LIB/libvboard.so", "/none/libvboard.so"])
+def test_a_missing_interposer_is_refused_and_not_gone_without(vboard, preload):
+    assert_refused(vboard("run", "--", "true", env={"VBOARD_PRELOAD": preload}), 125)

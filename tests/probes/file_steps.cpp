@@ -215,7 +215,9 @@ static void step_lseek(char **words) {
 // ioctl NUMBER BYTES: the record before the call; "null", "bad" (an address that is not mapped) or
 // "readonly" (one that cannot be written) in its place.
 static void step_ioctl(char **words) {
-  unsigned long request = strtoul(words[0], nullptr, 0);
+  // A number of more than 32 bits is a 64-bit program's; others see the low half, as the kernel
+  // does.
+  unsigned long request = (unsigned long)strtoull(words[0], nullptr, 0);
   if (strcmp(words[1], "null") == 0 || strcmp(words[1], "bad") == 0) {
     void *nowhere = (void *)(uintptr_t)(strcmp(words[1], "bad") == 0 ? 16 : 0);
     report("ioctl", ioctl(current, request, nowhere));
@@ -236,8 +238,8 @@ static void step_ioctl(char **words) {
 }
 
 static void step_ioctl_number(char **words) {
-  report("ioctl_number",
-         ioctl(current, strtoul(words[0], nullptr, 0), strtoul(words[1], nullptr, 0)));
+  report("ioctl_number", ioctl(current, (unsigned long)strtoull(words[0], nullptr, 0),
+                               strtoul(words[1], nullptr, 0)));
 }
 
 static const char *kind(mode_t mode) {

@@ -170,8 +170,8 @@ int rig_upgrade(UpgradeRequest *request) {
     standin::fail_line(line, "a progress is COOKIE ERROR PROGRESS ITEM \"STATUS\"");
   }
   for (std::size_t i = 0; i < line.output_count; i += 5) {
-    alignas(UpgradeProgress) char room[1024] = {};
-    auto *progress = reinterpret_cast<UpgradeProgress *>(room);
+    alignas(UpgradeProgress) unsigned char room[1024] = {};
+    auto *progress = static_cast<UpgradeProgress *>(static_cast<void *>(room));
     uint32_t cookie = 0;
     standin::store(line, i, word_slot(&cookie));
     standin::store(line, i + 1, word_slot(&progress->error_code));

@@ -17,6 +17,8 @@
 #include <string>
 #include <vector>
 
+#include "no_disk_request.h"
+
 namespace {
 
 struct Outcome {
@@ -53,10 +55,10 @@ class SsdUpgrade : public testing::Test {
       unlink(file.c_str());
     rmdir(directory.c_str());
   }
-  std::string file(const std::string &name, std::size_t size) {
+  std::string file(const std::string &name, off_t size) {
     const std::string path = directory + "/" + name;
     const int fd = open(path.c_str(), O_WRONLY | O_CREAT, 0600);
-    EXPECT_EQ(ftruncate(fd, static_cast<off_t>(size)), 0);
+    EXPECT_EQ(ftruncate(fd, size), 0);
     close(fd);
     files.push_back(path);
     return path;
@@ -114,7 +116,7 @@ TEST_F(SsdUpgrade, a_directory_opens_and_does_not_read) {
 }
 
 TEST_F(SsdUpgrade, an_image_beyond_32_bits_is_not_opened) {
-  const std::string path = file("huge.bin", std::size_t{1} << 32);
+  const std::string path = file("huge.bin", off_t{1} << 32);
   const Outcome result = run({"ssd", kNoDrive, path});
   EXPECT_EQ(result.status, -2);
   EXPECT_EQ(result.text, "FW from " + path + "\nopen bin fail\n");
@@ -201,11 +203,15 @@ TEST_F(SsdUpgrade, failed_ram_read_comes_third_and_the_image_stays_as_it_was) {
     EXPECT_EQ(result.text,
               "sata command 0xef return -1\n"
               "send ATA COMMAND SETFEATURES command, return -1\n"
-              "enable_vendor error errno = 25\n"
-              "sata command 0x88 return -1\n"
-              "send ATA COMMAND VENDOR DMA WRITE command, return -1\n"
-              "enable_vendor write errno = 25\n"
-              "sata[/dev/null] read ram data fail!\n")
+              "enable_vendor error errno = " +
+                  no_disk_errno_text() +
+                  "\n"
+                  "sata command 0x88 return -1\n"
+                  "send ATA COMMAND VENDOR DMA WRITE command, return -1\n"
+                  "enable_vendor write errno = " +
+                  no_disk_errno_text() +
+                  "\n"
+                  "sata[/dev/null] read ram data fail!\n")
         << size;
     EXPECT_EQ(image, before);
   }

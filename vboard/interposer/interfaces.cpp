@@ -116,12 +116,12 @@ WRAP(struct if_nameindex *, if_nameindex, void) {
   Interface interfaces[kMostInterfaces];
   std::size_t count = list_interfaces(interfaces);
   std::size_t head = (count + 1) * sizeof(struct if_nameindex);
-  char *block = static_cast<char *>(std::calloc(1, head + count * IF_NAMESIZE));
+  void *block = std::calloc(1, head + count * IF_NAMESIZE);
   if (block == nullptr)
     return nullptr;
-  struct if_nameindex *list = reinterpret_cast<struct if_nameindex *>(block);
+  struct if_nameindex *list = static_cast<struct if_nameindex *>(block);
   for (std::size_t i = 0; i < count; i++) {
-    char *name = block + head + i * IF_NAMESIZE;
+    char *name = static_cast<char *>(block) + head + i * IF_NAMESIZE;
     std::memcpy(name, interfaces[i].name, IF_NAMESIZE);
     list[i] = {interfaces[i].index, name};
   }

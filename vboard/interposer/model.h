@@ -61,8 +61,8 @@ struct OpenFile {
 
 template <typename State>
 State &state_of(OpenFile &file) {
-  static_assert(sizeof(State) <= sizeof(file.state));
-  return *reinterpret_cast<State *>(file.state);
+  static_assert(sizeof(State) <= sizeof(file.state) && alignof(State) <= 16);
+  return *static_cast<State *>(static_cast<void *>(file.state));
 }
 
 // Every pointer may be null: open and close then succeed, read and write fail with EINVAL (on a

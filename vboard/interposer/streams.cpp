@@ -75,7 +75,7 @@ int close_stream(void *cookie) {
 FILE *open_stream(int fd, const char *mode) {
   lock_board();
   Stream *free_stream = nullptr;
-  static FILE *const taken = reinterpret_cast<FILE *>(streams);
+  static FILE *const taken = static_cast<FILE *>(static_cast<void *>(streams));
   for (Stream &one : streams) {
     if (one.file.load(std::memory_order_relaxed) != nullptr)
       continue;
