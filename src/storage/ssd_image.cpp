@@ -145,6 +145,14 @@ void build_extent_request(std::span<std::uint8_t, SATA_SECTOR_SIZE> out) {
   build_request(0x23, out);
 }
 
+void decode_extent(std::span<const std::uint8_t, SATA_SECTOR_SIZE> answer, std::uint32_t &out_value,
+                   std::uint8_t &out_byte) {
+  const std::uint32_t units = std::uint32_t{answer[0]} << 24 | std::uint32_t{answer[1]} << 16 |
+                              std::uint32_t{answer[2]} << 8 | answer[3];
+  out_value = units * 8;
+  out_byte = answer[4];
+}
+
 int korsata_modify_fw_identify(void *image, const char *serial, const char *wwn,
                                const char *revision, const char *model) {
   if (image == nullptr || serial == nullptr || revision == nullptr || model == nullptr)

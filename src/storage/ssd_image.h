@@ -51,4 +51,9 @@ void build_ram_request(std::uint32_t address, std::span<std::uint8_t, SATA_SECTO
 void build_memory_request(std::uint32_t address, std::span<std::uint8_t, SATA_SECTOR_SIZE> out);
 void build_extent_request(std::span<std::uint8_t, SATA_SECTOR_SIZE> out);
 
+// What an extent read answers: a value, most significant byte first and in units of eight, and a
+// byte.
+void decode_extent(std::span<const std::uint8_t, SATA_SECTOR_SIZE> answer, std::uint32_t &out_value,
+                   std::uint8_t &out_byte);
+
 #endif

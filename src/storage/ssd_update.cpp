@@ -178,10 +178,7 @@ int ssd_read_extent(const char *path, std::uint32_t &out_value, std::uint8_t &ou
   const int result = vendor_read(path, block, kFetchExtent, answer, sizeof answer);
   if (result != 0)
     return result;
-  const std::uint32_t units = std::uint32_t{answer[0]} << 24 | std::uint32_t{answer[1]} << 16 |
-                              std::uint32_t{answer[2]} << 8 | answer[3];
-  out_value = units * 8;
-  out_byte = answer[4];
+  decode_extent(answer, out_value, out_byte);
   return 0;
 }
 

@@ -146,6 +146,20 @@ def test_autotest_reports_a_block_that_reads_back_differently_and_succeeds(board
     assert second.partition(b"fail[")[2] == number
 
 
+def test_autotest_compares_bytes_without_a_sign(board):
+    numbers = []
+    for read_back in (
+        block(7),  # a byte that is less than what was written
+        block(8)[:255] + b"\x80",  # one that is more
+        b"\xff" + block(8)[1:],
+    ):
+        run = board.run(
+            "bt1", "bootparam", "autotest", rigcore=[get(block(7)), put(block(8)), get(read_back)]
+        )
+        numbers.append(int(run.stdout.splitlines()[0].partition(b"fail[")[2].rstrip(b"]")))
+    assert numbers[0] * numbers[1] < 0 and numbers[0] * numbers[2] < 0, numbers
+
+
 @pytest.mark.parametrize("result", [-1, -5, 2])
 def test_autotest_reports_a_failed_restoring(board, result):
     run = board.run(

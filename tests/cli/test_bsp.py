@@ -130,6 +130,19 @@ def test_ver_reads_the_versions_of_the_board(board):
     assert lines[1:4] == [b"first 1.7", b"U-Boot 2023.10", b"Bench BSP 4.2"]
 
 
+def test_ver_reads_files_and_assignments_whose_names_have_high_bytes(board):
+    # "\u00e0" ends in the byte A0 and "\u0105" in 85: neither ends a word.
+    with open(board.path("etc/benchrig/board.conf"), "a", encoding="utf-8") as file:
+        file.write("version.korboot = /etc/\u00e0\u0105\n")
+        file.write("version.korbsp = /etc/os-release \u00e0\u0105\n")
+    board.path("etc/\u00e0\u0105").write_bytes(b"first \x80\xa0\xff\n")
+    board.path("etc/os-release").write_bytes("\u00e0\u0105=".encode() + b"Bench \x85\xfe\n")
+    run = board.run("bt2", "bsp", "ver")
+    assert (run.status, run.stderr) == (0, b"")
+    lines = run.stdout.split(b"\n")
+    assert (lines[1], lines[3]) == (b"first \x80\xa0\xff", b"Bench \x85\xfe")
+
+
 @pytest.mark.parametrize(
     "path, line",
     [

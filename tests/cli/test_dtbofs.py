@@ -18,10 +18,11 @@ def test_wants_node_property_and_text(board, words):
     assert (run.stdout, run.stderr, run.status) == (b"", USAGE, 255)
 
 
-@pytest.mark.parametrize("text, block", [("aaaa", "61*4"), ("a b", "612062"), ("", "")])
+@pytest.mark.parametrize("text, block", [("aaaa", "61*4"), ("a b", "612062"), ("", ""),
+                                         ("\u00e0\u00ff", "c3a0c3bf")])
 def test_hands_the_text_over_without_its_nul(board, text, block):
     run = dtbofs(board, "/chosen", "test", text, rigcore=[
-        f'rig_dtb_overlay 1 "/chosen" "test" 1 hex:{block} {len(text)} = 0'])
+        f'rig_dtb_overlay 1 "/chosen" "test" 1 hex:{block} {len(text.encode())} = 0'])
     assert (run.stdout, run.stderr, run.status) == (b"", b"", 0)
 
 
@@ -44,6 +45,11 @@ def test_property_comes_into_the_tree_with_its_nul(board):
     assert (run.stdout, run.stderr, run.status) == (b"", b"", 0)
     assert tree(board, "chosen/test").read_bytes() == b"aaaa\0"
     assert board.vboard("show", board.directory, "overlays/benchrig-0") == b"/chosen test 6161616100 -\n"
+
+
+def test_property_keeps_high_bytes(board):
+    assert dtbofs(board, "/chosen", "test", "\u00e0\u00ff").status == 0
+    assert tree(board, "chosen/test").read_bytes() == b"\xc3\xa0\xc3\xbf\0"
 
 
 def test_property_of_the_root(board):

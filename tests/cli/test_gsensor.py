@@ -257,6 +257,8 @@ def test_set_range_without_a_second_word_is_an_error(board, words):
     (["4", "much"], 4, 0),
     (["much", "500"], 0, 500),
     (["much", "more"], 0, 0),
+    (["4", "\udca0\udc85"], 4, 0),  # bytes A0 and 85: characters above 127 are no blanks
+    (["4", " \udcff"], 4, 0),
     (["4", "500dps"], 4, 500),
     (["0x4", "500"], 0, 500),   # decimal: reads as 0
 ])

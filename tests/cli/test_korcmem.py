@@ -141,6 +141,12 @@ def test_info_of_64_bit_addresses(board):
     assert run.stdout == b"cmem id 20\ncmem name high\ncmem base 140000000\ncmem size 1000\n"
 
 
+def test_info_shows_a_name_of_high_bytes_as_it_is(board):
+    board.set("/dev/korcmem", "block20", "\u00e9\u00ff 0x14000000 0x1000")
+    run = korcmem(board, "-i", "20")
+    assert run.stdout == b"cmem id 20\ncmem name \xc3\xa9\xc3\xbf\ncmem base 14000000\ncmem size 1000\n"
+
+
 def test_every_option_reads_the_second_word(board):
     # -g reports 3, which -i has shown, and not its own 12.
     assert_run(korcmem(board, "-i", "3", "-g", "12"), 0,

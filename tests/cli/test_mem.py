@@ -5,6 +5,7 @@ is an offset of media/phys_mem.
 """
 
 import mmap
+import os
 import re
 
 import pytest
@@ -505,6 +506,14 @@ def test_dump_writes_the_region_to_a_file(board, tmp_path):
     assert_run(mem(board, "dump", "3004", "203", file), 0, dump_line(0x3004, 0x203, file),
                [OPEN, mapped(4 + 0x203, 0x3000), CLOSE])
     assert file.read_bytes() == CONTENT[:0x203]
+
+
+def test_dump_takes_a_name_of_high_bytes(board, tmp_path):
+    name = b"\xff\x80\xa0\x85.bin"  # none of which is a blank
+    poke(board, 0x2000, CONTENT)
+    run = board.run("btdbg", "mem", "dump", "2000", "10", os.fsdecode(name), cwd=tmp_path)
+    assert (run.status, run.stdout) == (0, dump_line(0x2000, 0x10, name))
+    assert (tmp_path / os.fsdecode(name)).read_bytes() == CONTENT[:0x10]
 
 
 @pytest.mark.parametrize("length", [(), ("word",)])

@@ -195,6 +195,14 @@ def test_devices_in_the_order_of_their_names(empty):
                listing(("mmcblk0", 1, 1), ("nvme0n1", 1, 1), ("sda", 1, 1), ("sdb", 1, 1)))
 
 
+def test_names_are_ordered_by_bytes_without_a_sign(empty):
+    storage_map(empty)
+    for name in ("sd\u00e9", "sda", "\u00e9", "sdz"):
+        block_device(empty, name)
+    assert_run(empty.run("bt2", "stor", "-l"), 0,
+               listing(*((name, 1, 1) for name in ("sda", "sdz", "sd\u00e9", "\u00e9"))))
+
+
 def test_sixteen_devices_fit(empty):
     storage_map(empty)
     names = [f"sd{chr(97 + index)}" for index in range(18)]
@@ -217,6 +225,21 @@ def test_states(empty, attributes, state):
 def test_a_device_that_is_not_there(empty):
     storage_map(empty)
     assert_run(empty.run("bt2", "stor", "-g", "sdz"), 0, b"sdz state: STOR_OFFLINE.\nsdz power_state: -1.\n")
+
+
+# "\u00e0" ends in the byte A0 and "\u0105" in 85: neither is a blank on the board.
+HIGH = "\u00e0\u0105"
+
+
+def test_names_of_high_bytes_are_one_word(empty):
+    storage_map(empty, f"{HIGH} {LINE}")
+    attribute(empty, LINE, "1")
+    assert_run(empty.run("bt2", "stor", "-l"), 0, listing((HIGH, 0, 1)))
+    assert_run(empty.run("bt2", "stor", "-g", HIGH), 0,
+               f"{HIGH} state: STOR_OFFLINE.\n{HIGH} power_state: STOR_POWERUP.\n".encode())
+    assert_run(empty.run("bt2", "stor", "-s", HIGH, "0"), 0,
+               f"stor_state.name = {HIGH}\n{HIGH} power_state: STOR_POWEROFF.\n".encode())
+    assert empty.path(LINE[1:]).read_text().strip() == "0"
 
 
 def test_power_needs_a_switch(empty):

@@ -272,6 +272,14 @@ def test_what_is_set_is_listed_and_got_on_the_board(board):
     assert listed(board) == {**before, b"bench_key": b"a b=c"}
 
 
+def test_high_bytes_are_set_and_got_as_they_are_on_the_board(board):
+    value = "caf\u00e9 \u00e0\u00ff"
+    for words in (("set", "bench_key", value), ("get", "bench_key")):
+        run = board.run("bt2", "uenv", *words)
+        assert (run.status, run.stdout, run.stderr) == (0, f"bench_key={value}\n".encode(), b"")
+    assert listed(board)[b"bench_key"] == value.encode()
+
+
 def test_set_without_a_value_empties_the_variable_of_the_board(board):
     assert board.run("bt2", "uenv", "set", "kdbg", "8").stdout == b"kdbg=8\n"
     assert listed(board)[b"kdbg"] == b"8"

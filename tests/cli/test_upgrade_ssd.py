@@ -97,6 +97,18 @@ def test_updates_the_drive_and_keeps_its_identity(drive):
     assert b"FirmWare(FW):                    QXFW01A3\n" in again.stdout
 
 
+def test_an_identity_of_high_bytes_is_printed_and_kept_as_it_is(drive):
+    serial = bytes(range(0x80, 0x94))
+    model = b"QX-SSD " + bytes(range(0xDF, 0x100))
+    disk.change(drive, "sda.identify", 20, disk.swapped(serial))
+    disk.change(drive, "sda.identify", 54, disk.swapped(model))
+    run = update(drive, make_image(drive))
+    assert_run(run, 0, begin().replace(disk.SERIAL, serial).replace(disk.MODEL, model) + OWN + b"update success\n")
+    sent = disk.medium(drive, "sda.firmware")
+    assert sent[4212:4232] == disk.swapped(serial)
+    assert sent[4246:4286] == disk.swapped(model)
+
+
 def test_the_image_file_stays_as_it_was(drive):
     image = make_image(drive)
     update(drive, image)
@@ -110,7 +122,7 @@ def test_the_same_revision_may_be_loaded_again(drive):
     assert disk.medium(drive, "sda.firmware") == stamped(image, b"QXFW01A2")
 
 
-@pytest.mark.parametrize("size", [5000, 5120, 8191, 8193, 16384, 20000])
+@pytest.mark.parametrize("size", [5000, 5120, 8191, 8193, 16384, 20000, 68000])
 def test_a_last_block_that_is_not_filled_ends_in_zeros(drive, size):
     drive.set("/dev/sda", "firmware_size", 1 << 30)  # the drive waits for more
     image = make_image(drive, size)

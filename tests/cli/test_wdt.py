@@ -106,6 +106,13 @@ def test_fails_without_the_device(board, fault):
     assert len(run.requests) == 1
 
 
+def test_shows_an_identity_of_high_bytes_as_it_is(board):
+    board.set("/dev/watchdog", "identity", "D\u00f6g \u00ff")
+    board.fault("/dev/watchdog ioctl:WDIOC_SETTIMEOUT errno=EIO")
+    run = board.run("bt1", "wdt")
+    assert run.stdout.startswith(b"options=33152,id=D\xc3\xb6g \xc3\xbf\n")
+
+
 def test_goes_on_without_the_devices_information(board):
     board.fault("/dev/watchdog ioctl:WDIOC_GETSUPPORT errno=ENOTTY")
     run = board.run("bt1", "wdt")

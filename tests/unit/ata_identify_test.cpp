@@ -62,6 +62,16 @@ TEST(AtaIdentify, sectors_by_the_widest_addresses_that_the_drive_has) {
   EXPECT_EQ(drive.decode().sectors, 0x100000005u);
 }
 
+TEST(AtaIdentify, words_have_no_sign) {
+  Identify drive;
+  drive.word(1, 0x8001).word(3, 0x80FF).word(6, 0xFF80);
+  EXPECT_EQ(drive.decode().sectors, std::uint64_t{0x8001} * 0x80FF * 0xFF80);
+  drive.word(49, 0x0200).word(60, 0x80FF).word(61, 0xFE80);
+  EXPECT_EQ(drive.decode().sectors, 0xFE8080FFu);
+  drive.word(169, 1).word(105, 0x80FF);
+  EXPECT_EQ(drive.decode().trim_count, 0x80FFu);
+}
+
 TEST(AtaIdentify, sector_sizes) {
   Identify drive;
   drive.word(49, 0x0200).word(60, 1000);

@@ -131,6 +131,13 @@ TEST(AtaHdio, any_other_pair_dumps_seven_registers) {
   }
 }
 
+TEST(AtaHdio, registers_are_dumped_without_a_sign) {
+  EXPECT_EQ(task_status(0, {0x80, 0x8F, 0x90, 0x9A, 0xA0, 0xFE, 0xFF}).text,
+            "Error SMART Status command failed\n"
+            "Register values returned from SMART Status command are:\n"
+            "ST =0x80\nERR=0x8f\nNS =0x90\nSC =0x9a\nCL =0xa0\nCH =0xfe\nSEL=0xff\n");
+}
+
 TEST(AtaHdio, a_failed_status_request_is_told_by_its_result_not_by_errno) {
   const std::array<std::uint8_t, 7> passed = {0xB0, 0xDA, 0, 0, 0x4F, 0xC2, 0};
   Printed printed = task_status(-22, passed);

@@ -53,6 +53,13 @@ TEST_F(Attribute, text_loses_its_line_end_and_trailing_blanks) {
   EXPECT_EQ(read(), "");
 }
 
+TEST_F(Attribute, text_keeps_high_characters_at_its_end) {
+  fill("caf\xC3\xA9 \n");
+  EXPECT_EQ(read(), "caf\xC3\xA9");
+  fill("\x80\x85\xA0\xFF\n");
+  EXPECT_EQ(read(), "\x80\x85\xA0\xFF");
+}
+
 TEST_F(Attribute, device_tree_text_loses_its_terminator) {
   fill(std::string("U-Boot\0", 7));
   char text[16];

@@ -20,6 +20,7 @@ TEST(BlockEvent, process_name_is_the_second_word_of_the_first_line) {
   EXPECT_EQ(process_name("Name:\tWeb Content\nState:\tS\n"), "Web");
   EXPECT_EQ(process_name("Name:\t\nUmask:\t0000\n"), "");
   EXPECT_EQ(process_name("Name:"), "");
+  EXPECT_EQ(process_name("Name:\t\x80\x85\xA0\xFFz\n"), "\x80\x85\xA0\xFFz");  // none is a blank
   EXPECT_EQ(process_name(""), "");
   EXPECT_EQ(process_name(("Name: " + std::string(100, 'n')).c_str()), std::string(63, 'n'));
 }

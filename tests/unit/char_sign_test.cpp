@@ -49,6 +49,9 @@ TEST(CharSign, no_high_character_is_a_digit_a_sign_or_a_blank_of_a_number) {
     const char text[] = {static_cast<char>(value), '1', '\0'};
     EXPECT_EQ(parse_decimal(text), 0) << value;
     EXPECT_EQ(parse_u32(text, 0), 0u) << value;
+    std::uint32_t scanned = 7;
+    EXPECT_FALSE(scan_u32(text, 16, scanned)) << value;
+    EXPECT_EQ(scanned, 7u) << value;
     const char behind[] = {'7', static_cast<char>(value), '1', '\0'};
     EXPECT_EQ(parse_decimal(behind), 7) << value;
     EXPECT_EQ(parse_u32(behind, 16), 7u) << value;

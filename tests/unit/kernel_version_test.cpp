@@ -40,6 +40,23 @@ TEST(KernelVersion, other_text_holds_no_version) {
   EXPECT_EQ(parse_kernel_version("FreeBSD version 6.1.0"), 0u);
 }
 
+TEST(KernelVersion, high_characters_are_no_digits) {
+  EXPECT_EQ(parse_kernel_version("Linux version \xB6.1.76"), 0u);
+  EXPECT_EQ(parse_kernel_version("Linux version 6.\xB1.76"), 0u);
+  EXPECT_EQ(parse_kernel_version("Linux version 6.1\xB2.76"), 0x060100u);
+  EXPECT_EQ(parse_kernel_version("Linux version 6.1.7\xFF"), 0x060107u);
+}
+
+TEST(KernelDate, high_characters_belong_to_their_words) {
+  for (const char *text :
+       {"#1 SMP (2024-02-01)\xFF", "#1 SMP \xA0(2024-02-01)", "#1 SMP\x85(2024-02-01)",
+        "#1 SMP Thu \x80"
+        "Feb 1 12:00:00 UTC 2024",
+        "#1 SMP Thu Feb \xA0"
+        "1 12:00:00 UTC 2024"})
+    EXPECT_EQ(parse_kernel_date(text), 0u) << text;
+}
+
 TEST(KernelDate, reads_the_kernels_own_form) {
   EXPECT_EQ(
       parse_kernel_date("Linux version 5.10.92 (b@h) (gcc) #1 SMP Thu Feb  1 12:00:00 UTC 2024"),

@@ -93,6 +93,10 @@ TEST(Event, of_a_rename_shows_the_name) {
   EXPECT_EQ(printed(rename("", 0)), "comm pid=10/tgid=11: ''\n");
 }
 
+TEST(Event, of_a_rename_shows_high_characters_as_they_are) {
+  EXPECT_EQ(printed(rename("\x80\xA0\xC3\xFF", 4)), "comm pid=10/tgid=11: '\x80\xA0\xC3\xFF'\n");
+}
+
 TEST(Event, of_a_rename_ends_after_16_characters) {
   Bytes bytes = rename("0123456789abcdef", 16);
   bytes.insert(bytes.end(), 4, 'X');

@@ -115,6 +115,14 @@ TEST(StatField, that_is_no_number_is_0) {
   EXPECT_EQ(printed(kLong, "R"), kHead + "0\n");
 }
 
+TEST(StatText, parts_no_word_at_a_high_character) {
+  const std::vector<std::string> lines =
+      lines_of(printed_text("7 (\x80\x85\xA0\xC3\xFF) \xD3 \xB2"));
+  EXPECT_EQ(lines[1], "comm              = (\x80\x85\xA0\xC3\xFF)");
+  EXPECT_EQ(lines[2].substr(0, 21), "task_state        = \xD3");
+  EXPECT_EQ(lines[3], "ppid              = 0");
+}
+
 // A number that differs in every place shows a label or a format in the wrong row.
 TEST(StatText, has_52_lines_in_the_file_s_order) {
   std::string text = "1 (sh) S";

@@ -48,6 +48,18 @@ TEST(SmartAttributes, an_entry_is_put_together_from_both_sectors_by_position) {
   EXPECT_EQ(attribute.threshold, 45);
 }
 
+TEST(SmartAttributes, low_bytes_from_128_on_leave_the_high_ones_alone) {
+  Sector values = {};
+  const Sector thresholds = {};
+  put(values, 0, 0xFF, 0x0180, 0x80, 0x00FF01807EFF);
+  const Attribute attribute = decode_attribute(values, thresholds, 0);
+  EXPECT_EQ(attribute.flags, 0x0180);
+  EXPECT_EQ(raw_word(attribute, 0), 0x7EFF);
+  EXPECT_EQ(raw_word(attribute, 1), 0x0180);
+  EXPECT_EQ(raw_word(attribute, 2), 0x00FF);
+  EXPECT_EQ(raw48(attribute), 0x00FF01807EFFu);
+}
+
 TEST(SmartAttributes, header_fields_stand_at_these_bytes) {
   Sector values;
   for (std::size_t i = 0; i < values.size(); ++i)
@@ -279,6 +291,9 @@ TEST(SmartAttributes, failure_is_predicted_by_pre_failure_attributes_at_or_below
   EXPECT_EQ(count_imminent_failures(values, thresholds), 0);
   put(values, 0, 0, 0x33, 36, 0);  // an empty slot
   EXPECT_EQ(count_imminent_failures(values, thresholds), 0);
+  put(values, 0, 197, 0x33, 36, 0);
+  put_threshold(thresholds, 0, 0x80, 255);  // numbers from 128 on are numbers like the others
+  EXPECT_EQ(count_imminent_failures(values, thresholds), 1);
   put(values, 0, 5, 0x01, 0, 0);
   put_threshold(thresholds, 0, 5, 0);
   put(values, 29, 7, 0x01, 30, 0);

@@ -289,6 +289,48 @@ TEST_F(Hdsmart, family_b_shows_four_attributes_in_columns_of_their_own) {
   EXPECT_NE(report.text.find(lines), std::string::npos) << report.text;
 }
 
+TEST_F(Hdsmart, columns_show_the_high_bytes_of_every_field_without_a_sign) {
+  family_b();
+  put(0, 194, 0x8022, 200, 180, 0xFFFF800080FF, 129);
+  put(1, 169, 0x8093, 255, 254, 0x80FFFF808080, 253);
+  put(2, 192, 0x8012, 201, 190, 0x00FF80008081, 128);
+  put(3, 231, 0x80C3, 240, 199, 0xFF80, 139);
+  put(4, 234, 0xFF32, 230, 229, 0x800000000080, 228);
+  const std::string lines =
+      "c2  Current Temperature                     8022    129             200     180     "
+      "33023(Min/Max 32768/65535)OK    \n"
+      "a9  Total Bad Block Number                  8093    253             255     254     "
+      "32896(T/L 65408/33023) OK    \n"
+      "c0  Power Off Retract Count                 8012    128             201     190     "
+      "32897      32768    OK    \n"
+      "e7  SSD Life Left                           80c3    139             240     199     "
+      "erase:128 bad:255   OK    \n"
+      "ea  GByte Read From The Nand                ff32    228             230     229     "
+      "140737488355456     OK    \n";
+  const Report report = run({"hdsmart", "/dev/sda"});
+  EXPECT_EQ(report.status, 0);
+  EXPECT_NE(report.text.find(lines), std::string::npos) << report.text;
+}
+
+TEST_F(Hdsmart, header_shows_high_bytes_without_a_sign) {
+  fake.values[0] = 0x91;
+  fake.values[1] = 0x80;
+  for (const std::size_t at : {362u, 363u, 364u, 365u, 367u, 368u, 369u, 370u, 372u, 373u, 374u})
+    fake.values[at] = static_cast<std::uint8_t>(at - 206);  // 156 to 168
+  EXPECT_NE(run({"hdsmart", "/dev/sda"})
+                .text.find("SMART rev                            0x8091\n"
+                           "offline_data_collection_status       0x9c\n"
+                           "self_test_exec_status                0x9d\n"
+                           "total_time_to_complete_off_line      40862 seconds\n"
+                           "offline_data_collection_capability   0xa1\n"
+                           "smart_capability                     0xa3a2\n"
+                           "errorlog_capability                  0xa4\n"
+                           "short_test_completion_time           166 minutes\n"
+                           "extend_test_completion_time          167 minutes\n"
+                           "conveyance_test_completion_time      0xa8\n"),
+            std::string::npos);
+}
+
 std::string wear_lines(const std::string &report) {
   const std::size_t begin = report.find("TBW=");
   return begin == report.npos ? "" : report.substr(begin, report.find("Check ") - begin);

@@ -111,6 +111,17 @@ TEST(SsdImage, stamps_four_fields_with_swapped_pairs_and_nothing_else) {
   }
 }
 
+TEST(SsdImage, texts_keep_characters_of_eight_bits) {
+  Bytes image(8192, 0);
+  korsata_modify_fw_identify(image.data(), "\x80\x81\xFE\xFF", nullptr, "ABCDEF\xA0\xC3", "\xE4Z");
+  EXPECT_EQ(memcmp(&image[4212], "\x81\x80\xFF\xFE    ", 8), 0);
+  EXPECT_EQ(memcmp(&image[4238], "BADCFE\xC3\xA0", 8), 0);
+  EXPECT_EQ(memcmp(&image[4246], "Z\xE4  ", 4), 0);
+  char text[9];
+  korsata_get_bin_fwver(image.data(), text);
+  EXPECT_STREQ(text, "ABCDEF\xA0\xC3");
+}
+
 TEST(SsdImage, odd_texts_leave_a_blank_in_front_of_their_last_character) {
   Bytes image(8192, 0);
   korsata_modify_fw_identify(image.data(), "ABC", nullptr, "1", "");
@@ -207,6 +218,29 @@ TEST(SsdTag, fields_of_a_ram_copy) {
   EXPECT_EQ(tag.hardware_byte, 0x5A);
   EXPECT_EQ(tag.hardware_word1, 0x1234);
   EXPECT_EQ(tag.hardware_word2, 0x5678);
+}
+
+// Every field with the highest bit set in the bytes that could be taken for negative numbers.
+Bytes high_tag_block() {
+  Bytes block = tag_block("ZEP", 0x0180FF80, 0);
+  block[726] = 0xFE;
+  memcpy(&block[740], "\x80\x92\xFF\x80", 4);
+  memcpy(&block[773], "\x80\x9A\xA0\xC3\xE4\xF0\xFE\xFF", 8);
+  return block;
+}
+
+TEST(SsdTag, fields_have_no_sign) {
+  FirmwareTag tag;
+  korstore_get_fw_tag(high_tag_block().data(), 1, &tag);
+  EXPECT_EQ(tag.variant, 0x0180FF80u);
+  EXPECT_EQ(tag.hardware_byte, 0xFE);
+  EXPECT_EQ(tag.hardware_word1, 0x9280);
+  EXPECT_EQ(tag.hardware_word2, 0x80FF);
+}
+
+TEST(SsdTag, drives_match_images_in_bytes_from_128_on) {
+  const Bytes ram = high_tag_block();
+  EXPECT_EQ(korstore_compare_binfile(image_with(ram).data(), ram.data()), 0);
 }
 
 TEST(SsdTag, a_block_of_an_image_starts_at_4096) {
@@ -353,6 +387,34 @@ TEST(SsdVendorBlock, memory_read_carries_its_address_one_byte_earlier) {
   block.fill(0xAA);
   build_memory_request(0x12345678, block);
   expect_block(block, {0xFF, 0xE5, 0x22, 0x12, 0x34, 0x56, 0x78});
+}
+
+TEST(SsdVendorBlock, addresses_of_high_bytes_stay_as_they_are) {
+  std::array<std::uint8_t, 512> block;
+  build_ram_request(0xFE80FFA5, block);
+  expect_block(block, {0xFF, 0xE5, 0x86, 0x03, 0xFE, 0x80, 0xFF, 0xA5, 0x00});
+}
+
+TEST(SsdVendorBlock, extent_is_a_big_endian_value_in_eights_and_a_byte) {
+  struct {
+    std::array<std::uint8_t, 5> begin;
+    std::uint32_t value;
+  } const cases[] = {
+      {{0x00, 0x00, 0x00, 0x01, 0x05}, 8},          {{0x01, 0x02, 0x03, 0x04, 0x7F}, 0x08101820},
+      {{0x00, 0x00, 0x00, 0x80, 0x80}, 0x400},  // a high byte leaves those above it alone
+      {{0x00, 0x00, 0x80, 0x00, 0x9A}, 0x40000},    {{0x00, 0x80, 0x00, 0x00, 0xFE}, 0x4000000},
+      {{0x9F, 0xFF, 0xFF, 0xFF, 0xFF}, 0xFFFFFFF8},
+  };
+  for (const auto &one : cases) {
+    std::array<std::uint8_t, 512> answer = {};
+    std::copy(one.begin.begin(), one.begin.end(), answer.begin());
+    answer[5] = 0xEE;
+    std::uint32_t value = 0;
+    std::uint8_t byte = 0;
+    decode_extent(answer, value, byte);
+    EXPECT_EQ(value, one.value);
+    EXPECT_EQ(byte, one.begin[4]);
+  }
 }
 
 TEST(SsdVendorBlock, extent_read_carries_none) {

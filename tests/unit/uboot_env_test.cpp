@@ -21,6 +21,7 @@ std::span<const unsigned char> bytes_of(const char *text) {
 TEST(UbootEnv, crc_is_that_of_ethernet) {
   EXPECT_EQ(crc32_of(bytes_of("123456789")), 0xCBF43926u);
   EXPECT_EQ(crc32_of({}), 0u);
+  EXPECT_EQ(crc32_of(bytes_of("\xFF\xFF\xFF\xFF")), 0xFFFFFFFFu);  // bytes have no sign
 }
 
 TEST(UbootEnv, image_is_crc_entries_and_zeroes) {
