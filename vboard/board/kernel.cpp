@@ -17,8 +17,8 @@ namespace vboard {
 
 namespace {
 
-// syscall() reports through errno, which belongs to the program under test. Only -1 is a failure: an
-// address in the upper half of a 32-bit machine's memory is negative as well.
+// syscall() reports through errno, which belongs to the program under test. Only -1 is a failure:
+// an address in the upper half of a 32-bit machine's memory is negative as well.
 template <typename... Arguments>
 long call(long number, Arguments... arguments) {
   int kept = errno;
