@@ -394,3 +394,11 @@ def test_switching_from_outside(board):
     with pytest.raises(AssertionError):
         board.set(SDA_POWER, "on")
     assert board.path(SDA_POWER[1:]).read_text() == "enabled\n"
+
+
+def test_a_disk_that_is_off_can_be_broken_before_it_comes_back(board):
+    board.set(SDA_POWER, "0")
+    board.set("/dev/sda", "smart_exceeded", "1")
+    assert not board.path("dev/sda").exists()
+    board.set(SDA_POWER, "1")
+    assert "\nsmart_exceeded = 1\n" in board.path("dev/sda").read_text()

@@ -235,14 +235,21 @@ bool find_node_file(const char *board, const char *node, char *out) {
       return false;
     }
   }
-  if (!join_path(out, board, name + 1))
-    return false;
-  struct stat status;
-  if (stat(out, &status) < 0 || !S_ISREG(status.st_mode)) {
-    fail("%s: the board has no such node", node);
-    return false;
+  // The second is the file of a storage device that is switched off.
+  for (const char *folder : {"", "unpowered/"}) {
+    char file[kFileName];
+    TextBuffer path = {file, sizeof(file) - 1, 0, false};
+    append_text(path, folder);
+    append_text(path, name + 1);
+    file[path.length] = '\0';
+    struct stat status;
+    if (!join_path(out, board, file))
+      return false;
+    if (stat(out, &status) == 0 && S_ISREG(status.st_mode))
+      return true;
   }
-  return true;
+  fail("%s: the board has no such node", node);
+  return false;
 }
 
 }  // namespace vboard
