@@ -4,6 +4,7 @@ import os
 import re
 import signal
 import subprocess
+import sysconfig
 
 import pytest
 
@@ -383,21 +384,99 @@ def test_runs_side_by_side_on_one_board_lose_nothing(build, probe, tmp_path):
 
 # --- programs for 32-bit ARM --------------------------------------------------------------------------
 
-# The cases with ARM programs are the whole suite in a build for ARM, whose launcher always has what
-# these lack.
+# What an emulator makes of a program is the whole suite in a build for ARM. Its launcher always has what
+# these cases lack or replace.
 without_arm = pytest.mark.skipif(word_size() == 4, reason="this launcher is set up for ARM programs")
 
 
-@without_arm
-def test_an_arm_program_without_an_interposer_of_its_kind_is_refused(vboard, tmp_path):
+@pytest.fixture
+def arm_program(tmp_path):
+    """Begins like an ELF executable of 32 bits, little-endian, for ARM, which is all that is looked at."""
     program = tmp_path / "program"
-    # The start of an ELF header: 32 bits, little-endian, an executable for ARM.
     program.write_bytes(b"\x7fELF\x01\x01\x01" + bytes(9) + b"\x02\x00\x28\x00" + bytes(32))
     program.chmod(0o755)
-    assert_refused(vboard("run", "--", program), 125)
+    return program
+
+
+@pytest.fixture(params=["bench", "a bench: 2"])
+def set_up(build, tmp_path, request):
+    """What sets a run up for ARM programs; the emulator prints its arguments. The loader splits LD_PRELOAD at
+    blanks and colons."""
+    folder = tmp_path / request.param
+    for kind in (sysconfig.get_config_var("MULTIARCH"), "arm-linux-gnueabihf"):
+        (folder / "lib" / kind).mkdir(parents=True)
+        (folder / "lib" / kind / "libvboard.so").symlink_to(build / "lib/libvboard.so")
+    emulator = folder / "emulator"
+    emulator.write_text("#!/bin/sh\nprintf '%s\\n' \"$@\"\n")
+    emulator.chmod(0o755)
+    return {"VBOARD_PRELOAD": f"{folder}/$LIB/libvboard.so", "VBOARD_EMULATOR": str(emulator)}
+
+
+@without_arm
+def test_an_arm_program_without_an_interposer_of_its_kind_is_refused(vboard, arm_program):
+    assert_refused(vboard("run", "--", arm_program), 125)
 
 
 @without_arm
 @pytest.mark.parametrize("preload", ["/none/$LIB/libvboard.so", "$LIB/libvboard.so", "/none/libvboard.so"])
 def test_a_missing_interposer_is_refused_and_not_gone_without(vboard, preload):
     assert_refused(vboard("run", "--", "true", env={"VBOARD_PRELOAD": preload}), 125)
+
+
+@without_arm
+@pytest.mark.parametrize("kind", [sysconfig.get_config_var("MULTIARCH"), "arm-linux-gnueabihf"])
+def test_one_of_two_interposers_is_not_enough(vboard, set_up, kind):
+    os.unlink(set_up["VBOARD_PRELOAD"].replace("$LIB", f"lib/{kind}"))
+    assert_refused(vboard("run", "--", "true", env=set_up), 125)
+
+
+@without_arm
+def test_a_missing_emulator_is_refused(vboard, set_up):
+    assert_refused(vboard("run", "--", "true", env=set_up | {"VBOARD_EMULATOR": "/none"}), 127)
+
+
+@without_arm
+def test_the_pc_s_own_programs_stay_on_the_board_beside_arm_ones(vboard, build, set_up):
+    assert vboard("run", "--speed", "max", "--", build / "bin/benchrig", "bt1", "beep", "1", env=set_up) == (
+        0, b"open beep.\n", b"")
+
+
+# By the launcher, execve(), execvp(), posix_spawn() and posix_spawnp(): the words in front of the program's,
+# and the name under which it is to know itself.
+SPAWN = "import os; _, s = os.waitpid(os.{}({!r}, [{!r}, 'a', 'b c'], os.environ), 0); os._exit(s >> 8)"
+
+
+@without_arm
+@pytest.mark.parametrize("command, name", [
+    (["{path}", "a", "b c"], "{path}"),
+    (["sh", "-c", 'exec "$@"', "sh", "{path}", "a", "b c"], "{path}"),
+    (["env", "program", "a", "b c"], "program"),
+    (["/usr/bin/python3", "-c", SPAWN.format("posix_spawn", "{path}", "other")], "other"),
+    (["/usr/bin/python3", "-c", SPAWN.format("posix_spawnp", "program", "other")], "other"),
+])
+def test_an_arm_program_goes_to_the_emulator_however_it_is_started(vboard, arm_program, set_up, command, name):
+    words = [word.replace("{path}", str(arm_program)) for word in command]
+    env = set_up | {"PATH": f"/none:{arm_program.parent}:{os.environ['PATH']}"}
+    told = f"-0\n{name}\n{arm_program}\na\nb c\n".replace("{path}", str(arm_program))
+    assert vboard("run", "--", *words, env=env) == (0, told.encode(), b"")
+
+
+@without_arm
+@pytest.mark.parametrize("command", [["env", "echo", "a"], ["sh", "-c", "exec echo a"]])
+@pytest.mark.parametrize("mode, on_path", [
+    (0o644, True),  # cannot be executed: the next one of that name is
+    (0o755, False),  # a name is not looked up in the working directory
+])
+def test_other_programs_do_not_go_to_the_emulator(vboard, arm_program, set_up, command, mode, on_path):
+    arm_program.rename(arm_program.with_name("echo")).chmod(mode)
+    path = [str(arm_program.parent)] if on_path else []
+    env = set_up | {"PATH": ":".join([*path, os.environ["PATH"]])}
+    assert vboard("run", "--", *command, env=env, cwd=arm_program.parent) == (0, b"a\n", b"")
+
+
+@without_arm
+def test_an_arm_program_that_cannot_be_executed_is_refused_as_any_other(vboard, arm_program, set_up):
+    arm_program.chmod(0o644)
+    assert_refused(vboard("run", "--", arm_program, env=set_up), 126)
+    status, stdout, _ = vboard("run", "--", "env", arm_program, env=set_up)
+    assert (status, stdout) == (126, b"")

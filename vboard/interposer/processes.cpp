@@ -100,10 +100,6 @@ std::size_t count_words(char *const words[]) {
   return count;
 }
 
-bool needs_emulator(const char *path) {
-  return on_board() && emulator != nullptr && path != nullptr && is_arm_program(path);
-}
-
 char *const *emulated(const char *path, char *const words[], char **room) {
   std::size_t count = count_words(words);
   room[0] = const_cast<char *>(emulator);
@@ -116,13 +112,20 @@ char *const *emulated(const char *path, char *const words[], char **room) {
   return room;
 }
 
-// The file that a name without a slash means when it is an ARM program; any other is libc's to
-// find.
-const char *search(const char *name, char (&out)[kPathSize]) {
+// The path when what it names is an ARM program that can be executed, else null.
+const char *arm_program(const char *path) {
+  bool is_one = on_board() && emulator != nullptr && path != nullptr &&
+                sys_access(path, X_OK) == 0 && is_arm_program(path);
+  return is_one ? path : nullptr;
+}
+
+// The same for a name as execvp() looks it up. Any other program is libc's to find.
+const char *find_arm_program(const char *name, char (&out)[kPathSize]) {
+  if (name == nullptr || strchr(name, '/') != nullptr)
+    return arm_program(name);
   const char *variable = getenv("PATH");
-  if (!on_board() || emulator == nullptr || name == nullptr || strchr(name, '/') != nullptr ||
-      variable == nullptr)
-    return name;
+  if (!on_board() || emulator == nullptr || variable == nullptr)
+    return nullptr;
   std::string_view path = variable;
   while (!path.empty()) {
     std::size_t end = path.find(':');
@@ -132,10 +135,10 @@ const char *search(const char *name, char (&out)[kPathSize]) {
     append_text(file, name);
     out[file.length] = '\0';
     if (!file.overflow && sys_access(out, X_OK) == 0)
-      return is_arm_program(out) ? out : name;
+      return arm_program(out);
     path.remove_prefix(end == std::string_view::npos ? path.size() : end + 1);
   }
-  return name;
+  return nullptr;
 }
 
 }  // namespace
@@ -178,18 +181,18 @@ WRAP(FILE *, popen, const char *command, const char *mode) {
        ? complete(given, static_cast<char **>(alloca(count_environment(given) * sizeof(char *)))) \
        : given)
 
-// Hands an ARM program to the emulator, with the words on the caller's stack.
-#define EMULATE(path, words)                                                                       \
-  if (needs_emulator(path)) {                                                                      \
+// Hands an ARM program, if it is one, to the emulator: the words are on the caller's stack.
+#define EMULATE(program, path, words)                                                              \
+  if (const char *arm = (program); arm != nullptr) {                                               \
     words = emulated(                                                                              \
-        path, words,                                                                               \
+        arm, words,                                                                                \
         static_cast<char **>(alloca((count_words(words) + kEmulatorWords + 2) * sizeof(char *)))); \
     path = emulator;                                                                               \
   }
 
 WRAP(int, execve, const char *path, char *const words[], char *const given[]) {
   check_program(path);
-  EMULATE(path, words);
+  EMULATE(arm_program(path), path, words);
   return REAL(execve)(path, words, COMPLETED(given));
 }
 
@@ -199,9 +202,8 @@ WRAP(int, execv, const char *path, char *const words[]) {
 
 WRAP(int, execvpe, const char *file, char *const words[], char *const given[]) {
   check_program(file);
-  char program[kPathSize];
-  file = search(file, program);
-  EMULATE(file, words);
+  char place[kPathSize];
+  EMULATE(find_arm_program(file, place), file, words);
   return REAL(execvpe)(file, words, COMPLETED(given));
 }
 
@@ -222,16 +224,15 @@ WRAP(int, fexecve, int fd, char *const words[], char *const given[]) {
 WRAP(int, posix_spawn, pid_t *child, const char *path, const posix_spawn_file_actions_t *actions,
      const posix_spawnattr_t *attributes, char *const words[], char *const given[]) {
   check_program(path);
-  EMULATE(path, words);
+  EMULATE(arm_program(path), path, words);
   return REAL(posix_spawn)(child, path, actions, attributes, words, COMPLETED(given));
 }
 
 WRAP(int, posix_spawnp, pid_t *child, const char *file, const posix_spawn_file_actions_t *actions,
      const posix_spawnattr_t *attributes, char *const words[], char *const given[]) {
   check_program(file);
-  char program[kPathSize];
-  file = search(file, program);
-  EMULATE(file, words);
+  char place[kPathSize];
+  EMULATE(find_arm_program(file, place), file, words);
   return REAL(posix_spawnp)(child, file, actions, attributes, words, COMPLETED(given));
 }
 

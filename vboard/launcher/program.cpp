@@ -61,15 +61,12 @@ int find_command(const char *name, char *out) {
   return 0;
 }
 
-// A 32-bit ARM program on a machine of another kind.
-bool is_foreign_arm(const char *file) {
+// A machine of the board's own kind needs no emulator.
 #ifdef __arm__
-  (void)file;
-  return false;
+constexpr bool kIsArm = true;
 #else
-  return is_arm_program(file);
+constexpr bool kIsArm = false;
 #endif
-}
 
 // An interposer for programs of two kinds, "/DIRECTORY/$LIB/libvboard.so": each must be there,
 // since the loader goes on without one that it misses.
@@ -130,7 +127,7 @@ int preload_name(const char *interposer, char *out, std::size_t size) {
 
 // What ARM programs run with: the command itself, or what it starts. 0, or a status.
 int prepare_emulator(const char *interposer, bool foreign) {
-  if (strstr(interposer, kLoadersFolder) == nullptr) {
+  if (kIsArm || strstr(interposer, kLoadersFolder) == nullptr) {
     unsetenv(kEmulatorVariable);
     return !foreign ? 0
                     : fail(
@@ -157,7 +154,7 @@ int find_program(const char *name, Program &out) {
   int result = find_command(name, out.file);
   if (result != 0)
     return result;
-  out.foreign = is_foreign_arm(out.file);
+  out.foreign = !kIsArm && is_arm_program(out.file);
   char interposer[kFileName];
   result = find_interposer(interposer);
   if (result == 0)

@@ -8,6 +8,7 @@
 #include <sys/timex.h>
 
 #include "vboard/interposer/clocks.h"
+#include "vboard/interposer/files.h"
 
 using namespace vboard;
 
@@ -53,7 +54,7 @@ WRAP(int, __clock_settime64, clockid_t clock, const timespec *value) {
     return REAL(__clock_settime64)(clock, value);
   if (clock != CLOCK_REALTIME || value->tv_sec < 0 || value->tv_nsec < 0 ||
       value->tv_nsec >= kSecond)
-    return fail_with(EINVAL);
+    return report(-EINVAL);
   return set_calendar(value->tv_sec * kSecond + value->tv_nsec, "clock_settime");
 }
 
@@ -63,7 +64,7 @@ WRAP(int, __settimeofday64, const timeval *value, const struct timezone *zone) {
   if (value == nullptr)
     return 0;
   if (value->tv_usec < 0 || value->tv_usec >= 1'000'000)
-    return fail_with(EINVAL);
+    return report(-EINVAL);
   return set_calendar(value->tv_sec * kSecond + value->tv_usec * 1000, "settimeofday");
 }
 

@@ -116,11 +116,6 @@ inline timespec timespec_of_board(std::int64_t nanoseconds) {
   return time;
 }
 
-inline int fail_with(int error) {
-  errno = error;
-  return -1;
-}
-
 // Access and modification.
 template <typename Wide>
 struct FileTimes {
