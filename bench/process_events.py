@@ -60,8 +60,10 @@ def processor_time(listener):
 
 def main():
     benchrig, processes = sys.argv[1], int(sys.argv[2])
-    commands = {"forkstat": ["forkstat", "-l", "-e", "fork,exec,exit"],
-                "proctrace": [benchrig, "btdbg", "proctrace"]}
+    commands = {
+        "forkstat": ["forkstat", "-l", "-e", "fork,exec,exit"],
+        "proctrace": [benchrig, "btdbg", "proctrace"],
+    }
     with tempfile.TemporaryDirectory() as folder:
         logs = {name: os.path.join(folder, name) for name in commands}
         listeners = {}
@@ -73,8 +75,10 @@ def main():
             for listener in listeners.values():
                 listener.kill()
                 listener.wait()
-            print(f"not compared: no process events for {' and '.join(deaf)} here (that takes the "
-                  "superuser, outside of containers)")
+            print(
+                f"not compared: no process events for {' and '.join(deaf)} here (that takes the "
+                "superuser, outside of containers)"
+            )
             for name in deaf:
                 with open(logs[name], encoding="utf-8", errors="replace") as log:
                     print("".join(f"  {name}: {line}" for line in log.readlines()[-3:]), end="")
@@ -87,8 +91,10 @@ def main():
             times[name] = processor_time(listener)
             told[name] = sum(process in started for _, process in events_told(name, logs[name]))
     for name in commands:
-        print(f"{name:<12} {told[name]:7} of {3 * len(started)} events   "
-              f"processor time {times[name] / times['forkstat']:5.3f}")
+        print(
+            f"{name:<12} {told[name]:7} of {3 * len(started)} events   "
+            f"processor time {times[name] / times['forkstat']:5.3f}"
+        )
     if told["proctrace"] < 3 * len(started):
         sys.exit("process_events.py: proctrace has lost events")
 

@@ -32,7 +32,9 @@ def sections(program):
     """{what a group of sections is: bytes}, of those that a run maps."""
     sizes = collections.Counter()
     for line in output("readelf", "-SW", program).splitlines():
-        fields = re.match(r"\s*\[ *\d+\] (\.\S+)\s+(\S+)\s+\w+\s+\w+\s+(\w+)\s+\w+\s+([A-Z]*)", line)
+        fields = re.match(
+            r"\s*\[ *\d+\] (\.\S+)\s+(\S+)\s+\w+\s+\w+\s+(\w+)\s+\w+\s+([A-Z]*)", line
+        )
         if fields is None or "A" not in fields[4]:
             continue
         name, kind, size, flags = fields[1], fields[2], int(fields[3], 16), fields[4]
@@ -59,10 +61,12 @@ def subsystem_of(object_file):
 def subsystems(link_map):
     """{subsystem: bytes} of what the linker kept of each object."""
     text = link_map.read_text(encoding="utf-8")
-    text = text[text.index("\nLinker script and memory map"):]
+    text = text[text.index("\nLinker script and memory map") :]
     sizes = collections.Counter()
     # " .text.name   0xADDRESS  0xSIZE object.o"; a long name has the rest on a line of its own.
-    for size, object_file in re.findall(r"^ \.(?:text|rodata|data|bss)\S*\s+0x\w+\s+0x(\w+) (\S+)$", text, re.M):
+    for size, object_file in re.findall(
+        r"^ \.(?:text|rodata|data|bss)\S*\s+0x\w+\s+0x(\w+) (\S+)$", text, re.M
+    ):
         sizes[subsystem_of(object_file)] += int(size, 16)
     return sizes
 
@@ -72,7 +76,9 @@ def peak_memory(directory, words, board=()):
     peak = directory / "peak"
     if not peak.exists():
         output("cc", "-O2", "-o", peak, pathlib.Path(__file__).with_name("peak.c"))
-    done = subprocess.run([*map(str, board), str(peak), *map(str, words)], capture_output=True, check=False)
+    done = subprocess.run(
+        [*map(str, board), str(peak), *map(str, words)], capture_output=True, check=False
+    )
     return int(done.stderr.split()[-1])
 
 
@@ -86,10 +92,14 @@ def print_memory(build, directory):
     board = [build / "bin/vboard", "run", "--speed", "max", "--"]
     print("  peak memory, KiB")
     print(f"    {peak_memory(directory, ['true']):8}  a program that only ends")
-    print(f"    {peak_memory(directory, ['true'], board):8}  a program that only ends, on the virtual board")
+    print(
+        f"    {peak_memory(directory, ['true'], board):8}  a program that only ends, on the virtual board"
+    )
     for on_board, words in RUNS:
         peak = peak_memory(directory, [build / "bin/benchrig", *words], board if on_board else ())
-        print(f"    {peak:8}  benchrig {' '.join(words)}{', on the virtual board' if on_board else ''}")
+        print(
+            f"    {peak:8}  benchrig {' '.join(words)}{', on the virtual board' if on_board else ''}"
+        )
 
 
 def report(build):
@@ -99,10 +109,15 @@ def report(build):
         directory = pathlib.Path(name)
         stripped = directory / "benchrig"
         output("arm-linux-gnueabihf-strip" if arm else "strip", "-o", stripped, program)
-        print(f"{build.name}: {'32-bit ARM' if arm else 'this machine'}, {stripped.stat().st_size} bytes stripped")
+        print(
+            f"{build.name}: {'32-bit ARM' if arm else 'this machine'}, {stripped.stat().st_size} bytes stripped"
+        )
         print_table("sections", sections(stripped))
         print_table("subsystems", subsystems(build / "src/benchrig.map"))
-        print("  needs", ", ".join(re.findall(r"\(NEEDED\).*\[(.+)\]", output("readelf", "-dW", program))))
+        print(
+            "  needs",
+            ", ".join(re.findall(r"\(NEEDED\).*\[(.+)\]", output("readelf", "-dW", program))),
+        )
         if not arm:  # an emulator's memory says nothing
             print_memory(build, directory)
 

@@ -24,8 +24,18 @@ def run(*words, epoch=None):
 
 
 def configure(source, build, *options):
-    run("cmake", "-S", source, "-B", build, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release",
-        "-DBENCHRIG_TESTS=OFF", *options)
+    run(
+        "cmake",
+        "-S",
+        source,
+        "-B",
+        build,
+        "-G",
+        "Ninja",
+        "-DCMAKE_BUILD_TYPE=Release",
+        "-DBENCHRIG_TESTS=OFF",
+        *options,
+    )
     return build
 
 
@@ -76,8 +86,17 @@ def test_an_installation_runs_the_toolbox_on_a_virtual_board(source, tmp_path):
     prefix = tmp_path / "installed"
     run("cmake", "--install", build, "--prefix", prefix, "--strip")
     run("rm", "-rf", build)
-    output = run(prefix / "bin/vboard", "run", "--speed", "max", "--", prefix / "bin/benchrig", "bt1",
-                 "beep", "1")
+    output = run(
+        prefix / "bin/vboard",
+        "run",
+        "--speed",
+        "max",
+        "--",
+        prefix / "bin/benchrig",
+        "bt1",
+        "beep",
+        "1",
+    )
     assert output == b"open beep.\n"
     assert (prefix / "include/platform/applets.h").is_file()
     assert (prefix / "share/benchrig/board.conf.example").is_file()

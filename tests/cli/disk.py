@@ -11,10 +11,12 @@ REVISION = b"QXFW01A2"
 MODEL = b"QX-SSD 128GB".ljust(40)
 WORLD_WIDE_NAME = bytes.fromhex("5000C0DE00A1B2C3")
 
-IDENTITY = (b"**************************IDENTIFY_INFO************************\n"
-            b"SerialNumber(SN)                 " + SERIAL + b"\n"
-            b"ModelNumber:                     " + MODEL + b"\n"
-            b"FirmWare(FW):                    " + REVISION + b"\n")
+IDENTITY = (
+    b"**************************IDENTIFY_INFO************************\n"
+    b"SerialNumber(SN)                 " + SERIAL + b"\n"
+    b"ModelNumber:                     " + MODEL + b"\n"
+    b"FirmWare(FW):                    " + REVISION + b"\n"
+)
 
 IDENTIFY = "HD ec 00 00 01 512"
 READ_VALUES = "HD b0 00 d0 01 512"
@@ -60,7 +62,7 @@ def medium(board, name):
 
 def change(board, name, at, data):
     sector = medium(board, name)
-    sector[at:at + len(data)] = data
+    sector[at : at + len(data)] = data
     board.path(f"media/{name}").write_bytes(sector)
 
 
@@ -90,10 +92,10 @@ def make_image(board, size=16384, **changes):
     image[4192:4704] = bytes((11 * i) & 0xFF for i in range(SECTOR))
     for name, value in changes.items():
         if name == "variant":
-            image[4096 + 1040:4096 + 1044] = value.to_bytes(4, "little")
+            image[4096 + 1040 : 4096 + 1044] = value.to_bytes(4, "little")
         else:
             at = int(name.removeprefix("at"))
-            image[at:at + len(value)] = value
+            image[at : at + len(value)] = value
     return with_checksum(image[:size])
 
 

@@ -19,8 +19,13 @@ READ = "read /dev/gyro = 28"
 
 # One of each way of converting and printing.
 LSM, ICM, ICM690, KXTJ, LIS2DH, LIS2DW = (
-    "GYRO_LSM6DS3TR", "GYRO_ICM20602", "GYRO_ICM20690", "GYRO_KXTJ1900", "GYRO_LIS2DH12",
-    "GYRO_LIS2DW12")
+    "GYRO_LSM6DS3TR",
+    "GYRO_ICM20602",
+    "GYRO_ICM20690",
+    "GYRO_KXTJ1900",
+    "GYRO_LIS2DH12",
+    "GYRO_LIS2DW12",
+)
 SIX_AXES = (LSM, ICM, ICM690)
 TO_THE_OUTPUT_STREAM = (LSM, ICM, ICM690, LIS2DH)
 
@@ -49,12 +54,16 @@ def requests(run):
 
 
 def answers(run, call):
-    return [bytes_of(line, "out") for line in calls(run) if line.startswith(call) and " out=" in line]
+    return [
+        bytes_of(line, "out") for line in calls(run) if line.startswith(call) and " out=" in line
+    ]
 
 
 def samples(run):
     """What the device delivered: (ax, ay, az, gx, gy, gz, seconds, microseconds) of each read."""
-    return [struct.unpack("<6h8x2i", data) for data in answers(run, "read /dev/gyro") if len(data) == 28]
+    return [
+        struct.unpack("<6h8x2i", data) for data in answers(run, "read /dev/gyro") if len(data) == 28
+    ]
 
 
 def assert_run(run, status, stdout=b"", calls_made=(), stderr=b""):
@@ -67,7 +76,8 @@ def assert_run(run, status, stdout=b"", calls_made=(), stderr=b""):
 def timeline(board, *rows):
     """What the sensor feels: seconds, three accelerations in g, three rates in degrees a second."""
     board.path("media/gyro.timeline").write_text(
-        "".join(" ".join(map(str, row)) + "\n" for row in rows))
+        "".join(" ".join(map(str, row)) + "\n" for row in rows)
+    )
 
 
 def ranges(board, accel, gyro):
@@ -108,8 +118,11 @@ def assert_data_line(line, chip, sample, accel_full_scale, gyro_full_scale):
     found = re.fullmatch(pattern, line)
     assert found, (line, pattern)
     for index, text in enumerate(found.groups()):
-        expected = (acceleration(chip, sample[index], accel_full_scale) if index < 3 else
-                    rate(chip, sample[index], gyro_full_scale))
+        expected = (
+            acceleration(chip, sample[index], accel_full_scale)
+            if index < 3
+            else rate(chip, sample[index], gyro_full_scale)
+        )
         assert abs(float(text) - expected) < 0.0011, (line, expected)
 
 
@@ -152,7 +165,9 @@ class Attitude:
         return pitch, roll, self.yaw
 
 
-ANGLES = re.compile(rb"\[Pitch:([+-]\d+\.\d{3})\]\[Roll:([+-]\d+\.\d{3})\]\[Yaw:([+-]\d+\.\d{3})\]\n")
+ANGLES = re.compile(
+    rb"\[Pitch:([+-]\d+\.\d{3})\]\[Roll:([+-]\d+\.\d{3})\]\[Yaw:([+-]\d+\.\d{3})\]\n"
+)
 
 
 def assert_angles(lines, chip, delivered, accel_full_scale, gyro_full_scale):
@@ -164,7 +179,8 @@ def assert_angles(lines, chip, delivered, accel_full_scale, gyro_full_scale):
         assert found, line
         expected = attitude.feed(
             *(acceleration(chip, raw, accel_full_scale) for raw in sample[:3]),
-            *(rate(chip, raw, gyro_full_scale) for raw in sample[3:6]))
+            *(rate(chip, raw, gyro_full_scale) for raw in sample[3:6]),
+        )
         for text, angle in zip(found.groups(), expected):
             # Single precision, over some hundred steps, in degrees.
             assert abs(float(text) - angle) < 0.02, (line, expected)
@@ -172,19 +188,21 @@ def assert_angles(lines, chip, delivered, accel_full_scale, gyro_full_scale):
 
 def head(chip, accel=2, gyro=250):
     """What a read loop prints before its first sample."""
-    return (b"Gsensor name is %b \n" % chip.encode()
-            + b"Accel Full Scale is %d g,\nGyro Full Scale is %d \n" % (accel, gyro))
+    return (
+        b"Gsensor name is %b \n" % chip.encode()
+        + b"Accel Full Scale is %d g,\nGyro Full Scale is %d \n" % (accel, gyro)
+    )
 
 
 def assert_loop(run, before=(), reads=None, after=()):
     """A read loop's calls: identity, ranges, then a wait before each read."""
     made = requests(run)
     start = [OPEN, *before, INIT, CONFIG]
-    assert made[:len(start)] == start
-    rest = made[len(start):]
+    assert made[: len(start)] == start
+    rest = made[len(start) :]
     if after:
-        assert rest[-len(after):] == list(after)
-        rest = rest[:-len(after)]
+        assert rest[-len(after) :] == list(after)
+        rest = rest[: -len(after)]
     if len(rest) % 2:
         assert rest.pop() == WAIT  # the wait in which the loop was stopped
     if reads is None:

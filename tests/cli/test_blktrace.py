@@ -14,8 +14,10 @@ from device_trace import bytes_of, calls, packed
 NODE = "/dev/korstorage"
 STOP = ["TERM@0.2"]
 
-USAGE = (b"\n blktrace v1.0\nUsage:\n\n    blktrace  dev  path      ---dev name\n\n\nexample:\n\n"
-         b"    blktrace  mmcblk0  /var/log/mmcblk0_blktrace.log  \n\n\n")
+USAGE = (
+    b"\n blktrace v1.0\nUsage:\n\n    blktrace  dev  path      ---dev name\n\n\nexample:\n\n"
+    b"    blktrace  mmcblk0  /var/log/mmcblk0_blktrace.log  \n\n\n"
+)
 START_BAD = b"\033[0;32mSTOR_CMD_TRACE_DEVICE_START faild!\033[m\n"
 STOP_BAD = b"\033[0;32mSTOR_CMD_TRACE_DEVICE_STOP faild!\033[m\n"
 
@@ -32,7 +34,9 @@ def process(board, pid, first_line):
 
 def event_line(device, time, name, action, sector, sectors, kind, error):
     """A line of the log, with its NUL."""
-    return (f"{device:<20}{time:<20}{name:<20}{action:<3}{sector:<20}{sectors:<10}{kind:<16}{error:<5}\n\0").encode()
+    return (
+        f"{device:<20}{time:<20}{name:<20}{action:<3}{sector:<20}{sectors:<10}{kind:<16}{error:<5}\n\0"
+    ).encode()
 
 
 def log_of(board, name="var/mmcblk0_blktrace.log"):
@@ -40,7 +44,9 @@ def log_of(board, name="var/mmcblk0_blktrace.log"):
 
 
 def start_record(name, handle):
-    return packed(name.encode().ljust(32, b"\0") + handle.to_bytes(4, "little") + (384).to_bytes(4, "little"))
+    return packed(
+        name.encode().ljust(32, b"\0") + handle.to_bytes(4, "little") + (384).to_bytes(4, "little")
+    )
 
 
 def test_no_argument_prints_the_usage(board):
@@ -66,15 +72,21 @@ def test_missing_driver(board, tmp_path):
 
 
 def test_events_until_the_signal(board):
-    timeline(board, "0 1 2048 4096 4242 0 write sync", "0 8 5000000000 131072 4242 31 ahead",
-             "0.000002 7 0 0 4242 0 flush")
+    timeline(
+        board,
+        "0 1 2048 4096 4242 0 write sync",
+        "0 8 5000000000 131072 4242 31 ahead",
+        "0.000002 7 0 0 4242 0 flush",
+    )
     process(board, 4242, "Name:\tjbd2/mmcblk0p2-")
     run = board.run("bt2", "blktrace", "mmcblk0", signals=STOP)
     assert (run.status, run.stdout, run.stderr) == (0, b"", b"")
     name = "jbd2/mmcblk0p2-"
-    assert log_of(board) == (event_line("mmcblk0", 1, name, "Q", 2048, 8, "WS", "0")
-                             + event_line("mmcblk0", 1, name, "C", 5000000000, 256, "RA", "1f")
-                             + event_line("mmcblk0", 2001, name, "D", 0, 0, "FN", "0"))
+    assert log_of(board) == (
+        event_line("mmcblk0", 1, name, "Q", 2048, 8, "WS", "0")
+        + event_line("mmcblk0", 1, name, "C", 5000000000, 256, "RA", "1f")
+        + event_line("mmcblk0", 2001, name, "D", 0, 0, "FN", "0")
+    )
 
 
 def test_start_and_stop_carry_one_record(board):
@@ -82,9 +94,11 @@ def test_start_and_stop_carry_one_record(board):
     run = board.run("bt2", "blktrace", "sda", signals=STOP)
     lines = calls(run)
     assert [line.split(" out=")[0] for line in lines if "_START" in line] == [
-        f"ioctl {NODE} STOR_CMD_TRACE_DEVICE_START in={start_record('sda', 0)}"]
+        f"ioctl {NODE} STOR_CMD_TRACE_DEVICE_START in={start_record('sda', 0)}"
+    ]
     assert [line.split(" out=")[0] for line in lines if "_STOP" in line] == [
-        f"ioctl {NODE} STOR_CMD_TRACE_DEVICE_STOP in={start_record('sda', 7)}"]
+        f"ioctl {NODE} STOR_CMD_TRACE_DEVICE_STOP in={start_record('sda', 7)}"
+    ]
     # Stopped, then the log and the device are closed.
     assert sorted(lines[-2:]) == ["close /dev/korstorage = 0", "close /var/sda_blktrace.log = 0"]
     assert "STOR_CMD_TRACE_DEVICE_STOP" in lines[-3]
@@ -101,7 +115,10 @@ def test_polls_carry_the_handle_in_a_record_of_136_bytes(board):
 def test_each_line_is_synced_before_the_next_poll(board):
     timeline(board, "0 1 0 512 1 0", "0 1 1 512 1 0")
     run = board.run("bt2", "blktrace", "sda", signals=STOP)
-    words = [re.sub(r" .*", "", line) if not line.startswith("ioctl") else line.split()[2] for line in run.requests]
+    words = [
+        re.sub(r" .*", "", line) if not line.startswith("ioctl") else line.split()[2]
+        for line in run.requests
+    ]
     first = words.index("write")
     assert words[first + 1] == "sync"
     assert words[first + 2] == "STOR_CMD_TRACE_READ"
@@ -135,12 +152,19 @@ def test_an_event_of_a_process_that_has_ended(board):
 
 
 def test_kinds_and_actions(board):
-    timeline(board, "0 1 0 4096 9999 0 write flush fua sync", "0 11 0 4096 9999 0 discard meta", "0 16 0 0 9999 0")
+    timeline(
+        board,
+        "0 1 0 4096 9999 0 write flush fua sync",
+        "0 11 0 4096 9999 0 discard meta",
+        "0 16 0 0 9999 0",
+    )
     process(board, 9999, "Name:\tWeb Content")
     board.run("bt2", "blktrace", "sda", signals=STOP)
     assert log_of(board, "var/sda_blktrace.log") == (
-        event_line("sda", 1, "Web", "Q", 0, 8, "FWFS", "0") + event_line("sda", 1, "Web", "UT", 0, 8, "DM", "0")
-        + event_line("sda", 1, "Web", "", 0, 0, "N", "0"))
+        event_line("sda", 1, "Web", "Q", 0, 8, "FWFS", "0")
+        + event_line("sda", 1, "Web", "UT", 0, 8, "DM", "0")
+        + event_line("sda", 1, "Web", "", 0, 0, "N", "0")
+    )
 
 
 def test_a_log_of_ones_own(board, tmp_path):

@@ -41,11 +41,30 @@ def printed(board, work, command):
     if words[0] == "vboard":
         words = [program, *(board.directory if word == "board" else word for word in words[1:])]
     else:
-        words = [board.build / "bin/vboard", "run", "--board", board.directory, "--speed", "max",
-                 "--date", DATE, *limit, "--", program, *words[1:]]
-    done = subprocess.run(list(map(str, words)), stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                          stdin=subprocess.DEVNULL, cwd=work, env=environment(), timeout=60,
-                          check=False)
+        words = [
+            board.build / "bin/vboard",
+            "run",
+            "--board",
+            board.directory,
+            "--speed",
+            "max",
+            "--date",
+            DATE,
+            *limit,
+            "--",
+            program,
+            *words[1:],
+        ]
+    done = subprocess.run(
+        list(map(str, words)),
+        stdout=subprocess.PIPE,
+        stderr=subprocess.STDOUT,
+        stdin=subprocess.DEVNULL,
+        cwd=work,
+        env=environment(),
+        timeout=60,
+        check=False,
+    )
     return readable(done.stdout)
 
 

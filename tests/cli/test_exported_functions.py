@@ -14,23 +14,44 @@ import disk
 from conftest import program
 
 EXPORTED = {
-    "sata_command_execute", "sata_command_execute_esata", "ctoi", "hex_to_ascii", "korsata_read_ram",
-    "korsata_modify_fw_identify", "korsata_download_microcode_cmd", "korsata_get_bin_fwver",
-    "korsata_download_microcode", "korstore_analyse_identify_ssdwwn", "korstore_get_fw_tag",
+    "sata_command_execute",
+    "sata_command_execute_esata",
+    "ctoi",
+    "hex_to_ascii",
+    "korsata_read_ram",
+    "korsata_modify_fw_identify",
+    "korsata_download_microcode_cmd",
+    "korsata_get_bin_fwver",
+    "korsata_download_microcode",
+    "korstore_analyse_identify_ssdwwn",
+    "korstore_get_fw_tag",
     "korstore_compare_binfile",
 }
 
 
 def run_plugin(build, word):
     # A plain process: what the plug-in does ends before the program's main begins.
-    return subprocess.run(program(build / "bin/benchrig"), capture_output=True, timeout=60, check=False,
-                          env={"LD_PRELOAD": str(build / "tests/plugin/plugin.so"), "BENCHRIG_PLUGIN": str(word),
-                               "ASAN_OPTIONS": "verify_asan_link_order=0:detect_leaks=0"})
+    return subprocess.run(
+        program(build / "bin/benchrig"),
+        capture_output=True,
+        timeout=60,
+        check=False,
+        env={
+            "LD_PRELOAD": str(build / "tests/plugin/plugin.so"),
+            "BENCHRIG_PLUGIN": str(word),
+            "ASAN_OPTIONS": "verify_asan_link_order=0:detect_leaks=0",
+        },
+    )
 
 
 def test_exports_twelve_functions_and_nothing_else_of_its_own(build):
-    names = subprocess.run(["nm", "-D", "--defined-only", build / "bin/benchrig"], capture_output=True, check=True,
-                           text=True, timeout=60).stdout
+    names = subprocess.run(
+        ["nm", "-D", "--defined-only", build / "bin/benchrig"],
+        capture_output=True,
+        check=True,
+        text=True,
+        timeout=60,
+    ).stdout
     if "__asan_" in names or "__tsan_" in names or "__ubsan_" in names:
         pytest.skip("a sanitizer's run time exports its own")
     # Versioned names are libc's variables (stdout, optarg), which the linker may copy here.
@@ -73,7 +94,8 @@ def test_a_plug_in_finds_and_calls_all_of_them(build):
         b"enable_vendor error errno = 2\n"
         b"open /none failed\n"
         b"enable_vendor write errno = 2\n"
-        b"korsata_read_ram -1\n")
+        b"korsata_read_ram -1\n"
+    )
 
 
 @pytest.mark.parametrize("code", [208, 209, 236, 210, 212, 136])
@@ -93,9 +115,16 @@ def test_other_codes_do_not_abort(build, code, result):
 
 
 def test_a_plug_in_leaves_a_run_that_it_was_not_meant_for_alone(build):
-    run = subprocess.run([*program(build / "bin/benchrig"), "version"], capture_output=True, timeout=60, check=False,
-                         env={"LD_PRELOAD": str(build / "tests/plugin/plugin.so"),
-                              "ASAN_OPTIONS": "verify_asan_link_order=0:detect_leaks=0"})
+    run = subprocess.run(
+        [*program(build / "bin/benchrig"), "version"],
+        capture_output=True,
+        timeout=60,
+        check=False,
+        env={
+            "LD_PRELOAD": str(build / "tests/plugin/plugin.so"),
+            "ASAN_OPTIONS": "verify_asan_link_order=0:detect_leaks=0",
+        },
+    )
     assert run.returncode == 0
     assert b"benchrig v" in run.stdout
 
@@ -107,8 +136,13 @@ def on_disk(board):
     """What the plug-in's calls on /dev/sda print: {"hdio 208": "0 SUM"}, and the whole output."""
     disk.keep_log(board)
     # The plug-in's constructor may come before the interposer's, too early for jumping time.
-    run = board.run(speed="1", env={"LD_PRELOAD": str(board.build / "tests/plugin/plugin.so"),
-                                    "BENCHRIG_PLUGIN": "/dev/sda"})
+    run = board.run(
+        speed="1",
+        env={
+            "LD_PRELOAD": str(board.build / "tests/plugin/plugin.so"),
+            "BENCHRIG_PLUGIN": "/dev/sda",
+        },
+    )
     assert (run.status, run.stderr) == (0, b"")
     results = {}
     for line in run.stdout.decode().splitlines():
@@ -128,15 +162,31 @@ def sum_of(sector):
 def test_commands_of_both_transports(board):
     results, _ = on_disk(board)
     assert disk.commands(board) == [
-        "HD b0 00 d0 01 512", "HD b0 01 d1 01 512", "HD b0 d2 00 00 4f c2 00 0", "HD b0 00 d4 00 0",
-        "HD b0 00 d5 01 512", "HD b0 01 d8 00 0", "HD b0 01 d9 00 0", "HD b0 01 d8 00 0", "HD b0 da 00 00 4f c2 00 0",
-        "HD b0 db 00 00 4f c2 00 0", "HD e0 00 00 00 0", "HD e7 00 00 00 0", "HD ec 00 00 01 512",
-        "SG 85 08 0e 00 d0 00 00 00 01 00 4f 00 c2 40 b0 00 512", "SG 85 08 0e 00 d1 00 00 00 01 00 4f 00 c2 40 b0 00 512",
-        "SG 85 06 20 00 d2 00 00 00 01 00 4f 00 c2 40 b0 00 0", "SG 85 06 20 00 d4 00 00 00 01 00 4f 00 c2 40 b0 00 0",
-        "SG 85 06 20 00 d8 00 00 00 01 00 4f 00 c2 40 b0 00 0", "SG 85 06 20 00 d9 00 00 00 01 00 4f 00 c2 40 b0 00 0",
-        "SG 85 06 20 00 d8 00 00 00 01 00 4f 00 c2 40 b0 00 0", "SG 85 08 0e 00 da 00 00 00 01 00 4f 00 c2 40 b0 00 8",
-        "SG 85 06 20 00 00 00 00 00 00 00 00 00 00 00 e0 00 0", "SG 85 06 20 00 00 00 00 00 00 00 00 00 00 00 e7 00 0",
-        "SG 85 08 0e 00 00 00 00 00 00 00 00 00 00 00 ec 00 512", "SG a1 06 20 da 41 00 00 00 40 ef 00 00 0",
+        "HD b0 00 d0 01 512",
+        "HD b0 01 d1 01 512",
+        "HD b0 d2 00 00 4f c2 00 0",
+        "HD b0 00 d4 00 0",
+        "HD b0 00 d5 01 512",
+        "HD b0 01 d8 00 0",
+        "HD b0 01 d9 00 0",
+        "HD b0 01 d8 00 0",
+        "HD b0 da 00 00 4f c2 00 0",
+        "HD b0 db 00 00 4f c2 00 0",
+        "HD e0 00 00 00 0",
+        "HD e7 00 00 00 0",
+        "HD ec 00 00 01 512",
+        "SG 85 08 0e 00 d0 00 00 00 01 00 4f 00 c2 40 b0 00 512",
+        "SG 85 08 0e 00 d1 00 00 00 01 00 4f 00 c2 40 b0 00 512",
+        "SG 85 06 20 00 d2 00 00 00 01 00 4f 00 c2 40 b0 00 0",
+        "SG 85 06 20 00 d4 00 00 00 01 00 4f 00 c2 40 b0 00 0",
+        "SG 85 06 20 00 d8 00 00 00 01 00 4f 00 c2 40 b0 00 0",
+        "SG 85 06 20 00 d9 00 00 00 01 00 4f 00 c2 40 b0 00 0",
+        "SG 85 06 20 00 d8 00 00 00 01 00 4f 00 c2 40 b0 00 0",
+        "SG 85 08 0e 00 da 00 00 00 01 00 4f 00 c2 40 b0 00 8",
+        "SG 85 06 20 00 00 00 00 00 00 00 00 00 00 00 e0 00 0",
+        "SG 85 06 20 00 00 00 00 00 00 00 00 00 00 00 e7 00 0",
+        "SG 85 08 0e 00 00 00 00 00 00 00 00 00 00 00 ec 00 512",
+        "SG a1 06 20 da 41 00 00 00 40 ef 00 00 0",
     ]
     values = "0 " + sum_of(disk.medium(board, "sda.smart_values"))
     thresholds = "0 " + sum_of(disk.medium(board, "sda.smart_thresholds"))
@@ -165,10 +215,12 @@ def test_a_status_that_is_neither(board):
     board.set("/dev/sda", "smart_status", 0x1234)
     results, output = on_disk(board)
     assert results["hdio 218"] == "-1 0000"
-    assert (b"Error SMART Status command failed\n"
-            b"Register values returned from SMART Status command are:\n"
-            b"ST =0x50\nERR=0x00\nNS =0x00\nSC =0x00\nCL =0x34\nCH =0x12\nSEL=0x00\n"
-            b"hdio 218 -1 0000\n") in output
+    assert (
+        b"Error SMART Status command failed\n"
+        b"Register values returned from SMART Status command are:\n"
+        b"ST =0x50\nERR=0x00\nNS =0x00\nSC =0x00\nCL =0x34\nCH =0x12\nSEL=0x00\n"
+        b"hdio 218 -1 0000\n"
+    ) in output
 
 
 def test_a_refused_status(board):
@@ -188,13 +240,21 @@ def test_a_wrong_checksum_is_reported_and_the_sector_counts(board):
     assert results["sg 208"] == results["hdio 208"] == "0 " + changed
 
 
-@pytest.mark.parametrize("status, text", [
-    (4, b" BAD target. \n"), (5, b"Abort for some other reason. \n"),
-    (14, b"BUS stayed busy through time out period. \n"), (15, b"BUS stayed busy through time out period. \n")])
+@pytest.mark.parametrize(
+    "status, text",
+    [
+        (4, b" BAD target. \n"),
+        (5, b"Abort for some other reason. \n"),
+        (14, b"BUS stayed busy through time out period. \n"),
+        (15, b"BUS stayed busy through time out period. \n"),
+    ],
+)
 def test_status_of_the_host_adapter(board, status, text):
     board.set("/dev/sda", "host_status", status)
     results, output = on_disk(board)
-    assert {result for call, result in results.items() if call.startswith("sg ")} == {f"{status} 0000"}
+    assert {result for call, result in results.items() if call.startswith("sg ")} == {
+        f"{status} 0000"
+    }
     assert output.count(text) == 12
 
 

@@ -9,11 +9,15 @@ import subprocess
 import pytest
 from conftest import EMULATOR, environment, program, word_size
 
-USAGE = (b"Usage: getconf [-v specification] variable_name [pathname]\n"
-         b"       getconf -a [pathname]\n")
+USAGE = (
+    b"Usage: getconf [-v specification] variable_name [pathname]\n"
+    b"       getconf -a [pathname]\n"
+)
 
 # The C library's own tool for the same machine.
-GETCONF = [*EMULATOR, f"{os.environ['BENCHRIG_SYSROOT']}/usr/bin/getconf"] if EMULATOR else ["getconf"]
+GETCONF = (
+    [*EMULATOR, f"{os.environ['BENCHRIG_SYSROOT']}/usr/bin/getconf"] if EMULATOR else ["getconf"]
+)
 
 # 320 values, a line each. A 32-bit machine has two environments where others have one, in six values.
 LINES = {4: 326, 8: 320}[word_size()]
@@ -29,8 +33,9 @@ def output_of(command, limit=None):
         if limit:
             resource.setrlimit(limit[0], (limit[1], limit[1]))
 
-    done = subprocess.run(command, capture_output=True, check=False, env=environment(),
-                          preexec_fn=set_limit)
+    done = subprocess.run(
+        command, capture_output=True, check=False, env=environment(), preexec_fn=set_limit
+    )
     assert (done.stderr, done.returncode) == (b"", 0)
     return done.stdout
 
@@ -44,11 +49,15 @@ def rows_of(output):
     return [row for row in rows if row.split(" ")[0] not in MOVING]
 
 
-needs_getconf = pytest.mark.skipif(shutil.which(GETCONF[-1]) is None, reason="no getconf to compare with")
+needs_getconf = pytest.mark.skipif(
+    shutil.which(GETCONF[-1]) is None, reason="no getconf to compare with"
+)
 
 
 @needs_getconf
-@pytest.mark.parametrize("path", [(), ("/",), ("/proc",), ("/dev/null",), ("/usr",), ("/nonexistent",)])
+@pytest.mark.parametrize(
+    "path", [(), ("/",), ("/proc",), ("/dev/null",), ("/usr",), ("/nonexistent",)]
+)
 def test_equals_the_system_s_own(build, path):
     # On the PC: some limits are those of the process, some those of the path's file system.
     ours = output_of([*program(build / "bin/benchrig"), "btdbg", "getconf", "-a", *path])
@@ -57,10 +66,15 @@ def test_equals_the_system_s_own(build, path):
 
 
 @needs_getconf
-@pytest.mark.parametrize("limit", [
-    (resource.RLIMIT_NOFILE, 77), (resource.RLIMIT_STACK, 4 << 20), (resource.RLIMIT_NPROC, 4000),
-    (resource.RLIMIT_SIGPENDING, 12),
-])
+@pytest.mark.parametrize(
+    "limit",
+    [
+        (resource.RLIMIT_NOFILE, 77),
+        (resource.RLIMIT_STACK, 4 << 20),
+        (resource.RLIMIT_NPROC, 4000),
+        (resource.RLIMIT_SIGPENDING, 12),
+    ],
+)
 def test_follows_the_limits_of_the_process(build, limit):
     ours = output_of([*program(build / "bin/benchrig"), "btdbg", "getconf", "-a"], limit)
     assert rows_of(ours) == rows_of(output_of([*GETCONF, "-a"], limit))
@@ -100,8 +114,19 @@ def test_unsigned_limits_are_printed_as_such(build):
     assert rows["ULONG_MAX"] == str((1 << bits) - 1)
 
 
-@pytest.mark.parametrize("words", [(), ("LINK_MAX",), ("LINK_MAX", "/"), ("-v", "x"), ("-aa",), ("",),
-                                   ("/", "-a"), ("a", "b", "c", "d")])
+@pytest.mark.parametrize(
+    "words",
+    [
+        (),
+        ("LINK_MAX",),
+        ("LINK_MAX", "/"),
+        ("-v", "x"),
+        ("-aa",),
+        ("",),
+        ("/", "-a"),
+        ("a", "b", "c", "d"),
+    ],
+)
 def test_anything_else_prints_nothing_and_succeeds(board, words):
     run = board.run("btdbg", "getconf", *words)
     assert (run.stdout, run.stderr, run.status) == (b"", b"", 0)

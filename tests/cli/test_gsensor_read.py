@@ -2,16 +2,40 @@
 
 import pytest
 
-from gyro_reference import (ANGLES, CLOSE, CONFIG, ICM, ICM690, INIT, KILLED_BY_TERM, KXTJ, LIS2DH,
-                            LIS2DW, LSM, OPEN, READ, SIX_AXES, WAIT, acceleration, assert_angles,
-                            assert_data_line, assert_loop, assert_run, data_lines, head, ranges, rate,
-                            samples, set_timer, timeline)
+from gyro_reference import (
+    ANGLES,
+    CLOSE,
+    CONFIG,
+    ICM,
+    ICM690,
+    INIT,
+    KILLED_BY_TERM,
+    KXTJ,
+    LIS2DH,
+    LIS2DW,
+    LSM,
+    OPEN,
+    READ,
+    SIX_AXES,
+    WAIT,
+    acceleration,
+    assert_angles,
+    assert_data_line,
+    assert_loop,
+    assert_run,
+    data_lines,
+    head,
+    ranges,
+    rate,
+    samples,
+    set_timer,
+    timeline,
+)
 
 # --- -r: data lines -------------------------------------------------------------------------------
 
 # Two of everything: both signs on every axis.
-SWAYING = [(0, 0.25, -0.5, 0.9, 100.5, -200.25, 30),
-           (0.12, -0.3, 0.7, -0.8, -12.5, 55, -240)]
+SWAYING = [(0, 0.25, -0.5, 0.9, 100.5, -200.25, 30), (0.12, -0.3, 0.7, -0.8, -12.5, 55, -240)]
 
 
 def read_samples(board, *words, seconds=0.275):
@@ -26,8 +50,8 @@ def test_read_prints_name_ranges_and_a_line_for_each_sample(board, option):
     assert run.stderr == b""
     before = b"HAT_GYRO_TMR_SET sucess, poll the gyro time is = (50)ms.\n" + head(LSM)
     assert run.stdout.startswith(before)
-    lines = data_lines(run.stdout[len(before):])
-    assert b"".join(lines) == run.stdout[len(before):]
+    lines = data_lines(run.stdout[len(before) :])
+    assert b"".join(lines) == run.stdout[len(before) :]
     delivered = samples(run)
     assert len(lines) == len(delivered) == 5
     for line, sample in zip(lines, delivered):
@@ -53,7 +77,7 @@ def test_read_converts_each_chip_at_each_range(make_board, chip, accel, gyro):
     for row, sample in ((SWAYING[0], delivered[0]), (SWAYING[1], delivered[-1])):
         felt = [acceleration(chip, raw, accel) for raw in sample[:3]]
         felt += [rate(chip, raw, gyro) for raw in sample[3:6]]
-        for value, meant in zip(felt[:axes], row[1:1 + axes]):
+        for value, meant in zip(felt[:axes], row[1 : 1 + axes]):
             assert abs(value - meant) < (0.001 if abs(meant) < 2 else 0.1)
 
 
@@ -63,7 +87,9 @@ def first_line(board, *row):
 
 
 def test_lsm6ds3tr_at_2_g_reads_raw_16384_as_0_999_g(board):
-    assert b"[accel-z:0x00004000 => +0.999g]" in first_line(board, 0, 0, 16384 * 0.061 / 1000, 0, 0, 0)
+    assert b"[accel-z:0x00004000 => +0.999g]" in first_line(
+        board, 0, 0, 16384 * 0.061 / 1000, 0, 0, 0
+    )
 
 
 def test_lsm6ds3tr_prints_negative_raw_values_sign_extended(board):
@@ -128,9 +154,13 @@ def test_read_reports_a_read_that_fails_and_goes_on(board):
 @pytest.mark.parametrize("option", ["-r", "-c"])
 def test_read_loop_returns_minus_19_when_the_identity_fails(board, option):
     board.fault("/dev/gyro ioctl:HAT_GYRO_INIT errno=EIO")
-    assert_run(board.run("bt1", "gsensor", option), 256 - 19, b"",
-               [OPEN, "ioctl /dev/gyro HAT_GYRO_INIT = EIO", CLOSE],
-               stderr=b"get gsensor id failure.\n: Input/output error\n")
+    assert_run(
+        board.run("bt1", "gsensor", option),
+        256 - 19,
+        b"",
+        [OPEN, "ioctl /dev/gyro HAT_GYRO_INIT = EIO", CLOSE],
+        stderr=b"get gsensor id failure.\n: Input/output error\n",
+    )
 
 
 @pytest.mark.parametrize("chip", [LSM, ICM, KXTJ, LIS2DW])
@@ -139,8 +169,9 @@ def test_read_without_ranges_reports_it_and_goes_on(make_board, chip):
     board = make_board(gyro=chip)
     board.fault("/dev/gyro ioctl:HAT_GYRO_READ_CONFIG errno=EIO")
     run = read_samples(board)
-    start = (b"Gsensor name is %b \n" % chip.encode()
-             + b"get Accel Full Scale & Gyro Full Scale error\n")
+    start = (
+        b"Gsensor name is %b \n" % chip.encode() + b"get Accel Full Scale & Gyro Full Scale error\n"
+    )
     assert run.stdout.startswith(start)
     lines = data_lines(run.stdout)
     assert b"".join([start, *lines]) == run.stdout
@@ -163,8 +194,12 @@ def test_an_unsupported_chip_ends_the_loop_and_the_tool(board, option):
     board.set("/dev/gyro", "chip", "GYRO_BMA400")
     run = board.run("bt1", "gsensor", option, "-g")
     # The end of the tool: the option behind is not looked at any more.
-    assert_run(run, 0, head("GYRO_BMA400") + b"no support gsensor, name is GYRO_BMA400\n",
-               [OPEN, INIT, CONFIG, WAIT, READ, CLOSE])
+    assert_run(
+        run,
+        0,
+        head("GYRO_BMA400") + b"no support gsensor, name is GYRO_BMA400\n",
+        [OPEN, INIT, CONFIG, WAIT, READ, CLOSE],
+    )
 
 
 # --- -c: pitch, roll and yaw ----------------------------------------------------------------------
@@ -179,7 +214,7 @@ def test_compute_prints_the_filter_s_angles_for_each_sample(make_board, option, 
     assert run.stderr == b""
     assert run.status == KILLED_BY_TERM
     assert run.stdout.startswith(head(chip))
-    lines = run.stdout[len(head(chip)):].splitlines(keepends=True)
+    lines = run.stdout[len(head(chip)) :].splitlines(keepends=True)
     assert_loop(run)
     assert_angles(lines, chip, samples(run), 2, 250)
 
@@ -188,7 +223,7 @@ def test_compute_feeds_degrees_per_second_unchanged_and_does_not_clamp(board):
     # A slow turn alone: a filter that turned degrees into radians would be 57 times slower.
     timeline(board, (0, 0, 0, 1, 0, 0, 100))
     run = board.run("bt1", "gsensor", "-c", seconds=3.025)
-    lines = run.stdout[len(head(LSM)):].splitlines(keepends=True)
+    lines = run.stdout[len(head(LSM)) :].splitlines(keepends=True)
     assert_angles(lines, LSM, samples(run), 2, 250)
     # 60 samples of (100 + 1.633) / 100 each.
     assert abs(float(ANGLES.fullmatch(lines[-1])[3]) - len(lines) * 1.01633) < 0.1
@@ -197,6 +232,6 @@ def test_compute_feeds_degrees_per_second_unchanged_and_does_not_clamp(board):
 def test_compute_reports_a_short_sample_and_goes_on(board):
     board.fault("/dev/gyro read short=27 nth=3")
     run = board.run("bt1", "gsensor", "-c", seconds=0.275)
-    lines = run.stdout[len(head(LSM)):].splitlines(keepends=True)
+    lines = run.stdout[len(head(LSM)) :].splitlines(keepends=True)
     assert lines.pop(2) == b"[ERR]read data err\n"
     assert_angles(lines, LSM, samples(run), 2, 250)

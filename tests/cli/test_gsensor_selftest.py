@@ -4,9 +4,33 @@ import math
 
 import pytest
 
-from gyro_reference import (ANGLES, Attitude, CLOSE, CONFIG, ICM, ICM690, INIT, KXTJ, LIS2DH, LIS2DW,
-                            LSM, OPEN, READ, WAIT, acceleration, assert_angles, assert_data_line,
-                            assert_loop, assert_run, data_lines, head, rate, samples, timeline)
+from gyro_reference import (
+    ANGLES,
+    Attitude,
+    CLOSE,
+    CONFIG,
+    ICM,
+    ICM690,
+    INIT,
+    KXTJ,
+    LIS2DH,
+    LIS2DW,
+    LSM,
+    OPEN,
+    READ,
+    WAIT,
+    acceleration,
+    assert_angles,
+    assert_data_line,
+    assert_loop,
+    assert_run,
+    data_lines,
+    head,
+    rate,
+    samples,
+    timeline,
+)
+
 
 @pytest.fixture
 def work(tmp_path):
@@ -60,7 +84,9 @@ def sums(text):
 
 
 @pytest.mark.parametrize("chip", [LSM, ICM, ICM690, LIS2DH])
-def test_selftest_that_fails_leaves_samples_angles_and_the_verdict_in_its_log(make_board, work, chip):
+def test_selftest_that_fails_leaves_samples_angles_and_the_verdict_in_its_log(
+    make_board, work, chip
+):
     board = make_board(gyro=chip)
     timeline(board, (0, 0.02, -0.03, 0.998, 0.5, 0, 0), (20, *AT_REST[1:]))
     run, log = selftest(board, work)
@@ -70,7 +96,7 @@ def test_selftest_that_fails_leaves_samples_angles_and_the_verdict_in_its_log(ma
     assert_loop(run, after=[CLOSE])
     text = log.read_bytes()
     assert text.endswith(b"]\ngsensor autotest faild!\n")
-    text = text[:-len(b"gsensor autotest faild!\n")]
+    text = text[: -len(b"gsensor autotest faild!\n")]
     lines = data_lines(text)
     angles = [found[0] for found in ANGLES.finditer(text)]
     # A sample's data line, then its angles on the same line.
@@ -91,7 +117,7 @@ def test_selftest_log_of_a_chip_that_prints_elsewhere_holds_angles_alone(make_bo
     assert run.status == 255
     text = log.read_bytes()
     assert text.endswith(b"gsensor autotest faild!\n")
-    angles = text[:-len(b"gsensor autotest faild!\n")].splitlines(keepends=True)
+    angles = text[: -len(b"gsensor autotest faild!\n")].splitlines(keepends=True)
     assert_angles(angles, chip, samples(run), 2, 250)
     assert run.stdout.count(b"[time=") == (len(angles) if chip == KXTJ else 0)
 
@@ -111,20 +137,24 @@ def tilted_board(board, pitch_sum, roll_sum):
     timeline(board, *rows)
 
 
-@pytest.mark.parametrize("pitch, roll, passes", [
-    (90, 90, True),
-    (-90, 90, True),
-    (90, -90, True),
-    (-90.6, -89.4, True),
-    (92, 90, False),
-    (88, 90, False),
-    (90, 92, False),
-    (90, -88, False),
-    (0, 90, False),
-    (90, 0, False),
-])
-def test_selftest_passes_when_both_sums_are_90_degrees_give_or_take_one(make_board, work, pitch, roll,
-                                                                        passes):
+@pytest.mark.parametrize(
+    "pitch, roll, passes",
+    [
+        (90, 90, True),
+        (-90, 90, True),
+        (90, -90, True),
+        (-90.6, -89.4, True),
+        (92, 90, False),
+        (88, 90, False),
+        (90, 92, False),
+        (90, -88, False),
+        (0, 90, False),
+        (90, 0, False),
+    ],
+)
+def test_selftest_passes_when_both_sums_are_90_degrees_give_or_take_one(
+    make_board, work, pitch, roll, passes
+):
     board = make_board(gyro=ICM)
     tilted_board(board, pitch, roll)
     run, log = selftest(board, work)
@@ -132,8 +162,10 @@ def test_selftest_passes_when_both_sums_are_90_degrees_give_or_take_one(make_boa
     attitude = Attitude()
     total = [0.0, 0.0]
     for sample in samples(run):
-        angles = attitude.feed(*(acceleration(ICM, raw, 2) for raw in sample[:3]),
-                               *(rate(ICM, raw, 250) for raw in sample[3:6]))
+        angles = attitude.feed(
+            *(acceleration(ICM, raw, 2) for raw in sample[:3]),
+            *(rate(ICM, raw, 250) for raw in sample[3:6]),
+        )
         total = [total[0] - angles[0], total[1] - angles[1]]
     distance = max(abs(abs(one) - 90.0) for one in total)
     assert (distance < 0.9) if passes else (distance > 1.1), total
@@ -159,15 +191,24 @@ def test_selftest_without_a_log_fails_at_once(board, work):
 def test_selftest_returns_minus_19_when_the_identity_fails(board, work):
     board.fault("/dev/gyro ioctl:HAT_GYRO_INIT errno=ENODEV")
     run, _ = selftest(board, work)
-    assert_run(run, 256 - 19, b"", [OPEN, "ioctl /dev/gyro HAT_GYRO_INIT = ENODEV", CLOSE],
-               stderr=b"get gsensor id failure.\n: No such device\n")
+    assert_run(
+        run,
+        256 - 19,
+        b"",
+        [OPEN, "ioctl /dev/gyro HAT_GYRO_INIT = ENODEV", CLOSE],
+        stderr=b"get gsensor id failure.\n: No such device\n",
+    )
 
 
 def test_selftest_with_an_unsupported_chip_goes_to_the_verdict_and_fails(board, work):
     board.set("/dev/gyro", "chip", "GYRO_BMA400")
     run, log = selftest(board, work)
-    assert_run(run, 255, head("GYRO_BMA400") + b"no support gsensor, name is GYRO_BMA400\n",
-               [OPEN, INIT, CONFIG, WAIT, READ, CLOSE])
+    assert_run(
+        run,
+        255,
+        head("GYRO_BMA400") + b"no support gsensor, name is GYRO_BMA400\n",
+        [OPEN, INIT, CONFIG, WAIT, READ, CLOSE],
+    )
     assert log.read_bytes() == b"gsensor autotest faild!\n"
 
 

@@ -15,7 +15,7 @@ import disk
 DATA = pathlib.Path(__file__).resolve().parents[1] / "data/ata"
 PATH = '"/dev/sda"'
 ZEROS = "hex:00*512"
-BLANK = "0 0 0 0 \"\" 0 0 0 0"
+BLANK = '0 0 0 0 "" 0 0 0 0'
 
 IDENTIFY = f"rig_sata_read_identify_info {PATH} -> {ZEROS} = 0"
 DECODE = f"rig_ata_get_identify_info {ZEROS} -> {BLANK} = 0"
@@ -38,7 +38,8 @@ BLANK_IDENTITY = (
     b"bytesSec                         0\n"
     b"heads                            0\n"
     b"cylinders                        0\n"
-    b"sectors                          0\n")
+    b"sectors                          0\n"
+)
 BLANK_SMART = (
     b"***************************SMART_INFO**************************\n"
     b"SMART rev                            0x0\n"
@@ -50,9 +51,9 @@ BLANK_SMART = (
     b"errorlog_capability                  0x0\n"
     b"short_test_completion_time           0 minutes\n"
     b"extend_test_completion_time          0 minutes\n"
-    b"conveyance_test_completion_time      0x0\n\n"
-    + b"*" * 110 + b"\n"
-    b"ID  Attribute name                          Flags   Threshold       Value   Worst   Raw Value           Status  \n\n")
+    b"conveyance_test_completion_time      0x0\n\n" + b"*" * 110 + b"\n"
+    b"ID  Attribute name                          Flags   Threshold       Value   Worst   Raw Value           Status  \n\n"
+)
 START = b"Start check /dev/sda\n"
 OK = b"Check /dev/sda smart ok!\n"
 
@@ -68,7 +69,9 @@ def assert_run(run, status, stdout):
 
 @pytest.mark.parametrize("words", [(), ("/dev/sda", "x")])
 def test_wrong_count(board, words):
-    assert_run(board.run("bt2", "hdsmart", *words, rigcore=[]), 0, b"Invalid params, eg. smart /dev/sda\n")
+    assert_run(
+        board.run("bt2", "hdsmart", *words, rigcore=[]), 0, b"Invalid params, eg. smart /dev/sda\n"
+    )
 
 
 def test_path_of_64_characters(board):
@@ -76,7 +79,9 @@ def test_path_of_64_characters(board):
 
 
 def test_a_disk_that_tells_nothing(board):
-    run = board.run("bt2", "hdsmart", "/dev/sda", rigcore=[IDENTIFY, DECODE, ENABLE, VALUES, THRESHOLDS, FAMILY])
+    run = board.run(
+        "bt2", "hdsmart", "/dev/sda", rigcore=[IDENTIFY, DECODE, ENABLE, VALUES, THRESHOLDS, FAMILY]
+    )
     assert_run(run, 0, START + BLANK_IDENTITY + BLANK_SMART + OK)
 
 
@@ -87,42 +92,76 @@ def test_wear_lines_of_both_families_without_host_writes(board, family):
     assert_run(run, 0, START + BLANK_IDENTITY + BLANK_SMART + b"TBW=0GB\nWAI=0.000\n" + OK)
 
 
-@pytest.mark.parametrize("maximum, current, shown", [
-    (0, 0, b"SATA 3.1"),
-    (1, 0, b"SATA 3.1, 1.5 Gb/s"),
-    (2, 1, b"SATA 3.1, 3.0 Gb/s (current: 1.5 Gb/s)"),
-    (3, 3, b"SATA 3.1, 6.0 Gb/s (current: 6.0 Gb/s)"),
-    (4, 5, b"SATA 3.1, >6.0 Gb/s (4) (current: >6.0 Gb/s (5))"),
-    (6, 7, b"SATA 3.1, >6.0 Gb/s (6) (current: >6.0 Gb/s (7))"),
-    (8, 4294967295, b"SATA 3.1, >6.0 Gb/s (7) (current: >6.0 Gb/s (7))"),
-    (0, 2, b"SATA 3.1 (current: 3.0 Gb/s)"),
-])
+@pytest.mark.parametrize(
+    "maximum, current, shown",
+    [
+        (0, 0, b"SATA 3.1"),
+        (1, 0, b"SATA 3.1, 1.5 Gb/s"),
+        (2, 1, b"SATA 3.1, 3.0 Gb/s (current: 1.5 Gb/s)"),
+        (3, 3, b"SATA 3.1, 6.0 Gb/s (current: 6.0 Gb/s)"),
+        (4, 5, b"SATA 3.1, >6.0 Gb/s (4) (current: >6.0 Gb/s (5))"),
+        (6, 7, b"SATA 3.1, >6.0 Gb/s (6) (current: >6.0 Gb/s (7))"),
+        (8, 4294967295, b"SATA 3.1, >6.0 Gb/s (7) (current: >6.0 Gb/s (7))"),
+        (0, 2, b"SATA 3.1 (current: 3.0 Gb/s)"),
+    ],
+)
 def test_sata_line(board, maximum, current, shown):
     decode = f'rig_ata_get_identify_info {ZEROS} -> 0 0 0 0 "SATA 3.1" {maximum} {current} 0 0 = 0'
-    run = board.run("bt2", "hdsmart", "/dev/sda", rigcore=[IDENTIFY, decode, ENABLE, VALUES, THRESHOLDS, FAMILY])
+    run = board.run(
+        "bt2", "hdsmart", "/dev/sda", rigcore=[IDENTIFY, decode, ENABLE, VALUES, THRESHOLDS, FAMILY]
+    )
     assert b"SATA Version is:                 " + shown + b"\n" in run.stdout
 
 
 def test_failed_identify_and_enable_are_reported_and_go_on(board):
-    script = [f"rig_sata_read_identify_info {PATH} -> {ZEROS} = -1 errno=5", DECODE,
-              f"rig_sata_enable_smart {PATH} = -1 errno=13", VALUES, THRESHOLDS, FAMILY]
+    script = [
+        f"rig_sata_read_identify_info {PATH} -> {ZEROS} = -1 errno=5",
+        DECODE,
+        f"rig_sata_enable_smart {PATH} = -1 errno=13",
+        VALUES,
+        THRESHOLDS,
+        FAMILY,
+    ]
     run = board.run("bt2", "hdsmart", "/dev/sda", rigcore=script)
-    assert_run(run, 0, START + b"rig_sata_read_identify_info error errno = 5\n" + BLANK_IDENTITY
-               + b"enable_smart error errno = 13\n" + BLANK_SMART + OK)
+    assert_run(
+        run,
+        0,
+        START
+        + b"rig_sata_read_identify_info error errno = 5\n"
+        + BLANK_IDENTITY
+        + b"enable_smart error errno = 13\n"
+        + BLANK_SMART
+        + OK,
+    )
 
 
 def test_three_failed_reads_of_the_values(board):
     failed = f"rig_sata_read_smart_values {PATH} -> {ZEROS} = -1 errno=5"
-    run = board.run("bt2", "hdsmart", "/dev/sda", rigcore=[IDENTIFY, DECODE, ENABLE, failed, failed, failed])
-    assert_run(run, 255, START + BLANK_IDENTITY + 3 * b"sata_read_smart_values error, retry!\n"
-               + b"sata_read_smart_values failed!\n")
+    run = board.run(
+        "bt2", "hdsmart", "/dev/sda", rigcore=[IDENTIFY, DECODE, ENABLE, failed, failed, failed]
+    )
+    assert_run(
+        run,
+        255,
+        START
+        + BLANK_IDENTITY
+        + 3 * b"sata_read_smart_values error, retry!\n"
+        + b"sata_read_smart_values failed!\n",
+    )
 
 
 def test_three_failed_reads_of_the_thresholds(board):
     failed = f"rig_sata_read_smart_thresholds {PATH} -> {ZEROS} = -1 errno=5"
-    run = board.run("bt2", "hdsmart", "/dev/sda", rigcore=[IDENTIFY, DECODE, ENABLE, VALUES, failed, failed, failed])
+    run = board.run(
+        "bt2",
+        "hdsmart",
+        "/dev/sda",
+        rigcore=[IDENTIFY, DECODE, ENABLE, VALUES, failed, failed, failed],
+    )
     assert run.status == 255
-    assert run.stdout.startswith(START + BLANK_IDENTITY + b"sata_read_smart_thresholds error, retry!\n!")
+    assert run.stdout.startswith(
+        START + BLANK_IDENTITY + b"sata_read_smart_thresholds error, retry!\n!"
+    )
     assert run.stdout.endswith(b"sata_read_smart_thresholds failed!\n")
     assert run.stdout.count(b"retry!\n!") == 3
 
@@ -130,8 +169,23 @@ def test_three_failed_reads_of_the_thresholds(board):
 def test_the_third_attempt_counts(board):
     values = f"rig_sata_read_smart_values {PATH} -> {ZEROS} = 1"
     thresholds = f"rig_sata_read_smart_thresholds {PATH} -> {ZEROS} = 1"
-    run = board.run("bt2", "hdsmart", "/dev/sda",
-                    rigcore=[IDENTIFY, DECODE, ENABLE, values, values, VALUES, thresholds, thresholds, THRESHOLDS, FAMILY])
+    run = board.run(
+        "bt2",
+        "hdsmart",
+        "/dev/sda",
+        rigcore=[
+            IDENTIFY,
+            DECODE,
+            ENABLE,
+            values,
+            values,
+            VALUES,
+            thresholds,
+            thresholds,
+            THRESHOLDS,
+            FAMILY,
+        ],
+    )
     assert run.status == 0
     assert run.stdout.endswith(OK)
 
@@ -144,15 +198,21 @@ def test_the_boards_ssd(board):
     run = board.run("bt2", "hdsmart", "/dev/sda")
     assert (run.status, run.stderr) == (0, b"")
     assert run.stdout.startswith(
-        START + disk.IDENTITY +
-        b"User Capacity:                   128035676160bytes 250069680sec [119GB]\n"
+        START
+        + disk.IDENTITY
+        + b"User Capacity:                   128035676160bytes 250069680sec [119GB]\n"
         b"Sector Sizes:                    512 bytes logical, 512 bytes physical\n"
         b"SATA Version is:                 SATA 3.2, 6.0 Gb/s (current: 6.0 Gb/s)\n"
-        b"SATA Trim:                       trim: 1 ,DataDeter DataZero , trimcount:8\n")
-    assert (b"a9  Total Bad Block Number                  13      10              100     100     "
-            b"12  (T/L   16/4   ) OK    \n") in run.stdout
-    assert (b"e7  SSD Life Left                           13      5               97      97      "
-            b"erase:18  bad:3     OK    \n") in run.stdout
+        b"SATA Trim:                       trim: 1 ,DataDeter DataZero , trimcount:8\n"
+    )
+    assert (
+        b"a9  Total Bad Block Number                  13      10              100     100     "
+        b"12  (T/L   16/4   ) OK    \n"
+    ) in run.stdout
+    assert (
+        b"e7  SSD Life Left                           13      5               97      97      "
+        b"erase:18  bad:3     OK    \n"
+    ) in run.stdout
     # 1500 GB written by the host, 18 erasures of 119 GB.
     assert run.stdout.endswith(b"TBW=1TB\nWAI=1.428\n" + OK)
     # Standard requests: one sector each, asked for by COUNT.
@@ -167,9 +227,17 @@ def test_the_boards_ssd(board):
     assert run.requests.count("close /dev/sda = 0") == 4
 
 
-@pytest.mark.parametrize("name, status", [
-    ("Maxtor_96147H8--BAC51KJ0--2", 253), ("ST9100821AS--3.CME", 0), ("INTEL_SSDSA2MH080G1GC--045C8820", 0),
-    ("SAMSUNG_HD501LJ--CR100-12", 0), ("TOSHIBA_MK1651GSY--38IGT0G5T", 0), ("WDC_WD5000AAKS--00TMA0-12.01C01", 0)])
+@pytest.mark.parametrize(
+    "name, status",
+    [
+        ("Maxtor_96147H8--BAC51KJ0--2", 253),
+        ("ST9100821AS--3.CME", 0),
+        ("INTEL_SSDSA2MH080G1GC--045C8820", 0),
+        ("SAMSUNG_HD501LJ--CR100-12", 0),
+        ("TOSHIBA_MK1651GSY--38IGT0G5T", 0),
+        ("WDC_WD5000AAKS--00TMA0-12.01C01", 0),
+    ],
+)
 def test_recorded_disks(board, name, status):
     for part in ("identify", "smart_values", "smart_thresholds"):
         shutil.copy(DATA / f"{name}.{part}.bin", board.path(f"media/sda.{part}"))
@@ -179,16 +247,22 @@ def test_recorded_disks(board, name, status):
     if status == 0:
         assert run.stdout.endswith(OK)
     else:
-        assert run.stdout.endswith(b"WARNING:A failure may be imminent, replace your hard disk(/dev/sda).\n"
-                                   b"Exit of smart error!!!\n")
+        assert run.stdout.endswith(
+            b"WARNING:A failure may be imminent, replace your hard disk(/dev/sda).\n"
+            b"Exit of smart error!!!\n"
+        )
 
 
 def test_missing_disk(board):
     run = board.run("bt2", "hdsmart", "/dev/sdz")
     assert run.status == 255
-    assert run.stdout.startswith(b"Start check /dev/sdz\nrig_sata_read_identify_info error errno = 2\n")
+    assert run.stdout.startswith(
+        b"Start check /dev/sdz\nrig_sata_read_identify_info error errno = 2\n"
+    )
     assert b"\nenable_smart error errno = 2\n" in run.stdout
-    assert run.stdout.endswith(3 * b"sata_read_smart_values error, retry!\n" + b"sata_read_smart_values failed!\n")
+    assert run.stdout.endswith(
+        3 * b"sata_read_smart_values error, retry!\n" + b"sata_read_smart_values failed!\n"
+    )
 
 
 def test_a_node_that_is_no_disk(board):

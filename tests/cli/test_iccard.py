@@ -21,7 +21,8 @@ USAGE = re.compile(
     rb"2\. iccard -r          : get the iccard data\n"
     rb"3\. iccard -w          : set the iccard data\n"
     rb"4\. iccard -c          : iccard register test\n"
-    rb"5\. iccard autotest    : iccard autotest\n")
+    rb"5\. iccard autotest    : iccard autotest\n"
+)
 
 RW_START = b"*************start read write iccard test*************\n"
 WRITTEN = b"HAL_ICCARD_WRITE sucess \n"
@@ -87,7 +88,7 @@ def test_help_prints_the_usage_closes_and_returns_minus_one(board, words):
 def test_help_comes_after_the_options_before_it(board):
     run = board.run("bt1", "iccard", "-w", "-h")
     assert run.stdout.startswith(b"HAL_ICCARD_WRITE sucess\n")
-    assert USAGE.fullmatch(run.stdout[len(b"HAL_ICCARD_WRITE sucess\n"):] + run.stderr)
+    assert USAGE.fullmatch(run.stdout[len(b"HAL_ICCARD_WRITE sucess\n") :] + run.stderr)
     assert calls(run) == [OPEN, write(b"\5" * 256), CLOSE]
     assert run.status == 255
 
@@ -119,7 +120,9 @@ def test_another_letter_does_not_end_the_option_walk(board):
 
 def assert_values(stdout, card):
     # Whether a line feed parts the words from the values is not fixed; none ends them.
-    assert stdout in (b"HAL_ICCARD_READ sucess, Val is :" + feed + values(card) for feed in (b"\n", b""))
+    assert stdout in (
+        b"HAL_ICCARD_READ sucess, Val is :" + feed + values(card) for feed in (b"\n", b"")
+    )
 
 
 def test_read_prints_the_256_bytes_as_unsigned_numbers(board):
@@ -134,13 +137,21 @@ def test_read_prints_the_256_bytes_as_unsigned_numbers(board):
 
 def test_read_that_fails_is_reported_and_is_no_failure_of_the_tool(board):
     board.fault("/dev/iccard ioctl:HAL_ICCARD_READ errno=EIO")
-    assert_run(board.run("bt1", "iccard", "-r"), 0, b"HAL_ICCARD_READ set failure.\n",
-               [OPEN, read(b"", "EIO"), CLOSE])
+    assert_run(
+        board.run("bt1", "iccard", "-r"),
+        0,
+        b"HAL_ICCARD_READ set failure.\n",
+        [OPEN, read(b"", "EIO"), CLOSE],
+    )
 
 
 def test_write_fills_the_card_with_fives(board):
-    assert_run(board.run("bt1", "iccard", "-w"), 0, b"HAL_ICCARD_WRITE sucess\n",
-               [OPEN, write(b"\5" * 256), CLOSE])
+    assert_run(
+        board.run("bt1", "iccard", "-w"),
+        0,
+        b"HAL_ICCARD_WRITE sucess\n",
+        [OPEN, write(b"\5" * 256), CLOSE],
+    )
     assert card_file(board).read_bytes() == b"\5" * 256
 
 
@@ -148,8 +159,12 @@ def test_write_that_fails_is_reported_and_is_no_failure_of_the_tool(board):
     card = bytes(range(256))
     insert_card(board, card)
     board.fault("/dev/iccard ioctl:HAL_ICCARD_WRITE errno=EIO")
-    assert_run(board.run("bt1", "iccard", "-w"), 0, b"HAL_ICCARD_WRITE set failure.\n",
-               [OPEN, write(b"\5" * 256, "EIO"), CLOSE])
+    assert_run(
+        board.run("bt1", "iccard", "-w"),
+        0,
+        b"HAL_ICCARD_WRITE set failure.\n",
+        [OPEN, write(b"\5" * 256, "EIO"), CLOSE],
+    )
     assert card_file(board).read_bytes() == card
 
 
@@ -159,7 +174,7 @@ def test_read_then_write_use_one_descriptor(board, words):
     insert_card(board, card)
     run = board.run("bt1", "iccard", *words)
     assert run.stdout.endswith(b"HAL_ICCARD_WRITE sucess\n")
-    assert_values(run.stdout[:-len(b"HAL_ICCARD_WRITE sucess\n")], card)
+    assert_values(run.stdout[: -len(b"HAL_ICCARD_WRITE sucess\n")], card)
     assert calls(run) == [OPEN, read(card), write(b"\5" * 256), CLOSE]
     assert run.status == 0
 
@@ -167,17 +182,20 @@ def test_read_then_write_use_one_descriptor(board, words):
 def test_write_then_read_reads_what_was_written(board):
     run = board.run("bt1", "iccard", "-w", "-r")
     assert run.stdout.startswith(b"HAL_ICCARD_WRITE sucess\n")
-    assert_values(run.stdout[len(b"HAL_ICCARD_WRITE sucess\n"):], b"\5" * 256)
+    assert_values(run.stdout[len(b"HAL_ICCARD_WRITE sucess\n") :], b"\5" * 256)
     assert calls(run) == [OPEN, write(b"\5" * 256), read(b"\5" * 256), CLOSE]
     assert run.status == 0
 
 
-@pytest.mark.parametrize("words, told", [
-    (["-r"], b"HAL_ICCARD_READ set failure.\n"),
-    (["-w"], b"HAL_ICCARD_WRITE set failure.\n"),
-    (["-r", "-w"], b"HAL_ICCARD_READ set failure.\nHAL_ICCARD_WRITE set failure.\n"),
-    (["card"], b""),
-])
+@pytest.mark.parametrize(
+    "words, told",
+    [
+        (["-r"], b"HAL_ICCARD_READ set failure.\n"),
+        (["-w"], b"HAL_ICCARD_WRITE set failure.\n"),
+        (["-r", "-w"], b"HAL_ICCARD_READ set failure.\nHAL_ICCARD_WRITE set failure.\n"),
+        (["card"], b""),
+    ],
+)
 def test_options_still_run_when_the_device_does_not_open(board, words, told):
     board.fault("/dev/iccard absent")
     run = board.run("bt1", "iccard", *words)
@@ -192,7 +210,7 @@ def test_help_without_a_device_reports_it_first(board):
     board.fault("/dev/iccard open errno=ENXIO")
     run = board.run("bt1", "iccard", "-h")
     assert run.stdout.startswith(b"open /dev/iccard error\n")
-    assert USAGE.fullmatch(run.stdout[len(b"open /dev/iccard error\n"):] + run.stderr)
+    assert USAGE.fullmatch(run.stdout[len(b"open /dev/iccard error\n") :] + run.stderr)
     assert calls(run) == ["open /dev/iccard RDWR = ENXIO"]
     assert run.status == 255
 
@@ -220,10 +238,14 @@ def passes(count, first=EPOCH):
 
 def test_autotest_writes_and_reads_back_ten_random_blocks(board):
     run = board.run("bt1", "iccard", "autotest", date=DATE)
-    assert_run(run, 0,
-               RW_START + (WRITTEN + READ) * 10
-               + b"*************read write iccard pass(10)!*************\n",
-               [OPEN, *passes(10), CLOSE])
+    assert_run(
+        run,
+        0,
+        RW_START
+        + (WRITTEN + READ) * 10
+        + b"*************read write iccard pass(10)!*************\n",
+        [OPEN, *passes(10), CLOSE],
+    )
     assert card_file(board).read_bytes() == random_block(EPOCH + 9)
 
 
@@ -241,41 +263,62 @@ def test_autotest_passes_in_the_same_second_write_the_same_block(board, make_boa
 
 def test_autotest_without_a_device_fails(board):
     board.fault("/dev/iccard absent")
-    assert_run(board.run("bt1", "iccard", "autotest"), 0,
-               RW_START + b"open /dev/iccard error\n"
-               + b"*************read write iccard fail!*************\n",
-               ["open /dev/iccard RDWR = ENOENT"])
+    assert_run(
+        board.run("bt1", "iccard", "autotest"),
+        0,
+        RW_START
+        + b"open /dev/iccard error\n"
+        + b"*************read write iccard fail!*************\n",
+        ["open /dev/iccard RDWR = ENOENT"],
+    )
 
 
 @pytest.mark.parametrize("nth", [1, 3, 10])
 def test_autotest_ends_at_a_write_that_fails_with_the_passes_done(board, nth):
     board.fault(f"/dev/iccard ioctl:HAL_ICCARD_WRITE errno=EIO nth={nth}")
-    assert_run(board.run("bt1", "iccard", "autotest", date=DATE), 0,
-               RW_START + (WRITTEN + READ) * (nth - 1) + b"HAL_ICCARD_WRITE set failure.\n"
-               + b"*************read write iccard fail(%d)!*************\n" % (nth - 1),
-               [OPEN, *passes(nth - 1), write(random_block(EPOCH + nth - 1), "EIO"), CLOSE])
+    assert_run(
+        board.run("bt1", "iccard", "autotest", date=DATE),
+        0,
+        RW_START
+        + (WRITTEN + READ) * (nth - 1)
+        + b"HAL_ICCARD_WRITE set failure.\n"
+        + b"*************read write iccard fail(%d)!*************\n" % (nth - 1),
+        [OPEN, *passes(nth - 1), write(random_block(EPOCH + nth - 1), "EIO"), CLOSE],
+    )
 
 
 @pytest.mark.parametrize("nth", [1, 3, 10])
 def test_autotest_ends_at_a_read_that_fails_with_the_passes_done(board, nth):
     board.fault(f"/dev/iccard ioctl:HAL_ICCARD_READ errno=EIO nth={nth}")
-    assert_run(board.run("bt1", "iccard", "autotest", date=DATE), 0,
-               RW_START + (WRITTEN + READ) * (nth - 1) + WRITTEN + b"HAL_ICCARD_READ set failure.\n"
-               + b"*************read write iccard fail(%d)!*************\n" % (nth - 1),
-               [OPEN, *passes(nth)[:-1], read(b"", "EIO"), CLOSE])
+    assert_run(
+        board.run("bt1", "iccard", "autotest", date=DATE),
+        0,
+        RW_START
+        + (WRITTEN + READ) * (nth - 1)
+        + WRITTEN
+        + b"HAL_ICCARD_READ set failure.\n"
+        + b"*************read write iccard fail(%d)!*************\n" % (nth - 1),
+        [OPEN, *passes(nth)[:-1], read(b"", "EIO"), CLOSE],
+    )
 
 
 def test_autotest_ends_when_the_card_is_pulled(board):
     # Writes at 0 s, 1 s and 2 s, reads at 1 s, 2 s and 3 s.
     board.fault("/dev/iccard absent time=2.5..")
-    assert_run(board.run("bt1", "iccard", "autotest", date=DATE), 0,
-               RW_START + (WRITTEN + READ) * 2 + WRITTEN + b"HAL_ICCARD_READ set failure.\n"
-               + b"*************read write iccard fail(2)!*************\n",
-               [OPEN, *passes(3)[:-1], read(b"", "ENODEV"), CLOSE])
+    assert_run(
+        board.run("bt1", "iccard", "autotest", date=DATE),
+        0,
+        RW_START
+        + (WRITTEN + READ) * 2
+        + WRITTEN
+        + b"HAL_ICCARD_READ set failure.\n"
+        + b"*************read write iccard fail(2)!*************\n",
+        [OPEN, *passes(3)[:-1], read(b"", "ENODEV"), CLOSE],
+    )
 
 
 def spoiled(block, index, value):
-    return block[:index] + bytes([value]) + block[index + 1:]
+    return block[:index] + bytes([value]) + block[index + 1 :]
 
 
 @pytest.mark.parametrize("index", [0, 7, 200, 255])
@@ -284,21 +327,31 @@ def test_autotest_shows_the_first_byte_that_reads_back_differently(board, index)
     wrong = block[index] ^ 0xFF
     board.set("/dev/iccard", "stuck_byte", index)
     board.set("/dev/iccard", "stuck_value", wrong)
-    assert_run(board.run("bt1", "iccard", "autotest", date=DATE), 0,
-               RW_START + WRITTEN + READ
-               + b"r_buf[%d] = %d w_buf[%d] =%d\n" % (index, wrong, index, block[index])
-               + b"*************read write iccard fail(0)!*************\n",
-               [OPEN, write(block), SLEEP, read(spoiled(block, index, wrong)), CLOSE])
+    assert_run(
+        board.run("bt1", "iccard", "autotest", date=DATE),
+        0,
+        RW_START
+        + WRITTEN
+        + READ
+        + b"r_buf[%d] = %d w_buf[%d] =%d\n" % (index, wrong, index, block[index])
+        + b"*************read write iccard fail(0)!*************\n",
+        [OPEN, write(block), SLEEP, read(spoiled(block, index, wrong)), CLOSE],
+    )
 
 
 def test_autotest_shows_only_the_first_of_many_differences(board):
     block = random_block(EPOCH)
     board.set("/dev/iccard", "inverted", 1)
-    assert_run(board.run("bt1", "iccard", "autotest", date=DATE), 0,
-               RW_START + WRITTEN + READ
-               + b"r_buf[0] = %d w_buf[0] =%d\n" % (block[0] ^ 0xFF, block[0])
-               + b"*************read write iccard fail(0)!*************\n",
-               [OPEN, write(block), SLEEP, read(bytes(byte ^ 0xFF for byte in block)), CLOSE])
+    assert_run(
+        board.run("bt1", "iccard", "autotest", date=DATE),
+        0,
+        RW_START
+        + WRITTEN
+        + READ
+        + b"r_buf[0] = %d w_buf[0] =%d\n" % (block[0] ^ 0xFF, block[0])
+        + b"*************read write iccard fail(0)!*************\n",
+        [OPEN, write(block), SLEEP, read(bytes(byte ^ 0xFF for byte in block)), CLOSE],
+    )
 
 
 def test_autotest_counts_the_passes_before_a_difference(board):
@@ -307,20 +360,27 @@ def test_autotest_counts_the_passes_before_a_difference(board):
     index = next(i for i in range(256) if first[i] != second[i])
     board.set("/dev/iccard", "stuck_byte", index)
     board.set("/dev/iccard", "stuck_value", first[index])
-    assert_run(board.run("bt1", "iccard", "autotest", date=DATE), 0,
-               RW_START + (WRITTEN + READ) * 2
-               + b"r_buf[%d] = %d w_buf[%d] =%d\n" % (index, first[index], index, second[index])
-               + b"*************read write iccard fail(1)!*************\n",
-               [OPEN, *passes(1), write(second), SLEEP, read(spoiled(second, index, first[index])),
-                CLOSE])
+    assert_run(
+        board.run("bt1", "iccard", "autotest", date=DATE),
+        0,
+        RW_START
+        + (WRITTEN + READ) * 2
+        + b"r_buf[%d] = %d w_buf[%d] =%d\n" % (index, first[index], index, second[index])
+        + b"*************read write iccard fail(1)!*************\n",
+        [OPEN, *passes(1), write(second), SLEEP, read(spoiled(second, index, first[index])), CLOSE],
+    )
 
 
 def test_autotest_with_a_card_that_refuses_writes(board):
     board.set("/dev/iccard", "protected", 1)
-    assert_run(board.run("bt1", "iccard", "autotest", date=DATE), 0,
-               RW_START + b"HAL_ICCARD_WRITE set failure.\n"
-               + b"*************read write iccard fail(0)!*************\n",
-               [OPEN, write(random_block(EPOCH), "EROFS"), CLOSE])
+    assert_run(
+        board.run("bt1", "iccard", "autotest", date=DATE),
+        0,
+        RW_START
+        + b"HAL_ICCARD_WRITE set failure.\n"
+        + b"*************read write iccard fail(0)!*************\n",
+        [OPEN, write(random_block(EPOCH), "EROFS"), CLOSE],
+    )
 
 
 # --- -c: the operator pulls the card and puts it back ---------------------------------------------
@@ -332,7 +392,9 @@ PASS = b"*********iccard  hotplug test pass(10)\xef\xbc\x81*********\n"
 
 def fail(unplugged, plugged):
     return b"*********iccard  hotplug test fail\xef\xbc\x81unplug(%d) plug(%d) *********\n" % (
-        unplugged, plugged)
+        unplugged,
+        plugged,
+    )
 
 
 def plug_test(board, absences):
@@ -347,7 +409,9 @@ def plug_test(board, absences):
     assert run.status == 0
     lines = calls(run)
     assert lines[0] == OPEN and lines[-1].startswith("close /dev/iccard ")
-    return run.stdout, [re.sub(r"^access /dev/iccard\b.* = ", "access = ", line) for line in lines[1:-1]]
+    return run.stdout, [
+        re.sub(r"^access /dev/iccard\b.* = ", "access = ", line) for line in lines[1:-1]
+    ]
 
 
 def swings(count, start=0):
@@ -429,11 +493,14 @@ def test_plug_test_resets_its_wait_counter_with_each_step(board):
 def test_plug_test_without_a_card_at_the_start_counts_that_as_pulled(board):
     board.fault("/dev/iccard absent time=..0.5")
     run = board.run("bt1", "iccard", "-c")
-    assert run.stdout == b"open /dev/iccard error\n" + PLUG_START + (UNPLUG + PLUG) * 10 + fail(1, 1)
+    assert run.stdout == b"open /dev/iccard error\n" + PLUG_START + (UNPLUG + PLUG) * 10 + fail(
+        1, 1
+    )
     lines = calls(run)
     assert lines[0] == "open /dev/iccard RDWR = ENOENT"
     assert [re.sub(r"^access /dev/iccard\b.* = ", "access = ", line) for line in lines[1:]] == (
-        [OUT, OUT, SLEEP, IN] + [IN, SLEEP] * 10)
+        [OUT, OUT, SLEEP, IN] + [IN, SLEEP] * 10
+    )
     assert run.status == 0
 
 
@@ -441,4 +508,5 @@ def test_plug_test_does_not_ask_the_card_for_anything(board):
     run = board.run("bt1", "iccard", "-c")
     assert {line.split()[0] for line in run.requests} == {"open", "access", "sleep", "close"}
     assert [line.split(" = ")[0] for line in run.requests if line.startswith("access")] == [
-        "access /dev/iccard"] * 10
+        "access /dev/iccard"
+    ] * 10

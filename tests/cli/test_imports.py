@@ -37,6 +37,7 @@ def read_reasons(text):
 
 def undecided(imported, wrapped, reasons):
     """The imports that nobody has decided about, in order."""
+
     def is_decided(name):
         return name in wrapped or any(fnmatch.fnmatchcase(name, one) for one in reasons)
 
@@ -44,13 +45,19 @@ def undecided(imported, wrapped, reasons):
 
 
 def symbols(file, which):
-    listed = subprocess.run(["nm", "-D", f"--{which}-only", "--format=posix", file], capture_output=True, text=True,
-                            check=True).stdout
+    listed = subprocess.run(
+        ["nm", "-D", f"--{which}-only", "--format=posix", file],
+        capture_output=True,
+        text=True,
+        check=True,
+    ).stdout
     return {re.sub(r"@.*", "", line.split()[0]) for line in listed.splitlines() if line.strip()}
 
 
 def needed(file):
-    listed = subprocess.run(["readelf", "-d", "-W", file], capture_output=True, text=True, check=True).stdout
+    listed = subprocess.run(
+        ["readelf", "-d", "-W", file], capture_output=True, text=True, check=True
+    ).stdout
     return re.findall(r"\(NEEDED\)\s+Shared library: \[([^\]]+)\]", listed)
 
 
@@ -58,11 +65,16 @@ def installed_libraries():
     """{soname: file} of the libraries that the loader finds by themselves."""
     sysroot = os.environ.get("BENCHRIG_SYSROOT")
     if sysroot:
-        return {file.name: file for folder in ("lib", "usr/lib")
-                for file in (pathlib.Path(sysroot) / folder).glob("*/lib*.so*")}
+        return {
+            file.name: file
+            for folder in ("lib", "usr/lib")
+            for file in (pathlib.Path(sysroot) / folder).glob("*/lib*.so*")
+        }
     for ldconfig in ("/sbin/ldconfig", "ldconfig"):
         try:
-            listed = subprocess.run([ldconfig, "-p"], capture_output=True, text=True, check=True).stdout
+            listed = subprocess.run(
+                [ldconfig, "-p"], capture_output=True, text=True, check=True
+            ).stdout
         except OSError:
             continue
         found = {}
@@ -75,7 +87,10 @@ def installed_libraries():
 def loaded_on_need(file):
     """The sonames that a library can hand to dlopen(): they stand in it as texts."""
     data = pathlib.Path(file).read_bytes()
-    return {name.decode() for name in re.findall(rb"(?<=\0)lib[A-Za-z0-9_+.-]+\.so(?:\.\d+)*(?=\0)", data)}
+    return {
+        name.decode()
+        for name in re.findall(rb"(?<=\0)lib[A-Za-z0-9_+.-]+\.so(?:\.\d+)*(?=\0)", data)
+    }
 
 
 @pytest.fixture(scope="module")
@@ -83,12 +98,19 @@ def libraries(build):
     """{file: name} of everything that runs in the toolbox's process, without the C library."""
     installed = installed_libraries()
     files = {build / "bin/benchrig": "benchrig", build / "lib/librigcore.so": "librigcore.so"}
-    waiting = [*needed(build / "bin/benchrig"), *needed(build / "lib/librigcore.so"),
-               *loaded_on_need(build / "lib/librigcore.so")]
+    waiting = [
+        *needed(build / "bin/benchrig"),
+        *needed(build / "lib/librigcore.so"),
+        *loaded_on_need(build / "lib/librigcore.so"),
+    ]
     seen = {"librigcore.so"}
     while waiting:
         name = waiting.pop()
-        if name in seen or C_LIBRARY.match(name) or re.match(r"lib([atl]san|ubsan|gcov|gcc_s|stdc\+\+)\.so", name):
+        if (
+            name in seen
+            or C_LIBRARY.match(name)
+            or re.match(r"lib([atl]san|ubsan|gcov|gcc_s|stdc\+\+)\.so", name)
+        ):
             continue
         seen.add(name)
         # dlopen() of a name of the library's own dynamic section finds nothing to load.
@@ -117,7 +139,9 @@ def test_every_import_is_wrapped_or_need_not_be(libraries, wrapped, reasons):
     for file, name in libraries.items():
         for one in undecided(symbols(file, "undefined") - own, wrapped, reasons):
             open_ends.setdefault(one, []).append(name)
-    assert open_ends == {}, "neither wrapped by libvboard.so nor reasoned in imports_not_wrapped.txt"
+    assert (
+        open_ends == {}
+    ), "neither wrapped by libvboard.so nor reasoned in imports_not_wrapped.txt"
 
 
 def test_the_library_of_the_u_boot_environment_is_among_those_looked_at(libraries):
@@ -138,10 +162,14 @@ def test_a_reasoned_name_is_not_wrapped_all_the_same(wrapped, reasons):
 
 def test_a_new_import_is_undecided(wrapped, reasons):
     assert undecided({"memcpy", "open64", "io_uring_setup", "openat2"}, wrapped, reasons) == [
-        "io_uring_setup", "openat2"]
+        "io_uring_setup",
+        "openat2",
+    ]
 
 
-@pytest.mark.parametrize("name", """
+@pytest.mark.parametrize(
+    "name",
+    """
     open open64 __open_2 __open64_2 openat openat64 __openat_2 __openat64_2 creat creat64 close
     read __read_chk pread pread64 __pread_chk __pread64_chk readv preadv preadv64
     write pwrite pwrite64 writev pwritev pwritev64 lseek lseek64 ftruncate ftruncate64
@@ -156,14 +184,19 @@ def test_a_new_import_is_undecided(wrapped, reasons):
     time gettimeofday clock_gettime clock_settime settimeofday
     socket bind connect send sendto sendmsg recv recvfrom recvmsg __recv_chk
     mount umount umount2 reboot system popen vfork sched_setscheduler pthread_setschedparam
-    """.split())
+    """.split(),
+)
 def test_the_calls_that_a_program_of_the_board_may_make_are_wrapped(wrapped, name):
     # Independent of what the toolbox imports today.
     assert name in wrapped
 
 
-@pytest.mark.skipif(word_size() != 4, reason="the names of 64-bit time are those of a 32-bit machine")
-@pytest.mark.parametrize("name", """
+@pytest.mark.skipif(
+    word_size() != 4, reason="the names of 64-bit time are those of a 32-bit machine"
+)
+@pytest.mark.parametrize(
+    "name",
+    """
     __clock_gettime64 __gettimeofday64 __time64 __timespec_get64 __clock_settime64 __settimeofday64 __adjtime64
     ___adjtimex64 __clock_adjtime64 __nanosleep64 __clock_nanosleep_time64 __thrd_sleep64
     __select64 __pselect64 __ppoll64 __epoll_pwait2_time64 __sigtimedwait64
@@ -173,6 +206,7 @@ def test_the_calls_that_a_program_of_the_board_may_make_are_wrapped(wrapped, nam
     __utime64 __utimes64 __lutimes64 __utimensat64
     __stat64_time64 __lstat64_time64 __fstat64_time64 __fstatat64_time64 __glob64_time64
     __ioctl_time64 __fcntl_time64 __recvmsg64 __sendmsg64 __getsockopt64 __setsockopt64
-    """.split())
+    """.split(),
+)
 def test_the_calls_with_64_bit_time_are_wrapped(wrapped, name):
     assert name in wrapped

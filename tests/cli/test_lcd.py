@@ -29,7 +29,8 @@ USAGE = re.compile(
     rb"9\. lcd -u                   : ioctl\xe9\xbb\x91\xe5\xb1\x8f\n"
     rb"10\. lcd -v                  : ioctl\xe7\x99\xbd\xe5\xb1\x8f\n"
     rb"11\. lcd -w                  : ioctl\xe9\xbb\x91\xe7\x99\xbd\xe5\xb1\x8f\xe5\x88\x87\xe6\x8d\xa2\n"
-    rb"12\. lcd -s 0:1        \t   : \xe8\x83\x8c\xe5\x85\x89 0=ON 1=OFF\n")
+    rb"12\. lcd -s 0:1        \t   : \xe8\x83\x8c\xe5\x85\x89 0=ON 1=OFF\n"
+)
 
 
 def cmd(byte, result="0"):
@@ -68,7 +69,7 @@ def assert_usage(run, before=b""):
     """The usage text alone, on whichever stream."""
     shown = run.stdout + run.stderr
     assert shown.startswith(before)
-    assert USAGE.fullmatch(shown[len(before):]), shown
+    assert USAGE.fullmatch(shown[len(before) :]), shown
 
 
 # --- arguments ----------------------------------------------------------------------------------
@@ -87,8 +88,9 @@ def test_autotest_with_a_second_word_is_not_the_autotest(board):
 
 
 def test_a_word_before_an_option_does_not_hide_it(board):
-    assert_run(board.run("bt1", "lcd", "autotest", "-q"), 0, b"",
-               [OPEN, DATA_0, write(0xFF), CLOSE])
+    assert_run(
+        board.run("bt1", "lcd", "autotest", "-q"), 0, b"", [OPEN, DATA_0, write(0xFF), CLOSE]
+    )
 
 
 @pytest.mark.parametrize("option", ["-h", "-H"])
@@ -107,8 +109,12 @@ def test_help_ends_the_option_walk(board):
 
 
 def test_dash_y_prints_the_lcd_main_line_with_451_and_minus_one(board):
-    assert_run(board.run("bt1", "lcd", "-y"), 255,
-               b"[vrq]lcd_main:451 lcd_write_cmd err, ret=-1\n", [OPEN, CLOSE])
+    assert_run(
+        board.run("bt1", "lcd", "-y"),
+        255,
+        b"[vrq]lcd_main:451 lcd_write_cmd err, ret=-1\n",
+        [OPEN, CLOSE],
+    )
 
 
 @pytest.mark.parametrize("option", ["-Y", "-z", "-1", "-s"])
@@ -123,9 +129,12 @@ def test_an_option_outside_the_option_string_prints_the_lcd_main_line(board, opt
 
 
 def test_dash_y_shows_the_last_result(board):
-    assert_run(board.run("bt1", "lcd", "-p", "-y"), 0,
-               b"[vrq]lcd_main:451 lcd_write_cmd err, ret=0\n",
-               [OPEN, DATA_0, write(0x00), CLOSE])
+    assert_run(
+        board.run("bt1", "lcd", "-p", "-y"),
+        0,
+        b"[vrq]lcd_main:451 lcd_write_cmd err, ret=0\n",
+        [OPEN, DATA_0, write(0x00), CLOSE],
+    )
 
 
 # --- the device ---------------------------------------------------------------------------------
@@ -134,14 +143,22 @@ def test_dash_y_shows_the_last_result(board):
 @pytest.mark.parametrize("arguments", [[], ["autotest"], ["-h"], ["-q"], ["-s", "2"], ["-y"]])
 def test_a_missing_device_is_reported_before_anything_else(board, arguments):
     board.fault("/dev/lcd absent")
-    assert_run(board.run("bt1", "lcd", *arguments), 255, b"can't open device /dev/lcd\n",
-               ["open /dev/lcd RDWR = ENOENT"])
+    assert_run(
+        board.run("bt1", "lcd", *arguments),
+        255,
+        b"can't open device /dev/lcd\n",
+        ["open /dev/lcd RDWR = ENOENT"],
+    )
 
 
 def test_a_device_that_does_not_open_is_reported(board):
     board.fault("/dev/lcd open errno=EBUSY")
-    assert_run(board.run("bt1", "lcd", "-q"), 255, b"can't open device /dev/lcd\n",
-               ["open /dev/lcd RDWR = EBUSY"])
+    assert_run(
+        board.run("bt1", "lcd", "-q"),
+        255,
+        b"can't open device /dev/lcd\n",
+        ["open /dev/lcd RDWR = EBUSY"],
+    )
 
 
 # --- -i -----------------------------------------------------------------------------------------
@@ -155,17 +172,23 @@ def test_init_sends_the_22_command_bytes_in_order(board, option):
 
 def test_init_returns_the_last_request_s_result(board):
     board.fault("/dev/lcd ioctl:LCD_SET_CMD_WRITE result=9 nth=22")
-    assert_run(board.run("bt1", "lcd", "-i", "-y"), 9,
-               b"[vrq]lcd_main:451 lcd_write_cmd err, ret=9\n",
-               [OPEN, *map(cmd, INIT[:21]), cmd(INIT[21], "9"), CLOSE])
+    assert_run(
+        board.run("bt1", "lcd", "-i", "-y"),
+        9,
+        b"[vrq]lcd_main:451 lcd_write_cmd err, ret=9\n",
+        [OPEN, *map(cmd, INIT[:21]), cmd(INIT[21], "9"), CLOSE],
+    )
 
 
 @pytest.mark.parametrize("nth", [1, 5, 22])
 def test_init_stops_at_the_first_byte_that_fails(board, nth):
     board.fault(f"/dev/lcd ioctl:LCD_SET_CMD_WRITE errno=EIO nth={nth}")
-    assert_run(board.run("bt1", "lcd", "-i"), 255,
-               CMD_ERR + b"[vrq]lcd_init:254 lcd_write_cmd err, ret=-1\ncan't init device\n",
-               [OPEN, *map(cmd, INIT[:nth - 1]), cmd(INIT[nth - 1], "EIO"), CLOSE])
+    assert_run(
+        board.run("bt1", "lcd", "-i"),
+        255,
+        CMD_ERR + b"[vrq]lcd_init:254 lcd_write_cmd err, ret=-1\ncan't init device\n",
+        [OPEN, *map(cmd, INIT[: nth - 1]), cmd(INIT[nth - 1], "EIO"), CLOSE],
+    )
 
 
 def test_init_leaves_the_picture(board):
@@ -199,27 +222,40 @@ def test_screen_is_one_data_byte_and_one_write(board, option, byte, size, messag
         assert frame(board)[size:] == before[size:]
 
 
-@pytest.mark.parametrize("option, byte, size", [("-p", 0x00, 1024), ("-q", 0xFF, 1024), ("-r", 0xFF, 512)])
+@pytest.mark.parametrize(
+    "option, byte, size", [("-p", 0x00, 1024), ("-q", 0xFF, 1024), ("-r", 0xFF, 512)]
+)
 def test_screen_returns_the_byte_count_of_a_driver_that_counts(board, option, byte, size):
     # The count does not survive in an exit status of eight bits; -y shows it.
     board.set("/dev/lcd", "returns", "count")
-    assert_run(board.run("bt1", "lcd", option, "-y"), 0,
-               b"[vrq]lcd_main:451 lcd_write_cmd err, ret=%d\n" % size,
-               [OPEN, DATA_0, write(byte, size, str(size)), CLOSE])
+    assert_run(
+        board.run("bt1", "lcd", option, "-y"),
+        0,
+        b"[vrq]lcd_main:451 lcd_write_cmd err, ret=%d\n" % size,
+        [OPEN, DATA_0, write(byte, size, str(size)), CLOSE],
+    )
 
 
 @pytest.mark.parametrize("option, byte, size, message", SCREENS)
 def test_screen_write_that_fails_is_reported(board, option, byte, size, message):
     board.fault("/dev/lcd write errno=EIO")
-    assert_run(board.run("bt1", "lcd", option), 255, message,
-               [OPEN, DATA_0, write(byte, size, "EIO"), CLOSE])
+    assert_run(
+        board.run("bt1", "lcd", option),
+        255,
+        message,
+        [OPEN, DATA_0, write(byte, size, "EIO"), CLOSE],
+    )
 
 
 @pytest.mark.parametrize("option, byte", [("-p", 0x00), ("-q", 0xFF)])
 def test_screen_is_written_even_when_the_data_byte_fails(board, option, byte):
     board.fault("/dev/lcd ioctl:LCD_SET_DATA_WRITE errno=EIO")
-    assert_run(board.run("bt1", "lcd", option), 0, DATA_ERR + b"ioctl set data write fail! \n",
-               [OPEN, data(0, "EIO"), write(byte), CLOSE])
+    assert_run(
+        board.run("bt1", "lcd", option),
+        0,
+        DATA_ERR + b"ioctl set data write fail! \n",
+        [OPEN, data(0, "EIO"), write(byte), CLOSE],
+    )
 
 
 def test_half_screen_is_written_even_when_the_data_byte_fails(board):
@@ -235,25 +271,47 @@ def test_half_screen_is_written_even_when_the_data_byte_fails(board):
 def test_short_write_is_no_failure_and_is_returned(board):
     board.set("/dev/lcd", "returns", "count")
     board.fault("/dev/lcd write short=100")
-    assert_run(board.run("bt1", "lcd", "-q"), 100, b"", [OPEN, DATA_0, write(0xFF, 100, "100"), CLOSE])
+    assert_run(
+        board.run("bt1", "lcd", "-q"), 100, b"", [OPEN, DATA_0, write(0xFF, 100, "100"), CLOSE]
+    )
     assert frame(board)[:101] == b"\xff" * 100 + b"\0"
 
 
 def test_options_run_in_their_order_and_the_last_result_is_returned(board):
     board.fault("/dev/lcd write result=7 nth=1")
     board.fault("/dev/lcd write result=9 nth=2")
-    assert_run(board.run("bt1", "lcd", "-qr", "-p"), 0, b"",
-               [OPEN, DATA_0, write(0xFF, 1024, "7"), DATA_0, write(0xFF, 512, "9"), DATA_0,
-                write(0x00), CLOSE])
+    assert_run(
+        board.run("bt1", "lcd", "-qr", "-p"),
+        0,
+        b"",
+        [
+            OPEN,
+            DATA_0,
+            write(0xFF, 1024, "7"),
+            DATA_0,
+            write(0xFF, 512, "9"),
+            DATA_0,
+            write(0x00),
+            CLOSE,
+        ],
+    )
     assert frame(board) == bytes(1024)
-    assert_run(board.run("bt1", "lcd", "-q", "-r"), 9, b"",
-               [OPEN, DATA_0, write(0xFF, 1024, "7"), DATA_0, write(0xFF, 512, "9"), CLOSE])
+    assert_run(
+        board.run("bt1", "lcd", "-q", "-r"),
+        9,
+        b"",
+        [OPEN, DATA_0, write(0xFF, 1024, "7"), DATA_0, write(0xFF, 512, "9"), CLOSE],
+    )
 
 
 def test_a_failure_does_not_end_the_option_walk(board):
     board.fault("/dev/lcd write errno=ENOSPC nth=1")
-    assert_run(board.run("bt1", "lcd", "-q", "-p"), 0, b"write black screen buf fail! \n",
-               [OPEN, DATA_0, write(0xFF, 1024, "ENOSPC"), DATA_0, write(0x00), CLOSE])
+    assert_run(
+        board.run("bt1", "lcd", "-q", "-p"),
+        0,
+        b"write black screen buf fail! \n",
+        [OPEN, DATA_0, write(0xFF, 1024, "ENOSPC"), DATA_0, write(0x00), CLOSE],
+    )
 
 
 def test_the_closing_s_failure_changes_nothing(board):
@@ -266,16 +324,19 @@ def test_the_closing_s_failure_changes_nothing(board):
 
 
 @pytest.mark.parametrize("option", ["-s", "-S"])
-@pytest.mark.parametrize("word, byte", [
-    ("0", 0),
-    ("1", 1),
-    ("256", 0),    # only the low byte counts
-    ("257", 1),
-    ("-256", 0),
-    ("on", 0),     # no number reads as 0
-    ("0x1", 0),    # decimal: reads as 0
-    ("1.9", 1),
-])
+@pytest.mark.parametrize(
+    "word, byte",
+    [
+        ("0", 0),
+        ("1", 1),
+        ("256", 0),  # only the low byte counts
+        ("257", 1),
+        ("-256", 0),
+        ("on", 0),  # no number reads as 0
+        ("0x1", 0),  # decimal: reads as 0
+        ("1.9", 1),
+    ],
+)
 def test_backlight_takes_the_low_byte(board, option, word, byte):
     assert_run(board.run("bt1", "lcd", option, word), 0, b"", [OPEN, backlight(byte), CLOSE])
 
@@ -297,14 +358,22 @@ def test_backlight_usage_does_not_undo_the_options_before(board):
 
 def test_backlight_failure_is_reported(board):
     board.fault("/dev/lcd ioctl:LCD_SET_BACKLIGHT errno=EIO")
-    assert_run(board.run("bt1", "lcd", "-s", "1"), 255, b"can't set device background light\n",
-               [OPEN, backlight(1, "EIO"), CLOSE])
+    assert_run(
+        board.run("bt1", "lcd", "-s", "1"),
+        255,
+        b"can't set device background light\n",
+        [OPEN, backlight(1, "EIO"), CLOSE],
+    )
 
 
 def test_backlight_result_above_zero_is_a_failure_too(board):
     board.fault("/dev/lcd ioctl:LCD_SET_BACKLIGHT result=3")
-    assert_run(board.run("bt1", "lcd", "-s", "0"), 3, b"can't set device background light\n",
-               [OPEN, backlight(0, "3"), CLOSE])
+    assert_run(
+        board.run("bt1", "lcd", "-s", "0"),
+        3,
+        b"can't set device background light\n",
+        [OPEN, backlight(0, "3"), CLOSE],
+    )
 
 
 # --- -u, -v, -w ---------------------------------------------------------------------------------
@@ -315,7 +384,7 @@ def painted(requests):
     assert len(requests) % 4 == 0
     places = {}
     for start in range(0, len(requests), 4):
-        four = requests[start:start + 4]
+        four = requests[start : start + 4]
         found = re.findall(r" in=([0-9a-f]{2}) = 0$", "\n".join(four), re.MULTILINE)
         assert len(found) == 4, four
         low, high, page, value = (int(text, 16) for text in found)
@@ -373,7 +442,7 @@ def test_toggle_paints_half_a_screen_128_times_with_300_ms_between(board):
     first = rounds[:4096]
     assert painted(first) == {place: 0xFF if place[0] < 4 else 0x00 for place in EVERY_PLACE}
     for start in range(0, len(rounds), 4097):
-        assert rounds[start:start + 4096] == first, f"round {start // 4097}"
+        assert rounds[start : start + 4096] == first, f"round {start // 4097}"
 
 
 def test_toggle_takes_either_case(board):
@@ -388,7 +457,14 @@ def test_toggle_takes_either_case(board):
 
 
 def cycle(black="0", white="0", byte="0"):
-    return [data(0, byte), write(0xFF, 1024, black), SLEEP_3, data(0, byte), write(0x00, 1024, white), SLEEP_3]
+    return [
+        data(0, byte),
+        write(0xFF, 1024, black),
+        SLEEP_3,
+        data(0, byte),
+        write(0x00, 1024, white),
+        SLEEP_3,
+    ]
 
 
 def test_autotest_passes_with_a_driver_whose_write_returns_zero(board):
@@ -401,46 +477,67 @@ def test_autotest_passes_with_a_driver_whose_write_returns_zero(board):
 def test_autotest_fails_after_18_s_with_a_driver_that_counts(board):
     board.set("/dev/lcd", "returns", "count")
     run = board.run("bt1", "lcd", "autotest")
-    assert_run(run, 0, b"[lcd_main:320]WARN:lcd_auto fail[1024]\n",
-               [OPEN, *cycle("1024", "1024") * 3, CLOSE])
+    assert_run(
+        run,
+        0,
+        b"[lcd_main:320]WARN:lcd_auto fail[1024]\n",
+        [OPEN, *cycle("1024", "1024") * 3, CLOSE],
+    )
     assert 18 <= run.trace[-1][0] < 18.1
 
 
 def test_autotest_returns_the_last_write_s_result(board):
     board.fault("/dev/lcd write result=3 nth=6")
-    assert_run(board.run("bt1", "lcd", "autotest"), 3, b"[lcd_main:320]WARN:lcd_auto fail[3]\n",
-               [OPEN, *cycle() * 2, *cycle("0", "3"), CLOSE])
+    assert_run(
+        board.run("bt1", "lcd", "autotest"),
+        3,
+        b"[lcd_main:320]WARN:lcd_auto fail[3]\n",
+        [OPEN, *cycle() * 2, *cycle("0", "3"), CLOSE],
+    )
 
 
 def test_autotest_judges_by_the_last_write_alone(board):
     board.fault("/dev/lcd write errno=EIO nth=1")
     board.fault("/dev/lcd write errno=EIO nth=4")
-    assert_run(board.run("bt1", "lcd", "autotest"), 0,
-               b"write black screen buf fail! \nwrite white screen buf fail! \n",
-               [OPEN, *cycle("EIO"), *cycle("0", "EIO"), *cycle(), CLOSE])
+    assert_run(
+        board.run("bt1", "lcd", "autotest"),
+        0,
+        b"write black screen buf fail! \nwrite white screen buf fail! \n",
+        [OPEN, *cycle("EIO"), *cycle("0", "EIO"), *cycle(), CLOSE],
+    )
 
 
 def test_autotest_fails_when_the_last_write_fails(board):
     board.fault("/dev/lcd write errno=EIO nth=6")
-    assert_run(board.run("bt1", "lcd", "autotest"), 255,
-               b"write white screen buf fail! \n[lcd_main:320]WARN:lcd_auto fail[-1]\n",
-               [OPEN, *cycle() * 2, *cycle("0", "EIO"), CLOSE])
+    assert_run(
+        board.run("bt1", "lcd", "autotest"),
+        255,
+        b"write white screen buf fail! \n[lcd_main:320]WARN:lcd_auto fail[-1]\n",
+        [OPEN, *cycle() * 2, *cycle("0", "EIO"), CLOSE],
+    )
 
 
 def test_autotest_goes_on_through_failures_of_every_write(board):
     board.fault("/dev/lcd write errno=EIO")
-    assert_run(board.run("bt1", "lcd", "autotest"), 255,
-               b"write black screen buf fail! \nwrite white screen buf fail! \n" * 3
-               + b"[lcd_main:320]WARN:lcd_auto fail[-1]\n",
-               [OPEN, *cycle("EIO", "EIO") * 3, CLOSE])
+    assert_run(
+        board.run("bt1", "lcd", "autotest"),
+        255,
+        b"write black screen buf fail! \nwrite white screen buf fail! \n" * 3
+        + b"[lcd_main:320]WARN:lcd_auto fail[-1]\n",
+        [OPEN, *cycle("EIO", "EIO") * 3, CLOSE],
+    )
 
 
 def test_autotest_reports_a_data_byte_that_fails_and_goes_on(board):
     board.fault("/dev/lcd ioctl:LCD_SET_DATA_WRITE errno=EIO nth=3")
     requests = [OPEN, *cycle() * 3, CLOSE]
     requests[7] = data(0, "EIO")
-    assert_run(board.run("bt1", "lcd", "autotest"), 0, DATA_ERR + b"ioctl set data write fail! \n",
-               requests)
+    assert_run(
+        board.run("bt1", "lcd", "autotest"),
+        0,
+        DATA_ERR + b"ioctl set data write fail! \n",
+        requests,
+    )
 
 
 def test_autotest_goes_on_when_every_data_byte_fails(board):

@@ -6,11 +6,13 @@ import pytest
 
 CPUINFO = pathlib.Path(__file__).resolve().parents[1] / "data/proc/cpuinfo"
 
-USAGE = (b"\nUsage: loop [option]\n\noption: -h help\n"
-         b"        -r runtime task\n"
-         b"        -n normal task\n"
-         b"example:\n"
-         b"  loop -r\n\n")
+USAGE = (
+    b"\nUsage: loop [option]\n\noption: -h help\n"
+    b"        -r runtime task\n"
+    b"        -n normal task\n"
+    b"example:\n"
+    b"  loop -r\n\n"
+)
 
 # A loop never waits, so that these seconds pass on the PC too.
 SECONDS = 0.3
@@ -33,8 +35,10 @@ def scheduling(run):
     return [line for line in run.requests if line.startswith("sched_")]
 
 
-@pytest.mark.parametrize("words", [(), ("-h",), ("-r", "-h"), ("-n", "-h"), ("-nh",), ("word", "-h"),
-                                   ("-r", "word", "-h")])
+@pytest.mark.parametrize(
+    "words",
+    [(), ("-h",), ("-r", "-h"), ("-n", "-h"), ("-nh",), ("word", "-h"), ("-r", "word", "-h")],
+)
 def test_help_or_nothing_prints_the_usage(board, words):
     run = loop(board, *words, rigcore=[])
     assert (run.stdout, run.stderr, run.status) == (b"", USAGE, 255)
@@ -83,12 +87,15 @@ def test_pinning_that_fails_does_not_matter(board):
     assert scheduling(run) == ["sched_setscheduler RR 10 = 0"]
 
 
-@pytest.mark.parametrize("text, count", [
-    ((CPUINFO / "beagleboard-xm.txt").read_text(encoding="utf-8"), 1),
-    (processors(1), 1),
-    ("Processor: 0\n processor: 1\n", 0),
-    ("", 0),
-])
+@pytest.mark.parametrize(
+    "text, count",
+    [
+        ((CPUINFO / "beagleboard-xm.txt").read_text(encoding="utf-8"), 1),
+        (processors(1), 1),
+        ("Processor: 0\n processor: 1\n", 0),
+        ("", 0),
+    ],
+)
 def test_realtime_task_needs_two_processors(board, text, count):
     cpuinfo(board, text)
     run = loop(board, "-r", rigcore=[])
@@ -101,6 +108,7 @@ def test_processors_that_cannot_be_counted_are_reported(board):
     board.fault("/proc/cpuinfo open errno=EACCES")
     cpuinfo(board, processors(4))
     run = loop(board, "-r", rigcore=[])
-    assert run.stdout == (b"Open /proc/cpuinfo faild[13]!\n"
-                          b"Get CPU number fail! cpu_number[-1]\n")
+    assert run.stdout == (
+        b"Open /proc/cpuinfo faild[13]!\n" b"Get CPU number fail! cpu_number[-1]\n"
+    )
     assert (run.stderr, run.status) == (b"", 255)

@@ -53,7 +53,11 @@ def test_the_executable_needs_libc_libm_and_librigcore_alone(plain):
 @pytest.mark.skipif(word_size() != 4, reason="the board is a 32-bit machine")
 def test_the_executable_is_small(plain):
     # What the file holds of the segments that a run maps: a stripped file has no more but its headers.
-    segments = re.findall(r"^ +LOAD +(0x\w+) 0x\w+ 0x\w+ (0x\w+)", output("readelf", "-lW", plain / "bin/benchrig"), re.M)
+    segments = re.findall(
+        r"^ +LOAD +(0x\w+) 0x\w+ 0x\w+ (0x\w+)",
+        output("readelf", "-lW", plain / "bin/benchrig"),
+        re.M,
+    )
     assert segments
     assert max(int(offset, 16) + int(size, 16) for offset, size in segments) < 100 * 1024
 

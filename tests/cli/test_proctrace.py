@@ -15,7 +15,9 @@ INTERRUPTED = b"[proctrace_main:235]WARN:poll socket fail[4]\n"
 
 
 def events(board, *lines):
-    board.path("media/process-events.timeline").write_text("\n".join(lines) + "\n", encoding="utf-8")
+    board.path("media/process-events.timeline").write_text(
+        "\n".join(lines) + "\n", encoding="utf-8"
+    )
 
 
 def proctrace(board, *words, **options):
@@ -25,7 +27,7 @@ def proctrace(board, *words, **options):
 def subscription(line, operation):
     """True for the 40 bytes of a subscription with the pid that the bind has told."""
     data = bytes_of(line, "in")
-    words = [int.from_bytes(data[i:i + 4], "little") for i in range(0, len(data), 4)]
+    words = [int.from_bytes(data[i : i + 4], "little") for i in range(0, len(data), 4)]
     assert len(data) == 40
     return words[:3] == [40, 3, 0] and words[4:9] == [1, 1, 0, 0, 4] and words[9] == operation
 
@@ -48,16 +50,24 @@ def assert_session(run, reads):
     assert subscription(lines[2], LISTEN)
     assert pid_of(lines[2]) == int.from_bytes(address[4:8], "little") > 0
     middle = [line.split(" ")[0] for line in lines[3:-2]]
-    assert middle[:2 * reads] == ["poll", "read"] * reads
-    assert set(middle[2 * reads:]) <= {"poll"}
+    assert middle[: 2 * reads] == ["poll", "read"] * reads
+    assert set(middle[2 * reads :]) <= {"poll"}
     assert subscription(lines[-2], IGNORE)
     assert lines[-1] == "close socket = 0"
 
 
 def test_prints_every_kind_of_event_on_standard_error(board):
-    events(board,
-           "0.1 fork 10 11 12 13", "0.2 exec 12 13", "0.3 uid 12 13 1000 0", "0.4 gid 12 13 100 -1",
-           "0.5 session 12 13", "0.6 comm 12 13 kworker/0:1", "0.7 coredump 12 13", "0.8 exit 12 13")
+    events(
+        board,
+        "0.1 fork 10 11 12 13",
+        "0.2 exec 12 13",
+        "0.3 uid 12 13 1000 0",
+        "0.4 gid 12 13 100 -1",
+        "0.5 session 12 13",
+        "0.6 comm 12 13 kworker/0:1",
+        "0.7 coredump 12 13",
+        "0.8 exit 12 13",
+    )
     run = proctrace(board, signals=["INT@2"])
     assert run.stderr == (
         b"fork pid=10/tgid=11 -> pid=12/tgid=13\n"
@@ -67,7 +77,8 @@ def test_prints_every_kind_of_event_on_standard_error(board):
         b"session pid=12/tgid=13\n"
         b"comm pid=12/tgid=13: 'kworker/0:1'\n"
         b"coredump pid=12/tgid=13\n"
-        b"exit pid=12/tgid=13\n")
+        b"exit pid=12/tgid=13\n"
+    )
     assert run.stdout == INTERRUPTED
     assert run.status == 0
     assert_session(run, 1 + 8)  # the answer to the subscription, and the events
@@ -87,10 +98,13 @@ def test_arguments_are_ignored(board, words):
     assert (run.stdout, run.stderr, run.status) == (INTERRUPTED, b"exec pid=1/tgid=2\n", 0)
 
 
-@pytest.mark.parametrize("line, text", [
-    ("0.2 ptrace 5 6", b"unhandled event: 0x     100\n"),
-    ("0.2 event 0x20000000 5 6", b"unhandled event: 0x20000000\n"),
-])
+@pytest.mark.parametrize(
+    "line, text",
+    [
+        ("0.2 ptrace 5 6", b"unhandled event: 0x     100\n"),
+        ("0.2 event 0x20000000 5 6", b"unhandled event: 0x20000000\n"),
+    ],
+)
 def test_unknown_event_ends_the_trace(board, line, text):
     events(board, "0.1 exec 1 2", line, "0.3 exec 3 4")
     run = proctrace(board)
@@ -129,7 +143,9 @@ def test_kernel_without_the_connector_is_reported(board):
 
 def test_bind_that_is_refused_is_reported_and_the_socket_closed(board):
     text = board.path("netlink/connector").read_text(encoding="utf-8")
-    board.path("netlink/connector").write_text(text.replace("denied = 0", "denied = 1"), encoding="utf-8")
+    board.path("netlink/connector").write_text(
+        text.replace("denied = 0", "denied = 1"), encoding="utf-8"
+    )
     run = proctrace(board)
     assert run.stdout == b"[proctrace_main:220]WARN:bind socket fail[1]\n"
     assert run.stderr == b""
@@ -165,8 +181,10 @@ def test_receive_that_fails_ends_the_trace(board):
 
 
 def message(what, words, connector=(1, 1), length=76):
-    data = b"".join(word.to_bytes(4, "little") for word in
-                    [length, 3, 0, 0, *connector, 0, 0, 40, what, 0, 0, 0, *words])
+    data = b"".join(
+        word.to_bytes(4, "little")
+        for word in [length, 3, 0, 0, *connector, 0, 0, 40, what, 0, 0, 0, *words]
+    )
     return data.ljust(76, b"\0")
 
 
@@ -175,12 +193,13 @@ def raw(seconds, data):
 
 
 def test_datagram_may_hold_several_messages(board):
-    events(board, raw(0.1, message(2, [1, 2]) + message(1, [3, 4, 5, 6])
-                      + message(0x80000000, [7, 8])))
+    events(
+        board, raw(0.1, message(2, [1, 2]) + message(1, [3, 4, 5, 6]) + message(0x80000000, [7, 8]))
+    )
     run = proctrace(board, signals=["INT@1"])
-    assert run.stderr == (b"exec pid=1/tgid=2\n"
-                          b"fork pid=3/tgid=4 -> pid=5/tgid=6\n"
-                          b"exit pid=7/tgid=8\n")
+    assert run.stderr == (
+        b"exec pid=1/tgid=2\n" b"fork pid=3/tgid=4 -> pid=5/tgid=6\n" b"exit pid=7/tgid=8\n"
+    )
 
 
 def test_datagram_is_read_up_to_256_bytes(board):
@@ -191,13 +210,16 @@ def test_datagram_is_read_up_to_256_bytes(board):
     assert run.status == 0
 
 
-@pytest.mark.parametrize("data", [
-    b"\x10\0\0\0",                          # shorter than a header
-    message(2, [1, 2], length=15),
-    message(2, [1, 2], length=77),
-    message(2, [1, 2], connector=(2, 1)),   # another connector
-    message(2, [1, 2], connector=(1, 2)),
-])
+@pytest.mark.parametrize(
+    "data",
+    [
+        b"\x10\0\0\0",  # shorter than a header
+        message(2, [1, 2], length=15),
+        message(2, [1, 2], length=77),
+        message(2, [1, 2], connector=(2, 1)),  # another connector
+        message(2, [1, 2], connector=(1, 2)),
+    ],
+)
 def test_datagram_that_is_none_is_skipped(board, data):
     events(board, raw(0.1, data), "0.2 exec 3 4")
     run = proctrace(board, signals=["INT@1"])

@@ -17,31 +17,69 @@ USAGE = (
     b"example:\n"
     b"btdbg pstat /proc/333/stat       \n"
     b"\n"
-    b"======================================================\n")
+    b"======================================================\n"
+)
 
 MISSING = (
-    b"======================================================\n"
-    b"This node does not exist!\n") + USAGE
+    b"======================================================\n" b"This node does not exist!\n"
+) + USAGE
 
 JIFFIES = " (Unit:jiffies)"
 STATES = " (R:runnign, S:sleeping, D:disk sleep, T:stopped, t:tracing stop, Z:zombie, X:dead)"
 
 # label, how the number is shown, what follows it
 FIELDS = [
-    ("pid", "u", ""), ("comm", "s", ""), ("task_state", "s", STATES), ("ppid", "u", ""),
-    ("pgid", "u", ""), ("sid", "u", ""), ("tty_nr", "d", ""), ("tty_pgrp", "d", ""),
-    ("task_flags", "u", ""), ("min_flt", "lu", ""), ("cmin_flt", "lu", ""), ("maj_flt", "lu", ""),
-    ("cmaj_flt", "lu", ""), ("utime", "lu", JIFFIES), ("stime", "lu", JIFFIES),
-    ("cutime", "lu", JIFFIES), ("cstime", "lu", JIFFIES), ("priority", "d", ""), ("nice", "d", ""),
-    ("num_threads", "d", ""), ("it_real_value", "d", JIFFIES), ("start_time", "llu", JIFFIES),
-    ("vsize", "lu", ""), ("rss", "lu", ""), ("rsslim", "lu", ""), ("start_code", "x", ""),
-    ("end_code", "x", ""), ("start_stack", "x", ""), ("kstkesp", "x", ""), ("kstkeip", "x", ""),
-    ("pendingsig", "u", ""), ("block_sig", "u", ""), ("sigign", "u", ""), ("sigcatch", "u", ""),
-    ("wchan", "lu", ""), ("nswap", "d", " (Not use)"), ("cnswap", "d", " (Not use)"),
-    ("exit_signal", "u", ""), ("task_cpu", "u", ""), ("task_rt_priority", "u", ""),
-    ("task_policy", "u", " (0=No real, 1=FIFO, 2=RR)"), ("task", "u", ""), ("gtime", "lu", ""),
-    ("cgtime", "lu", ""), ("start_data", "x", ""), ("end_data", "x", ""), ("start_brk", "x", ""),
-    ("arg_start", "x", ""), ("arg_end", "x", ""), ("env_start", "x", ""), ("env_end", "x", ""),
+    ("pid", "u", ""),
+    ("comm", "s", ""),
+    ("task_state", "s", STATES),
+    ("ppid", "u", ""),
+    ("pgid", "u", ""),
+    ("sid", "u", ""),
+    ("tty_nr", "d", ""),
+    ("tty_pgrp", "d", ""),
+    ("task_flags", "u", ""),
+    ("min_flt", "lu", ""),
+    ("cmin_flt", "lu", ""),
+    ("maj_flt", "lu", ""),
+    ("cmaj_flt", "lu", ""),
+    ("utime", "lu", JIFFIES),
+    ("stime", "lu", JIFFIES),
+    ("cutime", "lu", JIFFIES),
+    ("cstime", "lu", JIFFIES),
+    ("priority", "d", ""),
+    ("nice", "d", ""),
+    ("num_threads", "d", ""),
+    ("it_real_value", "d", JIFFIES),
+    ("start_time", "llu", JIFFIES),
+    ("vsize", "lu", ""),
+    ("rss", "lu", ""),
+    ("rsslim", "lu", ""),
+    ("start_code", "x", ""),
+    ("end_code", "x", ""),
+    ("start_stack", "x", ""),
+    ("kstkesp", "x", ""),
+    ("kstkeip", "x", ""),
+    ("pendingsig", "u", ""),
+    ("block_sig", "u", ""),
+    ("sigign", "u", ""),
+    ("sigcatch", "u", ""),
+    ("wchan", "lu", ""),
+    ("nswap", "d", " (Not use)"),
+    ("cnswap", "d", " (Not use)"),
+    ("exit_signal", "u", ""),
+    ("task_cpu", "u", ""),
+    ("task_rt_priority", "u", ""),
+    ("task_policy", "u", " (0=No real, 1=FIFO, 2=RR)"),
+    ("task", "u", ""),
+    ("gtime", "lu", ""),
+    ("cgtime", "lu", ""),
+    ("start_data", "x", ""),
+    ("end_data", "x", ""),
+    ("start_brk", "x", ""),
+    ("arg_start", "x", ""),
+    ("arg_end", "x", ""),
+    ("env_start", "x", ""),
+    ("env_end", "x", ""),
     ("exit_code", "x", ""),
 ]
 
@@ -108,8 +146,11 @@ def test_file_that_cannot_be_read_is_reported(board):
 
 @pytest.mark.parametrize("name", sorted(path.name for path in DATA.iterdir()))
 def test_recorded_process(board, name):
-    assert_run(board.run("btdbg", "pstat", name, cwd=DATA), 0,
-               report((DATA / name).read_text(encoding="utf-8")))
+    assert_run(
+        board.run("btdbg", "pstat", name, cwd=DATA),
+        0,
+        report((DATA / name).read_text(encoding="utf-8")),
+    )
 
 
 def test_process_of_the_board(board):
@@ -122,7 +163,8 @@ def test_process_of_the_board(board):
         b"pid               = 77\n"
         b"comm              = (sh)\n"
         b"task_state        = S (R:runnign, S:sleeping, D:disk sleep, T:stopped, t:tracing stop, Z:zombie, X:dead)\n"
-        b"ppid              = 1\n")
+        b"ppid              = 1\n"
+    )
 
 
 def test_every_process_of_this_machine(board, tmp_path):

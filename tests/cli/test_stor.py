@@ -7,13 +7,23 @@ does is tested on attributes that each test puts into the board's /sys, and on t
 
 import pytest
 
-USAGE = (b"\n stor v1.0\nUsage:\n\n"
-         b"    stor  -l                     ---list all stor name\n"
-         b"    stor  -s  stor_name   1/0    ---set stor state, stor_name(mmcblk0; msa) 1:POWERUP  0:POWEROFF\n"
-         b"    stor  -g  stor_name          ---get stor state, stor_name(mmcblk0; msa)\n\n\nexample:\n\n"
-         b"    stor  -s  msa   1       ---set msa  POWERUP\n    stor  -g  msa           ---get msa  state\n\n\n")
+USAGE = (
+    b"\n stor v1.0\nUsage:\n\n"
+    b"    stor  -l                     ---list all stor name\n"
+    b"    stor  -s  stor_name   1/0    ---set stor state, stor_name(mmcblk0; msa) 1:POWERUP  0:POWEROFF\n"
+    b"    stor  -g  stor_name          ---get stor state, stor_name(mmcblk0; msa)\n\n\nexample:\n\n"
+    b"    stor  -s  msa   1       ---set msa  POWERUP\n    stor  -g  msa           ---get msa  state\n\n\n"
+)
 
-STATES = ["STOR_OFFLINE", "STOR_ONLINE", "STOR_ERROR", "STOR_DAMAGE", "STOR_DET", "STOR_FS_PANIC", "STOR_READONLY"]
+STATES = [
+    "STOR_OFFLINE",
+    "STOR_ONLINE",
+    "STOR_ERROR",
+    "STOR_DAMAGE",
+    "STOR_DET",
+    "STOR_FS_PANIC",
+    "STOR_READONLY",
+]
 START = b"**********stor_autotest start**********\n"
 OFF = b"***stor_autotest unpower the devices***\n"
 ON = b"***stor_autotest power the devices***\n"
@@ -27,13 +37,21 @@ UNKNOWN = b"Set command  error, no this command!\n"
 def listing(*devices):
     lines = b"rig_stor_devlist sucess!\n have %d storarge devices:\n" % len(devices)
     for index, (name, state, power) in enumerate(devices):
-        lines += b"dev[%d]name:%s, state:0x%x, power_state:%d\n" % (index, name.encode(), state, power)
+        lines += b"dev[%d]name:%s, state:0x%x, power_state:%d\n" % (
+            index,
+            name.encode(),
+            state,
+            power,
+        )
     return lines
 
 
 def devlist(*devices):
-    return f"rig_stor_devlist -> {len(devices)} " + " ".join(
-        f'"{name}" {state} {power}' for name, state, power in devices) + " = 0"
+    return (
+        f"rig_stor_devlist -> {len(devices)} "
+        + " ".join(f'"{name}" {state} {power}' for name, state, power in devices)
+        + " = 0"
+    )
 
 
 def assert_run(run, status, stdout=b"", stderr=b""):
@@ -49,9 +67,17 @@ def test_usage(board, words):
     assert_run(board.run("bt2", "stor", *words, rigcore=[]), 255, b"", USAGE)
 
 
-@pytest.mark.parametrize("words, usages", [
-    (("-l", "x"), 1), (("-l", "-l"), 2), (("-g", "msa", "x"), 1), (("-gmsa",), 1), (("-s", "msa"), 1),
-    (("-s", "msa", "1", "x"), 1)])
+@pytest.mark.parametrize(
+    "words, usages",
+    [
+        (("-l", "x"), 1),
+        (("-l", "-l"), 2),
+        (("-g", "msa", "x"), 1),
+        (("-gmsa",), 1),
+        (("-s", "msa"), 1),
+        (("-s", "msa", "1", "x"), 1),
+    ],
+)
 def test_wrong_counts_print_the_usage_and_end_well(board, words, usages):
     assert_run(board.run("bt2", "stor", *words, rigcore=[]), 0, b"", usages * USAGE)
 
@@ -70,42 +96,73 @@ def test_lists(board):
     devices = [("mmcblk0", 1, 1), ("msa", 12, 0)]
     assert_run(board.run("bt2", "stor", "-l", rigcore=[devlist(*devices)]), 0, listing(*devices))
     assert_run(board.run("bt2", "stor", "-l", rigcore=[devlist()]), 0, listing())
-    assert_run(board.run("bt2", "stor", "-l", rigcore=["rig_stor_devlist = -1 errno=5"]), 0, LIST_BAD)
+    assert_run(
+        board.run("bt2", "stor", "-l", rigcore=["rig_stor_devlist = -1 errno=5"]), 0, LIST_BAD
+    )
 
 
 @pytest.mark.parametrize("state", range(7))
 def test_names_of_states(board, state):
     script = [f'rig_stor_dev_state "msa" = {state}', 'rig_stor_dev_power_state "msa" = 1']
-    assert_run(board.run("bt2", "stor", "-g", "msa", rigcore=script), 0,
-               f"msa state: {STATES[state]}.\nmsa power_state: STOR_POWERUP.\n".encode())
+    assert_run(
+        board.run("bt2", "stor", "-g", "msa", rigcore=script),
+        0,
+        f"msa state: {STATES[state]}.\nmsa power_state: STOR_POWERUP.\n".encode(),
+    )
 
 
 @pytest.mark.parametrize("state, power", [(7, 2), (-1, -1), (1000, 255)])
 def test_numbers_of_states(board, state, power):
     script = [f'rig_stor_dev_state "msa" = {state}', f'rig_stor_dev_power_state "msa" = {power}']
-    assert_run(board.run("bt2", "stor", "-g", "msa", rigcore=script), 0,
-               b"msa state: %d.\nmsa power_state: %d.\n" % (state, power))
+    assert_run(
+        board.run("bt2", "stor", "-g", "msa", rigcore=script),
+        0,
+        b"msa state: %d.\nmsa power_state: %d.\n" % (state, power),
+    )
 
 
-@pytest.mark.parametrize("word, power, shown", [
-    ("1", 1, b"STOR_POWERUP"), ("0", 0, b"STOR_POWEROFF"), ("2", 2, b"2"), ("1x", 1, b"STOR_POWERUP")])
+@pytest.mark.parametrize(
+    "word, power, shown",
+    [
+        ("1", 1, b"STOR_POWERUP"),
+        ("0", 0, b"STOR_POWEROFF"),
+        ("2", 2, b"2"),
+        ("1x", 1, b"STOR_POWERUP"),
+    ],
+)
 def test_switches(board, word, power, shown):
-    run = board.run("bt2", "stor", "-s", "msa", word, rigcore=[f'rig_stor_dev_power_ctrl "msa" {power} = 0'])
+    run = board.run(
+        "bt2", "stor", "-s", "msa", word, rigcore=[f'rig_stor_dev_power_ctrl "msa" {power} = 0']
+    )
     assert_run(run, 0, b"stor_state.name = msa\nmsa power_state: " + shown + b".\n")
 
 
 def test_failed_switch(board):
-    run = board.run("bt2", "stor", "-s", "msa", "1", rigcore=['rig_stor_dev_power_ctrl "msa" 1 = -1 errno=5'])
+    run = board.run(
+        "bt2", "stor", "-s", "msa", "1", rigcore=['rig_stor_dev_power_ctrl "msa" 1 = -1 errno=5']
+    )
     assert_run(run, 0, b"stor_state.name = msa\nrig_stor_dev_power_ctrl failure.\n")
 
 
 def test_words_that_do_not_scan(board):
-    assert_run(board.run("bt2", "stor", "-s", " ", "1", rigcore=[]), 0,
-               b"stor_main:250 input stor_state.name err\n", USAGE)
-    assert_run(board.run("bt2", "stor", "-s", "msa", "on", rigcore=[]), 0,
-               b"stor_main:257 input stor_state.power_state err\n", USAGE)
-    assert_run(board.run("bt2", "stor", "-g", "", rigcore=[]), 0,
-               b"stor_main:287 input stor_state.name err\n", USAGE)
+    assert_run(
+        board.run("bt2", "stor", "-s", " ", "1", rigcore=[]),
+        0,
+        b"stor_main:250 input stor_state.name err\n",
+        USAGE,
+    )
+    assert_run(
+        board.run("bt2", "stor", "-s", "msa", "on", rigcore=[]),
+        0,
+        b"stor_main:257 input stor_state.power_state err\n",
+        USAGE,
+    )
+    assert_run(
+        board.run("bt2", "stor", "-g", "", rigcore=[]),
+        0,
+        b"stor_main:287 input stor_state.name err\n",
+        USAGE,
+    )
 
 
 def cycle(states):
@@ -113,11 +170,25 @@ def cycle(states):
     names = list(states)
     on, off = [(n, 1, 1) for n in names], [(n, 0, 0) for n in names]
     first = [(n, 1, states[n]) for n in names]
-    script = ([devlist(*first)] + [f'rig_stor_dev_power_ctrl "{n}" 0 = 0' for n in names]
-              + [devlist(*off)] + [f'rig_stor_dev_power_ctrl "{n}" 1 = 0' for n in names]
-              + [devlist(*on)] + [f'rig_stor_dev_power_ctrl "{n}" {states[n]} = 0' for n in names]
-              + [devlist(*first)])
-    output = START + listing(*first) + OFF + listing(*off) + ON + listing(*on) + RECOVER + listing(*first)
+    script = (
+        [devlist(*first)]
+        + [f'rig_stor_dev_power_ctrl "{n}" 0 = 0' for n in names]
+        + [devlist(*off)]
+        + [f'rig_stor_dev_power_ctrl "{n}" 1 = 0' for n in names]
+        + [devlist(*on)]
+        + [f'rig_stor_dev_power_ctrl "{n}" {states[n]} = 0' for n in names]
+        + [devlist(*first)]
+    )
+    output = (
+        START
+        + listing(*first)
+        + OFF
+        + listing(*off)
+        + ON
+        + listing(*on)
+        + RECOVER
+        + listing(*first)
+    )
     return script, output
 
 
@@ -129,18 +200,26 @@ def test_power_cycle(board, states):
 
 def test_power_cycle_that_fails_at_the_second_device(board):
     devices = [("mmcblk0", 1, 1), ("msa", 1, 1)]
-    script = [devlist(*devices), 'rig_stor_dev_power_ctrl "mmcblk0" 0 = 0',
-              'rig_stor_dev_power_ctrl "msa" 0 = -1 errno=5']
-    assert_run(board.run("bt2", "stor", "-a", rigcore=script), 0,
-               START + listing(*devices) + OFF + b"rig_stor_dev_power_ctrl msa failure.\n" + BAD)
+    script = [
+        devlist(*devices),
+        'rig_stor_dev_power_ctrl "mmcblk0" 0 = 0',
+        'rig_stor_dev_power_ctrl "msa" 0 = -1 errno=5',
+    ]
+    assert_run(
+        board.run("bt2", "stor", "-a", rigcore=script),
+        0,
+        START + listing(*devices) + OFF + b"rig_stor_dev_power_ctrl msa failure.\n" + BAD,
+    )
 
 
 @pytest.mark.parametrize("step", range(4))
 def test_power_cycle_that_cannot_list(board, step):
     script, output = cycle({"msa": 1})
     lists = [index for index, line in enumerate(script) if line.startswith("rig_stor_devlist")]
-    run = board.run("bt2", "stor", "-a", rigcore=script[:lists[step]] + ["rig_stor_devlist = -1 errno=5"])
-    begin = output.split(b"rig_stor_devlist sucess!")[:step + 1]
+    run = board.run(
+        "bt2", "stor", "-a", rigcore=script[: lists[step]] + ["rig_stor_devlist = -1 errno=5"]
+    )
+    begin = output.split(b"rig_stor_devlist sucess!")[: step + 1]
     assert_run(run, 0, b"rig_stor_devlist sucess!".join(begin) + LIST_BAD + BAD)
 
 
@@ -191,16 +270,22 @@ def test_devices_in_the_order_of_their_names(empty):
         block_device(empty, name)
     (empty.path("sys/block") / "loop0").mkdir()
     (empty.path("sys/block") / "zram0").mkdir()
-    assert_run(empty.run("bt2", "stor", "-l"), 0,
-               listing(("mmcblk0", 1, 1), ("nvme0n1", 1, 1), ("sda", 1, 1), ("sdb", 1, 1)))
+    assert_run(
+        empty.run("bt2", "stor", "-l"),
+        0,
+        listing(("mmcblk0", 1, 1), ("nvme0n1", 1, 1), ("sda", 1, 1), ("sdb", 1, 1)),
+    )
 
 
 def test_names_are_ordered_by_bytes_without_a_sign(empty):
     storage_map(empty)
     for name in ("sd\u00e9", "sda", "\u00e9", "sdz"):
         block_device(empty, name)
-    assert_run(empty.run("bt2", "stor", "-l"), 0,
-               listing(*((name, 1, 1) for name in ("sda", "sdz", "sd\u00e9", "\u00e9"))))
+    assert_run(
+        empty.run("bt2", "stor", "-l"),
+        0,
+        listing(*((name, 1, 1) for name in ("sda", "sdz", "sd\u00e9", "\u00e9"))),
+    )
 
 
 def test_sixteen_devices_fit(empty):
@@ -211,20 +296,36 @@ def test_sixteen_devices_fit(empty):
     assert_run(empty.run("bt2", "stor", "-l"), 0, listing(*((name, 1, 1) for name in names[:16])))
 
 
-@pytest.mark.parametrize("attributes, state", [
-    ({"device__state": "running"}, 1), ({"device__state": "offline"}, 0), ({"device__state": "created"}, 4),
-    ({"device__state": "blocked"}, 2), ({"device__state": "transport-offline"}, 2),
-    ({"device__state": "running", "ro": "1"}, 6), ({"ro": "1"}, 6), ({}, 1)])
+@pytest.mark.parametrize(
+    "attributes, state",
+    [
+        ({"device__state": "running"}, 1),
+        ({"device__state": "offline"}, 0),
+        ({"device__state": "created"}, 4),
+        ({"device__state": "blocked"}, 2),
+        ({"device__state": "transport-offline"}, 2),
+        ({"device__state": "running", "ro": "1"}, 6),
+        ({"ro": "1"}, 6),
+        ({}, 1),
+    ],
+)
 def test_states(empty, attributes, state):
     storage_map(empty)
     block_device(empty, "sda", **attributes)
-    assert_run(empty.run("bt2", "stor", "-g", "sda"), 0,
-               f"sda state: {STATES[state]}.\nsda power_state: STOR_POWERUP.\n".encode())
+    assert_run(
+        empty.run("bt2", "stor", "-g", "sda"),
+        0,
+        f"sda state: {STATES[state]}.\nsda power_state: STOR_POWERUP.\n".encode(),
+    )
 
 
 def test_a_device_that_is_not_there(empty):
     storage_map(empty)
-    assert_run(empty.run("bt2", "stor", "-g", "sdz"), 0, b"sdz state: STOR_OFFLINE.\nsdz power_state: -1.\n")
+    assert_run(
+        empty.run("bt2", "stor", "-g", "sdz"),
+        0,
+        b"sdz state: STOR_OFFLINE.\nsdz power_state: -1.\n",
+    )
 
 
 # "\u00e0" ends in the byte A0 and "\u0105" in 85: neither is a blank on the board.
@@ -235,18 +336,27 @@ def test_names_of_high_bytes_are_one_word(empty):
     storage_map(empty, f"{HIGH} {LINE}")
     attribute(empty, LINE, "1")
     assert_run(empty.run("bt2", "stor", "-l"), 0, listing((HIGH, 0, 1)))
-    assert_run(empty.run("bt2", "stor", "-g", HIGH), 0,
-               f"{HIGH} state: STOR_OFFLINE.\n{HIGH} power_state: STOR_POWERUP.\n".encode())
-    assert_run(empty.run("bt2", "stor", "-s", HIGH, "0"), 0,
-               f"stor_state.name = {HIGH}\n{HIGH} power_state: STOR_POWEROFF.\n".encode())
+    assert_run(
+        empty.run("bt2", "stor", "-g", HIGH),
+        0,
+        f"{HIGH} state: STOR_OFFLINE.\n{HIGH} power_state: STOR_POWERUP.\n".encode(),
+    )
+    assert_run(
+        empty.run("bt2", "stor", "-s", HIGH, "0"),
+        0,
+        f"stor_state.name = {HIGH}\n{HIGH} power_state: STOR_POWEROFF.\n".encode(),
+    )
     assert empty.path(LINE[1:]).read_text().strip() == "0"
 
 
 def test_power_needs_a_switch(empty):
     storage_map(empty)
     block_device(empty, "sda", device__delete="")
-    assert_run(empty.run("bt2", "stor", "-s", "sda", "0"), 0,
-               b"stor_state.name = sda\nrig_stor_dev_power_ctrl failure.\n")
+    assert_run(
+        empty.run("bt2", "stor", "-s", "sda", "0"),
+        0,
+        b"stor_state.name = sda\nrig_stor_dev_power_ctrl failure.\n",
+    )
     assert empty.path("sys/block/sda/device/delete").read_text().strip() == ""
 
 
@@ -266,7 +376,10 @@ def test_switching_a_disk_with_a_regulator_and_a_host(empty):
     assert empty.path("sys/block/sda/device/delete").read_text().strip() == "1"
     assert empty.path(RAIL[1:]).read_text().strip() == "disabled"
     writes = [line.split()[1] for line in run.requests if line.startswith("write")]
-    assert writes == ["/sys/block/sda/device/delete", RAIL]  # the kernel lets go before the power does
+    assert writes == [
+        "/sys/block/sda/device/delete",
+        RAIL,
+    ]  # the kernel lets go before the power does
     assert b"sda power_state: STOR_POWEROFF.\n" in empty.run("bt2", "stor", "-g", "sda").stdout
 
     run = empty.run("bt2", "stor", "-s", "sda", "1")
@@ -280,8 +393,11 @@ def test_switching_a_disk_with_a_regulator_and_a_host(empty):
 def test_switching_a_card_with_a_line(empty):
     storage_map(empty, f"msa {LINE}")
     attribute(empty, LINE, "1")
-    assert_run(empty.run("bt2", "stor", "-s", "msa", "0"), 0,
-               b"stor_state.name = msa\nmsa power_state: STOR_POWEROFF.\n")
+    assert_run(
+        empty.run("bt2", "stor", "-s", "msa", "0"),
+        0,
+        b"stor_state.name = msa\nmsa power_state: STOR_POWEROFF.\n",
+    )
     assert empty.path(LINE[1:]).read_text().strip() == "0"
     # Off, it is listed all the same.
     assert_run(empty.run("bt2", "stor", "-l"), 0, listing(("msa", 0, 0)))
@@ -292,8 +408,11 @@ def test_the_kernel_that_does_not_let_go_keeps_the_power(empty):
     block_device(empty, "sda", device__delete="")
     attribute(empty, RAIL, "enabled")
     empty.fault("/sys/block/sda/device/delete write errno=EBUSY")
-    assert_run(empty.run("bt2", "stor", "-s", "sda", "0"), 0,
-               b"stor_state.name = sda\nrig_stor_dev_power_ctrl failure.\n")
+    assert_run(
+        empty.run("bt2", "stor", "-s", "sda", "0"),
+        0,
+        b"stor_state.name = sda\nrig_stor_dev_power_ctrl failure.\n",
+    )
     assert empty.path(RAIL[1:]).read_text().strip() == "enabled"
 
 
@@ -324,7 +443,9 @@ def test_power_cycle_of_the_boards_devices(empty):
     storage_map(empty, f"msa {LINE}")
     attribute(empty, LINE, "1")
     on, off = listing(("msa", 0, 1)), listing(("msa", 0, 0))
-    assert_run(empty.run("bt2", "stor", "-a"), 0, START + on + OFF + off + ON + on + RECOVER + on + GOOD)
+    assert_run(
+        empty.run("bt2", "stor", "-a"), 0, START + on + OFF + off + ON + on + RECOVER + on + GOOD
+    )
 
 
 # --- the board's own devices ----------------------------------------------------------------------
@@ -338,20 +459,35 @@ def test_the_boards_disk_goes_and_comes_back(board):
     assert_run(board.run("bt2", "stor", "-l"), 0, listing(*HERE))
     node = board.path("dev/sda").read_text()
 
-    assert_run(board.run("bt2", "stor", "-s", "sda", "0"), 0,
-               b"stor_state.name = sda\nsda power_state: STOR_POWEROFF.\n")
+    assert_run(
+        board.run("bt2", "stor", "-s", "sda", "0"),
+        0,
+        b"stor_state.name = sda\nsda power_state: STOR_POWEROFF.\n",
+    )
     assert not board.path("dev/sda").exists()
     assert not board.path("sys/block/sda").exists()
-    assert_run(board.run("bt2", "stor", "-g", "sda"), 0,
-               b"sda state: STOR_OFFLINE.\nsda power_state: STOR_POWEROFF.\n")
+    assert_run(
+        board.run("bt2", "stor", "-g", "sda"),
+        0,
+        b"sda state: STOR_OFFLINE.\nsda power_state: STOR_POWEROFF.\n",
+    )
     assert_run(board.run("bt2", "stor", "-l"), 0, listing(HERE[0], GONE[1]))
-    assert b"rig_sata_read_identify_info error errno = 2\n" in board.run("bt2", "hdsmart", "/dev/sda").stdout
+    assert (
+        b"rig_sata_read_identify_info error errno = 2\n"
+        in board.run("bt2", "hdsmart", "/dev/sda").stdout
+    )
 
-    assert_run(board.run("bt2", "stor", "-s", "sda", "1"), 0,
-               b"stor_state.name = sda\nsda power_state: STOR_POWERUP.\n")
+    assert_run(
+        board.run("bt2", "stor", "-s", "sda", "1"),
+        0,
+        b"stor_state.name = sda\nsda power_state: STOR_POWERUP.\n",
+    )
     assert board.path("dev/sda").read_text() == node
-    assert_run(board.run("bt2", "stor", "-g", "sda"), 0,
-               b"sda state: STOR_ONLINE.\nsda power_state: STOR_POWERUP.\n")
+    assert_run(
+        board.run("bt2", "stor", "-g", "sda"),
+        0,
+        b"sda state: STOR_ONLINE.\nsda power_state: STOR_POWERUP.\n",
+    )
     assert board.run("bt2", "hdsmart", "/dev/sda").status == 0
 
 
@@ -363,26 +499,45 @@ def test_switching_twice_is_switching_once(board, power, devices):
 
 
 def test_power_cycle_of_the_new_board(board):
-    assert_run(board.run("bt2", "stor", "-a"), 0,
-               START + listing(*HERE) + OFF + listing(*GONE) + ON + listing(*HERE)
-               + RECOVER + listing(*HERE) + GOOD)
+    assert_run(
+        board.run("bt2", "stor", "-a"),
+        0,
+        START
+        + listing(*HERE)
+        + OFF
+        + listing(*GONE)
+        + ON
+        + listing(*HERE)
+        + RECOVER
+        + listing(*HERE)
+        + GOOD,
+    )
 
 
 def test_power_cycle_returns_to_the_state_of_the_start(board):
     board.run("bt2", "stor", "-s", "sda", "0")
     first = listing(HERE[0], GONE[1])
-    assert_run(board.run("bt2", "stor", "-a"), 0,
-               START + first + OFF + listing(*GONE) + ON + listing(*HERE) + RECOVER + first + GOOD)
+    assert_run(
+        board.run("bt2", "stor", "-a"),
+        0,
+        START + first + OFF + listing(*GONE) + ON + listing(*HERE) + RECOVER + first + GOOD,
+    )
 
 
 def test_a_switch_that_fails_for_the_second_device_leaves_the_first_one_off(board):
     board.fault(f"{SDA_POWER} write errno=EIO")
-    assert_run(board.run("bt2", "stor", "-a"), 0,
-               START + listing(*HERE) + OFF + b"rig_stor_dev_power_ctrl sda failure.\n" + BAD)
+    assert_run(
+        board.run("bt2", "stor", "-a"),
+        0,
+        START + listing(*HERE) + OFF + b"rig_stor_dev_power_ctrl sda failure.\n" + BAD,
+    )
     assert_run(board.run("bt2", "stor", "-l"), 0, listing(GONE[0], HERE[1]))
     assert board.path("dev/sda").exists()
-    assert_run(board.run("bt2", "stor", "-s", "sda", "0"), 0,
-               b"stor_state.name = sda\nrig_stor_dev_power_ctrl failure.\n")
+    assert_run(
+        board.run("bt2", "stor", "-s", "sda", "0"),
+        0,
+        b"stor_state.name = sda\nrig_stor_dev_power_ctrl failure.\n",
+    )
 
 
 def test_switching_from_outside(board):

@@ -103,7 +103,11 @@ def test_an_identity_of_high_bytes_is_printed_and_kept_as_it_is(drive):
     disk.change(drive, "sda.identify", 20, disk.swapped(serial))
     disk.change(drive, "sda.identify", 54, disk.swapped(model))
     run = update(drive, make_image(drive))
-    assert_run(run, 0, begin().replace(disk.SERIAL, serial).replace(disk.MODEL, model) + OWN + b"update success\n")
+    assert_run(
+        run,
+        0,
+        begin().replace(disk.SERIAL, serial).replace(disk.MODEL, model) + OWN + b"update success\n",
+    )
     sent = disk.medium(drive, "sda.firmware")
     assert sent[4212:4232] == disk.swapped(serial)
     assert sent[4246:4286] == disk.swapped(model)
@@ -174,21 +178,35 @@ def test_a_wrong_checksum(drive, size, change):
 @pytest.mark.parametrize("size", [2, 511])
 def test_short_images_have_no_tag(drive, size):
     run = update(drive, make_image(drive, size))
-    assert_stopped(drive, run, b"sata[/dev/sda] bin file compaer fail!\n", -2, READ_DRIVE + READ_RAM)
+    assert_stopped(
+        drive, run, b"sata[/dev/sda] bin file compaer fail!\n", -2, READ_DRIVE + READ_RAM
+    )
 
 
-@pytest.mark.parametrize("name, shown", [
-    ("FIRMWAREQXFW01A1.bin", b"QXFW01A1"),
-    ("FIRMWAREQXFW01B2.bin", b"QXFW01B2"),
-    ("FIRMWAREqxfw01a2.bin", b"qxfw01a2"),
-    ("FIRMWAREQXFW01.bin", b"QXFW01.b"),
-    ("FIRMWARE", b""),
-    ("fw.bin", b""),
-])
+@pytest.mark.parametrize(
+    "name, shown",
+    [
+        ("FIRMWAREQXFW01A1.bin", b"QXFW01A1"),
+        ("FIRMWAREQXFW01B2.bin", b"QXFW01B2"),
+        ("FIRMWAREqxfw01a2.bin", b"qxfw01a2"),
+        ("FIRMWAREQXFW01.bin", b"QXFW01.b"),
+        ("FIRMWARE", b""),
+        ("fw.bin", b""),
+    ],
+)
 def test_revisions_that_may_not_follow(drive, name, shown):
     run = update(drive, make_image(drive), name)
-    assert_run(run, 0, begin(name) + OWN + b"fwver error(curFw:QXFW01A2 updateFw:" + shown + b")" + FAILED_TWICE
-               + b"update fail(-2)\n")
+    assert_run(
+        run,
+        0,
+        begin(name)
+        + OWN
+        + b"fwver error(curFw:QXFW01A2 updateFw:"
+        + shown
+        + b")"
+        + FAILED_TWICE
+        + b"update fail(-2)\n",
+    )
     assert disk.commands(drive) == READ_DRIVE
 
 
@@ -196,13 +214,25 @@ def test_revisions_that_may_not_follow(drive, name, shown):
 def test_an_image_for_other_hardware(drive, at):
     wrong = bytes([disk.tag_block(drive)[at] ^ 1])
     image = make_image(drive, **{f"at{4096 + at}": wrong})
-    assert_stopped(drive, update(drive, image), b"sata[/dev/sda] bin file compaer fail!\n", -2, READ_DRIVE + READ_RAM)
+    assert_stopped(
+        drive,
+        update(drive, image),
+        b"sata[/dev/sda] bin file compaer fail!\n",
+        -2,
+        READ_DRIVE + READ_RAM,
+    )
 
 
 def test_a_drive_with_an_unknown_signature(drive):
     image = make_image(drive)
     disk.change(drive, "sda.ram", 720, b"XXSSD")
-    assert_stopped(drive, update(drive, image), b"sata[/dev/sda] bin file compaer fail!\n", -2, READ_DRIVE + READ_RAM)
+    assert_stopped(
+        drive,
+        update(drive, image),
+        b"sata[/dev/sda] bin file compaer fail!\n",
+        -2,
+        READ_DRIVE + READ_RAM,
+    )
 
 
 # SG_IO requests in order: 1 enable SMART, 2 autosave, 3 vendor mode, 4 announce, 5 fetch, 6... chunks.
@@ -211,37 +241,58 @@ def test_a_drive_with_an_unknown_signature(drive):
 def test_failed_vendor_mode_is_reported_and_goes_on(drive):
     drive.fault("/dev/sda ioctl:SG_IO errno=EIO nth=3")
     drive.set("/dev/sda", "vendor_mode", 1)  # the drive is in it already
-    assert_run(update(drive, make_image(drive)), 0, begin() + OWN +
-               b"sata command 0xef return -1\n"
-               b"send ATA COMMAND SETFEATURES command, return -1\n"
-               b"enable_vendor error errno = 5\n"
-               b"update success\n")
+    assert_run(
+        update(drive, make_image(drive)),
+        0,
+        begin() + OWN + b"sata command 0xef return -1\n"
+        b"send ATA COMMAND SETFEATURES command, return -1\n"
+        b"enable_vendor error errno = 5\n"
+        b"update success\n",
+    )
 
 
 def test_failed_announcement(drive):
     drive.fault("/dev/sda ioctl:SG_IO errno=EIO nth=4")
-    assert_stopped(drive, update(drive, make_image(drive)),
-                   b"sata command 0x88 return -1\n"
-                   b"send ATA COMMAND VENDOR DMA WRITE command, return -1\n"
-                   b"enable_vendor write errno = 5\n"
-                   b"sata[/dev/sda] read ram data fail!\n", -2, READ_DRIVE + READ_RAM[:1])
+    assert_stopped(
+        drive,
+        update(drive, make_image(drive)),
+        b"sata command 0x88 return -1\n"
+        b"send ATA COMMAND VENDOR DMA WRITE command, return -1\n"
+        b"enable_vendor write errno = 5\n"
+        b"sata[/dev/sda] read ram data fail!\n",
+        -2,
+        READ_DRIVE + READ_RAM[:1],
+    )
 
 
 def test_failed_read_of_the_ram(drive):
     drive.fault("/dev/sda ioctl:SG_IO errno=EIO nth=5")
-    assert_stopped(drive, update(drive, make_image(drive)),
-                   b"sata command 0x86 return -1\n"
-                   b"send ATA COMMAND VENDOR DMA READ command, return -1\n"
-                   b"enable_vendor read errno = 5\n"
-                   b"sata[/dev/sda] read ram data fail!\n", -2, READ_DRIVE + READ_RAM[:2])
+    assert_stopped(
+        drive,
+        update(drive, make_image(drive)),
+        b"sata command 0x86 return -1\n"
+        b"send ATA COMMAND VENDOR DMA READ command, return -1\n"
+        b"enable_vendor read errno = 5\n"
+        b"sata[/dev/sda] read ram data fail!\n",
+        -2,
+        READ_DRIVE + READ_RAM[:2],
+    )
 
 
 @pytest.mark.parametrize("sent", [0, 1, 3])
 def test_a_download_that_breaks_off(drive, sent):
     drive.fault(f"/dev/sda ioctl:SG_IO errno=EIO nth={6 + sent}")
     run = update(drive, make_image(drive))
-    assert_run(run, 0, begin() + OWN + b"sata command 0x92 return -1\n" + FAILED_TWICE + FAILED_TWICE
-               + b"update fail(-1)\n")
+    assert_run(
+        run,
+        0,
+        begin()
+        + OWN
+        + b"sata command 0x92 return -1\n"
+        + FAILED_TWICE
+        + FAILED_TWICE
+        + b"update fail(-1)\n",
+    )
     assert disk.commands(drive) == READ_DRIVE + READ_RAM + [chunk(8 * i, 8) for i in range(sent)]
     # The node of the download is left open: one close less than opens.
     opens = [line for line in run.requests if line.startswith("open /dev/sda")]
@@ -254,8 +305,12 @@ def test_a_drive_of_another_maker_is_left_alone(drive):
     disk.change(drive, "sda.identify", 54, disk.swapped(b"OTHER MAKER SSD".ljust(40)))
     disk.change(drive, "sda.smart_values", 400, bytes(9))
     run = update(drive, make_image(drive))
-    assert_run(run, 0, begin().replace(disk.MODEL, b"OTHER MAKER SSD".ljust(40))
-               + b"not find this type sata[/dev/sda],not support upgrade!\nupdate success\n")
+    assert_run(
+        run,
+        0,
+        begin().replace(disk.MODEL, b"OTHER MAKER SSD".ljust(40))
+        + b"not find this type sata[/dev/sda],not support upgrade!\nupdate success\n",
+    )
     assert disk.commands(drive) == READ_DRIVE
 
 
@@ -268,16 +323,22 @@ def test_a_mark_in_the_smart_data_is_enough(drive, at, mark):
 
 
 def test_missing_drive(drive):
-    assert_run(update(drive, make_image(drive), device="sdb"), 0,
-               b"FW from " + NAME.encode() + b"\nopen /dev/sdb failed\n"
-               b"sata[/dev/sdb] read identify info fail!\nupdate fail(-1)\n")
+    assert_run(
+        update(drive, make_image(drive), device="sdb"),
+        0,
+        b"FW from " + NAME.encode() + b"\nopen /dev/sdb failed\n"
+        b"sata[/dev/sdb] read identify info fail!\nupdate fail(-1)\n",
+    )
 
 
 def test_failed_identify(drive):
     drive.fault("/dev/sda ioctl:HDIO_DRIVE_CMD errno=EIO nth=1")
-    assert_run(update(drive, make_image(drive)), 0,
-               b"FW from " + NAME.encode() + b"\nsend IDENTIFY DEVICE command, return -1\n"
-               b"sata[/dev/sda] read identify info fail!\nupdate fail(-1)\n")
+    assert_run(
+        update(drive, make_image(drive)),
+        0,
+        b"FW from " + NAME.encode() + b"\nsend IDENTIFY DEVICE command, return -1\n"
+        b"sata[/dev/sda] read identify info fail!\nupdate fail(-1)\n",
+    )
     assert disk.commands(drive) == []
 
 
@@ -287,29 +348,43 @@ RETRY = b"send SMART READ VALUES command, return -1\nsata_read_smart_values erro
 def test_two_failed_smart_reads_are_survived(drive):
     drive.fault("/dev/sda ioctl:HDIO_DRIVE_CMD errno=EIO nth=2")
     drive.fault("/dev/sda ioctl:HDIO_DRIVE_CMD errno=EIO nth=3")
-    assert_run(update(drive, make_image(drive)), 0, begin() + RETRY + RETRY + OWN + b"update success\n")
+    assert_run(
+        update(drive, make_image(drive)), 0, begin() + RETRY + RETRY + OWN + b"update success\n"
+    )
 
 
 def test_three_failed_smart_reads_end_it(drive):
     drive.fault("/dev/sda ioctl:HDIO_DRIVE_CMD errno=EIO from=2")
-    assert_run(update(drive, make_image(drive)), 0,
-               begin() + 3 * RETRY + b"sata_read_smart_values failed!\n"
-               b"sata[/dev/sda] read smart info fail!\nupdate fail(-1)\n")
+    assert_run(
+        update(drive, make_image(drive)),
+        0,
+        begin() + 3 * RETRY + b"sata_read_smart_values failed!\n"
+        b"sata[/dev/sda] read smart info fail!\nupdate fail(-1)\n",
+    )
     assert disk.commands(drive) == READ_DRIVE[:3]
 
 
 def test_failed_enabling_of_smart_is_reported_and_goes_on(drive):
     drive.fault("/dev/sda ioctl:SG_IO errno=EIO nth=1")
     run = update(drive, make_image(drive))
-    assert_run(run, 0, begin() +
-               b"sata command 0xd8 return -1\nsend SMART ENABLE command, return -1\n"
-               b"enable_smart error errno = 5\n" + OWN + b"update success\n")
+    assert_run(
+        run,
+        0,
+        begin() + b"sata command 0xd8 return -1\nsend SMART ENABLE command, return -1\n"
+        b"enable_smart error errno = 5\n" + OWN + b"update success\n",
+    )
     assert disk.AUTOSAVE not in disk.commands(drive)
 
 
-@pytest.mark.parametrize("status, text", [
-    (4, b" BAD target. \n"), (5, b"Abort for some other reason. \n"),
-    (14, b"BUS stayed busy through time out period. \n"), (15, b"BUS stayed busy through time out period. \n")])
+@pytest.mark.parametrize(
+    "status, text",
+    [
+        (4, b" BAD target. \n"),
+        (5, b"Abort for some other reason. \n"),
+        (14, b"BUS stayed busy through time out period. \n"),
+        (15, b"BUS stayed busy through time out period. \n"),
+    ],
+)
 def test_a_host_adapter_that_lost_the_drive(drive, status, text):
     # Its status is positive and ends only the download: the commands before it hold -1 for failure.
     drive.set("/dev/sda", "host_status", status)

@@ -16,9 +16,15 @@ def vboard(build, tmp_path):
     """Runs vboard itself; status, standard output and standard error."""
 
     def run(*words, cwd=tmp_path, env=None, stdin=b""):
-        done = subprocess.run([build / "bin/vboard", *map(str, words)], capture_output=True, cwd=cwd,
-                              input=stdin, timeout=HANGS_AFTER_SECONDS, check=False,
-                              env=environment() | (env or {}))
+        done = subprocess.run(
+            [build / "bin/vboard", *map(str, words)],
+            capture_output=True,
+            cwd=cwd,
+            input=stdin,
+            timeout=HANGS_AFTER_SECONDS,
+            check=False,
+            env=environment() | (env or {}),
+        )
         return done.returncode, done.stdout, done.stderr
 
     return run
@@ -39,14 +45,20 @@ def assert_refused(result, status=None):
 # --- help and wrong command lines -----------------------------------------------------------------
 
 
-@pytest.mark.parametrize("words, tells", [
-    (["--help"], [b"new", b"run", b"show", b"set", b"fault"]),
-    (["new", "--help"], [b"--gyro"]),
-    (["run", "--help"], [b"--board", b"--speed", b"--trace", b"--fault", b"--signal", b"--for", b"--date"]),
-    (["show", "--help"], [b"--png"]),
-    (["set", "--help"], [b"NODE", b"/sys/"]),
-    (["fault", "--help"], [b"add", b"list", b"clear"]),
-])
+@pytest.mark.parametrize(
+    "words, tells",
+    [
+        (["--help"], [b"new", b"run", b"show", b"set", b"fault"]),
+        (["new", "--help"], [b"--gyro"]),
+        (
+            ["run", "--help"],
+            [b"--board", b"--speed", b"--trace", b"--fault", b"--signal", b"--for", b"--date"],
+        ),
+        (["show", "--help"], [b"--png"]),
+        (["set", "--help"], [b"NODE", b"/sys/"]),
+        (["fault", "--help"], [b"add", b"list", b"clear"]),
+    ],
+)
 def test_help_goes_to_standard_output_with_status_0(vboard, words, tells):
     status, stdout, stderr = vboard(*words)
     assert (status, stderr) == (0, b"")
@@ -54,48 +66,54 @@ def test_help_goes_to_standard_output_with_status_0(vboard, words, tells):
         assert text in stdout
 
 
-@pytest.mark.parametrize("words", [
-    [],
-    ["nonsense"],
-    ["--nonsense"],
-    ["new"],
-    ["new", "one", "two"],
-    ["show"],
-    ["set"],
-    ["set", "board"],
-    ["set", "board", "/dev/lcd"],
-    ["set", "board", "/dev/lcd", "returns"],
-    ["fault"],
-    ["fault", "board"],
-    ["fault", "board", "nonsense"],
-    ["fault", "board", "add"],
-])
+@pytest.mark.parametrize(
+    "words",
+    [
+        [],
+        ["nonsense"],
+        ["--nonsense"],
+        ["new"],
+        ["new", "one", "two"],
+        ["show"],
+        ["set"],
+        ["set", "board"],
+        ["set", "board", "/dev/lcd"],
+        ["set", "board", "/dev/lcd", "returns"],
+        ["fault"],
+        ["fault", "board"],
+        ["fault", "board", "nonsense"],
+        ["fault", "board", "add"],
+    ],
+)
 def test_wrong_command_lines_are_refused(vboard, tmp_path, words):
     assert vboard("new", tmp_path / "board")[0] == 0
     assert_refused(vboard(*words))
 
 
-@pytest.mark.parametrize("words", [
-    [],
-    ["--"],
-    ["--nonsense", "--", "true"],
-    ["--speed", "fast", "--", "true"],
-    ["--speed", "0", "--", "true"],
-    ["--speed", "-3", "--", "true"],
-    ["--speed"],
-    ["--signal", "TERM", "--", "true"],
-    ["--signal", "NOSUCH@1", "--", "true"],
-    ["--signal", "TERM@soon", "--", "true"],
-    ["--for", "long", "--", "true"],
-    ["--date", "yesterday", "--", "true"],
-    ["--date", "2024-13-01 00:00:00", "--", "true"],
-    ["--fault", "/dev/lcd explodes", "--", "true"],
-    ["--fault", "/dev/lcd write", "--", "true"],
-    ["--fault", "/dev/lcd write errno=ENOSUCH", "--", "true"],
-    ["--fault", "/dev/lcd write errno=EIO nth=often", "--", "true"],
-    ["--board", "no-such-board", "--", "true"],
-    ["--trace", "no-such-directory/trace", "--", "true"],
-])
+@pytest.mark.parametrize(
+    "words",
+    [
+        [],
+        ["--"],
+        ["--nonsense", "--", "true"],
+        ["--speed", "fast", "--", "true"],
+        ["--speed", "0", "--", "true"],
+        ["--speed", "-3", "--", "true"],
+        ["--speed"],
+        ["--signal", "TERM", "--", "true"],
+        ["--signal", "NOSUCH@1", "--", "true"],
+        ["--signal", "TERM@soon", "--", "true"],
+        ["--for", "long", "--", "true"],
+        ["--date", "yesterday", "--", "true"],
+        ["--date", "2024-13-01 00:00:00", "--", "true"],
+        ["--fault", "/dev/lcd explodes", "--", "true"],
+        ["--fault", "/dev/lcd write", "--", "true"],
+        ["--fault", "/dev/lcd write errno=ENOSUCH", "--", "true"],
+        ["--fault", "/dev/lcd write errno=EIO nth=often", "--", "true"],
+        ["--board", "no-such-board", "--", "true"],
+        ["--trace", "no-such-directory/trace", "--", "true"],
+    ],
+)
 def test_run_refuses_a_wrong_option_with_125(vboard, words):
     assert_refused(vboard("run", *words), 125)
 
@@ -158,21 +176,47 @@ def test_run_leaves_the_three_standard_streams_to_the_command(vboard):
 
 
 def test_run_leaves_working_directory_arguments_and_variables_to_the_command(vboard, tmp_path):
-    status, stdout, _ = vboard("run", "--", "sh", "-c", 'pwd; printf "<%s>" "$@"; echo "$COLOUR"', "sh",
-                               "a b", "", "--board", cwd=tmp_path, env={"COLOUR": "blue"})
+    status, stdout, _ = vboard(
+        "run",
+        "--",
+        "sh",
+        "-c",
+        'pwd; printf "<%s>" "$@"; echo "$COLOUR"',
+        "sh",
+        "a b",
+        "",
+        "--board",
+        cwd=tmp_path,
+        env={"COLOUR": "blue"},
+    )
     assert status == 0
     assert stdout == f"{tmp_path}\n<a b><><--board>blue\n".encode()
 
 
 def test_run_gives_the_command_descriptor_3(vboard, probe):
-    assert vboard("run", "--trace", "trace", "--", probe, "open", "/dev/null", "rdonly")[1] == b"open 3\n"
+    assert (
+        vboard("run", "--trace", "trace", "--", probe, "open", "/dev/null", "rdonly")[1]
+        == b"open 3\n"
+    )
 
 
 def test_run_without_a_board_makes_a_healthy_one_and_leaves_nothing(vboard, probe, tmp_path):
     temporary = tmp_path / "temporary"
     temporary.mkdir()
-    status, stdout, stderr = vboard("run", "--", probe, "open", "/dev/lcd", "rdwr", "write", "ff*1024",
-                                    "access", "/dev/watchdog", "rw", env={"TMPDIR": str(temporary)})
+    status, stdout, stderr = vboard(
+        "run",
+        "--",
+        probe,
+        "open",
+        "/dev/lcd",
+        "rdwr",
+        "write",
+        "ff*1024",
+        "access",
+        "/dev/watchdog",
+        "rw",
+        env={"TMPDIR": str(temporary)},
+    )
     assert (status, stdout, stderr) == (0, b"open 3\nwrite 0\naccess 0\n", b"")
     assert os.listdir(temporary) == []
 
@@ -189,13 +233,43 @@ def test_run_takes_the_fault_of_the_command_line_for_this_run_only(vboard, probe
 def test_run_adds_the_faults_of_the_command_line_to_those_of_the_board(vboard, probe):
     vboard("new", "board")
     vboard("fault", "board", "add", "/dev/lcd", "absent")
-    assert vboard("run", "--board", "board", "--fault", "/dev/rtc0 absent", "--", probe, "access",
-                  "/dev/lcd", "f", "access", "/dev/rtc0", "f")[1] == b"access ENOENT\naccess ENOENT\n"
+    assert (
+        vboard(
+            "run",
+            "--board",
+            "board",
+            "--fault",
+            "/dev/rtc0 absent",
+            "--",
+            probe,
+            "access",
+            "/dev/lcd",
+            "f",
+            "access",
+            "/dev/rtc0",
+            "f",
+        )[1]
+        == b"access ENOENT\naccess ENOENT\n"
+    )
 
 
 def test_run_sets_the_calendar_clock(vboard, probe):
-    assert vboard("run", "--date", "2031-02-03 04:05:06", "--speed", "max", "--", probe, "date", "sleep",
-                  "10", "date")[1] == b"date 2031-02-03 04:05:06\nsleep 0\ndate 2031-02-03 04:05:16\n"
+    assert (
+        vboard(
+            "run",
+            "--date",
+            "2031-02-03 04:05:06",
+            "--speed",
+            "max",
+            "--",
+            probe,
+            "date",
+            "sleep",
+            "10",
+            "date",
+        )[1]
+        == b"date 2031-02-03 04:05:06\nsleep 0\ndate 2031-02-03 04:05:16\n"
+    )
 
 
 # --- new ----------------------------------------------------------------------------------------
@@ -206,7 +280,9 @@ def test_new_makes_a_board_of_readable_files(vboard, tmp_path):
     board = tmp_path / "board"
     assert (board / "board").read_text() == "vboard board, format 1\n"
     assert (board / "faults").read_text().replace("\n", "") == "" or all(
-        line.startswith("#") or not line.strip() for line in (board / "faults").read_text().splitlines())
+        line.startswith("#") or not line.strip()
+        for line in (board / "faults").read_text().splitlines()
+    )
     for node in ("lcd", "iccard", "gyro", "rtc0", "watchdog"):
         text = (board / "dev" / node).read_text()
         assert re.search(r"^model = \S+$", text, re.MULTILINE), node
@@ -216,11 +292,22 @@ def test_new_makes_a_board_of_readable_files(vboard, tmp_path):
 def test_new_can_be_run_and_copied_anywhere(vboard, probe, tmp_path):
     vboard("new", "first")
     os.rename(tmp_path / "first", tmp_path / "moved")
-    assert vboard("run", "--board", "moved", "--", probe, "open", "/dev/lcd", "rdwr")[1] == b"open 3\n"
+    assert (
+        vboard("run", "--board", "moved", "--", probe, "open", "/dev/lcd", "rdwr")[1] == b"open 3\n"
+    )
 
 
-@pytest.mark.parametrize("chip", ["GYRO_LSM6DS3TR", "GYRO_ICM20602", "GYRO_KXTJ1900", "GYRO_ICM20690",
-                                  "GYRO_LIS2DH12", "GYRO_LIS2DW12"])
+@pytest.mark.parametrize(
+    "chip",
+    [
+        "GYRO_LSM6DS3TR",
+        "GYRO_ICM20602",
+        "GYRO_KXTJ1900",
+        "GYRO_ICM20690",
+        "GYRO_LIS2DH12",
+        "GYRO_LIS2DW12",
+    ],
+)
 def test_new_takes_the_motion_sensor(vboard, tmp_path, chip):
     assert vboard("new", "board", "--gyro", chip) == (0, b"", b"")
     assert f"chip = {chip}\n" in (tmp_path / "board/dev/gyro").read_text()
@@ -281,15 +368,19 @@ def test_set_changes_an_attribute_as_the_kernel_would_show_it(vboard, probe, tmp
     attribute = "/sys/class/leds/buzzer/brightness"
     assert vboard("set", "board", attribute, "1") == (0, b"", b"")
     assert (tmp_path / ("board" + attribute)).read_text() == "1\n"
-    assert vboard("run", "--board", "board", "--", probe, "open", attribute, "rdonly", "read", "16")[1] == (
-        b"open 3\nread 2 310a\n")
+    assert vboard(
+        "run", "--board", "board", "--", probe, "open", attribute, "rdonly", "read", "16"
+    )[1] == (b"open 3\nread 2 310a\n")
 
 
-@pytest.mark.parametrize("words", [
-    ["board", "/dev/none", "key", "value"],
-    ["board", "/sys/class/none/attribute", "1"],
-    ["nowhere", "/dev/lcd", "returns", "count"],
-])
+@pytest.mark.parametrize(
+    "words",
+    [
+        ["board", "/dev/none", "key", "value"],
+        ["board", "/sys/class/none/attribute", "1"],
+        ["nowhere", "/dev/lcd", "returns", "count"],
+    ],
+)
 def test_set_refuses_what_the_board_does_not_have(vboard, tmp_path, words):
     vboard("new", "board")
     assert_refused(vboard("set", *words))
@@ -302,30 +393,51 @@ def test_set_refuses_what_the_board_does_not_have(vboard, tmp_path, words):
 
 def test_fault_add_list_and_clear(vboard, probe, tmp_path):
     vboard("new", "board")
-    run = ["run", "--board", "board", "--", probe, "access", "/dev/lcd", "f", "open", "/dev/rtc0", "rdwr"]
+    run = [
+        "run",
+        "--board",
+        "board",
+        "--",
+        probe,
+        "access",
+        "/dev/lcd",
+        "f",
+        "open",
+        "/dev/rtc0",
+        "rdwr",
+    ]
     assert vboard("fault", "board", "list") == (0, b"", b"")
     assert vboard("fault", "board", "add", "/dev/lcd", "absent") == (0, b"", b"")
-    assert vboard("fault", "board", "add", "/dev/rtc0", "open", "errno=EBUSY", "nth=1") == (0, b"", b"")
+    assert vboard("fault", "board", "add", "/dev/rtc0", "open", "errno=EBUSY", "nth=1") == (
+        0,
+        b"",
+        b"",
+    )
     status, listed, stderr = vboard("fault", "board", "list")
     assert (status, stderr) == (0, b"")
     assert [b" ".join(line.split()) for line in listed.splitlines()] == [
-        b"/dev/lcd absent", b"/dev/rtc0 open errno=EBUSY nth=1"]
+        b"/dev/lcd absent",
+        b"/dev/rtc0 open errno=EBUSY nth=1",
+    ]
     assert vboard(*run)[1] == b"access ENOENT\nopen EBUSY\n"
     assert vboard("fault", "board", "clear") == (0, b"", b"")
     assert vboard("fault", "board", "list") == (0, b"", b"")
     assert vboard(*run)[1] == b"access 0\nopen 3\n"
 
 
-@pytest.mark.parametrize("words", [
-    ["/dev/lcd"],
-    ["/dev/lcd", "explodes"],
-    ["/dev/lcd", "write"],
-    ["/dev/lcd", "write", "errno=ENOSUCH"],
-    ["/dev/lcd", "write", "errno=EIO", "nth=0"],
-    ["/dev/lcd", "write", "errno=EIO", "time=x..y"],
-    ["/dev/lcd", "write", "errno=EIO", "sometimes"],
-    ["/dev/lcd", "read", "short=many"],
-])
+@pytest.mark.parametrize(
+    "words",
+    [
+        ["/dev/lcd"],
+        ["/dev/lcd", "explodes"],
+        ["/dev/lcd", "write"],
+        ["/dev/lcd", "write", "errno=ENOSUCH"],
+        ["/dev/lcd", "write", "errno=EIO", "nth=0"],
+        ["/dev/lcd", "write", "errno=EIO", "time=x..y"],
+        ["/dev/lcd", "write", "errno=EIO", "sometimes"],
+        ["/dev/lcd", "read", "short=many"],
+    ],
+)
 def test_fault_add_refuses_a_wrong_line(vboard, tmp_path, words):
     vboard("new", "board")
     before = (tmp_path / "board/faults").read_bytes()
@@ -360,11 +472,28 @@ def test_runs_side_by_side_on_one_board_lose_nothing(build, probe, tmp_path):
     for accel, gyro in ((4, 500), (8, 1000)):
         record = f"{0:08x}{accel:02x}000000{gyro & 255:02x}{gyro >> 8:02x}0000" + "0" * 16
         set_ranges.append(["open", "/dev/gyro", "rdwr"] + ["ioctl", "0x40045906", record] * 200)
-    cards = [["open", "/dev/iccard", "rdwr"] + ["ioctl", "0x40044902", f"{byte}*256"] * 200
-             for byte in ("11", "ee")]
-    runs = [subprocess.Popen([build / "bin/vboard", "run", "--board", tmp_path / "board", "--speed", "max",
-                              "--", probe, *steps], stdout=subprocess.PIPE, env=environment())
-            for steps in set_ranges + cards]
+    cards = [
+        ["open", "/dev/iccard", "rdwr"] + ["ioctl", "0x40044902", f"{byte}*256"] * 200
+        for byte in ("11", "ee")
+    ]
+    runs = [
+        subprocess.Popen(
+            [
+                build / "bin/vboard",
+                "run",
+                "--board",
+                tmp_path / "board",
+                "--speed",
+                "max",
+                "--",
+                probe,
+                *steps,
+            ],
+            stdout=subprocess.PIPE,
+            env=environment(),
+        )
+        for steps in set_ranges + cards
+    ]
     for run in runs:
         stdout, _ = run.communicate(timeout=HANGS_AFTER_SECONDS)
         assert run.returncode == 0
@@ -372,12 +501,30 @@ def test_runs_side_by_side_on_one_board_lose_nothing(build, probe, tmp_path):
         assert stdout.count(b"ioctl 0 ") == 200
     node = (tmp_path / "board/dev/gyro").read_text()
     assert re.search(r"^model = gyro$", node, re.MULTILINE)
-    kept = tuple(re.search(rf"^{key} = (\d+)$", node, re.MULTILINE)[1] for key in ("accel_g", "gyro_dps"))
+    kept = tuple(
+        re.search(rf"^{key} = (\d+)$", node, re.MULTILINE)[1] for key in ("accel_g", "gyro_dps")
+    )
     assert kept[0] in ("4", "8") and kept[1] in ("500", "1000")
     assert len(re.findall(r"^accel_g =", node, re.MULTILINE)) == 1
-    status = subprocess.run([build / "bin/vboard", "run", "--board", tmp_path / "board", "--", probe, "open",
-                             "/dev/iccard", "rdwr", "ioctl", "0x40044901", "00*256"],
-                            capture_output=True, check=True, env=environment())
+    status = subprocess.run(
+        [
+            build / "bin/vboard",
+            "run",
+            "--board",
+            tmp_path / "board",
+            "--",
+            probe,
+            "open",
+            "/dev/iccard",
+            "rdwr",
+            "ioctl",
+            "0x40044901",
+            "00*256",
+        ],
+        capture_output=True,
+        check=True,
+        env=environment(),
+    )
     card = status.stdout.split()[-1]
     assert card in (b"11" * 256, b"ee" * 256)
 
@@ -386,7 +533,9 @@ def test_runs_side_by_side_on_one_board_lose_nothing(build, probe, tmp_path):
 
 # What an emulator makes of a program is the whole suite in a build for ARM. Its launcher always has what
 # these cases lack or replace.
-without_arm = pytest.mark.skipif(word_size() == 4, reason="this launcher is set up for ARM programs")
+without_arm = pytest.mark.skipif(
+    word_size() == 4, reason="this launcher is set up for ARM programs"
+)
 
 
 @pytest.fixture
@@ -418,7 +567,9 @@ def test_an_arm_program_without_an_interposer_of_its_kind_is_refused(vboard, arm
 
 
 @without_arm
-@pytest.mark.parametrize("preload", ["/none/$LIB/libvboard.so", "$LIB/libvboard.so", "/none/libvboard.so"])
+@pytest.mark.parametrize(
+    "preload", ["/none/$LIB/libvboard.so", "$LIB/libvboard.so", "/none/libvboard.so"]
+)
 def test_a_missing_interposer_is_refused_and_not_gone_without(vboard, preload):
     assert_refused(vboard("run", "--", "true", env={"VBOARD_PRELOAD": preload}), 125)
 
@@ -437,24 +588,32 @@ def test_a_missing_emulator_is_refused(vboard, set_up):
 
 @without_arm
 def test_the_pc_s_own_programs_stay_on_the_board_beside_arm_ones(vboard, build, set_up):
-    assert vboard("run", "--speed", "max", "--", build / "bin/benchrig", "bt1", "beep", "1", env=set_up) == (
-        0, b"open beep.\n", b"")
+    assert vboard(
+        "run", "--speed", "max", "--", build / "bin/benchrig", "bt1", "beep", "1", env=set_up
+    ) == (0, b"open beep.\n", b"")
 
 
 # By the launcher, execve(), execvp(), posix_spawn() and posix_spawnp(): the words in front of the program's,
 # and the name under which it is to know itself.
-SPAWN = "import os; _, s = os.waitpid(os.{}({!r}, [{!r}, 'a', 'b c'], os.environ), 0); os._exit(s >> 8)"
+SPAWN = (
+    "import os; _, s = os.waitpid(os.{}({!r}, [{!r}, 'a', 'b c'], os.environ), 0); os._exit(s >> 8)"
+)
 
 
 @without_arm
-@pytest.mark.parametrize("command, name", [
-    (["{path}", "a", "b c"], "{path}"),
-    (["sh", "-c", 'exec "$@"', "sh", "{path}", "a", "b c"], "{path}"),
-    (["env", "program", "a", "b c"], "program"),
-    (["/usr/bin/python3", "-c", SPAWN.format("posix_spawn", "{path}", "other")], "other"),
-    (["/usr/bin/python3", "-c", SPAWN.format("posix_spawnp", "program", "other")], "other"),
-])
-def test_an_arm_program_goes_to_the_emulator_however_it_is_started(vboard, arm_program, set_up, command, name):
+@pytest.mark.parametrize(
+    "command, name",
+    [
+        (["{path}", "a", "b c"], "{path}"),
+        (["sh", "-c", 'exec "$@"', "sh", "{path}", "a", "b c"], "{path}"),
+        (["env", "program", "a", "b c"], "program"),
+        (["/usr/bin/python3", "-c", SPAWN.format("posix_spawn", "{path}", "other")], "other"),
+        (["/usr/bin/python3", "-c", SPAWN.format("posix_spawnp", "program", "other")], "other"),
+    ],
+)
+def test_an_arm_program_goes_to_the_emulator_however_it_is_started(
+    vboard, arm_program, set_up, command, name
+):
     words = [word.replace("{path}", str(arm_program)) for word in command]
     env = set_up | {"PATH": f"/none:{arm_program.parent}:{os.environ['PATH']}"}
     told = f"-0\n{name}\n{arm_program}\na\nb c\n".replace("{path}", str(arm_program))
@@ -463,11 +622,16 @@ def test_an_arm_program_goes_to_the_emulator_however_it_is_started(vboard, arm_p
 
 @without_arm
 @pytest.mark.parametrize("command", [["env", "echo", "a"], ["sh", "-c", "exec echo a"]])
-@pytest.mark.parametrize("mode, on_path", [
-    (0o644, True),  # cannot be executed: the next one of that name is
-    (0o755, False),  # a name is not looked up in the working directory
-])
-def test_other_programs_do_not_go_to_the_emulator(vboard, arm_program, set_up, command, mode, on_path):
+@pytest.mark.parametrize(
+    "mode, on_path",
+    [
+        (0o644, True),  # cannot be executed: the next one of that name is
+        (0o755, False),  # a name is not looked up in the working directory
+    ],
+)
+def test_other_programs_do_not_go_to_the_emulator(
+    vboard, arm_program, set_up, command, mode, on_path
+):
     arm_program.rename(arm_program.with_name("echo")).chmod(mode)
     path = [str(arm_program.parent)] if on_path else []
     env = set_up | {"PATH": ":".join([*path, os.environ["PATH"]])}
@@ -475,7 +639,9 @@ def test_other_programs_do_not_go_to_the_emulator(vboard, arm_program, set_up, c
 
 
 @without_arm
-def test_an_arm_program_that_cannot_be_executed_is_refused_as_any_other(vboard, arm_program, set_up):
+def test_an_arm_program_that_cannot_be_executed_is_refused_as_any_other(
+    vboard, arm_program, set_up
+):
     arm_program.chmod(0o644)
     assert_refused(vboard("run", "--", arm_program, env=set_up), 126)
     status, stdout, _ = vboard("run", "--", "env", arm_program, env=set_up)

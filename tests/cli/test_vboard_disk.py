@@ -15,12 +15,19 @@ SMARTCTL = shutil.which("smartctl", path=SBIN)
 HDPARM = shutil.which("hdparm", path=SBIN)
 VBOARD = pathlib.Path(__file__).resolve().parents[2] / "vboard"
 DATA = pathlib.Path(__file__).resolve().parents[1] / "data/ata"
-DRIVES = sorted(path.name.removesuffix(".smart_values.bin") for path in DATA.glob("*.smart_values.bin"))
+DRIVES = sorted(
+    path.name.removesuffix(".smart_values.bin") for path in DATA.glob("*.smart_values.bin")
+)
 PARTS = ("identify", "smart_values", "smart_thresholds")
 
 
 def test_the_template_holds_what_its_tool_makes():
-    tool = [sys.executable, VBOARD / "template-tools/make_disk.py", "--check", VBOARD / "template/media"]
+    tool = [
+        sys.executable,
+        VBOARD / "template-tools/make_disk.py",
+        "--check",
+        VBOARD / "template/media",
+    ]
     subprocess.run(tool, check=True, timeout=60)
 
 
@@ -29,10 +36,16 @@ def test_smartctl_reads_identity_attributes_and_health(board):
     run = board.run_command([SMARTCTL, "-i", "-A", "-H", "/dev/sda"])
     assert run.status == 0, run.stdout
     text = run.stdout.decode()
-    for line in ("Device Model:     QX-SSD 128GB", "Serial Number:    QX0123456789ABCDEF01", "Firmware Version: QXFW01A2",
-                 "LU WWN Device Id: 5 000c0d e00a1b2c3", "TRIM Command:     Available, deterministic, zeroed",
-                 "SATA Version is:  SATA 3.2, 6.0 Gb/s (current: 6.0 Gb/s)", "SMART support is: Enabled",
-                 "SMART overall-health self-assessment test result: PASSED"):
+    for line in (
+        "Device Model:     QX-SSD 128GB",
+        "Serial Number:    QX0123456789ABCDEF01",
+        "Firmware Version: QXFW01A2",
+        "LU WWN Device Id: 5 000c0d e00a1b2c3",
+        "TRIM Command:     Available, deterministic, zeroed",
+        "SATA Version is:  SATA 3.2, 6.0 Gb/s (current: 6.0 Gb/s)",
+        "SMART support is: Enabled",
+        "SMART overall-health self-assessment test result: PASSED",
+    ):
         assert line in text
     assert "checksum" not in text
     assert len([line for line in text.splitlines() if " 0x00" in line]) == 23
@@ -41,11 +54,17 @@ def test_smartctl_reads_identity_attributes_and_health(board):
 def attributes_of_hdsmart(board):
     """(id, flags, value, worst, threshold, raw value) as `bt2 hdsmart` prints them."""
     report = board.run("bt2", "hdsmart", "/dev/sda").stdout
-    lines = [line for line in report.split(b"Status  \n\n")[1].split(b"\n") if line.endswith((b"OK    ", b"ILL   "))]
+    lines = [
+        line
+        for line in report.split(b"Status  \n\n")[1].split(b"\n")
+        if line.endswith((b"OK    ", b"ILL   "))
+    ]
     rows = []
     for line in lines:
         flags, threshold, value, worst, raw, _ = line[44:].split()
-        rows.append((int(line[:4], 16), int(flags, 16), int(value), int(worst), int(threshold), int(raw)))
+        rows.append(
+            (int(line[:4], 16), int(flags, 16), int(value), int(worst), int(threshold), int(raw))
+        )
     return rows
 
 
@@ -53,8 +72,17 @@ def attributes_of_smartctl(board):
     """The same as smartctl reads them, with every raw value as a number of 48 bits."""
     # Its database knows some of these drives and would show their raw values in other ways.
     run = board.run_command([SMARTCTL, "-j", "-A", "-P", "ignore", "-v", "N,raw48", "/dev/sda"])
-    return [(row["id"], row["flags"]["value"], row["value"], row["worst"], row["thresh"], row["raw"]["value"])
-            for row in json.loads(run.stdout)["ata_smart_attributes"]["table"]]
+    return [
+        (
+            row["id"],
+            row["flags"]["value"],
+            row["value"],
+            row["worst"],
+            row["thresh"],
+            row["raw"]["value"],
+        )
+        for row in json.loads(run.stdout)["ata_smart_attributes"]["table"]
+    ]
 
 
 def test_there_are_recorded_drives():
@@ -83,8 +111,12 @@ def test_smartctl_sees_a_failing_disk(board):
 def test_hdparm_reads_the_identity(board):
     run = board.run_command([HDPARM, "-I", "/dev/sda"])
     assert run.status == 0
-    for line in (b"Model Number:       QX-SSD 128GB", b"Serial Number:      QX0123456789ABCDEF01",
-                 b"LBA48  user addressable sectors:   250069680", b"Checksum: correct"):
+    for line in (
+        b"Model Number:       QX-SSD 128GB",
+        b"Serial Number:      QX0123456789ABCDEF01",
+        b"LBA48  user addressable sectors:   250069680",
+        b"Checksum: correct",
+    ):
         assert line in run.stdout
 
 
@@ -96,7 +128,10 @@ def test_an_image_that_was_damaged_on_its_way_is_not_taken_over(board):
     (work / "FIRMWAREQXFW01A3.bin").write_bytes(disk.make_image(board))
     board.run("upgrade", "ssd", "sda", "FIRMWAREQXFW01A3.bin", cwd=work)
     assert disk.setting(board, "updates") is None
-    assert b"FirmWare(FW):                    QXFW01A2\n" in board.run("bt2", "hdsmart", "/dev/sda").stdout
+    assert (
+        b"FirmWare(FW):                    QXFW01A2\n"
+        in board.run("bt2", "hdsmart", "/dev/sda").stdout
+    )
 
 
 def test_other_requests_are_no_requests_of_a_disk(board):

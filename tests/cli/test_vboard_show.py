@@ -10,8 +10,13 @@ from conftest import HANGS_AFTER_SECONDS, environment
 
 
 def show(build, *words):
-    done = subprocess.run([build / "bin/vboard", "show", *map(str, words)], capture_output=True,
-                          timeout=HANGS_AFTER_SECONDS, check=False, env=environment())
+    done = subprocess.run(
+        [build / "bin/vboard", "show", *map(str, words)],
+        capture_output=True,
+        timeout=HANGS_AFTER_SECONDS,
+        check=False,
+        env=environment(),
+    )
     return done.returncode, done.stdout, done.stderr
 
 
@@ -38,13 +43,13 @@ def png_pixels(data):
     position, packed = 8, b""
     while position < len(data):
         length, kind = struct.unpack_from(">I4s", data, position)
-        body = data[position + 8:position + 8 + length]
+        body = data[position + 8 : position + 8 + length]
         assert zlib.crc32(kind + body) == struct.unpack_from(">I", data, position + 8 + length)[0]
         if kind == b"IHDR":
             width, height, depth, colour, _, _, interlaced = struct.unpack(">IIBBBBB", body)
             assert interlaced == 0
         elif kind == b"PLTE":
-            palette = [sum(body[i:i + 3]) for i in range(0, length, 3)]
+            palette = [sum(body[i : i + 3]) for i in range(0, length, 3)]
         elif kind == b"IDAT":
             packed += body
         position += 12 + length
@@ -54,7 +59,7 @@ def png_pixels(data):
     stride, step = (width * bits + 7) // 8, max(1, bits // 8)
     raw, rows, above = zlib.decompress(packed), [], bytes(stride)
     for start in range(0, (stride + 1) * height, stride + 1):
-        kind, line = raw[start], bytearray(raw[start + 1:start + 1 + stride])
+        kind, line = raw[start], bytearray(raw[start + 1 : start + 1 + stride])
         for i in range(stride):
             left = line[i - step] if i >= step else 0
             corner = above[i - step] if i >= step else 0
@@ -67,16 +72,21 @@ def png_pixels(data):
                 line[i] = line[i] + (left + up) // 2 & 255
             elif kind == 4:
                 guess = left + up - corner
-                nearest = min((abs(guess - left), 0, left), (abs(guess - up), 1, up),
-                              (abs(guess - corner), 2, corner))[2]
+                nearest = min(
+                    (abs(guess - left), 0, left),
+                    (abs(guess - up), 1, up),
+                    (abs(guess - corner), 2, corner),
+                )[2]
                 line[i] = line[i] + nearest & 255
         above = bytes(line)
         row = []
         for x in range(width):
             if depth == 8:
-                point = line[x * step:(x + 1) * step]
+                point = line[x * step : (x + 1) * step]
             else:
-                point = bytes([line[x * depth // 8] >> (8 - depth - x * depth % 8) & (1 << depth) - 1])
+                point = bytes(
+                    [line[x * depth // 8] >> (8 - depth - x * depth % 8) & (1 << depth) - 1]
+                )
             if colour == 3:
                 row.append(palette[point[0]])
             elif colour in (2, 6):
@@ -114,7 +124,11 @@ def test_png_of_the_display_has_the_frame_s_pixels(board, build, tmp_path):
     assert glass - ink > 100
     for y in range(64):
         for x in range(128):
-            block = {rows[top + y * scale + dy][left + x * scale + dx] for dy in range(scale) for dx in range(scale)}
+            block = {
+                rows[top + y * scale + dy][left + x * scale + dx]
+                for dy in range(scale)
+                for dx in range(scale)
+            }
             assert block == ({ink} if (y, x) in dark else {glass}), (y, x)
 
 
@@ -128,12 +142,19 @@ def test_png_of_a_white_screen_has_no_dark_pixel(board, build, tmp_path):
 def dots(text):
     """The display's dark points out of a drawing in Braille characters, two by four points each."""
     places = ((0, 0), (1, 0), (2, 0), (0, 1), (1, 1), (2, 1), (3, 0), (3, 1))
-    drawn = [[ord(letter) - 0x2800 for letter in line if 0x2800 <= ord(letter) <= 0x28FF]
-             for line in text.splitlines()]
+    drawn = [
+        [ord(letter) - 0x2800 for letter in line if 0x2800 <= ord(letter) <= 0x28FF]
+        for line in text.splitlines()
+    ]
     drawn = [line for line in drawn if line]
     assert [len(line) for line in drawn] == [64] * 16
-    return {(row * 4 + down, column * 2 + right) for row, line in enumerate(drawn)
-            for column, cell in enumerate(line) for bit, (down, right) in enumerate(places) if cell >> bit & 1}
+    return {
+        (row * 4 + down, column * 2 + right)
+        for row, line in enumerate(drawn)
+        for column, cell in enumerate(line)
+        for bit, (down, right) in enumerate(places)
+        if cell >> bit & 1
+    }
 
 
 def test_show_draws_the_display_in_the_terminal(board, build):
@@ -147,24 +168,29 @@ def test_show_draws_the_display_in_the_terminal(board, build):
 def test_show_draws_the_upper_half_of_the_half_screen_dark(board, build):
     board.run("bt1", "lcd", "-i", "-p", "-r")
     assert dots(show(build, board.directory, "/dev/lcd")[1].decode()) == {
-        (row, column) for row in range(32) for column in range(128)}
+        (row, column) for row in range(32) for column in range(128)
+    }
 
 
-@pytest.mark.parametrize("key, value, seen", [
-    ("display_on", 0, lambda row, column, dark: False),
-    ("all_points", 1, lambda row, column, dark: True),
-    ("inverse", 1, lambda row, column, dark: (row, column) not in dark),
-    # The glass hangs upside down, which the initialisation sequence makes up for.
-    ("rows_reversed", 0, lambda row, column, dark: (63 - row, column) in dark),
-    ("columns_reversed", 1, lambda row, column, dark: (row, 127 - column) in dark),
-    ("start_line", 8, lambda row, column, dark: ((row + 8) % 64, column) in dark),
-])
+@pytest.mark.parametrize(
+    "key, value, seen",
+    [
+        ("display_on", 0, lambda row, column, dark: False),
+        ("all_points", 1, lambda row, column, dark: True),
+        ("inverse", 1, lambda row, column, dark: (row, column) not in dark),
+        # The glass hangs upside down, which the initialisation sequence makes up for.
+        ("rows_reversed", 0, lambda row, column, dark: (63 - row, column) in dark),
+        ("columns_reversed", 1, lambda row, column, dark: (row, 127 - column) in dark),
+        ("start_line", 8, lambda row, column, dark: ((row + 8) % 64, column) in dark),
+    ],
+)
 def test_show_draws_what_the_controller_s_modes_make_of_the_frame(board, build, key, value, seen):
     frame, dark = picture()
     put_picture(board, frame)
     board.set("/dev/lcd", key, value)
     assert dots(show(build, board.directory, "/dev/lcd")[1].decode()) == {
-        (row, column) for row in range(64) for column in range(128) if seen(row, column, dark)}
+        (row, column) for row in range(64) for column in range(128) if seen(row, column, dark)
+    }
 
 
 def test_show_tells_of_every_device(board, build):
@@ -181,8 +207,15 @@ def test_show_tells_what_is_broken(board, build):
     assert b"EBUSY" in show(build, board.directory)[1]
 
 
-@pytest.mark.parametrize("words", [["/dev/none"], ["/dev/iccard", "--png", "x.png"], ["/dev/lcd", "--png", "/no/such/x.png"],
-                                   ["--png", "x.png"]])
+@pytest.mark.parametrize(
+    "words",
+    [
+        ["/dev/none"],
+        ["/dev/iccard", "--png", "x.png"],
+        ["/dev/lcd", "--png", "/no/such/x.png"],
+        ["--png", "x.png"],
+    ],
+)
 def test_show_refuses_what_it_cannot_draw(board, build, tmp_path, monkeypatch, words):
     monkeypatch.chdir(tmp_path)
     status, _, stderr = show(build, board.directory, *words)

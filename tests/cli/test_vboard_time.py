@@ -16,7 +16,11 @@ SPEED = 5 if EMULATOR else 20
 
 def times(run):
     """What each "now" printed."""
-    return [float(line.split()[1]) for line in run.stdout.decode().splitlines() if line.startswith("now ")]
+    return [
+        float(line.split()[1])
+        for line in run.stdout.decode().splitlines()
+        if line.startswith("now ")
+    ]
 
 
 def real_seconds(work):
@@ -68,7 +72,9 @@ def test_each_wait_takes_exactly_its_time_at_max_speed(board, probe, steps, told
 
 @pytest.mark.parametrize("steps, told", WAITS, ids=name_of)
 def test_each_wait_takes_at_least_its_time_when_scaled(board, one_probe, steps, told):
-    took, run = real_seconds(lambda: board.run_command([one_probe, "now", *steps, "now"], speed=str(SPEED)))
+    took, run = real_seconds(
+        lambda: board.run_command([one_probe, "now", *steps, "now"], speed=str(SPEED))
+    )
     # What is left of an interrupted sleep depends on when the interruption was noticed.
     told = told.split()[0] if told in ("sleep 8", "remainder 8.000") else told
     assert any(line.startswith(told) for line in lines(run))
@@ -93,7 +99,9 @@ def test_half_a_minute_takes_a_twentieth_at_speed_20(board, one_probe):
 
 
 def test_time_is_the_pc_s_at_speed_1(board, one_probe):
-    took, run = real_seconds(lambda: run_steps(board, one_probe, "now; usleep 400000; now", speed="1"))
+    took, run = real_seconds(
+        lambda: run_steps(board, one_probe, "now; usleep 400000; now", speed="1")
+    )
     assert 0.399 <= times(run)[1] <= took
     assert took >= 0.4
 
@@ -107,8 +115,10 @@ def test_a_wait_for_nothing_takes_no_time(board, probe):
 @pytest.mark.parametrize("speed", ["max", "20"])
 def test_timers_repeat(board, probe, speed):
     for timer in ("itimer", "timer"):
-        run = board.run_command([probe, "catch", "ALRM", "now", timer, "0.5", "1.5", "pauses", "4", "caught"],
-                                speed=speed)
+        run = board.run_command(
+            [probe, "catch", "ALRM", "now", timer, "0.5", "1.5", "pauses", "4", "caught"],
+            speed=speed,
+        )
         assert lines(run)[-1] == "caught 4"
         passed = times(run)[1:]
         for shown, meant in zip(passed, (0.5, 2.0, 3.5, 5.0)):
@@ -132,11 +142,21 @@ def test_the_date_passes_with_the_board(board, probe):
 
 
 def test_waits_stand_in_the_trace_with_the_time_asked_for(board, probe):
-    run = run_steps(board, probe,
-                    "sleep 2; usleep 300000; select 1.5; poll 0.25; nanosleep 0.001; catch ALRM; "
-                    "alarm 2; select -1; alarm 1; poll -1")
-    assert run.requests == ["sleep 2.000000", "sleep 0.300000", "select 1.500000", "poll 0.250000", "sleep 0.001000",
-                            "select forever", "poll forever"]
+    run = run_steps(
+        board,
+        probe,
+        "sleep 2; usleep 300000; select 1.5; poll 0.25; nanosleep 0.001; catch ALRM; "
+        "alarm 2; select -1; alarm 1; poll -1",
+    )
+    assert run.requests == [
+        "sleep 2.000000",
+        "sleep 0.300000",
+        "select 1.500000",
+        "poll 0.250000",
+        "sleep 0.001000",
+        "select forever",
+        "poll forever",
+    ]
     # Times of the trace are board times, and they do not run backwards.
     stamps = [stamp for stamp, _ in run.trace]
     assert stamps == sorted(stamps)
@@ -151,8 +171,23 @@ def test_waits_stand_in_the_trace_with_the_time_asked_for(board, probe):
 def test_a_wait_ends_when_the_device_is_ready(board, probe, wait, limit):
     # The motion sensor has a sample every second.
     board.set("/dev/gyro", "poll_ms", "1000")
-    run = board.run_command([probe, "now", "open", "/dev/gyro", "rdwr", wait, limit, "now", "read", "28", wait,
-                             limit, "now"])
+    run = board.run_command(
+        [
+            probe,
+            "now",
+            "open",
+            "/dev/gyro",
+            "rdwr",
+            wait,
+            limit,
+            "now",
+            "read",
+            "28",
+            wait,
+            limit,
+            "now",
+        ]
+    )
     assert [line for line in lines(run) if line.startswith(wait)] == [wait + " 1"] * 2
     assert [round(shown, 2) for shown in times(run)] == [0, 1, 2]
 
@@ -190,8 +225,19 @@ def test_an_interrupted_read_answers_eintr(board, probe):
 # --- threads ----------------------------------------------------------------------------------------
 
 THREADS = [
-    ("interleave", ["1.0 second", "1.4 first", "2.0 second", "2.8 first", "3.0 second", "4.0 second", "4.2 first",
-                    "4.2 joined"]),
+    (
+        "interleave",
+        [
+            "1.0 second",
+            "1.4 first",
+            "2.0 second",
+            "2.8 first",
+            "3.0 second",
+            "4.0 second",
+            "4.2 first",
+            "4.2 joined",
+        ],
+    ),
     ("thread_join", ["2.0 woke", "2.0 joined"]),
     ("cond_signalled", ["2.0 signalled"]),
     ("cond_forever", ["2.0 signalled"]),
@@ -214,13 +260,24 @@ def test_threads_share_one_clock_that_jumps_when_all_wait(board, probe, step, to
 def test_threads_in_scaled_time(board, one_probe):
     run = run_steps(board, one_probe, "cond_signalled; interleave; cond_too_late", speed="10")
     words = [line.split(" ", 1)[1] for line in lines(run)]
-    assert words == ["signalled"] + [line.split(" ", 1)[1] for line in THREADS[0][1]] + ["timed out", "too late"]
+    assert words == ["signalled"] + [line.split(" ", 1)[1] for line in THREADS[0][1]] + [
+        "timed out",
+        "too late",
+    ]
 
 
 def test_a_child_s_waits_take_its_time_and_the_parent_s_go_on(board, probe):
     took, run = real_seconds(
-        lambda: run_steps(board, probe, "now; fork; sleep 600; now; join; sleep 300; now"))
-    assert [line.split()[0] for line in lines(run)] == ["now", "sleep", "now", "child", "sleep", "now"]
+        lambda: run_steps(board, probe, "now; fork; sleep 600; now; join; sleep 300; now")
+    )
+    assert [line.split()[0] for line in lines(run)] == [
+        "now",
+        "sleep",
+        "now",
+        "child",
+        "sleep",
+        "now",
+    ]
     assert round(times(run)[1], 1) == 600
     assert times(run)[2] >= 300
     assert took < 30
@@ -229,8 +286,17 @@ def test_a_child_s_waits_take_its_time_and_the_parent_s_go_on(board, probe):
 # --- deterministic ------------------------------------------------------------------------------------
 
 
-@pytest.mark.parametrize("words", [["lcd", "autotest"], ["iccard", "autotest"], ["iccard", "-c"], ["gsensor", "autotest"],
-                                   ["lcd", "-u"]], ids="-".join)
+@pytest.mark.parametrize(
+    "words",
+    [
+        ["lcd", "autotest"],
+        ["iccard", "autotest"],
+        ["iccard", "-c"],
+        ["gsensor", "autotest"],
+        ["lcd", "-u"],
+    ],
+    ids="-".join,
+)
 def test_the_same_run_twice_leaves_the_same_trace(make_board, words):
     def trace():
         board = make_board()
@@ -249,7 +315,9 @@ def test_the_same_threads_twice_print_the_same(board, one_probe):
     assert first.stdout == second.stdout
     # Which of two threads that run at one moment comes first is the PC's affair, and so are the
     # microseconds that their calls cost.
-    moments = [sorted((round(time, 3), line) for time, line in run.trace) for run in (first, second)]
+    moments = [
+        sorted((round(time, 3), line) for time, line in run.trace) for run in (first, second)
+    ]
     assert moments[0] == moments[1]
 
 
@@ -259,15 +327,17 @@ def test_the_same_threads_twice_print_the_same(board, one_probe):
 @pytest.mark.parametrize("speed", ["max", "5"])
 @pytest.mark.parametrize("name, number", [("TERM", 15), ("INT", 2), ("HUP", 1), ("KILL", 9)])
 def test_a_signal_comes_at_its_board_time(board, one_probe, speed, name, number):
-    run = run_steps(board, one_probe,
-                    "now; sleep 1; now; sleep 100; now", signals=[f"{name}@2.5"], speed=speed)
+    run = run_steps(
+        board, one_probe, "now; sleep 1; now; sleep 100; now", signals=[f"{name}@2.5"], speed=speed
+    )
     assert run.status == 128 + number
     assert len(times(run)) == 2
 
 
 def test_signals_are_caught_and_repeat(board, probe):
-    run = run_steps(board, probe,
-                    "catch INT; now; pauses 3; caught", signals=["INT@1", "INT@2.5", "INT@4"])
+    run = run_steps(
+        board, probe, "catch INT; now; pauses 3; caught", signals=["INT@1", "INT@2.5", "INT@4"]
+    )
     assert lines(run)[-1] == "caught 3"
     assert [round(shown, 2) for shown in times(run)[1:]] == [1.0, 2.5, 4.0]
 
@@ -296,7 +366,9 @@ def test_for_ends_a_wait_for_ever(board, one_probe):
 
 
 def test_for_does_not_lengthen_a_run(board, one_probe):
-    took, run = real_seconds(lambda: run_steps(board, one_probe, "sleep 1", seconds=3600, speed="20"))
+    took, run = real_seconds(
+        lambda: run_steps(board, one_probe, "sleep 1", seconds=3600, speed="20")
+    )
     assert lines(run) == ["sleep 0"]
     assert took < 30
 

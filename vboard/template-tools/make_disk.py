@@ -51,7 +51,7 @@ def swapped(text, size):
 
 
 def with_checksum(sector):
-    sector[SECTOR - 1] = -sum(sector[:SECTOR - 1]) & 0xFF
+    sector[SECTOR - 1] = -sum(sector[: SECTOR - 1]) & 0xFF
     return bytes(sector)
 
 
@@ -60,7 +60,7 @@ def identify():
 
     def word(index, *values):
         for offset, value in enumerate(values):
-            sector[2 * (index + offset):2 * (index + offset) + 2] = value.to_bytes(2, "little")
+            sector[2 * (index + offset) : 2 * (index + offset) + 2] = value.to_bytes(2, "little")
 
     word(0, 0x0040)
     word(1, 16383)
@@ -98,8 +98,8 @@ def smart_values():
     sector[0:2] = (0x0010).to_bytes(2, "little")
     for index, (number, flags, value, worst, raw, _) in enumerate(ATTRIBUTES):
         at = 2 + 12 * index
-        sector[at:at + 5] = bytes((number, flags & 0xFF, flags >> 8, value, worst))
-        sector[at + 5:at + 11] = raw.to_bytes(6, "little")
+        sector[at : at + 5] = bytes((number, flags & 0xFF, flags >> 8, value, worst))
+        sector[at + 5 : at + 11] = raw.to_bytes(6, "little")
     sector[362] = 0x02
     sector[364:366] = (32).to_bytes(2, "little")
     sector[367] = 0x5B
@@ -115,7 +115,7 @@ def smart_thresholds():
     sector = bytearray(SECTOR)
     sector[0:2] = (0x0010).to_bytes(2, "little")
     for index, (number, _, _, _, _, threshold) in enumerate(ATTRIBUTES):
-        sector[2 + 12 * index:4 + 12 * index] = bytes((number, threshold))
+        sector[2 + 12 * index : 4 + 12 * index] = bytes((number, threshold))
     return with_checksum(sector)
 
 
@@ -130,8 +130,12 @@ def ram():
     return bytes(block)
 
 
-MEDIA = {"sda.identify": identify, "sda.smart_values": smart_values, "sda.smart_thresholds": smart_thresholds,
-         "sda.ram": ram}
+MEDIA = {
+    "sda.identify": identify,
+    "sda.smart_values": smart_values,
+    "sda.smart_thresholds": smart_thresholds,
+    "sda.ram": ram,
+}
 
 
 def main():
