@@ -9,10 +9,10 @@
 #include <gtest/gtest.h>
 
 #include "model_harness.h"
+#include "uboot_image.h"
 #include "vboard/board/kernel.h"
 #include "vboard/launcher/draw.h"
 #include "vboard/launcher/draw_lcd.h"
-#include "vboard/launcher/media.h"
 #include "vboard/launcher/png.h"
 
 using namespace vboard;
@@ -86,14 +86,16 @@ TEST(DrawLcd, black_and_white_halves) {
 TEST(DrawBoard, page_names_what_a_person_looks_for) {
   ModelHarness board("model = rtc\nstopped = 1\n");
   board.write_file("board", "vboard board, format 1\n");
-  board.write_file("etc/uboot-env.txt", "a=1\nb=2\n");
+  board.write_file("media/mtd1.bin",
+                   uboot_image({"a=1", "b=2"}, 16384) + std::string(49152, '\xff'));
   board.write_file("dev/mtd1", "model = mtd\nmedium = mtd1.bin\n");
   board.write_file("dev/iccard", "model = iccard\nmedium = iccard.bin\n");
   board.write_file("dev/other", "model = unheard-of\n");
   board.write_file("sys/class/leds/buzzer/brightness", "1\n");
   board.write_file("net/ppp0", "ipv4 = 10.64.0.2\n");
   board.write_file("faults", "# none of these\n/dev/rtc0 absent\n");
-  ASSERT_EQ(make_media(board.directory.c_str()), 0);
+  board.write_file("media/iccard.bin", std::string(256, '\0'));
+  board.write_file("sys/bus/nvmem/devices/bootparam0/nvmem", std::string(256, '\0'));
   std::string page = board_page(board);
   EXPECT_TRUE(has(page, "vboard board, format 1\n"));
   EXPECT_TRUE(has(page, "follows the board's calendar, stopped\n")) << page;
@@ -276,19 +278,4 @@ TEST(DrawPng, is_a_picture_of_displays_only) {
   EXPECT_EQ(write_png(board.directory.c_str(), "/dev/rtc0", file.c_str()), -ENOTSUP);
   EXPECT_EQ(write_png(board.directory.c_str(), "/dev/none", file.c_str()), -ENOENT);
   EXPECT_LT(write_png(board.directory.c_str(), "/dev/node", "/nowhere/x.png"), 0);
-}
-
-TEST(Media, made_once_and_then_left_alone) {
-  ModelHarness board("");
-  board.write_file("etc/uboot-env.txt", "a=1\n");
-  ASSERT_EQ(make_media(board.directory.c_str()), 0);
-  EXPECT_EQ(board.file("media/mtd1.bin").size(), 65536u);
-  EXPECT_EQ(board.file("media/mtd1.bin").substr(4, 5), std::string("a=1\0\0", 5));
-  EXPECT_EQ(board.file("media/mtd1.bin").substr(16384, 4), "\xff\xff\xff\xff");
-  EXPECT_EQ(board.file("media/lcd.frame"), std::string(1024, '\0'));
-  EXPECT_EQ(board.file("media/iccard.bin"), std::string(256, '\0'));
-  EXPECT_EQ(board.file("sys/bus/nvmem/devices/bootparam0/nvmem"), std::string(256, '\0'));
-  board.write_file("media/iccard.bin", "mine");
-  ASSERT_EQ(make_media(board.directory.c_str()), 0);
-  EXPECT_EQ(board.file("media/iccard.bin"), "mine");
 }

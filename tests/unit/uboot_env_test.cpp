@@ -1,4 +1,4 @@
-// The environment image that a new virtual board has in flash.
+// The boot loader's environment in the flash of a virtual board.
 
 #include <cstring>
 #include <string>
@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include "uboot_image.h"
 #include "vboard/board/uboot_env.h"
 
 using namespace vboard;
@@ -16,6 +17,11 @@ std::span<const unsigned char> bytes_of(const char *text) {
   return {reinterpret_cast<const unsigned char *>(text), std::strlen(text)};
 }
 
+std::vector<unsigned char> image_of(std::initializer_list<std::string_view> entries) {
+  std::string image = uboot_image(entries, 64);
+  return {image.begin(), image.end()};
+}
+
 }  // namespace
 
 TEST(UbootEnv, crc_is_that_of_ethernet) {
@@ -24,31 +30,8 @@ TEST(UbootEnv, crc_is_that_of_ethernet) {
   EXPECT_EQ(crc32_of(bytes_of("\xFF\xFF\xFF\xFF")), 0xFFFFFFFFu);  // bytes have no sign
 }
 
-TEST(UbootEnv, image_is_crc_entries_and_zeroes) {
-  std::vector<unsigned char> image(32, 0xEE);
-  ASSERT_TRUE(build_uboot_env("# comment\n\na=1\nempty=\nb=x=y\n", image));
-  const char expected[28] = "a=1\0empty=\0b=x=y\0";
-  EXPECT_EQ(std::memcmp(image.data() + 4, expected, 28), 0);
-  std::uint32_t crc = crc32_of(std::span<const unsigned char>(image).subspan(4));
-  EXPECT_EQ(image[0], crc & 0xFF);
-  EXPECT_EQ(image[3], crc >> 24);
-}
-
-TEST(UbootEnv, a_text_that_just_fits) {
-  std::vector<unsigned char> image(4 + 4 + 1);  // checksum, entry with its end, empty entry
-  EXPECT_TRUE(build_uboot_env("a=1", image));
-  EXPECT_FALSE(build_uboot_env("a=12", image));
-}
-
-TEST(UbootEnv, lines_without_a_name_are_refused) {
-  std::vector<unsigned char> image(64);
-  EXPECT_FALSE(build_uboot_env("=1\n", image));
-  EXPECT_FALSE(build_uboot_env("word\n", image));
-}
-
 TEST(UbootEnv, inspection_counts_variables_and_notices_a_wrong_bit) {
-  std::vector<unsigned char> image(64);
-  ASSERT_TRUE(build_uboot_env("a=1\nlonger=value\n", image));
+  std::vector<unsigned char> image = image_of({"a=1", "longer=value"});
   UbootEnv env = inspect_uboot_env(image);
   EXPECT_TRUE(env.valid);
   EXPECT_EQ(env.variables, 2);
@@ -58,8 +41,7 @@ TEST(UbootEnv, inspection_counts_variables_and_notices_a_wrong_bit) {
 }
 
 TEST(UbootEnv, variables_come_in_order) {
-  std::vector<unsigned char> image(64);
-  ASSERT_TRUE(build_uboot_env("one=1\ntwo=2\n", image));
+  std::vector<unsigned char> image = image_of({"one=1", "two=2"});
   std::size_t offset = 0;
   std::string_view entry;
   ASSERT_TRUE(next_uboot_variable(image, offset, entry));

@@ -19,29 +19,6 @@ std::uint32_t crc32_of(std::span<const unsigned char> bytes) {
   return ~crc;
 }
 
-bool build_uboot_env(std::string_view text, std::span<unsigned char> out) {
-  if (out.size() < kDataOffset + 2)
-    return false;
-  std::fill(out.begin(), out.end(), static_cast<unsigned char>(0));
-  std::size_t at = kDataOffset;
-  while (!text.empty()) {
-    std::string_view line = text.substr(0, text.find('\n'));
-    text.remove_prefix(std::min(text.size(), line.size() + 1));
-    if (line.find_first_not_of(" \t\r") == std::string_view::npos || line[0] == '#')
-      continue;
-    std::size_t equals = line.find('=');
-    // The entry, its end and the empty entry behind the last one.
-    if (equals == std::string_view::npos || equals == 0 || line.size() + 2 > out.size() - at)
-      return false;
-    std::copy(line.begin(), line.end(), out.begin() + static_cast<std::ptrdiff_t>(at));
-    at += line.size() + 1;
-  }
-  std::uint32_t crc = crc32_of(out.subspan(kDataOffset));
-  for (int byte = 0; byte < 4; byte++)
-    out[static_cast<std::size_t>(byte)] = static_cast<unsigned char>(crc >> (8 * byte));
-  return true;
-}
-
 bool next_uboot_variable(std::span<const unsigned char> image, std::size_t &offset,
                          std::string_view &out) {
   std::size_t at = std::max(offset, kDataOffset);

@@ -14,10 +14,6 @@ namespace vboard {
 // CRC-32 as Ethernet and gzip have it.
 std::uint32_t crc32_of(std::span<const unsigned char> bytes);
 
-// Builds an image that fills `out` from a text of "name=value" lines; blank lines and lines that
-// start with # are left out. False when it does not fit or a line has no name.
-bool build_uboot_env(std::string_view text, std::span<unsigned char> out);
-
 struct UbootEnv {
   bool valid;  // the CRC holds
   int variables;

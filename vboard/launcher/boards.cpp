@@ -17,7 +17,6 @@
 #include "vboard/board/kernel.h"
 #include "vboard/board/node.h"
 #include "vboard/board/text.h"
-#include "vboard/launcher/media.h"
 
 namespace vboard {
 
@@ -191,11 +190,6 @@ int make_board(const char *directory, const char *gyro) {
       return fail("%s: exists and is not an empty directory", directory);
   }
   int result = copy_tree(from, directory);
-  if (result == 0) {
-    int made = make_media(directory);
-    if (made < 0)
-      result = fail("%s: the media cannot be made: %s", directory, strerror(-made));
-  }
   if (result == 0 && gyro != nullptr)
     result = set_gyro(directory, gyro);
   return result;
