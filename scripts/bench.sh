@@ -35,6 +35,10 @@ $as_root python3 "$top/bench/startup.py" "$image" "${ROUNDS:-2000}" \
   "busybox true (dynamic)=/usr/bin/busybox true"
 
 echo
+echo "A command on a virtual board (mean processor and wall time, ratios to true alone)"
+python3 "$top/bench/boards.py" "$build/bin/vboard" "${BOARD_ROUNDS:-30}"
+
+echo
 echo "Physical memory of a virtual board (median wall time, ratio to dd)"
 python3 "$top/bench/memory.py" "$build/bin/vboard" "$image/usr/bin/benchrig" "${MEMORY_ROUNDS:-20}"
 

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "vboard/board/board_files.h"
 #include "vboard/board/kernel.h"
 #include "vboard/board/text.h"
 
@@ -74,7 +75,7 @@ int write_whole(int fd, const Node &node) {
 }  // namespace
 
 int load_node(const char *file, Node &out) {
-  int fd = sys_open(file, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+  int fd = board_open(file, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
   if (fd < 0)
     return fd;
   int result = sys_flock(fd, LOCK_SH);
@@ -133,7 +134,7 @@ bool set_node_number(Node &node, std::string_view key, std::int64_t value) {
 }
 
 int update_node(const char *file, void (*change)(Node &node, void *context), void *context) {
-  int fd = sys_open(file, O_RDWR | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+  int fd = board_open(file, O_RDWR | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
   if (fd < 0)
     return fd;
   int result = sys_flock(fd, LOCK_EX);

@@ -10,11 +10,11 @@
 namespace vboard {
 
 // The environment of a run.
-inline constexpr char kBoardVariable[] = "VBOARD_DIR";      // the board directory, absolute
-inline constexpr char kRunVariable[] = "VBOARD_RUN";        // the file of the run page
-inline constexpr char kTraceVariable[] = "VBOARD_TRACE";    // the trace file, absolute
-inline constexpr char kFaultsVariable[] = "VBOARD_FAULTS";  // more fault lines
-
+inline constexpr char kBoardVariable[] = "VBOARD_DIR";          // the board directory, absolute
+inline constexpr char kTemplateVariable[] = "VBOARD_TEMPLATE";  // of a fresh board: what it lacks
+inline constexpr char kRunVariable[] = "VBOARD_RUN";            // the file of the run page
+inline constexpr char kTraceVariable[] = "VBOARD_TRACE";        // the trace file, absolute
+inline constexpr char kFaultsVariable[] = "VBOARD_FAULTS";      // more fault lines
 inline constexpr char kWorkVariable[] = "VBOARD_WORK";  // the directory that the run began in
 
 inline constexpr std::uint32_t kRunMagic = 0x76627231;
@@ -40,6 +40,8 @@ struct RunPage {
       calendar_start;                // the board's calendar then; setting the clock moves it
   std::atomic<std::int64_t> jumped;  // board time of a jumping run
   std::atomic<std::int64_t> reset_time;
+  std::atomic<std::uint32_t>
+      board_is_whole;                  // a fresh board that does not need its template any more
   std::atomic<std::uint32_t> outcome;  // kGoingOn, kBoardReset, kBoardReboot: the first one stays
   std::uint32_t signal_count;
   PlannedSignal signals[kMaxSignals];

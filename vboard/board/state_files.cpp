@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <sys/file.h>
 
+#include "vboard/board/board_files.h"
 #include "vboard/board/kernel.h"
 
 namespace vboard {
@@ -32,8 +33,8 @@ int with_file(const char *board, std::string_view name, Call call) {
 }  // namespace
 
 ssize_t load_state(const char *board, std::string_view name, std::span<char> out) {
-  int fd =
-      with_file(board, name, [](const char *path) { return sys_open(path, O_RDONLY | O_CLOEXEC); });
+  int fd = with_file(board, name,
+                     [](const char *path) { return board_open(path, O_RDONLY | O_CLOEXEC); });
   if (fd < 0)
     return fd;
   sys_flock(fd, LOCK_SH);
@@ -44,7 +45,7 @@ ssize_t load_state(const char *board, std::string_view name, std::span<char> out
 
 int store_state(const char *board, std::string_view name, std::string_view bytes) {
   int fd = with_file(board, name, [](const char *path) {
-    return sys_open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+    return board_open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0666);
   });
   if (fd < 0)
     return fd;
@@ -57,16 +58,25 @@ int store_state(const char *board, std::string_view name, std::string_view bytes
 }
 
 int remove_state(const char *board, std::string_view name) {
-  return with_file(board, name, [](const char *path) { return sys_unlink(path); });
+  return with_file(board, name, [](const char *path) {
+    int result = prepare_removal(path);
+    return result < 0 ? result : sys_unlink(path);
+  });
 }
 
 int make_state_directory(const char *board, std::string_view name) {
-  int result = with_file(board, name, [](const char *path) { return sys_mkdir(path, 0777); });
+  int result = with_file(board, name, [](const char *path) {
+    int owned = own_board_file(path);
+    return owned < 0 ? owned : sys_mkdir(path, 0777);
+  });
   return result == -EEXIST ? 0 : result;
 }
 
 int remove_state_directory(const char *board, std::string_view name) {
-  return with_file(board, name, [](const char *path) { return sys_rmdir(path); });
+  return with_file(board, name, [](const char *path) {
+    int result = prepare_removal(path);
+    return result < 0 ? result : sys_rmdir(path);
+  });
 }
 
 int move_state(const char *board, std::string_view from, std::string_view to) {
@@ -75,12 +85,19 @@ int move_state(const char *board, std::string_view from, std::string_view to) {
     return -EINVAL;
   if (has_state(board, to))
     return -EEXIST;
-  return with_file(board, from, [&](const char *path) { return sys_rename(path, file.text); });
+  return with_file(board, from, [&](const char *path) {
+    int result = own_board_file(path);
+    if (result == 0)
+      result = prepare_removal(path);
+    if (result == 0)
+      result = own_board_file(file.text);  // its directories
+    return result < 0 ? result : sys_rename(path, file.text);
+  });
 }
 
 int lock_state_directory(const char *board, std::string_view name) {
   int fd = with_file(board, name, [](const char *path) {
-    return sys_open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    return board_open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   });
   if (fd < 0)
     return fd;
@@ -94,7 +111,7 @@ int lock_state_directory(const char *board, std::string_view name) {
 bool has_state(const char *board, std::string_view name) {
   return with_file(board, name, [](const char *path) {
            FileStatus status;
-           return sys_stat(path, status);
+           return board_stat(path, status);
          }) == 0;
 }
 

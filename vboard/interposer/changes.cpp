@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <string_view>
 
+#include "vboard/board/board_files.h"
 #include "vboard/interposer/files.h"
 #include "vboard/interposer/models/attributes.h"
 #include "vboard/interposer/paths.h"
@@ -64,9 +65,17 @@ int change(const char *call, int directory, const char *path, bool follow, bool 
       break;
     }
     default:
-      result = kernel_result(act(AT_FDCWD, resolved.host));
+      result = take_over(resolved);
+      if (result == 0)
+        result = kernel_result(act(AT_FDCWD, resolved.host));
   }
   return end_by_name(call, resolved, result);
+}
+
+// The board's own copy of what is to be removed or renamed, which the template must not bring back.
+int prepare(Resolved &resolved) {
+  int result = take_over(resolved);
+  return result == 0 ? prepare_removal(resolved.host) : result;
 }
 
 }  // namespace
@@ -91,9 +100,12 @@ WRAP(int, unlinkat, int directory, const char *path, int flags) {
       result = -EPERM;
       break;
     case Place::kDirectory:
-      if ((flags & AT_REMOVEDIR) && std::string_view(resolved.real).starts_with("/sys/"))
+      if ((flags & AT_REMOVEDIR) && std::string_view(resolved.real).starts_with("/sys/")) {
         result = remove_sys_directory(board_directory(), resolved.real);
-      else
+        break;
+      }
+      result = prepare(resolved);
+      if (result == 0)
         result = kernel_result(REAL(unlinkat)(AT_FDCWD, resolved.host, flags));
       break;
     case Place::kFallback:
@@ -102,7 +114,9 @@ WRAP(int, unlinkat, int directory, const char *path, int flags) {
       resolved.traced = true;
       break;
     default:
-      result = kernel_result(REAL(unlinkat)(AT_FDCWD, resolved.host, flags));
+      result = prepare(resolved);
+      if (result == 0)
+        result = kernel_result(REAL(unlinkat)(AT_FDCWD, resolved.host, flags));
   }
   return end_by_name(call, resolved, result);
 }
@@ -145,8 +159,10 @@ WRAP(int, renameat2, int from_directory, const char *from, int to_directory, con
   } else if (source.place == Place::kFallback) {
     result = sys_access(source.asked, F_OK) == 0 ? -EROFS : -ENOENT;
   }
-  if (result == 0 && target.place == Place::kFallback)
-    result = copy_up(target, false);
+  if (result == 0)
+    result = prepare(source);
+  if (result == 0)
+    result = target.place == Place::kFallback ? copy_up(target, false) : take_over(target);
   if (result == 0) {
     // Both are the PC's by name, or both the board's files.
     auto name = [&](const Resolved &one, const char *path) {

@@ -71,8 +71,8 @@ Description *new_description(Kind kind, std::string_view asked, std::string_view
 }
 
 void free_description(Description *description) {
-  if (description->second != nullptr)
-    REAL(closedir)(description->second);
+  for (std::size_t i = 0; i < description->layer_count; i++)
+    REAL(closedir)(description->layers[i]);
   std::free(description);
 }
 

@@ -16,6 +16,8 @@ namespace vboard {
 
 inline constexpr int kMostDescriptors = 4096;
 
+inline constexpr std::size_t kMostLayers = 2;
+
 enum class Kind : std::uint8_t {
   kModel,
   kAttribute,  // a file under /sys
@@ -34,8 +36,10 @@ struct Description {
   int users;  // descriptors and calls under way
   char asked[256];
   char real[256];
-  DIR *second;  // the PC's side of a directory that both have
-  bool in_second;
+  // What a directory's listing goes on with after the board's own names: those of the template and
+  // of the PC. `layer` is the one that is being read, 0 for the board's own.
+  DIR *layers[kMostLayers];
+  std::size_t layer_count, layer;
 };
 
 // The description behind a descriptor, held until release(); null when it is not the board's.

@@ -2,7 +2,7 @@
 // ftw64 nftw nftw64.
 //
 // A directory that both the board and the PC have (/etc, /proc) lists the board's names first, then
-// those that only the PC has.
+// those that only the PC has. A fresh board's own names come before those of its template.
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "vboard/board/board_files.h"
 #include "vboard/board/text.h"
 #include "vboard/interposer/descriptors.h"
 #include "vboard/interposer/engine.h"
@@ -50,16 +51,18 @@ bool is_absent_entry(const Description &directory, const char *name) {
   return !join(directory, name, path, sizeof(path)) || is_absent({path, path});
 }
 
-bool board_has(const char *asked, const char *name) {
+// Whether a name of one layer was listed by a layer before it.
+bool is_listed(const Description &directory, const char *name) {
   char path[kPathSize];
   TextBuffer text = {path, sizeof(path) - 1, 0, false};
   append_text(text, board_root());
-  append_text(text, asked);
+  append_text(text, directory.real);
   append_text(text, "/");
   append_text(text, name);
   path[text.length] = '\0';
   FileStatus status;
-  return sys_stat(path, status, false) == 0;
+  bool after_template = directory.layer > 1;
+  return (after_template ? board_stat(path, status, false) : sys_stat(path, status, false)) == 0;
 }
 
 // A node file of /dev is a device in a listing.
@@ -80,35 +83,47 @@ Entry *next_entry(DIR *stream, Entry *(*read_next)(DIR *)) {
       release(directory);
     return read_next(stream);
   }
-  Entry *entry = nullptr;
-  while (!directory->in_second) {
-    entry = read_next(stream);
+  Entry *entry;
+  for (;;) {
+    std::size_t layer = directory->layer;
+    entry = read_next(layer == 0 ? stream : directory->layers[layer - 1]);
     if (entry == nullptr) {
-      directory->in_second = directory->second != nullptr;
-      break;
-    }
-    if (is_dot(entry->d_name))
-      break;
-    if (!is_absent_entry(*directory, entry->d_name)) {
+      if (layer == directory->layer_count)
+        break;
+      directory->layer++;
+    } else if (is_dot(entry->d_name)) {
+      if (layer == 0)
+        break;
+    } else if (!is_absent_entry(*directory, entry->d_name) &&
+               (layer == 0 || !is_listed(*directory, entry->d_name))) {
       show_type(*directory, *entry);
       break;
     }
-  }
-  while (directory->in_second && entry == nullptr) {
-    entry = read_next(directory->second);
-    if (entry == nullptr)
-      break;
-    if (is_dot(entry->d_name) || board_has(directory->asked, entry->d_name))
-      entry = nullptr;
   }
   release(directory);
   return entry;
 }
 
-// The PC's side of a directory of the board, where there is one.
-void open_second(Description &directory) {
-  if (territory_of(directory.asked) == Territory::kOverlay && directory.second == nullptr)
-    directory.second = REAL(opendir)(directory.asked);
+void add_layer(Description &directory, const char *path) {
+  DIR *stream = REAL(opendir)(path);
+  if (stream != nullptr)
+    directory.layers[directory.layer_count++] = stream;
+}
+
+// What lies below the board's own directory: the template's, the PC's.
+void open_layers(Description &directory) {
+  if (directory.layer_count > 0)
+    return;
+  char own[kPathSize];
+  TextBuffer path = {own, sizeof(own) - 1, 0, false};
+  append_text(path, board_root());
+  append_text(path, directory.real);
+  own[path.length] = '\0';
+  char file[kPathSize];
+  if (template_path(own, file, sizeof(file)))
+    add_layer(directory, file);
+  if (territory_of(directory.asked) == Territory::kOverlay)
+    add_layer(directory, directory.asked);
 }
 
 }  // namespace
@@ -143,7 +158,7 @@ WRAP(DIR *, fdopendir, int fd) {
   DIR *stream = REAL(fdopendir)(fd);
   Description *directory = stream != nullptr && on_board() ? acquire(fd) : nullptr;
   if (directory != nullptr) {
-    open_second(*directory);
+    open_layers(*directory);
     release(directory);
   }
   return stream;
@@ -199,9 +214,9 @@ WRAP(Dirent32 *, readdir, DIR *stream) {
 WRAP(void, rewinddir, DIR *stream) {
   Description *directory = on_board() ? acquire(dirfd(stream)) : nullptr;
   if (directory != nullptr) {
-    if (directory->second != nullptr)
-      REAL(rewinddir)(directory->second);
-    directory->in_second = false;
+    for (std::size_t i = 0; i < directory->layer_count; i++)
+      REAL(rewinddir)(directory->layers[i]);
+    directory->layer = 0;
     release(directory);
   }
   REAL(rewinddir)(stream);

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstdlib>
 
+#include "vboard/board/board_files.h"
 #include "vboard/board/text.h"
 #include "vboard/interposer/kernel.h"
 #include "vboard/interposer/model.h"
@@ -38,7 +39,7 @@ void load_file(std::size_t &count) {
   append_text(name, board_root());
   append_text(name, "/faults");
   path[name.length] = '\0';
-  int fd = sys_open(path, O_RDONLY | O_CLOEXEC);
+  int fd = board_open(path, O_RDONLY | O_CLOEXEC);
   if (fd < 0)
     return;
   char *text = static_cast<char *>(std::malloc(kFileSize));

@@ -6,9 +6,12 @@
 #include <stdarg.h>
 #include <sys/stat.h>
 
+#include <atomic>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 
+#include "vboard/board/board_files.h"
 #include "vboard/board/text.h"
 #include "vboard/interposer/engine.h"
 #include "vboard/interposer/state.h"
@@ -80,7 +83,7 @@ int make_medium(const char *path, std::size_t size, unsigned char fill) {
   fresh[name.length] = '\0';
   if (name.overflow)
     return -ENAMETOOLONG;
-  int fd = sys_open(fresh, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+  int fd = board_open(fresh, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
   if (fd < 0)
     return fd;
   int result = fill_medium(fd, size, fill);
@@ -105,17 +108,17 @@ int open_behind(const Resolved &resolved, Description &description) {
     return -ENXIO;
   }
   description.has_medium = true;
-  int fd = sys_open(path, O_RDWR | O_NOCTTY | flags);
+  int fd = board_open(path, O_RDWR | O_NOCTTY | flags);
   if (fd == -ENOENT) {
     std::int64_t size =
         node_number(file.node, "medium_size", static_cast<std::int64_t>(file.model->medium_size));
     int result =
         make_medium(path, size > 0 ? static_cast<std::size_t>(size) : 0, file.model->medium_fill);
-    fd = result < 0 ? result : sys_open(path, O_RDWR | O_NOCTTY | flags);
+    fd = result < 0 ? result : board_open(path, O_RDWR | O_NOCTTY | flags);
   }
   // A board on a read-only disk can still be looked at.
   if (fd == -EACCES || fd == -EROFS)
-    fd = sys_open(path, O_RDONLY | O_NOCTTY | flags);
+    fd = board_open(path, O_RDONLY | O_NOCTTY | flags);
   return fd;
 }
 
@@ -151,15 +154,16 @@ int open_model(const Resolved &resolved, Description &description) {
   return fd;
 }
 
-int open_kind(const Resolved &resolved, Kind kind, int flags, unsigned mode) {
+int open_kind(Resolved &resolved, Kind kind, int flags, unsigned mode) {
   if (std::strlen(resolved.asked) >= sizeof(Description::asked) ||
       std::strlen(resolved.real) >= sizeof(Description::real))
     return -ENAMETOOLONG;
+  name_own(resolved);
   Description *description = new_description(kind, resolved.asked, resolved.real, flags);
   if (description == nullptr)
     return -ENOMEM;
   int fd = kind == Kind::kModel ? open_model(resolved, *description)
-                                : sys_open(resolved.host, flags, mode);
+                                : board_open(resolved.host, flags, mode);
   int result = fd < 0 ? fd : attach(description, fd);
   if (result < 0) {
     if (fd >= 0) {
@@ -255,7 +259,22 @@ bool is_foreign_device(const char *path) {
   }
 }
 
+void notice_full(std::int64_t result) {
+  static std::atomic<bool> told;
+  if (result != -ENOSPC || told.exchange(true))
+    return;
+  char text[1400];
+  TextBuffer line = {text, sizeof(text) - 1, 0, false};
+  append_text(line, "vboard: no space is left for the board's files in ");
+  append_text(line, board_root());
+  if (std::getenv(kTemplateVariable) != nullptr)
+    append_text(line, " (TMPDIR names another place for a board of one run)");
+  text[line.length++] = '\n';
+  sys_write(2, text, line.length);
+}
+
 int end_by_name(const char *call, const Resolved &resolved, int result) {
+  notice_full(result);
   if (resolved.traced) {
     trace_call(call, resolved.asked, result, -result);
     spend_call();
@@ -275,6 +294,7 @@ int open_on_board(Resolved &resolved, int flags, unsigned mode) {
     result = open_place(resolved, flags, mode);
     if (fault != nullptr && fault->effect == FaultEffect::kResult && result >= 0)
       result = static_cast<int>(fault->value);
+    notice_full(result);
   }
   if (!resolved.traced)
     return result;

@@ -38,6 +38,10 @@ ssize_t write_on_board(Description &description, const void *buffer, std::size_t
 // close(): the trace line and the fault; the descriptor itself is the caller's to close.
 int close_on_board(Description &description);
 
+// Tells the person, once, when a call failed because there is no room for the board's files: a
+// board has no such error of its own.
+void notice_full(std::int64_t result);
+
 // Ends a call by name: its trace line, its cost, libc's form of the result.
 int end_by_name(const char *call, const Resolved &resolved, int result);
 

@@ -5,7 +5,6 @@
 // files of its net directory, numbered in the order of their names (or by a setting "index").
 
 #include <arpa/inet.h>
-#include <dirent.h>
 #include <ifaddrs.h>
 #include <net/if.h>
 #include <netdb.h>
@@ -17,6 +16,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "vboard/board/board_files.h"
 #include "vboard/board/node.h"
 #include "vboard/board/text.h"
 #include "vboard/interposer/fault_table.h"
@@ -25,10 +25,6 @@
 #include "vboard/interposer/wrap.h"
 
 using namespace vboard;
-
-DECLARE_WRAPPED(DIR *, opendir, const char *);
-DECLARE_WRAPPED(int, closedir, DIR *);
-DECLARE_WRAPPED(dirent64 *, readdir64, DIR *);
 
 namespace {
 
@@ -41,25 +37,31 @@ struct Interface {
   in_addr address;
 };
 
+struct InterfaceList {
+  Interface *interfaces;
+  std::size_t count;
+};
+
+bool add_interface(const char *name, void *context) {
+  InterfaceList &list = *static_cast<InterfaceList *>(context);
+  if (name[0] == '.' || !copy_text(list.interfaces[list.count].name, name))
+    return true;
+  char node[4 + IF_NAMESIZE] = "net:";
+  std::memcpy(node + 4, name, std::strlen(name) + 1);
+  if (!is_absent({node, node}))
+    list.count++;
+  return list.count < kMostInterfaces;
+}
+
 std::size_t list_interfaces(Interface *out) {
   char path[1200];
   TextBuffer directory = {path, sizeof(path) - 1, 0, false};
   append_text(directory, board_root());
   append_text(directory, "/net");
   path[directory.length] = '\0';
-  DIR *stream = REAL(opendir)(path);
-  std::size_t count = 0;
-  while (dirent64 *entry = stream != nullptr ? REAL(readdir64)(stream) : nullptr) {
-    std::string_view name(entry->d_name);
-    if (name.starts_with('.') || count == kMostInterfaces || !copy_text(out[count].name, name))
-      continue;
-    char node[4 + IF_NAMESIZE] = "net:";
-    std::memcpy(node + 4, entry->d_name, name.size() + 1);
-    if (!is_absent({node, node}))
-      count++;
-  }
-  if (stream != nullptr)
-    REAL(closedir)(stream);
+  InterfaceList list = {out, 0};
+  each_board_entry(path, add_interface, &list);
+  std::size_t count = list.count;
   std::sort(out, out + count, [](const Interface &left, const Interface &right) {
     return std::strcmp(left.name, right.name) < 0;
   });

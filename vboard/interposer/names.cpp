@@ -163,6 +163,8 @@ WRAP(int, chdir, const char *path) {
   resolve(AT_FDCWD, path, true, resolved);
   if (resolved.place == Place::kMissing)
     return end_by_name("chdir", resolved, -resolved.error);
+  if (int owned = take_over(resolved); owned < 0)
+    return report(owned);
   int result = REAL(chdir)(host_path(resolved, path));
   if (result == 0)
     set_board_directory(resolved.place == Place::kDirectory ? std::string_view(resolved.asked)
@@ -213,5 +215,8 @@ WRAP(int, inotify_add_watch, int fd, const char *path, uint32_t mask) {
   resolve(AT_FDCWD, path, true, resolved);
   if (resolved.place == Place::kMissing)
     return end_by_name("inotify_add_watch", resolved, -resolved.error);
+  // What changes is the board's own copy.
+  if (int owned = take_over(resolved); owned < 0)
+    return report(owned);
   return REAL(inotify_add_watch)(fd, host_path(resolved, path), mask);
 }

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "vboard/board/board_files.h"
 #include "vboard/board/text.h"
 #include "vboard/interposer/descriptors.h"
 #include "vboard/interposer/fault_table.h"
@@ -91,7 +92,7 @@ int walk(bool follow, Resolved &out) {
     if (rest.find_first_not_of('/') == std::string_view::npos && !follow)
       break;
     char target[kPathSize];
-    ssize_t size = sys_readlink(out.host, target, sizeof(target));
+    ssize_t size = board_readlink(out.host, target, sizeof(target));
     if (size <= 0)
       continue;
     if (++links > kMostLinks)
@@ -120,6 +121,20 @@ bool is_in_work(std::string_view name) {
   return name.starts_with(work) && (name.size() == work.size() || name[work.size()] == '/');
 }
 
+// Finds the file behind the name: the board's own, or the template's. 0, or the errno in `error`.
+int look_up(Resolved &out) {
+  char file[kPathSize];
+  int result = sys_stat(out.host, out.status, false);
+  if (result == -ENOENT && template_path(out.host, file, sizeof(file)) &&
+      sys_stat(file, out.status, false) == 0) {
+    std::memcpy(out.host, file, std::strlen(file) + 1);
+    out.from_template = true;
+    result = 0;
+  }
+  out.error = -result;
+  return out.error;
+}
+
 void miss(Resolved &out, int error) {
   out.place = Place::kMissing;
   out.error = error;
@@ -140,6 +155,7 @@ void resolve(int directory, const char *path, bool follow, Resolved &out) {
   out.place = Place::kPc;
   out.error = 0;
   out.traced = false;
+  out.from_template = false;
   if (is_plainly_pc(path) || *path == '\0')
     return;
 
@@ -182,8 +198,7 @@ void resolve(int directory, const char *path, bool follow, Resolved &out) {
     miss(out, ENOENT);
     return;
   }
-  int result = sys_stat(out.host, out.status, false);
-  if (result == 0) {
+  if (look_up(out) == 0) {
     out.traced = true;
     if (S_ISDIR(out.status.mode)) {
       out.place = Place::kDirectory;
@@ -198,11 +213,12 @@ void resolve(int directory, const char *path, bool follow, Resolved &out) {
     }
     return;
   }
-  if (territory == Territory::kOverlay && (result == -ENOENT || result == -ENOTDIR)) {
+  if (territory == Territory::kOverlay && (out.error == ENOENT || out.error == ENOTDIR)) {
     out.place = Place::kFallback;
+    out.error = 0;
     return;
   }
-  miss(out, -result);
+  miss(out, out.error);
 }
 
 const char *host_path(const Resolved &resolved, const char *path) {
@@ -262,8 +278,27 @@ int copy_content(int from, int to) {
 
 }  // namespace
 
+void name_own(Resolved &resolved) {
+  if (!resolved.from_template)
+    return;
+  std::size_t length = 0;
+  append(resolved.host, length, board_root());
+  append(resolved.host, length, resolved.real);
+  resolved.from_template = false;
+}
+
+int take_over(Resolved &resolved) {
+  if (!resolved.from_template)
+    return 0;
+  name_own(resolved);
+  return own_board_file(resolved.host);
+}
+
 int copy_up(Resolved &resolved, bool with_content) {
-  int result = make_parents(resolved);
+  // The directories that the template has, then those of the PC.
+  int result = own_board_file(resolved.host);
+  if (result == 0)
+    result = make_parents(resolved);
   if (result < 0)
     return result;
   FileStatus status;
@@ -283,14 +318,6 @@ int copy_up(Resolved &resolved, bool with_content) {
   }
   sys_close(to);
   return 0;
-}
-
-std::string_view board_name(std::string_view host) {
-  std::string_view root = board_root();
-  if (!host.starts_with(root) || host.size() <= root.size() || host[root.size()] != '/')
-    return {};
-  std::string_view name = host.substr(root.size());
-  return territory_of(name) == Territory::kPc ? std::string_view() : name;
 }
 
 void set_board_directory(std::string_view name) {

@@ -26,10 +26,11 @@ struct Resolved {
   Place place;
   int error;              // of kMissing: an errno
   bool traced;            // calls on it are calls on the board
+  bool from_template;     // `host` is the template's: take_over() comes before any change
   FileStatus status;      // of what exists on the board
   char asked[kPathSize];  // the absolute name
   char real[kPathSize];   // the same with the board's links resolved
-  char host[kPathSize];   // its file below the board directory
+  char host[kPathSize];   // its file below the board directory, or in the template
 };
 
 // `follow` resolves a link in the last place. `directory` is openat()'s.
@@ -40,12 +41,13 @@ bool is_plainly_pc(const char *path);
 // The file to use for reading: the board's, the PC's by name, or `path` itself.
 const char *host_path(const Resolved &resolved, const char *path);
 
+// Names the board's own file in `host`, whether it is there or not.
+void name_own(Resolved &resolved);
+// Makes the board's own copy of what a fresh board has from its template. 0 or a negated errno.
+int take_over(Resolved &resolved);
 // Makes the board's own copy of a file, with the directories that the PC has above it, before it is
 // written: 0 or a negated errno. A file that the PC lacks too is only prepared for.
 int copy_up(Resolved &resolved, bool with_content);
-
-// The board's name of its file `host`, when it lies below the board directory: "/etc/x".
-std::string_view board_name(std::string_view host);
 
 // Follows chdir(): the board's directory that is the working directory, empty for one of the PC.
 void set_board_directory(std::string_view name);

@@ -34,9 +34,9 @@ DECLARE_WRAPPED(int, execve, const char *, char *const[], char *const[]);
 namespace {
 
 // What makes a process one of the board's, as this process found it.
-constexpr const char *kNames[] = {"LD_PRELOAD",      kBoardVariable,    kRunVariable,
-                                  kTraceVariable,    kFaultsVariable,   kWorkVariable,
-                                  kEmulatorVariable, kEmulatorLibraries};
+constexpr const char *kNames[] = {"LD_PRELOAD",  kBoardVariable,    kTemplateVariable,
+                                  kRunVariable,  kTraceVariable,    kFaultsVariable,
+                                  kWorkVariable, kEmulatorVariable, kEmulatorLibraries};
 char *settings[std::size(kNames)];
 // The emulator for ARM programs, null without one.
 const char *emulator;

@@ -15,6 +15,7 @@
 #include <cstddef>
 #include <cstring>
 
+#include "vboard/board/board_files.h"
 #include "vboard/board/text.h"
 #include "vboard/interposer/descriptors.h"
 #include "vboard/interposer/engine.h"
@@ -154,6 +155,9 @@ const sockaddr *lead(const sockaddr *address, socklen_t &size, sockaddr_un &room
   if (resolved.place == Place::kPc)
     return address;
   // Below the board even where it has no such name: the PC's service must not be found.
+  name_own(resolved);
+  if (resolved.place != Place::kPcByName)
+    own_board_file(resolved.host);
   if (!copy_text(room.sun_path,
                  resolved.place == Place::kPcByName ? resolved.asked : resolved.host))
     copy_text(room.sun_path, "/dev/null/too-long-a-name");

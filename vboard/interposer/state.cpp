@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "vboard/board/board_files.h"
 #include "vboard/interposer/kernel.h"
 #include "vboard/interposer/model.h"
 #include "vboard/interposer/processes.h"
@@ -80,6 +81,8 @@ int start_run() {
   std::memcpy(root, directory, length + 1);
   root_length = length;
   map_page();
+  if (const char *value = std::getenv(kTemplateVariable))
+    set_template(root, value, &page->board_is_whole);
   if (const char *value = std::getenv(kWorkVariable))
     work = value;
   if (const char *value = std::getenv(kFaultsVariable))

@@ -189,6 +189,13 @@ WRAP(FILE *, freopen64, const char *path, const char *mode, FILE *file) {
     }
     return REAL(freopen64)(resolved.host, mode, file);
   }
+  if ((flags & O_ACCMODE) != O_RDONLY) {
+    if (int owned = take_over(resolved); owned < 0) {
+      fclose(file);
+      errno = -owned;
+      return nullptr;
+    }
+  }
   return REAL(freopen64)(host_path(resolved, path), mode, file);
 }
 WRAP_ALIAS(freopen, freopen64);

@@ -210,6 +210,8 @@ ssize_t write_on_board(Description &description, const void *buffer, std::size_t
   }
   ssize_t result = fails(transfer) ? static_cast<ssize_t>(-transfer.fault->value)
                                    : write_kind(description, buffer, transfer.size, offset);
+  if (!fails(transfer))
+    notice_full(result);
   result = shown(transfer, result);
   trace_end(line, result, static_cast<int>(-result));
   spend_call();

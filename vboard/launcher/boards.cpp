@@ -170,6 +170,27 @@ int open_board(const char *directory, char *out) {
   return copy_text({out, kFileName}, absolute) ? 0 : fail("%s: the name is too long", directory);
 }
 
+int find_template(char *out) {
+  constexpr const char *places[] = {"../share/vboard/template"};
+  if (!find_own_file(places, std::size(places), out))
+    return fail("the template of a board is not where vboard is installed");
+  return 0;
+}
+
+int make_scratch(char *out) {
+  const char *chosen = getenv("TMPDIR");
+  char name[kFileName];
+  char absolute[PATH_MAX];
+  if (!join_path(name, chosen != nullptr && *chosen ? chosen : P_tmpdir, "vboard.XXXXXX"))
+    return kFailed;
+  if (mkdtemp(name) == nullptr)
+    return fail("%s: %s (TMPDIR names another place for a board of one run)", name,
+                strerror(errno));
+  if (realpath(name, absolute) == nullptr)
+    return fail("%s: %s", name, strerror(errno));
+  return copy_text({out, kFileName}, absolute) ? 0 : fail("%s: the name is too long", name);
+}
+
 int make_board(const char *directory, const char *gyro) {
   if (gyro != nullptr && !is_gyro_chip(gyro)) {
     fail("no such motion sensor: %s", gyro);
@@ -179,10 +200,9 @@ int make_board(const char *directory, const char *gyro) {
     fprintf(stderr, "\n");
     return kFailed;
   }
-  constexpr const char *places[] = {"../share/vboard/template"};
   char from[kFileName];
-  if (!find_own_file(places, std::size(places), from))
-    return fail("the template of a board is not where vboard is installed");
+  if (int result = find_template(from); result != 0)
+    return result;
   if (mkdir(directory, 0777) < 0) {
     if (errno != EEXIST)
       return fail("%s: %s", directory, strerror(errno));

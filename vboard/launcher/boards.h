@@ -28,6 +28,14 @@ bool join_path(char *out, const char *directory, std::string_view name);
 // 0, or kFailed with the reason on standard error.
 int open_board(const char *directory, char *out);
 
+// The template of a healthy board, found from the launcher's own place (kFileName bytes at `out`).
+// 0, or kFailed with the reason on standard error.
+int find_template(char *out);
+
+// Makes an empty directory for a board that is used for one run only, where TMPDIR says or in /tmp
+// (kFileName bytes at `out`). 0, or kFailed with the reason on standard error.
+int make_scratch(char *out);
+
 // Makes a healthy board in a directory that does not exist yet or is empty. `gyro` may be null.
 int make_board(const char *directory, const char *gyro);
 

@@ -162,10 +162,15 @@ int find_program(const char *name, Program &out) {
   return result != 0 ? result : prepare_emulator(interposer, out.foreign);
 }
 
-void set_environment(const RunOptions &options, const char *board, const Program &program,
-                     int page_fd) {
+void set_environment(const RunOptions &options, const char *board, const char *board_template,
+                     const Program &program, int page_fd) {
   char text[kFileName * 2];
   setenv(kBoardVariable, board, 1);
+  if (board_template != nullptr) {
+    setenv(kTemplateVariable, board_template, 1);
+  } else {
+    unsetenv(kTemplateVariable);
+  }
   snprintf(text, sizeof(text), "/proc/%d/fd/%d", getpid(), page_fd);
   setenv(kRunVariable, text, 1);
   char work[PATH_MAX];

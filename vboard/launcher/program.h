@@ -17,9 +17,10 @@ struct Program {
 // 0, or the status to fail with and the reason on standard error.
 int find_program(const char *name, Program &out);
 
-// Puts the run into the environment. `page_fd` is the run page's descriptor.
-void set_environment(const RunOptions &options, const char *board, const Program &program,
-                     int page_fd);
+// Puts the run into the environment. `board_template` is null for a board that has all of its
+// files; `page_fd` is the run page's descriptor.
+void set_environment(const RunOptions &options, const char *board, const char *board_template,
+                     const Program &program, int page_fd);
 
 // Becomes the command, in the child.
 [[noreturn]] void execute(const Program &program, char **command);

@@ -166,7 +166,8 @@ int status_of(int wait_status) {
   return WIFSIGNALED(wait_status) ? 128 + WTERMSIG(wait_status) : WEXITSTATUS(wait_status);
 }
 
-int run_on(const RunOptions &options, const char *board, bool temporary) {
+// `board_template` is that of a board which is used for this run only, else null.
+int run_on(const RunOptions &options, const char *board, const char *board_template) {
   Program program;
   int result = find_program(options.command[0], program);
   if (result != 0)
@@ -181,7 +182,7 @@ int run_on(const RunOptions &options, const char *board, bool temporary) {
   RunPage *page = make_page(page_fd);
   if (page == nullptr)
     return fail("no memory for the run: %s", strerror(errno));
-  set_environment(options, board, program, page_fd);
+  set_environment(options, board, board_template, program, page_fd);
 
   page->magic = kRunMagic;
   page->launcher = getpid();
@@ -233,7 +234,7 @@ int run_on(const RunOptions &options, const char *board, bool temporary) {
     fputs(outcome == kBoardReset ? "board reset\n" : "board reboot\n", stderr);
     status = static_cast<int>(outcome);
   }
-  if (!temporary)
+  if (board_template == nullptr)
     stop_board_clock(board, *page, clock, options.date >= 0);
   return status;
 }
@@ -266,22 +267,18 @@ int run_command(int argc, char **argv) {
     result = open_board(options.board, board);
     if (result == 0)
       result = check_all_faults(options, board);
-    return result != 0 ? result : run_on(options, board, false);
+    return result != 0 ? result : run_on(options, board, nullptr);
   }
-  const char *temporary = getenv("TMPDIR");
-  if (!join_path(board, temporary != nullptr && *temporary ? temporary : P_tmpdir, "vboard.XXXXXX"))
-    return kFailed;
-  if (mkdtemp(board) == nullptr)
-    return fail("%s: %s", board, strerror(errno));
-  char absolute[PATH_MAX];
-  if (realpath(board, absolute) == nullptr)
-    return fail("%s: %s", board, strerror(errno));
-  result = make_board(absolute, nullptr);
+  char from[kFileName];
+  result = find_template(from);
   if (result == 0)
-    result = check_all_faults(options, absolute);
+    result = check_all_faults(options, from);
   if (result == 0)
-    result = run_on(options, absolute, true);
-  remove_tree(absolute);
+    result = make_scratch(board);
+  if (result != 0)
+    return result;
+  result = run_on(options, board, from);
+  remove_tree(board);
   return result;
 }
 

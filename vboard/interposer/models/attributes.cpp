@@ -21,6 +21,7 @@
 #include <fcntl.h>
 #include <sys/file.h>
 
+#include "vboard/board/board_files.h"
 #include "vboard/board/kernel.h"
 #include "vboard/board/node.h"
 #include "vboard/board/text.h"
@@ -49,7 +50,7 @@ bool board_path(const char *board, std::string_view name, Path &out) {
 }
 
 int open_locked(const char *file) {
-  int fd = sys_open(file, O_RDWR | O_CLOEXEC);
+  int fd = board_open(file, O_RDWR | O_CLOEXEC);
   if (fd < 0)
     return fd;
   int locked = sys_flock(fd, LOCK_EX);
@@ -85,7 +86,7 @@ std::string_view load_value(const char *board, std::string_view path, char (&tex
   Path file;
   if (!board_path(board, path, file))
     return {};
-  int fd = sys_open(file.text, O_RDONLY | O_CLOEXEC);
+  int fd = board_open(file.text, O_RDONLY | O_CLOEXEC);
   if (fd < 0)
     return {};
   ssize_t length = sys_pread(fd, text, sizeof(text), 0);
@@ -190,10 +191,10 @@ ssize_t write_image(const Write &write) {
 
 // Copies `size` bytes of the image to the part's medium, over what is there.
 int program(const char *image, const char *medium, std::int64_t size) {
-  int from = sys_open(image, O_RDONLY | O_CLOEXEC);
+  int from = board_open(image, O_RDONLY | O_CLOEXEC);
   if (from < 0)
     return from;
-  int to = sys_open(medium, O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+  int to = board_open(medium, O_RDWR | O_CREAT | O_CLOEXEC, 0644);
   ssize_t result = std::min(to, 0);
   for (std::int64_t at = 0; result >= 0 && at < size;) {
     char page[kPageSize];
@@ -238,7 +239,7 @@ std::string_view take_image(const char *board, std::string_view name, const char
 }
 
 void drop_image(const char *image) {
-  int fd = sys_open(image, O_WRONLY | O_CLOEXEC);
+  int fd = board_open(image, O_WRONLY | O_CLOEXEC);
   if (fd < 0)
     return;
   sys_ftruncate(fd, 0);
@@ -256,7 +257,7 @@ ssize_t end_loading(const Write &write, const char *image, bool hand_over) {
   std::string_view error;
   Node settings;
   FileStatus status = {};
-  if (hand_over && sys_stat(image, status) == 0) {
+  if (hand_over && board_stat(image, status) == 0) {
     std::string_view directory = write.path.substr(0, write.path.rfind('/'));
     error = take_image(write.board, directory.substr(directory.rfind('/') + 1), image,
                        static_cast<std::int64_t>(status.size), settings);

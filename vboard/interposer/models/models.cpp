@@ -8,6 +8,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "vboard/board/board_files.h"
 #include "vboard/interposer/kernel.h"
 
 namespace vboard {
@@ -63,7 +64,7 @@ int write_medium(const OpenFile &file, const void *bytes, std::size_t size, std:
 // A lock of the open file description on a byte far behind the text: it goes with the process
 // however that ends, and does not meet the flock() that guards the settings.
 int claim_device(const OpenFile &file, int &out_claim) {
-  int fd = sys_open(file.file, O_RDWR | O_CLOEXEC);
+  int fd = board_open(file.file, O_RDWR | O_CLOEXEC);
   if (fd < 0)
     return fd;
   if (!lock_byte(fd, 1 << 30)) {

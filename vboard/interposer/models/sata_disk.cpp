@@ -16,6 +16,7 @@
 #include <linux/hdreg.h>
 #include <scsi/sg.h>
 
+#include "vboard/board/board_files.h"
 #include "vboard/board/text.h"
 #include "vboard/interposer/kernel.h"
 #include "vboard/interposer/models/sata_drive.h"
@@ -45,7 +46,7 @@ void log_command(const OpenFile &file, const char *transport, const std::uint8_t
   if (path.overflow)
     return;
   text[path.length] = '\0';
-  const int fd = sys_open(text, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+  const int fd = board_open(text, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
   if (fd < 0)
     return;
   char line[128];

@@ -21,6 +21,7 @@
 #include <cstring>
 #include <fcntl.h>
 
+#include "vboard/board/board_files.h"
 #include "vboard/board/text.h"
 #include "vboard/interposer/kernel.h"
 
@@ -55,7 +56,7 @@ int open_medium(const OpenFile &file, const char *setting, int flags) {
   if (text.overflow || name.find('/') != name.npos || name.starts_with('.'))
     return -EINVAL;
   path[text.length] = '\0';
-  return sys_open(path, flags | O_CLOEXEC, 0644);
+  return board_open(path, flags | O_CLOEXEC, 0644);
 }
 
 // Reads `size` bytes; what lies behind the file's end is zeros. 0, or a negated errno.
