@@ -8,6 +8,12 @@ exit status, both streams and the list of requests:
         run = board.run("bt1", "rtc", "autotest")
         assert run.status == 255
 
+A story holds the requests, the waits and the texts in one order, so that a text before a wait and
+one after it are different results:
+
+    run = board.run("bt1", "beep", "2", story=True)
+    assert_story(run, out("buzzer on\n"), "sleep 2.000000", out("buzzer off\n"), only=("sleep",))
+
 Time is virtual: a run of minutes takes milliseconds. BENCHRIG_BUILD names the build directory
 (CTest sets it); executables are in its bin/, libraries in its lib/. A build for another machine has
 the words of its emulator in BENCHRIG_EMULATOR: the virtual board uses it by itself, a test that
@@ -16,12 +22,15 @@ starts an executable on its own asks program() for the words.
 
 import os
 import pathlib
+import re
 import shlex
 import signal
 import subprocess
 from dataclasses import dataclass, field
 
 import pytest
+
+from device_trace import tidy
 
 # Far above what any run takes: a run that reaches it hangs.
 HANGS_AFTER_SECONDS = 60
@@ -55,6 +64,7 @@ class Run:
     stderr: bytes
     status: int
     trace: list = field(default_factory=list)  # (board time in seconds, line without the time)
+    story: list = field(default_factory=list)  # its lines, repeats written out
 
     @property
     def requests(self):
@@ -122,6 +132,7 @@ class Board:
         cwd=None,
         rigcore=None,
         env=None,
+        story=False,
     ):
         """Runs a command on the board.
 
@@ -129,6 +140,7 @@ class Board:
         seconds  board time after which SIGTERM ends the run
         rigcore  lines of a script for the stand-in librigcore, which then takes the real one's
                  place; an operation that is missing or was not expected fails the test
+        story    whether the run's story is wanted
         """
         self.runs += 1
         work = self.scratch / f"run{self.runs}"
@@ -150,6 +162,8 @@ class Board:
             words += ["--for", seconds]
         if date is not None:
             words += ["--date", date]
+        if story:
+            words += ["--story", work / "story"]
         words += ["--", *command]
 
         variables = environment()
@@ -174,7 +188,7 @@ class Board:
             # The stand-in writes it as soon as it is loaded: a missing one tells of another library.
             report = (work / "report").read_text(encoding="utf-8")
             assert (report, status != 99) == ("", True), (stdout, stderr)
-        return Run(stdout, stderr, status, read_trace(trace))
+        return Run(stdout, stderr, status, read_trace(trace), read_story(work / "story"))
 
 
 def environment():
@@ -219,6 +233,58 @@ def read_trace(file):
         time, _, rest = line.partition(" ")
         rows.append((float(time), rest))
     return rows
+
+
+REPEATED = re.compile(r" \((\d+) times\)$")
+
+
+def read_story(file):
+    if not file.exists():
+        return []
+    lines = []
+    for line in file.read_text(encoding="utf-8", errors="surrogateescape").splitlines():
+        times = REPEATED.search(line)
+        lines += int(times[1]) * [REPEATED.sub("", line)] if times else [line]
+    return lines
+
+
+ESCAPES = {ord("\n"): "\\n", ord("\r"): "\\r", ord("\t"): "\\t", ord('"'): '\\"', ord("\\"): "\\\\"}
+
+
+def text_lines(word, text):
+    """The lines of a story for a text: one for each line of it, and for the rest."""
+    data = text.encode() if isinstance(text, str) else bytes(text)
+    return [
+        f'{word} "'
+        + "".join(ESCAPES.get(b, chr(b) if 32 <= b < 127 else f"\\x{b:02x}") for b in line)
+        + '"'
+        for line in re.findall(rb"[^\n]*\n|[^\n]+", data)
+    ]
+
+
+def out(text):
+    """What a program writes to standard output, for assert_story()."""
+    return text_lines("out", text)
+
+
+def err(text):
+    """The same for standard error."""
+    return text_lines("err", text)
+
+
+def assert_story(run, *expected, only=None):
+    """Compares a run's story: lines of requests and waits, out() and err(), in order.
+
+    only   calls ("sleep", "ioctl") and nodes ("/dev/rtc0") whose lines count beside the texts
+    """
+
+    def counts(line):
+        words = line.split()
+        return only is None or words[0] in ("out", "err", *only) or words[1:2] and words[1] in only
+
+    wanted = [line for one in expected for line in ([tidy(one)] if isinstance(one, str) else one)]
+    got = [line if line.startswith(("out ", "err ")) else tidy(line) for line in run.story]
+    assert [line for line in got if counts(line)] == wanted
 
 
 @pytest.fixture(scope="session")

@@ -7,6 +7,8 @@
 #include <atomic>
 #include <cstdint>
 
+#include "vboard/board/story_record.h"
+
 namespace vboard {
 
 // The environment of a run.
@@ -43,6 +45,11 @@ struct RunPage {
   std::atomic<std::uint32_t>
       board_is_whole;                  // a fresh board that does not need its template any more
   std::atomic<std::uint32_t> outcome;  // kGoingOn, kBoardReset, kBoardReboot: the first one stays
+  // The story: descriptors of the launcher (-1 without one), and how far it has read the streams.
+  std::int32_t story_records;
+  std::int32_t story_streams[kStoryStreams];
+  std::atomic<std::uint32_t> story_sequence;  // odd while the launcher reads
+  std::atomic<std::uint64_t> story_read[kStoryStreams];
   std::uint32_t signal_count;
   PlannedSignal signals[kMaxSignals];
 };

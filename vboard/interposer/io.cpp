@@ -11,6 +11,7 @@
 #include "vboard/interposer/engine.h"
 #include "vboard/interposer/files.h"
 #include "vboard/interposer/state.h"
+#include "vboard/interposer/story.h"
 #include "vboard/interposer/wrap.h"
 
 using namespace vboard;
@@ -73,12 +74,28 @@ WRAP(ssize_t, __pread64_chk, int fd, void *buffer, size_t size, off64_t offset, 
   return vboard_pread64(fd, buffer, size, offset);
 }
 
+namespace {
+
+// A story notes where a text on the standard streams belongs.
+template <typename Write>
+ssize_t write_in_place(int fd, Write write) {
+  bool noted = on_board() && telling() && (fd == STDOUT_FILENO || fd == STDERR_FILENO);
+  if (noted)
+    tell_streams();
+  ssize_t result = write();
+  if (noted)
+    tell_streams();
+  return result;
+}
+
+}  // namespace
+
 WRAP(ssize_t, write, int fd, const void *buffer, size_t size) {
   Description *description = on_board() ? acquire(fd) : nullptr;
   if (description == nullptr || description->kind == Kind::kKernelSocket) {
     if (description != nullptr)
       release(description);
-    return REAL(write)(fd, buffer, size);
+    return write_in_place(fd, [&] { return REAL(write)(fd, buffer, size); });
   }
   ssize_t result = write_on_board(*description, buffer, size, kAtPosition);
   release(description);
@@ -153,7 +170,8 @@ WRAP(ssize_t, readv, int fd, const iovec *pieces, int count) {
 }
 
 WRAP(ssize_t, writev, int fd, const iovec *pieces, int count) {
-  return is_boards(fd) ? write_pieces(fd, pieces, count, -1) : REAL(writev)(fd, pieces, count);
+  return is_boards(fd) ? write_pieces(fd, pieces, count, -1)
+                       : write_in_place(fd, [&] { return REAL(writev)(fd, pieces, count); });
 }
 
 WRAP(ssize_t, preadv64, int fd, const iovec *pieces, int count, off64_t offset) {

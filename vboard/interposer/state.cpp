@@ -14,6 +14,7 @@
 #include "vboard/interposer/kernel.h"
 #include "vboard/interposer/model.h"
 #include "vboard/interposer/processes.h"
+#include "vboard/interposer/story.h"
 #include "vboard/interposer/trace.h"
 
 namespace vboard {
@@ -46,6 +47,7 @@ void map_page() {
   own_page.monotonic_start = pc_monotonic();
   own_page.calendar_start = pc_calendar();
   own_page.reset_time = kNoTime;
+  own_page.story_records = -1;
   const char *file = std::getenv(kRunVariable);
   if (file == nullptr)
     return;
@@ -88,6 +90,7 @@ int start_run() {
   if (const char *value = std::getenv(kFaultsVariable))
     faults = value;
   open_trace(std::getenv(kTraceVariable));
+  open_story();
   keep_settings();
   run_state.store(kActive, std::memory_order_release);
   return kActive;

@@ -9,6 +9,7 @@
 #include "vboard/interposer/kernel.h"
 #include "vboard/interposer/model.h"
 #include "vboard/interposer/state.h"
+#include "vboard/interposer/story.h"
 
 namespace vboard {
 
@@ -32,7 +33,7 @@ void open_trace(const char *file) {
 }
 
 bool tracing() {
-  return trace_fd >= 0;
+  return trace_fd >= 0 || telling();
 }
 
 void trace_begin(TraceLine &line, const char *call, std::string_view node, std::size_t bytes) {
@@ -103,9 +104,14 @@ void trace_end(TraceLine &line, std::int64_t result, int error) {
 void trace_end(TraceLine &line) {
   if (line.text.capacity == 0)
     return;
+  if (telling()) {
+    std::string_view text(line.text.data, line.text.length);
+    tell(text.substr(text.find(' ') + 1));  // without the time
+  }
   // The capacity is one less than the room.
   line.text.data[line.text.length++] = '\n';
-  sys_write(trace_fd, line.text.data, line.text.length);
+  if (trace_fd >= 0)
+    sys_write(trace_fd, line.text.data, line.text.length);
   std::free(line.heap);
 }
 

@@ -14,6 +14,7 @@
 namespace vboard {
 
 void open_trace(const char *file);
+// Whether lines are wanted, by a trace or by a story.
 bool tracing();
 
 // A line under way. Nothing happens to it when no trace is asked for.

@@ -4,6 +4,7 @@
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
+#include <sys/signalfd.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -24,6 +25,7 @@
 #include "vboard/launcher/fault_lines.h"
 #include "vboard/launcher/program.h"
 #include "vboard/launcher/run_options.h"
+#include "vboard/launcher/story.h"
 
 namespace vboard {
 
@@ -36,6 +38,7 @@ constexpr char kUsage[] =
     "  --speed N               board time runs N times as fast as the PC's (1; at most 1000)\n"
     "  --speed max             board time jumps from wait to wait\n"
     "  --trace FILE            one line for each call that reaches the board\n"
+    "  --story FILE            the same without times, and what the command prints, in one order\n"
     "  --fault 'LINE'          a fault for this run only; may be repeated\n"
     "  --signal NAME@SECONDS   sends the command a signal at that board time; may be repeated\n"
     "  --for SECONDS           ends the run at that board time with SIGTERM\n"
@@ -131,8 +134,23 @@ std::int64_t next_look(const Run &run, std::int64_t now) {
   return std::clamp<std::int64_t>(next == kNoTime ? tick : next - now, 100'000, tick);
 }
 
+// Waits for a signal, or for something that the command prints, and passes that on. The signal, or
+// 0.
+int wait_for_event(const Run &run, int signal_fd, std::int64_t pause) {
+  pollfd fds[1 + kStoryStreams] = {{signal_fd, POLLIN, 0}};
+  std::size_t count = 1 + story_descriptors(fds + 1);
+  timespec limit = {static_cast<time_t>(pause / 1'000'000'000),
+                    static_cast<long>(pause % 1'000'000'000)};
+  ppoll(fds, count, &limit, nullptr);
+  continue_story(run.command);
+  signalfd_siginfo received;
+  return read(signal_fd, &received, sizeof(received)) == sizeof(received)
+             ? static_cast<int>(received.ssi_signo)
+             : 0;
+}
+
 // Waits for the command's end. The status of wait(), or of a command that was killed.
-int attend(Run &run, const sigset_t &signals) {
+int attend(Run &run, int signal_fd) {
   RunPage &page = *run.page;
   for (;;) {
     int status;
@@ -153,17 +171,38 @@ int attend(Run &run, const sigset_t &signals) {
       }
       return status;
     }
-    std::int64_t pause = next_look(run, now);
-    timespec limit = {static_cast<time_t>(pause / 1'000'000'000),
-                      static_cast<long>(pause % 1'000'000'000)};
-    int received = sigtimedwait(&signals, nullptr, &limit);
+    int received = wait_for_event(run, signal_fd, next_look(run, now));
     if (received == SIGTERM || received == SIGHUP)
       kill(run.command, received);
   }
 }
 
+const char *name_of_outcome(std::uint32_t outcome) {
+  switch (outcome) {
+    case kBoardReset:
+      return "board reset";
+    case kBoardReboot:
+      return "board reboot";
+    default:
+      return nullptr;
+  }
+}
+
 int status_of(int wait_status) {
   return WIFSIGNALED(wait_status) ? 128 + WTERMSIG(wait_status) : WEXITSTATUS(wait_status);
+}
+
+void fill_page(const RunOptions &options, RunPage &page) {
+  page.magic = kRunMagic;
+  page.launcher = getpid();
+  page.jumping = options.jumping;
+  page.speed_milli = options.speed_milli;
+  for (int i = 0; i < options.signal_count; i++) {
+    page.signals[i].at = options.signals[i].at;
+    page.signals[i].number = options.signals[i].number;
+  }
+  page.signal_count = static_cast<std::uint32_t>(options.signal_count);
+  page.monotonic_start = pc_monotonic();
 }
 
 // `board_template` is that of a board which is used for this run only, else null.
@@ -182,18 +221,11 @@ int run_on(const RunOptions &options, const char *board, const char *board_templ
   RunPage *page = make_page(page_fd);
   if (page == nullptr)
     return fail("no memory for the run: %s", strerror(errno));
+  fill_page(options, *page);
+  result = begin_story(options.story, *page);
+  if (result != 0)
+    return result;
   set_environment(options, board, board_template, program, page_fd);
-
-  page->magic = kRunMagic;
-  page->launcher = getpid();
-  page->jumping = options.jumping;
-  page->speed_milli = options.speed_milli;
-  for (int i = 0; i < options.signal_count; i++) {
-    page->signals[i].at = options.signals[i].at;
-    page->signals[i].number = options.signals[i].number;
-  }
-  page->signal_count = static_cast<std::uint32_t>(options.signal_count);
-  page->monotonic_start = pc_monotonic();
   BoardClock clock = start_board_clock(board, options.date);
   page->calendar_start.store(clock.calendar_start);
   page->reset_time.store(clock.reset_time);
@@ -212,6 +244,9 @@ int run_on(const RunOptions &options, const char *board, const char *board_templ
   sigaction(SIGINT, &ignore, &interrupt);
   sigaction(SIGQUIT, &ignore, &quit);
   prctl(PR_SET_CHILD_SUBREAPER, 1);
+  int signal_fd = signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
+  if (signal_fd < 0)
+    return fail("no signals: %s", strerror(errno));
 
   fflush(nullptr);
   pid_t child = fork();
@@ -222,21 +257,24 @@ int run_on(const RunOptions &options, const char *board, const char *board_templ
     sigaction(SIGINT, &interrupt, nullptr);
     sigaction(SIGQUIT, &quit, nullptr);
     sigprocmask(SIG_SETMASK, &before, nullptr);
+    enter_story();
     execute(program, options.command);
   }
   page->command.store(child);
   Run run = {page, child, options.end_at, kNoTime};
-  int status = status_of(attend(run, signals));
+  int status = status_of(attend(run, signal_fd));
 
-  std::uint32_t outcome = page->outcome.load();
-  if (outcome != kGoingOn) {
+  const char *outcome = name_of_outcome(page->outcome.load());
+  if (outcome != nullptr)
     kill_everything(child);
-    fputs(outcome == kBoardReset ? "board reset\n" : "board reboot\n", stderr);
-    status = static_cast<int>(outcome);
+  result = end_story(child, outcome);
+  if (outcome != nullptr) {
+    fprintf(stderr, "%s\n", outcome);
+    status = static_cast<int>(page->outcome.load());
   }
   if (board_template == nullptr)
     stop_board_clock(board, *page, clock, options.date >= 0);
-  return status;
+  return result != 0 ? result : status;
 }
 
 int check_all_faults(const RunOptions &options, const char *board) {

@@ -68,6 +68,8 @@ int parse_run_options(int argc, char **argv, RunOptions &out) {
       right = parse_speed(value, out);
     } else if (option == "--trace") {
       out.trace = value;
+    } else if (option == "--story") {
+      out.story = value;
     } else if (option == "--fault") {
       right = out.fault_count < kMostFaultOptions;
       if (right)

@@ -16,6 +16,7 @@ struct RunOptions {
   bool jumping;
   std::int64_t speed_milli;
   const char *trace;
+  const char *story;
   const char *faults[kMostFaultOptions];
   int fault_count;
   PlannedSignal signals[kMaxSignals];  // --for's is the last one
