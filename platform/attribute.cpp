@@ -2,10 +2,10 @@
 
 #include "platform/attribute.h"
 
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
+#include <errno.h>
 #include <fcntl.h>
+#include <stdlib.h>
+#include <string.h>
 #include <unistd.h>
 
 namespace rigcore {
@@ -22,39 +22,34 @@ int close_failed(int fd) {
 
 }  // namespace
 
-ssize_t read_whole(int fd, void *buffer, size_t size) {
-  size_t done = 0;
+ssize_t read_whole(int fd, void *buffer, std::size_t size) {
+  std::size_t done = 0;
   while (done < size) {
     const ssize_t count = read(fd, static_cast<char *>(buffer) + done, size - done);
-    if (count < 0 && errno == EINTR) {
+    if (count < 0 && errno == EINTR)
       continue;
-    }
-    if (count < 0) {
+    if (count < 0)
       return -1;
-    }
-    if (count == 0) {
+    if (count == 0)
       break;
-    }
-    done += static_cast<size_t>(count);
+    done += static_cast<std::size_t>(count);
   }
   return static_cast<ssize_t>(done);
 }
 
-int write_whole(int fd, const void *buffer, size_t size) {
-  size_t done = 0;
+int write_whole(int fd, const void *buffer, std::size_t size) {
+  std::size_t done = 0;
   while (done < size) {
     const ssize_t count = write(fd, static_cast<const char *>(buffer) + done, size - done);
-    if (count < 0 && errno == EINTR) {
+    if (count < 0 && errno == EINTR)
       continue;
-    }
-    if (count < 0) {
+    if (count < 0)
       return -1;
-    }
     if (count == 0) {
       errno = EIO;
       return -1;
     }
-    done += static_cast<size_t>(count);
+    done += static_cast<std::size_t>(count);
   }
   return 0;
 }
@@ -64,28 +59,24 @@ int close_checked(int fd) {
   return close(fd) == 0 || errno == EINTR ? 0 : -1;
 }
 
-ssize_t attribute_read(const char *path, char *text, size_t size) {
+ssize_t attribute_read(const char *path, char *text, std::size_t size) {
   const int fd = open(path, O_RDONLY | O_CLOEXEC);
-  if (fd < 0) {
+  if (fd < 0)
     return -1;
-  }
   ssize_t length = read_whole(fd, text, size - 1);
-  if (length < 0) {
+  if (length < 0)
     return close_failed(fd);
-  }
   close(fd);
-  while (length > 0 && strchr(" \t\r\n", text[length - 1]) != nullptr) {
+  while (length > 0 && strchr(" \t\r\n", text[length - 1]) != nullptr)
     --length;  // strchr() finds the NUL that ends a device-tree text too
-  }
   text[length] = '\0';
   return length;
 }
 
 int attribute_read_number(const char *path, long *number) {
   char text[32];
-  if (attribute_read(path, text, sizeof(text)) < 0) {
+  if (attribute_read(path, text, sizeof text) < 0)
     return -1;
-  }
   char *end = text;
   errno = 0;
   const long value = strtol(text, &end, 10);
@@ -100,21 +91,19 @@ int attribute_read_number(const char *path, long *number) {
 int attribute_write(const char *path, const char *value) {
   // O_TRUNC means nothing to sysfs; it lets an ordinary file stand in for an attribute.
   const int fd = open(path, O_WRONLY | O_TRUNC | O_CLOEXEC);
-  if (fd < 0) {
+  if (fd < 0)
     return -1;
-  }
-  const size_t size = strlen(value);
+  const std::size_t size = strlen(value);
   ssize_t count;
   do {
     count = write(fd, value, size);
   } while (count < 0 && errno == EINTR);
-  if (count >= 0 && static_cast<size_t>(count) != size) {
+  if (count >= 0 && static_cast<std::size_t>(count) != size) {
     count = -1;
     errno = EIO;
   }
-  if (count < 0) {
+  if (count < 0)
     return close_failed(fd);
-  }
   return close_checked(fd);
 }
 

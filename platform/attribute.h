@@ -4,23 +4,24 @@
 #ifndef PLATFORM_ATTRIBUTE_H
 #define PLATFORM_ATTRIBUTE_H
 
-#include <cstddef>
 #include <sys/types.h>
+
+#include <cstddef>
 
 namespace rigcore {
 
 // Reads `size` bytes at most from a descriptor, as many as there are; the count, or -1.
-ssize_t read_whole(int fd, void *buffer, size_t size);
+ssize_t read_whole(int fd, void *buffer, std::size_t size);
 
 // Writes `size` bytes. A write that stops before the end is EIO.
-int write_whole(int fd, const void *buffer, size_t size);
+int write_whole(int fd, const void *buffer, std::size_t size);
 
 // close() whose failure counts: some file systems tell only here that a write was lost.
 int close_checked(int fd);
 
 // Stores the file's text in `text`, cut to `size` - 1 characters and terminated, without the line
 // end and blanks that follow it. The text's length, or -1.
-ssize_t attribute_read(const char *path, char *text, size_t size);
+ssize_t attribute_read(const char *path, char *text, std::size_t size);
 
 // Reads an attribute that is one decimal number. EBADMSG when it is none.
 int attribute_read_number(const char *path, long *number);

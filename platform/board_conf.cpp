@@ -3,13 +3,13 @@
 
 #include "platform/board_conf.h"
 
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
-#include <fcntl.h>
-#include <unistd.h>
-
 #include "platform/attribute.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <string.h>
+#include <unistd.h>
 
 namespace rigcore {
 
@@ -43,22 +43,20 @@ bool is_blank(char c) {
 }
 
 std::string_view trimmed(std::string_view text) {
-  while (!text.empty() && is_blank(text.front())) {
+  while (!text.empty() && is_blank(text.front()))
     text.remove_prefix(1);
-  }
-  while (!text.empty() && is_blank(text.back())) {
+  while (!text.empty() && is_blank(text.back()))
     text.remove_suffix(1);
-  }
   return text;
 }
 
 // Takes the next line off `text` and returns it without its line end, comment and outer blanks. A
 // comment starts with a '#' at the line's begin or after a blank: paths may hold one elsewhere.
 std::string_view take_line(std::string_view &text) {
-  const size_t end = text.find('\n');
+  const std::size_t end = text.find('\n');
   std::string_view line(text.data(), end == text.npos ? text.size() : end);
   text.remove_prefix(end == text.npos ? text.size() : end + 1);
-  for (size_t i = 0; i < line.size(); ++i) {
+  for (std::size_t i = 0; i < line.size(); ++i) {
     if (line[i] == '#' && (i == 0 || is_blank(line[i - 1]))) {
       line.remove_suffix(line.size() - i);
       break;
@@ -68,10 +66,9 @@ std::string_view take_line(std::string_view &text) {
 }
 
 bool split_entry(std::string_view line, std::string_view *key, std::string_view *value) {
-  const size_t equals = line.find('=');
-  if (equals == line.npos) {
+  const std::size_t equals = line.find('=');
+  if (equals == line.npos)
     return false;
-  }
   *key = trimmed({line.data(), equals});
   line.remove_prefix(equals + 1);
   *value = trimmed(line);
@@ -81,7 +78,7 @@ bool split_entry(std::string_view line, std::string_view *key, std::string_view 
 }  // namespace
 
 std::string_view built_in_map() {
-  return {kBuiltIn, sizeof(kBuiltIn) - 1};
+  return {kBuiltIn, sizeof kBuiltIn - 1};
 }
 
 bool find_entry(std::string_view text, std::string_view key, std::string_view *value) {
@@ -100,9 +97,8 @@ int first_bad_line(std::string_view text) {
   for (int number = 1; !text.empty(); ++number) {
     std::string_view key, value;
     const std::string_view line = take_line(text);
-    if (!line.empty() && !split_entry(line, &key, &value)) {
+    if (!line.empty() && !split_entry(line, &key, &value))
       return number;
-    }
   }
   return 0;
 }
@@ -115,27 +111,25 @@ void read_board_map(const char *path, BoardMap &map) {
     map.error = errno == ENOENT ? 0 : errno;
     return;
   }
-  const ssize_t length = read_whole(fd, map.text, sizeof(map.text));
-  if (length < 0) {
+  const ssize_t length = read_whole(fd, map.text, sizeof map.text);
+  if (length < 0)
     map.error = errno;
-  } else if (static_cast<size_t>(length) == sizeof(map.text)) {
+  else if (static_cast<std::size_t>(length) == sizeof map.text)
     map.error = EFBIG;
-  } else {
-    map.length = static_cast<size_t>(length);
-  }
+  else
+    map.length = static_cast<std::size_t>(length);
   close(fd);
 }
 
-int map_entry(const BoardMap &map, std::string_view key, char *value, size_t size) {
+int map_entry(const BoardMap &map, std::string_view key, char *value, std::size_t size) {
   if (map.error != 0) {
     // Falling back to the built-in map would be a guess: the file may say otherwise.
     errno = map.error;
     return -1;
   }
   std::string_view found;
-  if (!find_entry({map.text, map.length}, key, &found)) {
+  if (!find_entry({map.text, map.length}, key, &found))
     find_entry(built_in_map(), key, &found);
-  }
   if (found.empty()) {
     errno = ENODEV;
     return -1;
@@ -149,23 +143,22 @@ int map_entry(const BoardMap &map, std::string_view key, char *value, size_t siz
   return 0;
 }
 
-int board_entry(const char *key, char *value, size_t size) {
+int board_entry(const char *key, char *value, std::size_t size) {
   static BoardMap map;
   static bool is_read = false;
   if (!is_read) {
     read_board_map(kPath, map);
     is_read = true;
     const int line = first_bad_line({map.text, map.length});
-    if (line != 0) {
+    if (line != 0)
       fprintf(stderr, "%s:%d: not \"key = value\", line ignored\n", kPath, line);
-    }
   }
   return map_entry(map, key, value, size);
 }
 
-int board_entry(const char *family, unsigned index, char *value, size_t size) {
+int board_entry(const char *family, unsigned int index, char *value, std::size_t size) {
   char key[64];
-  snprintf(key, sizeof(key), "%s.%u", family, index);
+  snprintf(key, sizeof key, "%s.%u", family, index);
   return board_entry(key, value, size);
 }
 

@@ -10,22 +10,21 @@
 namespace rigcore {
 
 // Room for any entry's value, terminator included; a longer one in the file is ENAMETOOLONG.
-inline constexpr size_t kEntrySize = 256;
+inline constexpr std::size_t kEntrySize = 256;
 
 // Looks an entry of this board up and copies its value, terminated. The file is read when the first
 // entry is needed, once in a process. -1 with ENODEV when neither the file nor the built-in map
 // names a value, ENAMETOOLONG when the value does not fit, or why the file could not be read.
-int board_entry(const char *key, char *value, size_t size);
+int board_entry(const char *key, char *value, std::size_t size);
 
 // The entry `family`.`index`, such as "alarm.input.3".
-int board_entry(const char *family, unsigned index, char *value, size_t size);
+int board_entry(const char *family, unsigned int index, char *value, std::size_t size);
 
-// --- The parts that know nothing of this board
-// ----------------------------------------------------
+// The parts that know nothing of this board.
 
 // A map in memory.
 struct BoardMap {
-  size_t length;
+  std::size_t length;
   int error;  // errno of reading it, 0 when it was read or does not exist
   char text[32768];
 };
@@ -43,7 +42,7 @@ bool find_entry(std::string_view text, std::string_view key, std::string_view *v
 int first_bad_line(std::string_view text);
 
 // board_entry() on a given map over the built-in one.
-int map_entry(const BoardMap &map, std::string_view key, char *value, size_t size);
+int map_entry(const BoardMap &map, std::string_view key, char *value, std::size_t size);
 
 }  // namespace rigcore
 

@@ -3,38 +3,38 @@
 
 #include "platform/boot_blocks.h"
 
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
-#include <fcntl.h>
-#include <unistd.h>
-
 #include "platform/attribute.h"
 #include "platform/board_conf.h"
 #include "platform/hexdump.h"
 
+#include <errno.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <string.h>
+#include <unistd.h>
+
+namespace {
+
 using rigcore::kEntrySize;
 
-static constexpr size_t kBlockSize = 256;
+constexpr std::size_t kBlockSize = 256;
 static_assert(RIG_BOOTPARAM_SIZE == kBlockSize && RIG_HARDINFO_SIZE == kBlockSize);
 
 // The opener closes: -1 with the worker's errno, or close()'s when only that failed.
-static int closed(int fd, int result) {
+int closed(int fd, int result) {
   const int reason = errno;
-  if (rigcore::close_checked(fd) != 0 && result == 0) {
+  if (rigcore::close_checked(fd) != 0 && result == 0)
     return -1;
-  }
   errno = reason;
   return result;
 }
 
-static int read_block(int fd, void *block) {
+int read_block(int fd, void *block) {
   unsigned char read[kBlockSize];
   const ssize_t count = rigcore::read_whole(fd, read, kBlockSize);
-  if (count < 0) {
+  if (count < 0)
     return -1;
-  }
-  if (static_cast<size_t>(count) != kBlockSize) {
+  if (static_cast<std::size_t>(count) != kBlockSize) {
     errno = EIO;
     return -1;
   }
@@ -42,22 +42,23 @@ static int read_block(int fd, void *block) {
   return 0;
 }
 
-static int write_block(int fd, const void *block) {
-  if (rigcore::write_whole(fd, block, kBlockSize) != 0) {
+int write_block(int fd, const void *block) {
+  if (rigcore::write_whole(fd, block, kBlockSize) != 0)
     return -1;
-  }
   // A driver whose writes are through already need not have a sync.
   return fsync(fd) == 0 || errno == EINVAL || errno == EROFS || errno == ENOTSUP ? 0 : -1;
 }
 
-static int open_block(const char *key, int size, int flags) {
+int open_block(const char *key, int size, int flags) {
   char path[kEntrySize];
   if (size != static_cast<int>(kBlockSize)) {
     errno = EINVAL;
     return -1;
   }
-  return rigcore::board_entry(key, path, sizeof(path)) == 0 ? open(path, flags | O_CLOEXEC) : -1;
+  return rigcore::board_entry(key, path, sizeof path) == 0 ? open(path, flags | O_CLOEXEC) : -1;
 }
+
+}  // namespace
 
 int rig_bootparam_get(void *block, int size) {
   const int fd = open_block("bootparam", size, O_RDONLY);
@@ -77,13 +78,13 @@ int rig_hardinfo_get(void *block, int size) {
 
 void rig_bytes_print(const void *bytes, int size) {
   const auto *next = static_cast<const unsigned char *>(bytes);
-  const size_t total = size > 0 ? static_cast<size_t>(size) : 0;
+  const std::size_t total = size > 0 ? static_cast<std::size_t>(size) : 0;
   // A block's 16 rows leave in one write, also to a terminal.
   char rows[16 * rigcore::kHexdumpRowSize];
-  size_t length = 0;
-  for (size_t offset = 0; offset < total; offset += rigcore::kHexdumpRowBytes) {
-    const size_t rest = total - offset;
-    if (length + rigcore::kHexdumpRowSize > sizeof(rows)) {
+  std::size_t length = 0;
+  for (std::size_t offset = 0; offset < total; offset += rigcore::kHexdumpRowBytes) {
+    const std::size_t rest = total - offset;
+    if (length + rigcore::kHexdumpRowSize > sizeof rows) {
       fwrite(rows, 1, length, stdout);
       length = 0;
     }

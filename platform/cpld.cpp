@@ -7,21 +7,23 @@
 
 #include "platform/upgrade.h"
 
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
-#include <ctime>
-#include <fcntl.h>
-#include <unistd.h>
-
 #include "platform/attribute.h"
 #include "platform/board_conf.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <string.h>
+#include <time.h>
+#include <unistd.h>
+
+namespace {
 
 using rigcore::kEntrySize;
 
 // The slowest parts are erased and programmed in about two minutes.
-static constexpr time_t kLimitSeconds = 300;
-static constexpr timespec kPollInterval = {0, 100'000'000};
+constexpr time_t kLimitSeconds = 300;
+constexpr timespec kPollInterval = {0, 100'000'000};
 
 struct UploadError {
   char reason[20];
@@ -29,7 +31,7 @@ struct UploadError {
 };
 
 // The reasons that the firmware upload class knows.
-static constexpr UploadError kUploadErrors[] = {
+constexpr UploadError kUploadErrors[] = {
     // clang-format off
     {"hw-error",          EIO},
     {"timeout",           ETIMEDOUT},
@@ -42,13 +44,12 @@ static constexpr UploadError kUploadErrors[] = {
     // clang-format on
 };
 
-static int upload_errno(const char *error) {
+int upload_errno(const char *error) {
   const char *colon = strchr(error, ':');
   const char *reason = colon != nullptr ? colon + 1 : error;
   for (const UploadError &row : kUploadErrors) {
-    if (strcmp(row.reason, reason) == 0) {
+    if (strcmp(row.reason, reason) == 0)
       return row.number;
-    }
   }
   return EIO;
 }
@@ -57,27 +58,25 @@ struct AttributePath {
   char text[kEntrySize + 16];
 };
 
-static AttributePath attribute_of(const char *device, const char *name) {
+AttributePath attribute_of(const char *device, const char *name) {
   AttributePath path;
-  snprintf(path.text, sizeof(path.text), "%s/%s", device, name);
+  snprintf(path.text, sizeof path.text, "%s/%s", device, name);
   return path;
 }
 
-static int read_status(const char *device, char *status, size_t size) {
+int read_status(const char *device, char *status, std::size_t size) {
   return rigcore::attribute_read(attribute_of(device, "status").text, status, size) < 0 ? -1 : 0;
 }
 
-static int write_image(const char *device, const void *image, size_t size) {
+int write_image(const char *device, const void *image, std::size_t size) {
   const int fd = open(attribute_of(device, "data").text, O_WRONLY | O_TRUNC | O_CLOEXEC);
-  if (fd < 0) {
+  if (fd < 0)
     return -1;
-  }
   // The kernel takes a page of it at a time.
   const int result = rigcore::write_whole(fd, image, size);
   const int reason = errno;
-  if (rigcore::close_checked(fd) != 0 && result == 0) {
+  if (rigcore::close_checked(fd) != 0 && result == 0)
     return -1;
-  }
   errno = reason;
   return result;
 }
@@ -85,7 +84,7 @@ static int write_image(const char *device, const void *image, size_t size) {
 // Tells that the upload ended badly, and whether the CPLD itself has been touched by then: the
 // board must not be switched off in the belief that it is whole. `state` begins with the driver's
 // status.
-static int fail(const char *device, const char *state, int number) {
+int fail(const char *device, const char *state, int number) {
   const bool untouched = strncmp(state, "receiving", 9) == 0 || strncmp(state, "preparing", 9) == 0;
   fprintf(stderr, "%s: upload failed (%s)%s\n", device, state,
           untouched ? "" : ", the CPLD may be half programmed");
@@ -94,18 +93,16 @@ static int fail(const char *device, const char *state, int number) {
 }
 
 // Waits for the driver to end.
-static int wait_for_driver(const char *device) {
+int wait_for_driver(const char *device) {
   timespec now;
   clock_gettime(CLOCK_MONOTONIC, &now);
   const time_t limit = now.tv_sec + kLimitSeconds;
   for (;;) {
     char status[64];
-    if (read_status(device, status, sizeof(status)) != 0) {
+    if (read_status(device, status, sizeof status) != 0)
       return fail(device, "no status", errno);
-    }
-    if (strcmp(status, "idle") == 0) {
+    if (strcmp(status, "idle") == 0)
       break;
-    }
     clock_gettime(CLOCK_MONOTONIC, &now);
     if (now.tv_sec >= limit) {
       rigcore::attribute_write(attribute_of(device, "cancel").text, "1");
@@ -114,25 +111,22 @@ static int wait_for_driver(const char *device) {
     nanosleep(&kPollInterval, nullptr);
   }
   char error[64];
-  if (rigcore::attribute_read(attribute_of(device, "error").text, error, sizeof(error)) < 0) {
+  if (rigcore::attribute_read(attribute_of(device, "error").text, error, sizeof error) < 0)
     return fail(device, "no result", errno);
-  }
   return error[0] == '\0' ? 0 : fail(device, error, upload_errno(error));
 }
 
-static int burn(const char *device, const void *image, size_t size) {
+int burn(const char *device, const void *image, std::size_t size) {
   char status[64];
-  if (read_status(device, status, sizeof(status)) != 0) {
+  if (read_status(device, status, sizeof status) != 0)
     return -1;
-  }
   if (strcmp(status, "idle") != 0) {
     errno = EBUSY;
     return -1;
   }
   const AttributePath loading = attribute_of(device, "loading");
-  if (rigcore::attribute_write(loading.text, "1") != 0) {
+  if (rigcore::attribute_write(loading.text, "1") != 0)
     return -1;
-  }
   if (write_image(device, image, size) != 0 || rigcore::attribute_write(loading.text, "0") != 0) {
     const int reason = errno;
     rigcore::attribute_write(loading.text, "-1");
@@ -141,6 +135,8 @@ static int burn(const char *device, const void *image, size_t size) {
   }
   return wait_for_driver(device);
 }
+
+}  // namespace
 
 int rig_upgrade_burn_cpld(int index, const void *image, int size) {
   if (index != 0 || image == nullptr || size <= 0) {
@@ -152,8 +148,7 @@ int rig_upgrade_burn_cpld(int index, const void *image, int size) {
     return -1;
   }
   char device[kEntrySize];
-  if (rigcore::board_entry("cpld", device, sizeof(device)) != 0) {
+  if (rigcore::board_entry("cpld", device, sizeof device) != 0)
     return -1;
-  }
-  return burn(device, image, static_cast<size_t>(size));
+  return burn(device, image, static_cast<std::size_t>(size));
 }

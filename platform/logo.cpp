@@ -2,8 +2,10 @@
 
 #include "platform/logo.h"
 
-#include <cstdio>
-#include <cstring>
+#include <stdio.h>
+#include <string.h>
+
+#include <cstddef>
 
 int rig_print_logo(int indent, int end_line) {
   static constexpr char kLogo[] =
@@ -15,9 +17,10 @@ int rig_print_logo(int indent, int end_line) {
   static constexpr int kMostIndent = 40;
 
   // One write for the whole banner, also to a terminal.
-  char text[sizeof(kLogo) + kLines * kMostIndent + 1];
-  size_t length = 0;
-  const size_t blanks = indent > 0 && indent <= kMostIndent ? static_cast<size_t>(indent) : 0;
+  char text[sizeof kLogo + kLines * kMostIndent + 1];
+  std::size_t length = 0;
+  const std::size_t blanks =
+      indent > 0 && indent <= kMostIndent ? static_cast<std::size_t>(indent) : 0;
   for (const char *c = kLogo; *c != '\0'; ++c) {
     if (c == kLogo || c[-1] == '\n') {
       memset(text + length, ' ', blanks);
@@ -25,9 +28,8 @@ int rig_print_logo(int indent, int end_line) {
     }
     text[length++] = *c;
   }
-  if (end_line != 0) {
+  if (end_line != 0)
     text[length++] = '\n';
-  }
   fwrite(text, 1, length, stdout);
   return 0;
 }

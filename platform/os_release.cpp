@@ -6,11 +6,10 @@ namespace rigcore {
 
 namespace {
 
-void copy_unquoted(std::string_view quoted, char *value, size_t size) {
+void copy_unquoted(std::string_view quoted, char *value, std::size_t size) {
   while (!quoted.empty() &&
-         (quoted.back() == ' ' || quoted.back() == '\t' || quoted.back() == '\r')) {
+         (quoted.back() == ' ' || quoted.back() == '\t' || quoted.back() == '\r'))
     quoted.remove_suffix(1);
-  }
   char quote = '\0';
   if (quoted.size() >= 2 && quoted.front() == quoted.back() &&
       (quoted.front() == '"' || quoted.front() == '\'')) {
@@ -18,11 +17,10 @@ void copy_unquoted(std::string_view quoted, char *value, size_t size) {
     quoted.remove_prefix(1);
     quoted.remove_suffix(1);
   }
-  size_t length = 0;
-  for (size_t i = 0; i < quoted.size() && length + 1 < size; ++i) {
-    if (quoted[i] == '\\' && quote != '\'' && i + 1 < quoted.size()) {
+  std::size_t length = 0;
+  for (std::size_t i = 0; i < quoted.size() && length + 1 < size; ++i) {
+    if (quoted[i] == '\\' && quote != '\'' && i + 1 < quoted.size())
       ++i;
-    }
     value[length++] = quoted[i];
   }
   value[length] = '\0';
@@ -30,10 +28,10 @@ void copy_unquoted(std::string_view quoted, char *value, size_t size) {
 
 }  // namespace
 
-bool find_assignment(std::string_view text, std::string_view name, char *value, size_t size) {
+bool find_assignment(std::string_view text, std::string_view name, char *value, std::size_t size) {
   bool found = false;
   while (!text.empty()) {
-    const size_t end = text.find('\n');
+    const std::size_t end = text.find('\n');
     std::string_view line(text.data(), end == text.npos ? text.size() : end);
     text.remove_prefix(end == text.npos ? text.size() : end + 1);
     if (line.size() > name.size() && line.starts_with(name) && line[name.size()] == '=') {

@@ -10,7 +10,7 @@ namespace rigcore {
 
 // Stores the value that `text` gives `name`, without its quotes, cut to `size` - 1 characters and
 // terminated. The last assignment counts, as it would for a shell. False when there is none.
-bool find_assignment(std::string_view text, std::string_view name, char *value, size_t size);
+bool find_assignment(std::string_view text, std::string_view name, char *value, std::size_t size);
 
 }  // namespace rigcore
 

@@ -3,14 +3,14 @@
 
 #include "platform/overlay_blob.h"
 
-#include <cerrno>
-#include <cstdint>
-#include <cstdio>
-#include <cstring>
-
 #include <arpa/inet.h>
 #include <dlfcn.h>
+#include <errno.h>
 #include <libfdt.h>
+#include <stdio.h>
+#include <string.h>
+
+#include <cstdint>
 
 namespace rigcore {
 
@@ -35,9 +35,8 @@ bool bind(void *handle, const char *name, Function *function) {
 
 bool load_library() {
   static bool is_loaded = false;
-  if (is_loaded) {
+  if (is_loaded)
     return true;
-  }
   void *handle = dlopen("libfdt.so.1", RTLD_NOW | RTLD_LOCAL);
   is_loaded = handle != nullptr && bind(handle, "fdt_create", &fdt.create) &&
               bind(handle, "fdt_finish_reservemap", &fdt.finish_reservemap) &&
@@ -50,21 +49,20 @@ bool load_library() {
 
 // Value bytes as the blob holds them. Both kinds are copied, since a caller's text has no NUL at
 // its end and its cells need not be aligned.
-constexpr size_t kMostValue = 4096;
+constexpr std::size_t kMostValue = 4096;
 
-uint32_t encode_value(const DtbOverlayProp &prop, unsigned char (&bytes)[kMostValue]) {
-  if (prop.length > 0) {
+std::uint32_t encode_value(const DtbOverlayProp &prop, unsigned char (&bytes)[kMostValue]) {
+  if (prop.length > 0)
     memcpy(bytes, prop.value, prop.length);
-  }
   if (prop.type == DTB_PROP_STRING) {
     bytes[prop.length] = '\0';
     return prop.length + 1;
   }
-  for (uint32_t at = 0; at < prop.length; at += sizeof(uint32_t)) {
-    uint32_t cell;
-    memcpy(&cell, bytes + at, sizeof(cell));
+  for (std::uint32_t at = 0; at < prop.length; at += sizeof(std::uint32_t)) {
+    std::uint32_t cell;
+    memcpy(&cell, bytes + at, sizeof cell);
     cell = htonl(cell);
-    memcpy(bytes + at, &cell, sizeof(cell));
+    memcpy(bytes + at, &cell, sizeof cell);
   }
   return prop.length;
 }
@@ -74,7 +72,7 @@ bool add_fragment(void *blob, int number, const DtbOverlayProp &prop) {
   unsigned char value[kMostValue];
   const int length = static_cast<int>(encode_value(prop, value));
   char fragment[24];
-  snprintf(fragment, sizeof(fragment), "fragment@%d", number);
+  snprintf(fragment, sizeof fragment, "fragment@%d", number);
   return fdt.begin_node(blob, fragment) == 0 &&
          fdt.property(blob, "target-path", prop.node, static_cast<int>(strlen(prop.node)) + 1) ==
              0 &&
@@ -83,15 +81,13 @@ bool add_fragment(void *blob, int number, const DtbOverlayProp &prop) {
          fdt.end_node(blob) == 0;
 }
 
-bool write_tree(const DtbOverlayProp *props, int count, void *blob, size_t size) {
+bool write_tree(const DtbOverlayProp *props, int count, void *blob, std::size_t size) {
   if (fdt.create(blob, static_cast<int>(size)) != 0 || fdt.finish_reservemap(blob) != 0 ||
-      fdt.begin_node(blob, "") != 0) {
+      fdt.begin_node(blob, "") != 0)
     return false;
-  }
   for (int i = 0; i < count; ++i) {
-    if (!add_fragment(blob, i, props[i])) {
+    if (!add_fragment(blob, i, props[i]))
       return false;
-    }
   }
   return fdt.end_node(blob) == 0 && fdt.finish(blob) == 0;
 }
@@ -100,17 +96,15 @@ bool write_tree(const DtbOverlayProp *props, int count, void *blob, size_t size)
 
 bool is_overlay_property(const DtbOverlayProp &prop) {
   if (prop.node == nullptr || prop.node[0] != '/' || prop.name == nullptr || prop.name[0] == '\0' ||
-      strchr(prop.name, '/') != nullptr) {
+      strchr(prop.name, '/') != nullptr)
     return false;
-  }
-  if ((prop.value == nullptr && prop.length > 0) || prop.length >= kMostValue) {
+  if ((prop.value == nullptr && prop.length > 0) || prop.length >= kMostValue)
     return false;
-  }
   return prop.type == DTB_PROP_STRING ||
-         (prop.type == DTB_PROP_CELLS && prop.length % sizeof(uint32_t) == 0);
+         (prop.type == DTB_PROP_CELLS && prop.length % sizeof(std::uint32_t) == 0);
 }
 
-int build_overlay(const DtbOverlayProp *props, int count, void *blob, size_t size) {
+int build_overlay(const DtbOverlayProp *props, int count, void *blob, std::size_t size) {
   if (!load_library()) {
     errno = ELIBACC;
     return -1;

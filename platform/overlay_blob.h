@@ -3,9 +3,9 @@
 #ifndef PLATFORM_OVERLAY_BLOB_H
 #define PLATFORM_OVERLAY_BLOB_H
 
-#include <cstddef>
-
 #include "platform/device_tree.h"
+
+#include <cstddef>
 
 namespace rigcore {
 
@@ -17,7 +17,7 @@ bool is_overlay_property(const DtbOverlayProp &prop);
 // is_overlay_property() holds, in `blob`. A text gets its NUL; cells become big-endian, as
 // everywhere in a device tree. The blob's size, or -1 with errno: ELIBACC when libfdt is not
 // installed, ENOSPC when it does not fit.
-int build_overlay(const DtbOverlayProp *props, int count, void *blob, size_t size);
+int build_overlay(const DtbOverlayProp *props, int count, void *blob, std::size_t size);
 
 }  // namespace rigcore
 

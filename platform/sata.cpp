@@ -2,21 +2,22 @@
 
 #include "platform/sata.h"
 
-#include <cerrno>
+#include "platform/sata_passthrough.h"
+
+#include <errno.h>
 #include <fcntl.h>
 #include <unistd.h>
-#include <utility>
 
-#include "platform/sata_passthrough.h"
+#include <utility>
 
 using rigcore::AtaCommand;
 
 namespace {
 
-constexpr uint8_t kIdentifyDevice = 0xEC;
-constexpr uint8_t kSmart = 0xB0;
-constexpr uint8_t kSmartMid = 0x4F;
-constexpr uint8_t kSmartHigh = 0xC2;
+constexpr std::uint8_t kIdentifyDevice = 0xEC;
+constexpr std::uint8_t kSmart = 0xB0;
+constexpr std::uint8_t kSmartMid = 0x4F;
+constexpr std::uint8_t kSmartHigh = 0xC2;
 
 constexpr AtaCommand kIdentify = {.command = kIdentifyDevice,
                                   .features = 0,
@@ -26,7 +27,7 @@ constexpr AtaCommand kIdentify = {.command = kIdentifyDevice,
                                   .lba_high = 0,
                                   .reads_sector = true};
 
-constexpr AtaCommand smart_read(uint8_t features) {
+constexpr AtaCommand smart_read(std::uint8_t features) {
   return {.command = kSmart,
           .features = features,
           .count = 1,
@@ -36,7 +37,7 @@ constexpr AtaCommand smart_read(uint8_t features) {
           .reads_sector = true};
 }
 
-constexpr AtaCommand smart_switch(uint8_t features, uint8_t count) {
+constexpr AtaCommand smart_switch(std::uint8_t features, std::uint8_t count) {
   return {.command = kSmart,
           .features = features,
           .count = count,
@@ -73,25 +74,22 @@ int read_sector(const char *path, const AtaCommand &command, void *buffer) {
     return -1;
   }
   const int disk = open_disk(path);
-  if (disk < 0) {
+  if (disk < 0)
     return -1;
-  }
   return close_disk(disk, rigcore::send_ata_command(disk, command, buffer));
 }
 
-void swap_pairs(uint8_t *text, int size) {
-  for (int i = 0; i < size; i += 2) {
+void swap_pairs(std::uint8_t *text, int size) {
+  for (int i = 0; i < size; i += 2)
     std::swap(text[i], text[i + 1]);
-  }
 }
 
 }  // namespace
 
 int rig_sata_read_identify_info(const char *path, void *buffer) {
-  if (read_sector(path, kIdentify, buffer) != 0) {
+  if (read_sector(path, kIdentify, buffer) != 0)
     return -1;
-  }
-  auto *identify = static_cast<uint8_t *>(buffer);
+  auto *identify = static_cast<std::uint8_t *>(buffer);
   swap_pairs(identify + 20, 20);
   swap_pairs(identify + 46, 8);
   swap_pairs(identify + 54, 40);
@@ -100,13 +98,11 @@ int rig_sata_read_identify_info(const char *path, void *buffer) {
 
 int rig_sata_enable_smart(const char *path) {
   const int disk = open_disk(path);
-  if (disk < 0) {
+  if (disk < 0)
     return -1;
-  }
   int result = rigcore::send_ata_command(disk, kEnableSmart, nullptr);
-  if (result == 0) {
+  if (result == 0)
     result = rigcore::send_ata_command(disk, kEnableAutosave, nullptr);
-  }
   return close_disk(disk, result);
 }
 

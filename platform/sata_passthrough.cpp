@@ -2,47 +2,45 @@
 
 #include "platform/sata_passthrough.h"
 
-#include <cerrno>
-#include <cstring>
+#include <errno.h>
 #include <scsi/sg.h>
+#include <string.h>
 #include <sys/ioctl.h>
 
 namespace rigcore {
 
 namespace {
 
-constexpr uint8_t kPassThrough16 = 0x85;
-constexpr uint8_t kNoData = 3 << 1;
-constexpr uint8_t kPioIn = 4 << 1;
-constexpr uint8_t kOneSectorIn = 0x0E;  // from the device, in blocks, as many as COUNT says
+constexpr std::uint8_t kPassThrough16 = 0x85;
+constexpr std::uint8_t kNoData = 3 << 1;
+constexpr std::uint8_t kPioIn = 4 << 1;
+constexpr std::uint8_t kOneSectorIn = 0x0E;  // from the device, in blocks, as many as COUNT says
 
-constexpr unsigned kSectorSize = 512;
-constexpr unsigned kTimeoutMs = 15000;  // a disk that spins up first needs most of it
+constexpr unsigned int kSectorSize = 512;
+constexpr unsigned int kTimeoutMs = 15000;  // a disk that spins up first needs most of it
 
-constexpr unsigned kHostNoConnect = 1;
-constexpr unsigned kHostBadTarget = 4;
-constexpr unsigned kHostTimeOut = 3;
+constexpr unsigned int kHostNoConnect = 1;
+constexpr unsigned int kHostBadTarget = 4;
+constexpr unsigned int kHostTimeOut = 3;
 
-constexpr uint8_t kCheckCondition = 0x02;
-constexpr uint8_t kDriverSense = 0x08;
-constexpr uint8_t kRecoveredError = 0x1;
-constexpr uint8_t kIllegalRequest = 0x5;
-constexpr uint8_t kAbortedCommand = 0xB;
+constexpr std::uint8_t kCheckCondition = 0x02;
+constexpr std::uint8_t kDriverSense = 0x08;
+constexpr std::uint8_t kRecoveredError = 0x1;
+constexpr std::uint8_t kIllegalRequest = 0x5;
+constexpr std::uint8_t kAbortedCommand = 0xB;
 
 // Sense key of fixed or descriptor sense data; 0 when there is none.
-uint8_t sense_key(const uint8_t *sense, unsigned length) {
-  if (length < 3) {
+std::uint8_t sense_key(const std::uint8_t *sense, unsigned int length) {
+  if (length < 3)
     return 0;
-  }
-  const uint8_t code = sense[0] & 0x7F;
-  if (code == 0x72 || code == 0x73) {
+  const std::uint8_t code = sense[0] & 0x7F;
+  if (code == 0x72 || code == 0x73)
     return sense[1] & 0x0F;
-  }
   return code == 0x70 || code == 0x71 ? sense[2] & 0x0F : 0;
 }
 
 // errno of a request that the kernel took; 0 for success.
-int outcome(const sg_io_hdr &header, const uint8_t *sense) {
+int outcome(const sg_io_hdr &header, const std::uint8_t *sense) {
   switch (header.host_status) {
     case 0:
       break;
@@ -72,7 +70,7 @@ int outcome(const sg_io_hdr &header, const uint8_t *sense) {
 }  // namespace
 
 int send_ata_command(int fd, const AtaCommand &command, void *sector) {
-  uint8_t cdb[16] = {};
+  std::uint8_t cdb[16] = {};
   cdb[0] = kPassThrough16;
   cdb[1] = command.reads_sector ? kPioIn : kNoData;
   cdb[2] = command.reads_sector ? kOneSectorIn : 0;
@@ -83,32 +81,30 @@ int send_ata_command(int fd, const AtaCommand &command, void *sector) {
   cdb[12] = command.lba_high;
   cdb[14] = command.command;
 
-  uint8_t sense[32] = {};
-  uint8_t data[kSectorSize] = {};
+  std::uint8_t sense[32] = {};
+  std::uint8_t data[kSectorSize] = {};
   sg_io_hdr header = {};
   header.interface_id = 'S';
   header.cmdp = cdb;
-  header.cmd_len = sizeof(cdb);
+  header.cmd_len = sizeof cdb;
   header.sbp = sense;
-  header.mx_sb_len = sizeof(sense);
+  header.mx_sb_len = sizeof sense;
   header.timeout = kTimeoutMs;
   header.dxfer_direction = SG_DXFER_NONE;
   if (command.reads_sector) {
     header.dxfer_direction = SG_DXFER_FROM_DEV;
     header.dxferp = data;
-    header.dxfer_len = sizeof(data);
+    header.dxfer_len = sizeof data;
   }
-  if (ioctl(fd, SG_IO, &header) != 0) {
+  if (ioctl(fd, SG_IO, &header) != 0)
     return -1;
-  }
   const int reason = outcome(header, sense);
   if (reason != 0) {
     errno = reason;
     return -1;
   }
-  if (command.reads_sector) {
-    memcpy(sector, data, sizeof(data));
-  }
+  if (command.reads_sector)
+    memcpy(sector, data, sizeof data);
   return 0;
 }
 

@@ -10,12 +10,12 @@ namespace rigcore {
 // Registers of a 28-bit ATA command. With `reads_sector` it is a PIO data-in of one sector, without
 // a command that moves no data.
 struct AtaCommand {
-  uint8_t command;
-  uint8_t features;
-  uint8_t count;
-  uint8_t lba_low;
-  uint8_t lba_mid;
-  uint8_t lba_high;
+  std::uint8_t command;
+  std::uint8_t features;
+  std::uint8_t count;
+  std::uint8_t lba_low;
+  std::uint8_t lba_mid;
+  std::uint8_t lba_high;
   bool reads_sector;
 };
 

@@ -8,15 +8,17 @@
 
 #include "platform/storage.h"
 
-#include <algorithm>
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
-#include <dirent.h>
-#include <unistd.h>
-
 #include "platform/attribute.h"
 #include "platform/board_conf.h"
+
+#include <dirent.h>
+#include <errno.h>
+#include <stdio.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdint>
 
 using rigcore::attribute_read;
 using rigcore::attribute_write;
@@ -24,8 +26,8 @@ using rigcore::kEntrySize;
 
 namespace {
 
-constexpr size_t kNameSize = sizeof(StorDev::name);
-constexpr unsigned kSwitches = STOR_DEVICES_MAX;
+constexpr std::size_t kNameSize = sizeof(StorDev::name);
+constexpr unsigned int kSwitches = STOR_DEVICES_MAX;
 
 struct PowerSwitch {
   char name[kNameSize];
@@ -40,11 +42,10 @@ bool parse_switch(const char *entry, PowerSwitch &out) {
 }
 
 // 0, or -1 with errno: ENODEV for an entry that the map lacks, EINVAL for one that is no switch.
-int load_switch(unsigned index, PowerSwitch &out) {
+int load_switch(unsigned int index, PowerSwitch &out) {
   char entry[kEntrySize];
-  if (rigcore::board_entry("storage", index, entry, sizeof(entry)) != 0) {
+  if (rigcore::board_entry("storage", index, entry, sizeof entry) != 0)
     return -1;
-  }
   if (!parse_switch(entry, out)) {
     errno = EINVAL;
     return -1;
@@ -54,16 +55,14 @@ int load_switch(unsigned index, PowerSwitch &out) {
 
 // The switch of a device; ENODEV when it has none.
 int find_switch(const char *name, PowerSwitch &out) {
-  for (unsigned i = 0; i < kSwitches; ++i) {
+  for (unsigned int i = 0; i < kSwitches; ++i) {
     if (load_switch(i, out) != 0) {
-      if (errno == ENODEV) {
+      if (errno == ENODEV)
         continue;
-      }
       return -1;
     }
-    if (strcmp(out.name, name) == 0) {
+    if (strcmp(out.name, name) == 0)
       return 0;
-    }
   }
   errno = ENODEV;
   return -1;
@@ -78,15 +77,14 @@ bool takes_words(const PowerSwitch &power) {
 // STOR_POWEROFF or STOR_POWERUP, or -1.
 int read_switch(const PowerSwitch &power) {
   char text[32];
-  if (attribute_read(power.attribute, text, sizeof(text)) < 0) {
+  if (attribute_read(power.attribute, text, sizeof text) < 0)
     return -1;
-  }
   const bool on = takes_words(power) ? strcmp(text, "enabled") == 0 : strcmp(text, "0") != 0;
   return on ? STOR_POWERUP : STOR_POWEROFF;
 }
 
 void block_path(const char *name, const char *attribute, char (&out)[128]) {
-  snprintf(out, sizeof(out), "/sys/block/%s%s", name, attribute);
+  snprintf(out, sizeof out, "/sys/block/%s%s", name, attribute);
 }
 
 bool is_there(const char *name) {
@@ -103,96 +101,80 @@ bool starts_with(const char *text, const char *prefix) {
 // translation, optical drives and the boot areas of an eMMC are no storage for recordings.
 bool is_storage(const char *name) {
   if (name[0] == '.' || strlen(name) >= kNameSize || starts_with(name, "mtdblock") ||
-      starts_with(name, "sr") || starts_with(name, "fd")) {
+      starts_with(name, "sr") || starts_with(name, "fd"))
     return false;
-  }
-  if (starts_with(name, "mmcblk") && strpbrk(name + strlen("mmcblk"), "br") != nullptr) {
+  if (starts_with(name, "mmcblk") && strpbrk(name + strlen("mmcblk"), "br") != nullptr)
     return false;  // mmcblk0boot0, mmcblk0rpmb
-  }
   char path[128];
   block_path(name, "/device", path);
   return access(path, F_OK) == 0;
 }
 
 int state_of(const char *name) {
-  if (!is_there(name)) {
+  if (!is_there(name))
     return STOR_OFFLINE;
-  }
   char path[128];
   char text[32];
   block_path(name, "/device/state", path);  // only SCSI devices have one
-  if (attribute_read(path, text, sizeof(text)) >= 0) {
-    if (strcmp(text, "created") == 0) {
+  if (attribute_read(path, text, sizeof text) >= 0) {
+    if (strcmp(text, "created") == 0)
       return STOR_DET;
-    }
-    if (strcmp(text, "offline") == 0 || strcmp(text, "deleted") == 0) {
+    if (strcmp(text, "offline") == 0 || strcmp(text, "deleted") == 0)
       return STOR_OFFLINE;
-    }
-    if (strcmp(text, "running") != 0) {
+    if (strcmp(text, "running") != 0)
       return STOR_ERROR;
-    }
   } else if (errno != ENOENT) {
     return -1;
   }
   long read_only = 0;
   block_path(name, "/ro", path);
-  if (rigcore::attribute_read_number(path, &read_only) != 0 && errno != ENOENT) {
+  if (rigcore::attribute_read_number(path, &read_only) != 0 && errno != ENOENT)
     return -1;
-  }
   return read_only != 0 ? STOR_READONLY : STOR_ONLINE;
 }
 
 int power_state_of(const char *name) {
   PowerSwitch power;
-  if (find_switch(name, power) == 0) {
+  if (find_switch(name, power) == 0)
     return read_switch(power);
-  }
-  if (errno != ENODEV) {
+  if (errno != ENODEV)
     return -1;
-  }
-  if (is_there(name)) {
+  if (is_there(name))
     return STOR_POWERUP;
-  }
   errno = ENODEV;
   return -1;
 }
 
 bool is_listed(const StorDevList &list, const char *name) {
-  for (int32_t i = 0; i < list.count; ++i) {
-    if (strcmp(list.devices[i].name, name) == 0) {
+  for (std::int32_t i = 0; i < list.count; ++i) {
+    if (strcmp(list.devices[i].name, name) == 0)
       return true;
-    }
   }
   return false;
 }
 
 // Keeps the list in the order of the names; the last ones do not fit.
 void insert_name(StorDevList &list, const char *name) {
-  int32_t at = 0;
-  while (at < list.count && strcmp(list.devices[at].name, name) < 0) {
+  std::int32_t at = 0;
+  while (at < list.count && strcmp(list.devices[at].name, name) < 0)
     ++at;
-  }
-  if (at == STOR_DEVICES_MAX) {
+  if (at == STOR_DEVICES_MAX)
     return;
-  }
   list.count = std::min(list.count + 1, STOR_DEVICES_MAX);
-  for (int32_t i = list.count - 1; i > at; --i) {
+  for (std::int32_t i = list.count - 1; i > at; --i)
     list.devices[i] = list.devices[i - 1];
-  }
   list.devices[at] = {};
   strcpy(list.devices[at].name, name);
 }
 
 int collect_block_devices(StorDevList &list) {
   DIR *directory = opendir("/sys/block");
-  if (directory == nullptr) {
+  if (directory == nullptr)
     return errno == ENOENT ? 0 : -1;  // a kernel without block devices
-  }
   errno = 0;
   while (const dirent *entry = readdir(directory)) {
-    if (is_storage(entry->d_name)) {
+    if (is_storage(entry->d_name))
       insert_name(list, entry->d_name);
-    }
     errno = 0;
   }
   const int reason = errno;
@@ -202,17 +184,15 @@ int collect_block_devices(StorDevList &list) {
 }
 
 int collect_switched_devices(StorDevList &list) {
-  for (unsigned i = 0; i < kSwitches; ++i) {
+  for (unsigned int i = 0; i < kSwitches; ++i) {
     PowerSwitch power;
     if (load_switch(i, power) != 0) {
-      if (errno == ENODEV) {
+      if (errno == ENODEV)
         continue;
-      }
       return -1;
     }
-    if (!is_listed(list, power.name)) {
+    if (!is_listed(list, power.name))
       insert_name(list, power.name);
-    }
   }
   return 0;
 }
@@ -231,21 +211,18 @@ const char *name_of(const StorDev *device) {
 int switch_off(const char *name, const PowerSwitch &power) {
   char path[128];
   block_path(name, "/device/delete", path);
-  if (attribute_write(path, "1") != 0 && errno != ENOENT) {
+  if (attribute_write(path, "1") != 0 && errno != ENOENT)
     return -1;
-  }
   return attribute_write(power.attribute, takes_words(power) ? "disabled" : "0");
 }
 
 int switch_on(const PowerSwitch &power) {
-  if (attribute_write(power.attribute, takes_words(power) ? "enabled" : "1") != 0) {
+  if (attribute_write(power.attribute, takes_words(power) ? "enabled" : "1") != 0)
     return -1;
-  }
-  if (power.host[0] == '\0') {
+  if (power.host[0] == '\0')
     return 0;
-  }
   char path[128];
-  snprintf(path, sizeof(path), "/sys/class/scsi_host/%s/scan", power.host);
+  snprintf(path, sizeof path, "/sys/class/scsi_host/%s/scan", power.host);
   return attribute_write(path, "- - -");  // every channel, target and unit
 }
 
@@ -257,18 +234,16 @@ int rig_stor_devlist(StorDevList *list) {
     return -1;
   }
   StorDevList found = {};
-  if (collect_block_devices(found) != 0 || collect_switched_devices(found) != 0) {
+  if (collect_block_devices(found) != 0 || collect_switched_devices(found) != 0)
     return -1;
-  }
-  for (int32_t i = 0; i < found.count; ++i) {
+  for (std::int32_t i = 0; i < found.count; ++i) {
     StorDev &device = found.devices[i];
     const int state = state_of(device.name);
     const int power_state = power_state_of(device.name);
-    if (state < 0 || power_state < 0) {
+    if (state < 0 || power_state < 0)
       return -1;
-    }
-    device.state = static_cast<uint32_t>(state);
-    device.power_state = static_cast<uint32_t>(power_state);
+    device.state = static_cast<std::uint32_t>(state);
+    device.power_state = static_cast<std::uint32_t>(power_state);
   }
   *list = found;
   return 0;
@@ -284,18 +259,16 @@ int rig_stor_dev_power_state(StorDev *device) {
   return name != nullptr ? power_state_of(name) : -1;
 }
 
-int rig_stor_dev_power_ctrl(StorDev *device, uint32_t power) {
+int rig_stor_dev_power_ctrl(StorDev *device, std::uint32_t power) {
   const char *name = name_of(device);
-  if (name == nullptr) {
+  if (name == nullptr)
     return -1;
-  }
   if (power != STOR_POWEROFF && power != STOR_POWERUP) {
     errno = EINVAL;
     return -1;
   }
   PowerSwitch found;
-  if (find_switch(name, found) != 0) {
+  if (find_switch(name, found) != 0)
     return -1;
-  }
   return power == STOR_POWERUP ? switch_on(found) : switch_off(name, found);
 }

@@ -2,8 +2,10 @@
 
 #include "platform/thread.h"
 
-#include <cerrno>
+#include <errno.h>
 #include <sched.h>
+
+#include <cstddef>
 
 int rig_thread_set_cpu(pthread_t thread, int cpu) {
   if (cpu < 0 || cpu >= CPU_SETSIZE) {
@@ -12,8 +14,8 @@ int rig_thread_set_cpu(pthread_t thread, int cpu) {
   }
   cpu_set_t set;
   CPU_ZERO(&set);
-  CPU_SET(static_cast<size_t>(cpu), &set);
-  const int error = pthread_setaffinity_np(thread, sizeof(set), &set);
+  CPU_SET(static_cast<std::size_t>(cpu), &set);
+  const int error = pthread_setaffinity_np(thread, sizeof set, &set);
   if (error != 0) {
     errno = error;
     return -1;

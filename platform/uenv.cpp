@@ -9,16 +9,19 @@
 
 #include "platform/uenv.h"
 
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
 #include <dlfcn.h>
+#include <errno.h>
 #include <libuboot.h>
+#include <stdlib.h>
+#include <string.h>
 
-static constexpr char kConfiguration[] = "/etc/fw_env.config";
+#include <cstddef>
 
-// --- libubootenv
-// ----------------------------------------------------------------------------------
+namespace {
+
+constexpr char kConfiguration[] = "/etc/fw_env.config";
+
+// libubootenv.
 
 struct UbootLibrary {
   decltype(&libuboot_initialize) initialize;
@@ -34,20 +37,19 @@ struct UbootLibrary {
   decltype(&libuboot_getvalue) getvalue;
 };
 
-static UbootLibrary library;
+UbootLibrary library;
 
 template <typename Function>
-static bool bind(void *handle, const char *name, Function *function) {
+bool bind(void *handle, const char *name, Function *function) {
   *function = reinterpret_cast<Function>(dlsym(handle, name));
   return *function != nullptr;
 }
 
 // ELIBACC when libubootenv is not installed.
-static int load_library() {
+int load_library() {
   static bool is_loaded = false;
-  if (is_loaded) {
+  if (is_loaded)
     return 0;
-  }
   void *handle = dlopen("libubootenv.so.0", RTLD_NOW | RTLD_LOCAL);
   if (handle != nullptr && bind(handle, "libuboot_initialize", &library.initialize) &&
       bind(handle, "libuboot_read_config", &library.read_config) &&
@@ -70,7 +72,7 @@ static int load_library() {
 // libubootenv's results are coarse, but the errno of the call that failed is still there: it counts
 // when it says more than `otherwise`. ENOENT and EPERM never pass, since to the callers they speak
 // of the variable and not of the medium.
-static int reason_of_failure(int otherwise) {
+int reason_of_failure(int otherwise) {
   switch (errno) {
     case EACCES:
     case EBUSY:
@@ -85,7 +87,7 @@ static int reason_of_failure(int otherwise) {
   }
 }
 
-static void close_environment(uboot_ctx *context) {
+void close_environment(uboot_ctx *context) {
   const int reason = errno;
   library.close(context);
   library.exit(context);
@@ -93,10 +95,9 @@ static void close_environment(uboot_ctx *context) {
 }
 
 // Reads the environment. Other programs wait for libubootenv's lock until close_environment().
-static int open_environment(uboot_ctx **context) {
-  if (load_library() != 0) {
+int open_environment(uboot_ctx **context) {
+  if (load_library() != 0)
     return -1;
-  }
   if (library.initialize(context, nullptr) != 0) {
     errno = ENOMEM;
     return -1;
@@ -120,8 +121,7 @@ static int open_environment(uboot_ctx **context) {
   return 0;
 }
 
-// --- The listing
-// ----------------------------------------------------------------------------------
+// The listing.
 
 struct Variable {
   const char *name;
@@ -131,28 +131,26 @@ struct Variable {
 struct Listing {
   Variable *variables;  // one allocation: the rows, behind them their texts
   int count;
-  int named;            // the row that rig_uenv_key() named last, -1 for none
-  size_t named_length;  // of the name as it was handed out
+  int named;                 // the row that rig_uenv_key() named last, -1 for none
+  std::size_t named_length;  // of the name as it was handed out
 };
 
-static Listing listing = {nullptr, 0, -1, 0};
+Listing listing = {nullptr, 0, -1, 0};
 
-static void drop_listing() {
+void drop_listing() {
   free(listing.variables);
   listing = {nullptr, 0, -1, 0};
 }
 
-static int take_listing() {
+int take_listing() {
   drop_listing();
   uboot_ctx *context;
-  if (open_environment(&context) != 0) {
+  if (open_environment(&context) != 0)
     return -1;
-  }
-  size_t count = 0;
-  size_t size = 0;
-  for (void *row = nullptr; (row = library.iterator(context, row)) != nullptr; ++count) {
+  std::size_t count = 0;
+  std::size_t size = 0;
+  for (void *row = nullptr; (row = library.iterator(context, row)) != nullptr; ++count)
     size += strlen(library.getname(row)) + 1 + strlen(library.getvalue(row)) + 1;
-  }
   // The room of one row more, so that an empty environment is a listing too.
   listing.variables = static_cast<Variable *>(malloc((count + 1) * sizeof(Variable) + size));
   if (listing.variables == nullptr) {
@@ -174,113 +172,105 @@ static int take_listing() {
 
 // The value in the listing when `key` is what rig_uenv_key() handed out last, else null. Answers
 // once: the next question for the same variable is about the medium again.
-static const char *take_named_value(const char *key) {
+const char *take_named_value(const char *key) {
   const int named = listing.named;
   listing.named = -1;
   if (named < 0 || strlen(key) != listing.named_length ||
-      strncmp(key, listing.variables[named].name, listing.named_length) != 0) {
+      strncmp(key, listing.variables[named].name, listing.named_length) != 0)
     return nullptr;
-  }
   return listing.variables[named].value;
 }
 
-// --- Operations
-// -----------------------------------------------------------------------------------
+// Operations.
 
 // Stores `text`, cut to `size` - 1 characters and terminated, and returns the length.
-static size_t store_cut(const char *text, char *buffer, int size) {
-  const size_t length = strnlen(text, static_cast<size_t>(size) - 1);
+std::size_t store_cut(const char *text, char *buffer, int size) {
+  const std::size_t length = strnlen(text, static_cast<std::size_t>(size) - 1);
   memcpy(buffer, text, length);
   buffer[length] = '\0';
   return length;
 }
 
 // A copy of the value on the medium, to be freed; null with errno.
-static char *read_value(const char *key) {
+char *read_value(const char *key) {
   uboot_ctx *context;
-  if (open_environment(&context) != 0) {
+  if (open_environment(&context) != 0)
     return nullptr;
-  }
   errno = 0;
   char *value = library.get_env(context, key);
-  if (value == nullptr) {
+  if (value == nullptr)
     errno = errno == ENOMEM ? ENOMEM : ENOENT;
-  }
   close_environment(context);
   return value;
 }
 
-static int refuse(int number) {
+int refuse(int number) {
   errno = number;
   return -1;
 }
+
+}  // namespace
 
 int rig_uenv_totalkey(void) {
   return take_listing() == 0 ? listing.count : -1;
 }
 
 int rig_uenv_key(int index, char *key, int size) {
-  if (key == nullptr || size <= 0) {
+  if (key == nullptr || size <= 0)
     return refuse(EINVAL);
-  }
-  if (listing.variables == nullptr && take_listing() != 0) {
+  if (listing.variables == nullptr && take_listing() != 0)
     return -1;
-  }
-  if (index < 0 || index >= listing.count) {
+  if (index < 0 || index >= listing.count)
     return refuse(EINVAL);
-  }
   listing.named = index;
   listing.named_length = store_cut(listing.variables[index].name, key, size);
   return 0;
 }
 
 int rig_uenv_get(const char *key, char *value, int size) {
-  if (key == nullptr || value == nullptr || size <= 0) {
+  if (key == nullptr || value == nullptr || size <= 0)
     return refuse(EINVAL);
-  }
   const char *listed = take_named_value(key);
   if (listed != nullptr) {
     store_cut(listed, value, size);
     return 0;
   }
   char *read = read_value(key);
-  if (read == nullptr) {
+  if (read == nullptr)
     return -1;
-  }
   store_cut(read, value, size);
   free(read);
   return 0;
 }
 
+namespace {
+
 // Changes the variable in an open environment and writes the environment to its medium.
-static int store_value(uboot_ctx *context, const char *key, const char *value) {
+int store_value(uboot_ctx *context, const char *key, const char *value) {
   // An empty value is stored as "key=". Only a null one would delete the variable.
   const int refused = library.set_env(context, key, value);
-  if (refused != 0) {
+  if (refused != 0)
     return refuse(-refused);  // EPERM for a variable that is read-only, ENOMEM
-  }
   errno = 0;
   const int result = library.env_store(context);
-  if (result == -ENOMEM && errno != ENOMEM) {
+  if (result == -ENOMEM && errno != ENOMEM)
     return refuse(ENOSPC);  // the environment is full
-  }
   return result == 0 ? 0 : refuse(reason_of_failure(EIO));
 }
 
+}  // namespace
+
 int rig_uenv_set(const char *key, const char *value) {
-  if (key == nullptr || value == nullptr || key[0] == '\0' || strchr(key, '=') != nullptr) {
+  if (key == nullptr || value == nullptr || key[0] == '\0' || strchr(key, '=') != nullptr)
     return refuse(EINVAL);
-  }
   drop_listing();
   uboot_ctx *context;
-  if (open_environment(&context) != 0) {
+  if (open_environment(&context) != 0)
     return -1;
-  }
   const int result = store_value(context, key, value);
   close_environment(context);
-  if (result != 0) {
+  if (result != 0)
     return -1;
-  }
   // Read back: on flash of a kind that libubootenv cannot erase it writes nothing and says success.
   char *stored = read_value(key);
   if (stored == nullptr || strcmp(stored, value) != 0) {
@@ -292,15 +282,13 @@ int rig_uenv_set(const char *key, const char *value) {
 }
 
 int rigabi_get_value(const char *, const char *key, void *buffer, int size) {
-  if (key == nullptr || buffer == nullptr || size <= 0) {
+  if (key == nullptr || buffer == nullptr || size <= 0)
     return refuse(EINVAL);
-  }
   char *value = read_value(key);
-  if (value == nullptr) {
+  if (value == nullptr)
     return -1;
-  }
-  const size_t room = static_cast<size_t>(size);
-  const size_t length = strlen(value) + 1;
+  const std::size_t room = static_cast<std::size_t>(size);
+  const std::size_t length = strlen(value) + 1;
   memcpy(buffer, value, length < room ? length : room);
   free(value);
   return 0;

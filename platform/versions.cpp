@@ -2,27 +2,28 @@
 
 #include "platform/versions.h"
 
-#include <cerrno>
-#include <cstring>
-#include <fcntl.h>
-#include <unistd.h>
-
 #include "platform/attribute.h"
 #include "platform/board_conf.h"
 #include "platform/kernel_version.h"
 #include "platform/os_release.h"
 
+#include <errno.h>
+#include <fcntl.h>
+#include <string.h>
+#include <unistd.h>
+
+namespace {
+
 using rigcore::kEntrySize;
 
 // /proc and not uname(): its text is whole where uname() cuts the build text at 64 characters.
-static constexpr char kKernelPath[] = "/proc/version";
+constexpr char kKernelPath[] = "/proc/version";
 
 // The first line of a file. A device-tree text ends with a NUL instead of a line end.
-static int read_line(const char *path, char *text) {
+int read_line(const char *path, char *text) {
   char read[RIG_VERSION_TEXT_SIZE];
-  if (rigcore::attribute_read(path, read, sizeof(read)) < 0) {
+  if (rigcore::attribute_read(path, read, sizeof read) < 0)
     return -1;
-  }
   read[strcspn(read, "\n")] = '\0';
   if (read[0] == '\0') {
     errno = ENOENT;
@@ -33,14 +34,14 @@ static int read_line(const char *path, char *text) {
 }
 
 // The value of one assignment in a file in os-release's form.
-static int read_assignment(const char *path, const char *name, char *text) {
+int read_assignment(const char *path, const char *name, char *text) {
   char file[4096];
   char value[RIG_VERSION_TEXT_SIZE];
-  const ssize_t length = rigcore::attribute_read(path, file, sizeof(file));
-  if (length < 0) {
+  const ssize_t length = rigcore::attribute_read(path, file, sizeof file);
+  if (length < 0)
     return -1;
-  }
-  if (!rigcore::find_assignment({file, static_cast<size_t>(length)}, name, value, sizeof(value)) ||
+  if (!rigcore::find_assignment({file, static_cast<std::size_t>(length)}, name, value,
+                                sizeof value) ||
       value[0] == '\0') {
     errno = ENOENT;
     return -1;
@@ -50,35 +51,34 @@ static int read_assignment(const char *path, const char *name, char *text) {
 }
 
 // An entry names a file, or a file and one of its assignments behind a blank.
-static int read_version(const char *key, char *text) {
+int read_version(const char *key, char *text) {
   char entry[kEntrySize];
-  if (rigcore::board_entry(key, entry, sizeof(entry)) != 0) {
+  if (rigcore::board_entry(key, entry, sizeof entry) != 0)
     return -1;
-  }
   char *name = strpbrk(entry, " \t");
-  if (name == nullptr) {
+  if (name == nullptr)
     return read_line(entry, text);
-  }
   *name++ = '\0';
   return read_assignment(entry, name + strspn(name, " \t"), text);
 }
 
 // A packed word out of /proc/version; 0 when the text cannot be read or holds none.
-static uint32_t read_kernel_word(uint32_t (*parse)(std::string_view text)) {
+std::uint32_t read_kernel_word(std::uint32_t (*parse)(std::string_view text)) {
   char text[512];
-  const ssize_t length = rigcore::attribute_read(kKernelPath, text, sizeof(text));
-  if (length < 0) {
+  const ssize_t length = rigcore::attribute_read(kKernelPath, text, sizeof text);
+  if (length < 0)
     return 0;
-  }
   errno = ENODATA;
-  return parse({text, static_cast<size_t>(length)});
+  return parse({text, static_cast<std::size_t>(length)});
 }
 
-uint32_t rig_kernel_version(void) {
+}  // namespace
+
+std::uint32_t rig_kernel_version(void) {
   return read_kernel_word(rigcore::parse_kernel_version);
 }
 
-uint32_t rig_kernel_date(void) {
+std::uint32_t rig_kernel_date(void) {
   return read_kernel_word(rigcore::parse_kernel_date);
 }
 
