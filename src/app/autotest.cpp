@@ -22,21 +22,21 @@
 static_assert(kBt1Rows - 1 <= kMaxTests, "every test after the runner's own row has a result");
 
 void run_tests(const AppletEntry *tests, int argc, char **argv) {
-  std::array<int32_t, kMaxTests> results = {};
+  std::array<std::int32_t, kMaxTests> results = {};
 
   for (int i = 0; i < kMaxTests && tests[i].name != nullptr; ++i) {
     // The vector is one of char *, and no test writes to its own name.
     argv[0] = const_cast<char *>(tests[i].name);
     fprintf(stderr, "\n\n[AUTOTEST] %s is operating...\n", tests[i].name);
     if (tests[i].handler != nullptr)
-      results[static_cast<size_t>(i)] = tests[i].handler(argc, argv);
+      results[static_cast<std::size_t>(i)] = tests[i].handler(argc, argv);
   }
 
   fputs("\n\n\nRESULT:\n", stderr);
   for (int i = 0; i < kMaxTests && tests[i].name != nullptr; ++i) {
     // Positive results are errors too.
     fprintf(stderr, "[RESULT] %s test is %s!\n", tests[i].name,
-            results[static_cast<size_t>(i)] == 0 ? "OK" : "ERROR");
+            results[static_cast<std::size_t>(i)] == 0 ? "OK" : "ERROR");
   }
 }
 

@@ -29,26 +29,28 @@ const char *build_time() {
   return BENCHRIG_BUILD_TIME;
 }
 
-uint32_t pack_build_date(const char *text) {
+std::uint32_t pack_build_date(const char *text) {
   char word[16] = "";
   int day = 0;
   int year = 0;
   sscanf(text, "%15s%d%d", word, &day, &year);
 
-  uint32_t month = 1;
+  std::uint32_t month = 1;
   for (const char *name : kMonths) {
     if (strncmp(word, name, strlen(name)) == 0)
       break;
     ++month;
   }
-  return static_cast<uint32_t>(year) << 16 | month << 8 | (static_cast<uint32_t>(day) & 0xFF);
+  return static_cast<std::uint32_t>(year) << 16 | month << 8 |
+         (static_cast<std::uint32_t>(day) & 0xFF);
 }
 
-uint32_t pack_build_time(const char *text) {
+std::uint32_t pack_build_time(const char *text) {
   int hour = 0;
   int minute = 0;
   int second = 0;
   sscanf(text, "%d:%d:%d", &hour, &minute, &second);
-  return (static_cast<uint32_t>(hour) << 16 & 0xFF0000) |
-         (static_cast<uint32_t>(minute) << 8 & 0xFFFF) | (static_cast<uint32_t>(second) & 0xFF);
+  return (static_cast<std::uint32_t>(hour) << 16 & 0xFF0000) |
+         (static_cast<std::uint32_t>(minute) << 8 & 0xFFFF) |
+         (static_cast<std::uint32_t>(second) & 0xFF);
 }

@@ -12,10 +12,10 @@ const char *build_time();
 
 // Packs a text of build_date()'s form: year in bits 16 and up, month in bits 8 to 15 (1 to 12, 13
 // for a word that begins with no month's name), day in bits 0 to 7.
-uint32_t pack_build_date(const char *text);
+std::uint32_t pack_build_date(const char *text);
 
 // Packs a text of build_time()'s form: hour in bits 16 to 23, minute in bits 8 to 15, second in
 // bits 0 to 7. A field that cannot be read is 0.
-uint32_t pack_build_time(const char *text);
+std::uint32_t pack_build_time(const char *text);
 
 #endif

@@ -28,11 +28,11 @@ constexpr const char *kMainRoutine = "alarm_main";
 constexpr const char *kAutotestRoutine = "alarm_autotest";
 
 // The inputs are active-low: 1 for a low level. Inputs beyond the word read as low.
-constexpr int input_active(uint32_t levels, int32_t input) {
+constexpr int input_active(std::uint32_t levels, std::int32_t input) {
   return input < 32 && (levels >> input & 1) != 0 ? 0 : 1;
 }
 
-bool read_inputs(const char *routine, int line, uint32_t *out_levels) {
+bool read_inputs(const char *routine, int line, std::uint32_t *out_levels) {
   if (rig_alarm_input(out_levels) == 0)
     return true;
   printf("%s:%d get alarm input failed \n", routine, line);
@@ -42,14 +42,14 @@ bool read_inputs(const char *routine, int line, uint32_t *out_levels) {
 // With the plug, inputs follow the output: all low after it went low. The results of the output
 // operation and the levels while it is high are not looked at.
 int test_loop_back() {
-  uint32_t output = 1;
-  uint32_t levels_high = 0;
+  std::uint32_t output = 1;
+  std::uint32_t levels_high = 0;
   rig_alarm_output(&output);
   if (!read_inputs(kAutotestRoutine, 41, &levels_high))
     return -1;
 
   output = 0;
-  uint32_t levels_low = 0;
+  std::uint32_t levels_low = 0;
   rig_alarm_output(&output);
   if (!read_inputs(kAutotestRoutine, 49, &levels_low))
     return -1;
@@ -61,17 +61,17 @@ int test_loop_back() {
   return 0;
 }
 
-int print_inputs(int32_t count) {
-  uint32_t levels = 0;
+int print_inputs(std::int32_t count) {
+  std::uint32_t levels = 0;
   if (!read_inputs(kMainRoutine, 84, &levels))
     return -1;
   puts("input : ");
-  for (int32_t i = 0; i < count; ++i)
+  for (std::int32_t i = 0; i < count; ++i)
     printf("       ALARM IN[%d] : %d \n", i, input_active(levels, i));
   return 0;
 }
 
-int set_output(uint32_t level) {
+int set_output(std::uint32_t level) {
   if (rig_alarm_output(&level) == 0) {
     printf("%s:%d output set failed\n", kMainRoutine, 104);
     return -1;
@@ -88,7 +88,7 @@ int alarm_main(int argc, char **argv) {
   if (argc == 3 && strcmp(argv[1], "input") == 0)
     return print_inputs(parse_decimal(argv[2]));
   if (argc == 3 && strcmp(argv[1], "output") == 0)
-    return set_output(static_cast<uint32_t>(parse_decimal(argv[2])));
+    return set_output(static_cast<std::uint32_t>(parse_decimal(argv[2])));
 
   fputs(kUsage, stderr);
   return argc == 3 ? 0 : -1;

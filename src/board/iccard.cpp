@@ -52,7 +52,7 @@ void read_card(int device) {
 
 void write_card(int device) {
   std::uint8_t data[ICCARD_SIZE];
-  memset(data, kPattern, sizeof(data));
+  memset(data, kPattern, sizeof data);
   if (ioctl(device, HAL_ICCARD_WRITE, data) < 0)
     puts("HAL_ICCARD_WRITE set failure.");
   else

@@ -56,7 +56,7 @@ int lcd_usage(const char *name) {
 // Writes the first `size` bytes of a frame of one colour; the driver's result.
 int write_screen(std::uint8_t colour, std::size_t size, const char *failure) {
   std::uint8_t frame[LCD_FRAME_SIZE];
-  memset(frame, colour, sizeof(frame));
+  memset(frame, colour, sizeof frame);
   const int result = static_cast<int>(write(lcd_device, frame, size));
   if (result < 0)
     puts(failure);

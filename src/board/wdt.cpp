@@ -97,7 +97,7 @@ bool arm_for_reset(int device) {
 [[noreturn]] void await_reset() {
   printf("If the device resets after %d seconds, the test is successful\xA3\xA1\n",  // GB2312: ！
          kResetTimeout);
-  for (unsigned passed = 1;; ++passed) {
+  for (unsigned int passed = 1;; ++passed) {
     sleep(1);
     printf("%d seconds!\n", static_cast<int>(passed));
   }

@@ -54,7 +54,7 @@ const void *as_pointer(std::uint64_t value) {
   return reinterpret_cast<const void *>(static_cast<std::uintptr_t>(value));
 }
 
-// --- Failures -----------------------------------------------------------------------------------
+// Failures.
 
 void print_map_failure(const char *operation, std::uint32_t address) {
   printf("\033[31m%s(): \033[0mmmap error for addr %p\r\n", operation, as_pointer(address));
@@ -70,7 +70,7 @@ void print_file_failure(const char *operation, const char *name) {
   printf("\033[31m%s(): \033[0mcreate file %s fail errno=%d\r\n", operation, name, errno);
 }
 
-// --- Words --------------------------------------------------------------------------------------
+// Words.
 
 // A mapping starts with a page, and addresses in it are multiples of 4.
 volatile std::uint32_t *as_words(unsigned char *region) {
@@ -152,7 +152,7 @@ void cmd_bit_w(int device, std::uint32_t address, std::uint32_t bit, std::uint32
   mem_unmap(mapping);
 }
 
-// --- Regions ------------------------------------------------------------------------------------
+// Regions.
 
 // A fill with bytes, although the data is read as a word.
 void cmd_mem_fill(int device, std::uint32_t address, std::uint32_t length, std::uint32_t data) {
@@ -241,7 +241,7 @@ void cmd_mem_dump(int device, std::uint32_t address, std::uint32_t length, const
   mem_unmap(mapping);
 }
 
-// --- Command line -------------------------------------------------------------------------------
+// Command line.
 //
 // An argument that is not a number leaves the default, as does one that is not there.
 

@@ -5,8 +5,9 @@
 #include <stdio.h>
 
 void compose_dump_line(DumpLine &out_line, std::uint32_t address, const DumpWords &words) {
-  int used = snprintf(out_line.data(), out_line.size(), "%lx : %08X %08X %08X %08X  ",
-                      static_cast<unsigned long>(address), words[0], words[1], words[2], words[3]);
+  const int used =
+      snprintf(out_line.data(), out_line.size(), "%lx : %08X %08X %08X %08X  ",
+               static_cast<unsigned long>(address), words[0], words[1], words[2], words[3]);
   std::size_t at = static_cast<std::size_t>(used);
   for (const std::uint32_t word : words) {
     for (int shift = 0; shift < 32; shift += 8) {  // in the order in which they stand in memory

@@ -46,7 +46,7 @@ constexpr std::uint32_t with_bit(std::uint32_t word, std::uint32_t bit, std::uin
   return (word & ~(std::uint32_t{1} << bit)) | value << bit;
 }
 
-// --- Mappings -----------------------------------------------------------------------------------
+// Mappings.
 
 struct Mapping {
   unsigned char *start;   // of the first page

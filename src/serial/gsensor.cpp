@@ -77,10 +77,10 @@ void print_usage() {
 }
 
 // Decimal, or hexadecimal after a "0x" anywhere in the word.
-int32_t parse_value(const char *word) {
+std::int32_t parse_value(const char *word) {
   const char *prefix = strstr(word, "0x");
   if (prefix != nullptr)
-    return static_cast<int32_t>(parse_u32(prefix + 2, 16));
+    return static_cast<std::int32_t>(parse_u32(prefix + 2, 16));
   return parse_decimal(word);
 }
 
@@ -220,7 +220,7 @@ int read_samples(const Session &session, Mode mode) {
       continue;
 
     GyroSample sample = {};
-    if (read(session.device, &sample, sizeof(sample)) != static_cast<ssize_t>(sizeof(sample))) {
+    if (read(session.device, &sample, sizeof sample) != static_cast<ssize_t>(sizeof sample)) {
       puts("[ERR]read data err");
       continue;
     }

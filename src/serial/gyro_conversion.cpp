@@ -5,7 +5,7 @@
 
 #include "serial/gyro_conversion.h"
 
-#include <cstring>
+#include <string.h>
 
 #include <array>
 
@@ -77,7 +77,7 @@ std::span<const GyroChip> gyro_chips() {
 
 const GyroChip *find_gyro_chip(const GyroIdentity &identity) {
   for (const GyroChip &chip : kChips) {
-    if (std::strncmp(identity.name, chip.name, sizeof(identity.name)) == 0)
+    if (strncmp(identity.name, chip.name, sizeof identity.name) == 0)
       return &chip;
   }
   return nullptr;

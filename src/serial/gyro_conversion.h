@@ -6,10 +6,10 @@
 #ifndef BENCHRIG_SERIAL_GYRO_CONVERSION_H
 #define BENCHRIG_SERIAL_GYRO_CONVERSION_H
 
+#include "platform/driver/gyro.h"
+
 #include <cstdint>
 #include <span>
-
-#include "platform/driver/gyro.h"
 
 struct Axes {
   float x, y, z;

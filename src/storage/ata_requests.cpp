@@ -72,7 +72,7 @@ constexpr std::uint8_t kAutosaveOn = 0xF1;
 
 }  // namespace
 
-// --- HDIO -------------------------------------------------------------------------------------
+// HDIO.
 
 std::span<const HdioRow> hdio_rows() {
   return kHdioRows;
@@ -142,7 +142,7 @@ int decode_taskfile_result(int result) {
   return -1;
 }
 
-// --- SG_IO ------------------------------------------------------------------------------------
+// SG_IO.
 
 std::span<const SgRow> sg_rows() {
   return kSgRows;

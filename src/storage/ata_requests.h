@@ -4,6 +4,8 @@
 #ifndef BENCHRIG_STORAGE_ATA_REQUESTS_H
 #define BENCHRIG_STORAGE_ATA_REQUESTS_H
 
+#include "benchrig/sata.h"
+
 #include <linux/hdreg.h>
 
 #include <array>
@@ -11,9 +13,7 @@
 #include <cstdint>
 #include <span>
 
-#include "benchrig/sata.h"
-
-// --- HDIO -------------------------------------------------------------------------------------
+// HDIO.
 
 // Header bytes of HDIO_DRIVE_CMD: 0 command, 1 sector number, 2 feature, 3 sector count. Those of
 // HDIO_DRIVE_TASK: 0 command, 1 feature, 2 sector count, 3 sector number, 4 LBA mid, 5 LBA high, 6
@@ -50,7 +50,7 @@ void build_raw_taskfile(const void *raw, TaskfileRequest &out);
 int decode_task_status(int result, std::span<const std::uint8_t, 7> header);
 int decode_taskfile_result(int result);
 
-// --- SG_IO ------------------------------------------------------------------------------------
+// SG_IO.
 
 // What a row takes from its caller.
 enum class SgOperand : std::uint8_t {

@@ -3,10 +3,10 @@
 #ifndef BENCHRIG_STORAGE_BLOCK_EVENT_H
 #define BENCHRIG_STORAGE_BLOCK_EVENT_H
 
+#include "platform/driver/korstorage.h"
+
 #include <cstddef>
 #include <cstdint>
-
-#include "platform/driver/korstorage.h"
 
 inline constexpr std::size_t kEventLineSize = 256;
 inline constexpr std::size_t kProcessNameSize = 64;

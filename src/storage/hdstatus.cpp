@@ -29,7 +29,7 @@ static_assert(sizeof kUsage - 1 == 133);
 
 struct Counter {
   const char *label;
-  int32_t StorStatistics::*value;
+  std::int32_t StorStatistics::*value;
 };
 
 using S = StorStatistics;
@@ -110,7 +110,7 @@ void print_counters(const Counter (&counters)[Count], const StorStatistics &stat
 }
 
 void print_statistics(int port, const StorStatistics &statistics) {
-  const int32_t status = statistics.hd_status;
+  const std::int32_t status = statistics.hd_status;
   puts("\033[0;32mSTOR_CMD_GET test OK.\033[m");
   printf("@start==============SATA PORT %d STATUS================start@\n", port);
   print_counters(kStatusCounters, statistics);

@@ -4,12 +4,12 @@
 #ifndef BENCHRIG_STORAGE_SMART_ATTRIBUTES_H
 #define BENCHRIG_STORAGE_SMART_ATTRIBUTES_H
 
+#include "platform/sata.h"
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <span>
-
-#include "platform/sata.h"
 
 using AtaSector = std::span<const std::uint8_t, RIG_ATA_SECTOR_SIZE>;
 

@@ -4,19 +4,19 @@
 #ifndef BENCHRIG_UPGRADE_BOOT_COUNTER_H
 #define BENCHRIG_UPGRADE_BOOT_COUNTER_H
 
-#include <cstdint>
-
 #include "platform/boot_blocks.h"
+
+#include <cstdint>
 
 static_assert(RIG_BOOTPARAM_COUNTER == 250);
 static_assert(RIG_BOOTPARAM_COUNTER < RIG_BOOTPARAM_SIZE);
 
-inline void raise_boot_counter(uint8_t *block) {
-  block[RIG_BOOTPARAM_COUNTER] = static_cast<uint8_t>(block[RIG_BOOTPARAM_COUNTER] + 1);
+inline void raise_boot_counter(std::uint8_t *block) {
+  block[RIG_BOOTPARAM_COUNTER] = static_cast<std::uint8_t>(block[RIG_BOOTPARAM_COUNTER] + 1);
 }
 
-inline void lower_boot_counter(uint8_t *block) {
-  block[RIG_BOOTPARAM_COUNTER] = static_cast<uint8_t>(block[RIG_BOOTPARAM_COUNTER] - 1);
+inline void lower_boot_counter(std::uint8_t *block) {
+  block[RIG_BOOTPARAM_COUNTER] = static_cast<std::uint8_t>(block[RIG_BOOTPARAM_COUNTER] - 1);
 }
 
 #endif

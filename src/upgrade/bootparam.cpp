@@ -24,7 +24,7 @@ constexpr int kMainAutoLine = 133;
 constexpr int kMainSetLine = 138;
 constexpr int kMainGetLine = 143;
 
-uint8_t block[RIG_BOOTPARAM_SIZE];
+std::uint8_t block[RIG_BOOTPARAM_SIZE];
 
 int read_block() {
   return rig_bootparam_get(block, RIG_BOOTPARAM_SIZE);
@@ -45,7 +45,7 @@ int test_block() {
   }
 
   raise_boot_counter(block);
-  uint8_t written[RIG_BOOTPARAM_SIZE];
+  std::uint8_t written[RIG_BOOTPARAM_SIZE];
   memcpy(written, block, sizeof written);
   result = write_block();
   if (result != 0) {

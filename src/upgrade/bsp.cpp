@@ -18,8 +18,8 @@ struct VersionText {
 };
 
 void print_stamp() {
-  const uint32_t version = rig_kernel_version();
-  const uint32_t date = rig_kernel_date();
+  const std::uint32_t version = rig_kernel_version();
+  const std::uint32_t date = rig_kernel_date();
   const BspStamp stamp = decode_bsp_stamp(version, date);
   printf("bsp version:%d.%d.%d build %d-%d-%d\n", stamp.major, stamp.minor, stamp.patch, stamp.year,
          stamp.month, stamp.day);

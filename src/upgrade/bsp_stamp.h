@@ -16,7 +16,7 @@ struct BspStamp {
 
 // `version`: major in bits 16 and up, minor in bits 8 to 15, patch in bits 0 to 7. `date`: year -
 // 2000, month and day in the same places.
-constexpr BspStamp decode_bsp_stamp(uint32_t version, uint32_t date) {
+constexpr BspStamp decode_bsp_stamp(std::uint32_t version, std::uint32_t date) {
   return {
       .major = static_cast<int>(version >> 16),
       .minor = static_cast<int>(version >> 8 & 0xFF),

@@ -38,7 +38,7 @@ constexpr const char *kBurnRoutine = "cpld_burn";
 constexpr int kFileFailed = -1;
 constexpr int kNoMemory = -2;
 
-uint8_t block[RIG_HARDINFO_SIZE];
+std::uint8_t block[RIG_HARDINFO_SIZE];
 
 void test_block() {
   const int result = rig_hardinfo_get(block, RIG_HARDINFO_SIZE);
@@ -56,17 +56,18 @@ int show_block() {
 
 // Reads the whole of `file` into `image` and burns it. A file that is longer than an image may be
 // counts as one that could not be read: it never reaches the CPLD.
-int burn_file(FILE *file, const char *path, uint8_t *image) {
+int burn_file(FILE *file, const char *path, std::uint8_t *image) {
   const off_t end = lseek(fileno(file), 0, SEEK_END);
   if (fseek(file, 0, SEEK_SET) != 0) {
     fputs("fseek(0,SEEK_SET) failed\n", stderr);
     return kFileFailed;
   }
 
-  const int length = static_cast<int>(std::min<off_t>(end, std::numeric_limits<int32_t>::max()));
-  const size_t wanted = static_cast<size_t>(std::clamp(length, 0, RIG_CPLD_IMAGE_MAX));
-  const size_t got = fread(image, 1, wanted, file);
-  if (length < 0 || got != static_cast<size_t>(length)) {
+  const int length =
+      static_cast<int>(std::min<off_t>(end, std::numeric_limits<std::int32_t>::max()));
+  const std::size_t wanted = static_cast<std::size_t>(std::clamp(length, 0, RIG_CPLD_IMAGE_MAX));
+  const std::size_t got = fread(image, 1, wanted, file);
+  if (length < 0 || got != static_cast<std::size_t>(length)) {
     fprintf(stderr, "fread(%d bytes) failed\n", length);
     return kFileFailed;
   }
@@ -77,7 +78,7 @@ int burn_file(FILE *file, const char *path, uint8_t *image) {
   return 0;
 }
 
-int burn_path(const char *path, uint8_t *image) {
+int burn_path(const char *path, std::uint8_t *image) {
   FILE *file = fopen(path, "rb");
   if (file == nullptr) {
     fprintf(stderr, "fopen(%s,rb) failed\n", path);
@@ -89,7 +90,7 @@ int burn_path(const char *path, uint8_t *image) {
 }
 
 int burn_image(const char *path) {
-  uint8_t *image = static_cast<uint8_t *>(calloc(1, RIG_CPLD_IMAGE_MAX));
+  std::uint8_t *image = static_cast<std::uint8_t *>(calloc(1, RIG_CPLD_IMAGE_MAX));
   if (image == nullptr) {
     printf("[%s:%d]alloc inbuf fail[%d].\n", kBurnRoutine, 87, errno);
     return kNoMemory;
