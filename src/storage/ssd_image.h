@@ -5,14 +5,13 @@
 #ifndef BENCHRIG_STORAGE_SSD_IMAGE_H
 #define BENCHRIG_STORAGE_SSD_IMAGE_H
 
+#include "benchrig/ssd_update.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <span>
 
-#include "benchrig/ssd_update.h"
-
-// --- IDENTIFY DEVICE data: a drive's, or an image's template
-// --------------------------------------
+// IDENTIFY DEVICE data: a drive's, or an image's template.
 inline constexpr std::size_t kIdentifySerial = 20;
 inline constexpr std::size_t kSerialSize = 20;
 inline constexpr std::size_t kIdentifyRevision = 46;
@@ -22,8 +21,7 @@ inline constexpr std::size_t kModelSize = 40;
 inline constexpr std::size_t kIdentifyWwn = 216;
 inline constexpr std::size_t kWwnTextSize = 16;
 
-// --- The image
-// ------------------------------------------------------------------------------------
+// The image.
 inline constexpr std::size_t kImageTagBlock = 4096;
 inline constexpr std::size_t kImageTemplate = 4192;
 // Every fixed offset lies below: the last one is the tag block's variant value of kind 2.
@@ -44,9 +42,9 @@ bool revision_may_follow(const char *update, const char *current);
 // The board maker's own drives: by the model (texts in reading order) or a mark in the SMART data.
 bool ssd_is_own_drive(const char *model, const void *smart_values);
 
-// --- Vendor request blocks
-// ------------------------------------------------------------------------ The block that announces
-// a vendor read; zeros behind the bytes that it needs.
+// Vendor request blocks.
+
+// The block that announces a vendor read; zeros after the bytes that it needs.
 void build_ram_request(std::uint32_t address, std::span<std::uint8_t, SATA_SECTOR_SIZE> out);
 void build_memory_request(std::uint32_t address, std::span<std::uint8_t, SATA_SECTOR_SIZE> out);
 void build_extent_request(std::span<std::uint8_t, SATA_SECTOR_SIZE> out);
