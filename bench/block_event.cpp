@@ -62,8 +62,8 @@ double seconds() {
 StorTraceEvent make_event(int number) {
   StorTraceEvent event = {};
   event.action = STOR_TRACE_WRITE | STOR_TRACE_SYNC | 1;
-  event.time = 1'000'000'000ULL + 104'729ULL * static_cast<unsigned>(number);
-  event.sector = 2048ULL + 8ULL * static_cast<unsigned>(number);
+  event.time = 1'000'000'000ULL + 104'729ULL * static_cast<unsigned int>(number);
+  event.sector = 2048ULL + 8ULL * static_cast<unsigned int>(number);
   event.bytes = 4096;
   return event;
 }

@@ -2,7 +2,7 @@
 // on are not to be had. No limit of the process says this, since an emulator takes more than its
 // program.
 
-#include <cerrno>
+#include <errno.h>
 #include <cstddef>
 
 extern "C" void *__libc_malloc(std::size_t size);

@@ -4,15 +4,15 @@
 // calls them. What it does is a word of the environment variable BENCHRIG_PLUGIN: "all", a command
 // code, or a disk's node.
 
+#include "benchrig/sata.h"
+#include "benchrig/ssd_update.h"
+
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
-
-#include "benchrig/sata.h"
-#include "benchrig/ssd_update.h"
 
 namespace {
 
@@ -95,7 +95,7 @@ void call_with_null(int code) {
 }
 
 void print_sector(const unsigned char *sector) {
-  unsigned sum = 0;
+  unsigned int sum = 0;
   for (int i = 0; i < SATA_SECTOR_SIZE; ++i)
     sum = (sum * 31 + sector[i]) & 0xFFFF;
   printf(" %04x", sum);

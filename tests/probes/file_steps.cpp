@@ -1,11 +1,12 @@
 // Calls on files and descriptors.
 
+#include "probe.h"
+
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <glob.h>
 #include <poll.h>
-#include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -17,17 +18,18 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <iterator>
 
-#include "probe.h"
+namespace {
 
-static unsigned char bytes[65536];
-static FILE *stream;
-static unsigned char *mapping;
-static size_t mapping_size;
+unsigned char bytes[65536];
+FILE *stream;
+unsigned char *mapping;
+std::size_t mapping_size;
 
 // "rdwr,creat,trunc"
-static int open_flags(const char *text) {
+int open_flags(const char *text) {
   static const struct {
     const char *name;
     int flag;
@@ -37,14 +39,15 @@ static int open_flags(const char *text) {
                {"cloexec", O_CLOEXEC}, {"noctty", O_NOCTTY},     {"sync", O_SYNC}};
   int flags = 0;
   char copy[128];
-  snprintf(copy, sizeof(copy), "%s", text);
+  snprintf(copy, sizeof copy, "%s", text);
   for (char *word = strtok(copy, ","); word != nullptr; word = strtok(nullptr, ",")) {
     bool known = false;
-    for (const auto &name : names)
+    for (const auto &name : names) {
       if (strcmp(name.name, word) == 0) {
         flags |= name.flag;
         known = true;
       }
+    }
     if (!known) {
       fprintf(stderr, "probe: no flag %s\n", word);
       exit(2);
@@ -53,173 +56,175 @@ static int open_flags(const char *text) {
   return flags;
 }
 
-static void step_open(char **words) {
+void step_open(char **words) {
   // Two arguments and three are two forms of the call.
-  int flags = open_flags(words[1]);
+  const int flags = open_flags(words[1]);
   current = (flags & O_CREAT) ? open(words[0], flags, 0644) : open(words[0], flags);
   report("open", current);
 }
 
-static void step_openat(char **words) {
-  int directory = open(words[0], O_RDONLY | O_DIRECTORY);
+void step_openat(char **words) {
+  const int directory = open(words[0], O_RDONLY | O_DIRECTORY);
   if (directory < 0) {
     report("openat", directory);
     return;
   }
-  int flags = open_flags(words[2]);
+  const int flags = open_flags(words[2]);
   current = (flags & O_CREAT) ? openat(directory, words[1], flags, 0644)
                               : openat(directory, words[1], flags);
   // The directory's descriptor stays open, so that a test can tell the two apart.
   report("openat", current);
 }
 
-static void step_chdir(char **words) {
+void step_chdir(char **words) {
   report("chdir", chdir(words[0]));
 }
 
-static void step_creat(char **words) {
+void step_creat(char **words) {
   current = creat(words[0], 0644);
   report("creat", current);
 }
 
 // The calls that start from a directory's descriptor. Each opens the directory, makes its call and
 // leaves the directory open.
-static int directory(const char *path) {
-  int result = open(path, O_RDONLY | O_DIRECTORY);
+int directory(const char *path) {
+  const int result = open(path, O_RDONLY | O_DIRECTORY);
   if (result < 0)
     fprintf(stderr, "probe: %s: %s\n", path, strerror(errno));
   return result;
 }
 
-static void step_unlinkat(char **words) {
+void step_unlinkat(char **words) {
   report("unlinkat", unlinkat(directory(words[0]), words[1], 0));
 }
 
-static void step_mkdirat(char **words) {
+void step_mkdirat(char **words) {
   report("mkdirat", mkdirat(directory(words[0]), words[1], 0755));
 }
 
-static void step_renameat(char **words) {
-  int place = directory(words[0]);
+void step_renameat(char **words) {
+  const int place = directory(words[0]);
   report("renameat", renameat(place, words[1], place, words[2]));
 }
 
-static void step_linkat(char **words) {
-  int place = directory(words[0]);
+void step_linkat(char **words) {
+  const int place = directory(words[0]);
   report("linkat", linkat(place, words[1], place, words[2], 0));
 }
 
-static void step_symlinkat(char **words) {
+void step_symlinkat(char **words) {
   report("symlinkat", symlinkat(words[1], directory(words[0]), words[2]));
 }
 
-static void step_fchmodat(char **words) {
+void step_fchmodat(char **words) {
   report("fchmodat", fchmodat(directory(words[0]), words[1], 0, 0));
 }
 
-static void step_fstatat(char **words) {
+void step_fstatat(char **words) {
   struct stat status;
-  int result = fstatat(directory(words[0]), words[1], &status, 0);
+  const int result = fstatat(directory(words[0]), words[1], &status, 0);
   if (result != 0)
     report("fstatat", result);
   else
-    printf("fstatat %ld\n", (long)status.st_size);
+    printf("fstatat %ld\n", static_cast<long>(status.st_size));
 }
 
-static void step_faccessat(char **words) {
+void step_faccessat(char **words) {
   report("faccessat", faccessat(directory(words[0]), words[1], F_OK, 0));
 }
 
-static void step_close(char **) {
+void step_close(char **) {
   report("close", close(current));
 }
 
-static void step_fd(char **words) {
+void step_fd(char **words) {
   current = atoi(words[0]);
 }
 
-static void step_dup(char **) {
+void step_dup(char **) {
   current = dup(current);
   report("dup", current);
 }
 
-static void step_dup2(char **words) {
+void step_dup2(char **words) {
   current = dup2(current, atoi(words[0]));
   report("dup2", current);
 }
 
-static void step_fcntl_dup(char **words) {
+void step_fcntl_dup(char **words) {
   current = fcntl(current, F_DUPFD_CLOEXEC, atoi(words[0]));
   report("fcntl_dup", current);
 }
 
-static void step_nonblock(char **) {
+void step_nonblock(char **) {
   report("nonblock", fcntl(current, F_SETFL, fcntl(current, F_GETFL) | O_NONBLOCK));
 }
 
 // How many bytes a call of `size` that returned `result` may have filled.
-static size_t shown(ssize_t result, size_t size) {
-  return result < 0 ? 0 : std::min((size_t)result, size);
+std::size_t shown(ssize_t result, std::size_t size) {
+  return result < 0 ? 0 : std::min(static_cast<std::size_t>(result), size);
 }
 
-static size_t size_word(const char *word) {
-  return std::min(sizeof(bytes), (size_t)strtoul(word, nullptr, 0));
+std::size_t size_word(const char *word) {
+  return std::min(sizeof bytes, static_cast<std::size_t>(strtoul(word, nullptr, 0)));
 }
 
-static void step_read(char **words) {
-  size_t size = size_word(words[0]);
-  ssize_t got = read(current, bytes, size);
+void step_read(char **words) {
+  const std::size_t size = size_word(words[0]);
+  const ssize_t got = read(current, bytes, size);
   report_bytes("read", got, bytes, shown(got, size));
 }
 
-static void step_readv(char **words) {
-  size_t size = size_word(words[0]);
+void step_readv(char **words) {
+  const std::size_t size = size_word(words[0]);
   iovec parts[] = {{bytes, size / 2}, {bytes + size / 2, size - size / 2}};
-  ssize_t got = readv(current, parts, 2);
+  const ssize_t got = readv(current, parts, 2);
   report_bytes("readv", got, bytes, shown(got, size));
 }
 
-static void step_pread(char **words) {
-  size_t size = size_word(words[0]);
-  ssize_t got = pread(current, bytes, size, (off_t)strtol(words[1], nullptr, 0));
+void step_pread(char **words) {
+  const std::size_t size = size_word(words[0]);
+  const ssize_t got = pread(current, bytes, size, static_cast<off_t>(strtol(words[1], nullptr, 0)));
   report_bytes("pread", got, bytes, shown(got, size));
 }
 
-static void step_write(char **words) {
-  size_t count = read_bytes(words[0], bytes, sizeof(bytes));
+void step_write(char **words) {
+  const std::size_t count = read_bytes(words[0], bytes, sizeof bytes);
   report("write", write(current, bytes, count));
 }
 
-static void step_writev(char **words) {
-  size_t count = read_bytes(words[0], bytes, sizeof(bytes));
+void step_writev(char **words) {
+  const std::size_t count = read_bytes(words[0], bytes, sizeof bytes);
   iovec parts[] = {{bytes, count / 2}, {bytes + count / 2, count - count / 2}};
   report("writev", writev(current, parts, 2));
 }
 
-static void step_pwrite(char **words) {
-  size_t count = read_bytes(words[0], bytes, sizeof(bytes));
-  report("pwrite", pwrite(current, bytes, count, (off_t)strtol(words[1], nullptr, 0)));
+void step_pwrite(char **words) {
+  const std::size_t count = read_bytes(words[0], bytes, sizeof bytes);
+  report("pwrite", pwrite(current, bytes, count, static_cast<off_t>(strtol(words[1], nullptr, 0))));
 }
 
-static void step_text(char **words) {
+void step_text(char **words) {
   report("text", write(current, words[0], strlen(words[0])));
 }
 
-static void step_lseek(char **words) {
-  int whence = strcmp(words[1], "end") == 0   ? SEEK_END
-               : strcmp(words[1], "cur") == 0 ? SEEK_CUR
-                                              : SEEK_SET;
-  report("lseek", (long)lseek(current, (off_t)strtol(words[0], nullptr, 0), whence));
+void step_lseek(char **words) {
+  const int whence = strcmp(words[1], "end") == 0   ? SEEK_END
+                     : strcmp(words[1], "cur") == 0 ? SEEK_CUR
+                                                    : SEEK_SET;
+  report("lseek", static_cast<long>(
+                      lseek(current, static_cast<off_t>(strtol(words[0], nullptr, 0)), whence)));
 }
 
 // ioctl NUMBER BYTES: the record before the call; "null", "bad" (an address that is not mapped) or
 // "readonly" (one that cannot be written) in its place.
-static void step_ioctl(char **words) {
+void step_ioctl(char **words) {
   // A number of more than 32 bits is a 64-bit program's; others see the low half, as the kernel
   // does.
-  unsigned long request = (unsigned long)strtoull(words[0], nullptr, 0);
+  const unsigned long request = static_cast<unsigned long>(strtoull(words[0], nullptr, 0));
   if (strcmp(words[1], "null") == 0 || strcmp(words[1], "bad") == 0) {
-    void *nowhere = (void *)(uintptr_t)(strcmp(words[1], "bad") == 0 ? 16 : 0);
+    void *nowhere = reinterpret_cast<void *>(
+        static_cast<std::uintptr_t>(strcmp(words[1], "bad") == 0 ? 16 : 0));
     report("ioctl", ioctl(current, request, nowhere));
     return;
   }
@@ -229,20 +234,20 @@ static void step_ioctl(char **words) {
     return;
   }
   // What stands behind the record must stay as it is.
-  memset(bytes, 0xA5, sizeof(bytes));
-  size_t count = read_bytes(words[1], bytes, sizeof(bytes) / 2);
-  int result = ioctl(current, request, bytes);
+  memset(bytes, 0xA5, sizeof bytes);
+  const std::size_t count = read_bytes(words[1], bytes, sizeof bytes / 2);
+  const int result = ioctl(current, request, bytes);
   report_bytes("ioctl", result, bytes, count);
   if (std::any_of(bytes + count, std::end(bytes), [](unsigned char byte) { return byte != 0xA5; }))
     printf("ioctl wrote behind its record\n");
 }
 
-static void step_ioctl_number(char **words) {
-  report("ioctl_number", ioctl(current, (unsigned long)strtoull(words[0], nullptr, 0),
+void step_ioctl_number(char **words) {
+  report("ioctl_number", ioctl(current, static_cast<unsigned long>(strtoull(words[0], nullptr, 0)),
                                strtoul(words[1], nullptr, 0)));
 }
 
-static const char *kind(mode_t mode) {
+const char *kind(mode_t mode) {
   return S_ISCHR(mode)    ? "character"
          : S_ISBLK(mode)  ? "block"
          : S_ISDIR(mode)  ? "directory"
@@ -251,95 +256,97 @@ static const char *kind(mode_t mode) {
                           : "other";
 }
 
-static void report_stat(const char *name, int result, const struct stat &status) {
+void report_stat(const char *name, int result, const struct stat &status) {
   if (result != 0)
     report(name, result);
   else
     printf("%s %s\n", name, kind(status.st_mode));
 }
 
-static void step_fstat(char **) {
+void step_fstat(char **) {
   struct stat status;
-  int result = fstat(current, &status);
+  const int result = fstat(current, &status);
   report_stat("fstat", result, status);
 }
 
-static void step_stat(char **words) {
+void step_stat(char **words) {
   struct stat status;
-  int result = stat(words[0], &status);
+  const int result = stat(words[0], &status);
   report_stat("stat", result, status);
 }
 
-static void step_lstat(char **words) {
+void step_lstat(char **words) {
   struct stat status;
-  int result = lstat(words[0], &status);
+  const int result = lstat(words[0], &status);
   report_stat("lstat", result, status);
 }
 
-static void step_access(char **words) {
+void step_access(char **words) {
   int mode = 0;
-  for (const char *letter = words[1]; *letter != '\0'; letter++)
+  for (const char *letter = words[1]; *letter != '\0'; ++letter)
     mode |= *letter == 'r' ? R_OK : *letter == 'w' ? W_OK : *letter == 'x' ? X_OK : F_OK;
   report("access", access(words[0], mode));
 }
 
-static int by_name(const void *left, const void *right) {
-  return strcmp(*(char *const *)left, *(char *const *)right);
+int by_name(const void *left, const void *right) {
+  return strcmp(*static_cast<char *const *>(left), *static_cast<char *const *>(right));
 }
 
-static void step_list(char **words) {
+void step_list(char **words) {
   DIR *directory = opendir(words[0]);
   if (directory == nullptr) {
     report("list", -1);
     return;
   }
   char *names[512];
-  size_t count = 0;
-  while (const dirent *entry = readdir(directory))
+  std::size_t count = 0;
+  while (const dirent *entry = readdir(directory)) {
     if (count < std::size(names) && strcmp(entry->d_name, ".") != 0 &&
         strcmp(entry->d_name, "..") != 0)
       names[count++] = strdup(entry->d_name);
+  }
   closedir(directory);
-  qsort(names, count, sizeof(names[0]), by_name);
+  qsort(names, count, sizeof names[0], by_name);
   printf("list");
-  for (size_t i = 0; i < count; i++)
+  for (std::size_t i = 0; i < count; ++i)
     printf(" %s", names[i]);
   printf("\n");
 }
 
-static void step_scandir(char **words) {
+void step_scandir(char **words) {
   dirent **entries = nullptr;
-  int count = scandir(words[0], &entries, nullptr, alphasort);
+  const int count = scandir(words[0], &entries, nullptr, alphasort);
   if (count < 0) {
     report("scandir", count);
     return;
   }
   printf("scandir");
-  for (int i = 0; i < count; i++)
+  for (int i = 0; i < count; ++i) {
     if (entries[i]->d_name[0] != '.')
       printf(" %s", entries[i]->d_name);
+  }
   printf("\n");
 }
 
-static void step_glob(char **words) {
+void step_glob(char **words) {
   glob_t found = {};
-  int result = glob(words[0], 0, nullptr, &found);
+  const int result = glob(words[0], 0, nullptr, &found);
   printf("glob %d", result);
-  for (size_t i = 0; result == 0 && i < found.gl_pathc; i++)
+  for (std::size_t i = 0; result == 0 && i < found.gl_pathc; ++i)
     printf(" %s", found.gl_pathv[i]);
   printf("\n");
 }
 
-static void step_readlink(char **words) {
+void step_readlink(char **words) {
   char target[4096];
-  ssize_t length = readlink(words[0], target, sizeof(target));
+  const ssize_t length = readlink(words[0], target, sizeof target);
   if (length < 0)
     report("readlink", length);
   else
-    printf("readlink %.*s\n", (int)length, target);
+    printf("readlink %.*s\n", static_cast<int>(length), target);
 }
 
-static void step_realpath(char **words) {
+void step_realpath(char **words) {
   char target[4096];
   if (realpath(words[0], target) == nullptr)
     report("realpath", -1);
@@ -347,14 +354,14 @@ static void step_realpath(char **words) {
     printf("realpath %s\n", target);
 }
 
-static void step_fopen(char **words) {
+void step_fopen(char **words) {
   stream = fopen(words[0], words[1]);
   report("fopen", stream == nullptr ? -1 : 0);
 }
 
-static void step_fgets(char **) {
+void step_fgets(char **) {
   char line[4096];
-  if (fgets(line, sizeof(line), stream) == nullptr) {
+  if (fgets(line, sizeof line, stream) == nullptr) {
     printf("fgets %s\n", ferror(stream) ? strerrorname_np(errno) : "end");
     return;
   }
@@ -362,104 +369,106 @@ static void step_fgets(char **) {
   printf("fgets %s\n", line);
 }
 
-static void step_fread(char **words) {
-  size_t size = size_word(words[0]);
-  size_t got = fread(bytes, 1, size, stream);
-  report_bytes("fread", (long)got, bytes, shown((ssize_t)got, size));
+void step_fread(char **words) {
+  const std::size_t size = size_word(words[0]);
+  const std::size_t got = fread(bytes, 1, size, stream);
+  report_bytes("fread", static_cast<long>(got), bytes, shown(static_cast<ssize_t>(got), size));
 }
 
-static void step_fwrite(char **words) {
-  size_t count = read_bytes(words[0], bytes, sizeof(bytes));
-  report("fwrite", (long)fwrite(bytes, 1, count, stream));
+void step_fwrite(char **words) {
+  const std::size_t count = read_bytes(words[0], bytes, sizeof bytes);
+  report("fwrite", static_cast<long>(fwrite(bytes, 1, count, stream)));
 }
 
-static void step_fputs(char **words) {
+void step_fputs(char **words) {
   report("fputs", fputs(words[0], stream) < 0 ? -1 : 0);
 }
 
-static void step_fflush(char **) {
+void step_fflush(char **) {
   report("fflush", fflush(stream));
 }
 
-static void step_fclose(char **) {
+void step_fclose(char **) {
   report("fclose", fclose(stream));
 }
 
-static void step_fileno(char **) {
+void step_fileno(char **) {
   current = fileno(stream);
   report("fileno", current >= 0 ? 0 : -1);
 }
 
-static void step_mmap(char **words) {
+void step_mmap(char **words) {
   mapping_size = strtoul(words[0], nullptr, 0);
   void *address = mmap(nullptr, mapping_size, PROT_READ | PROT_WRITE, MAP_SHARED, current,
-                       (off_t)strtoul(words[1], nullptr, 0));
+                       static_cast<off_t>(strtoul(words[1], nullptr, 0)));
   if (address == MAP_FAILED) {
     report("mmap", -1);
     return;
   }
-  mapping = (unsigned char *)address;
-  report_bytes("mmap", 0, mapping, std::min(mapping_size, (size_t)8));
+  mapping = static_cast<unsigned char *>(address);
+  report_bytes("mmap", 0, mapping, std::min(mapping_size, static_cast<std::size_t>(8)));
 }
 
-static void step_poke(char **words) {
-  size_t count = read_bytes(words[0], bytes, sizeof(bytes));
+void step_poke(char **words) {
+  const std::size_t count = read_bytes(words[0], bytes, sizeof bytes);
   memcpy(mapping, bytes, std::min(count, mapping_size));
   report("poke", 0);
 }
 
-static void step_munmap(char **) {
+void step_munmap(char **) {
   report("munmap", munmap(mapping, mapping_size));
 }
 
-static void step_remove(char **words) {
+void step_remove(char **words) {
   report("remove", remove(words[0]));
 }
 
-static void step_link(char **words) {
+void step_link(char **words) {
   report("link", link(words[0], words[1]));
 }
 
-static void step_mkfifo(char **words) {
+void step_mkfifo(char **words) {
   report("mkfifo", mkfifo(words[0], 0600));
 }
 
-static void step_utimes(char **words) {
+void step_utimes(char **words) {
   timeval times[2] = {{1000, 0}, {1000, 0}};
   report("utimes", utimes(words[0], times));
 }
 
-static void step_chown(char **words) {
+void step_chown(char **words) {
   report("chown", chown(words[0], getuid(), getgid()));
 }
 
-static void step_unlink(char **words) {
+void step_unlink(char **words) {
   report("unlink", unlink(words[0]));
 }
 
-static void step_mkdir(char **words) {
+void step_mkdir(char **words) {
   report("mkdir", mkdir(words[0], 0755));
 }
 
-static void step_rmdir(char **words) {
+void step_rmdir(char **words) {
   report("rmdir", rmdir(words[0]));
 }
 
-static void step_rename(char **words) {
+void step_rename(char **words) {
   report("rename", rename(words[0], words[1]));
 }
 
-static void step_truncate(char **words) {
-  report("truncate", truncate(words[0], (off_t)strtol(words[1], nullptr, 0)));
+void step_truncate(char **words) {
+  report("truncate", truncate(words[0], static_cast<off_t>(strtol(words[1], nullptr, 0))));
 }
 
-static void step_chmod(char **words) {
-  report("chmod", chmod(words[0], (mode_t)strtoul(words[1], nullptr, 8)));
+void step_chmod(char **words) {
+  report("chmod", chmod(words[0], static_cast<mode_t>(strtoul(words[1], nullptr, 8))));
 }
 
-static void step_symlink(char **words) {
+void step_symlink(char **words) {
   report("symlink", symlink(words[0], words[1]));
 }
+
+}  // namespace
 
 const Step kFileSteps[] = {
     {"open", 2, step_open},

@@ -9,7 +9,7 @@
 #ifndef TESTS_PROBES_PROBE_H
 #define TESTS_PROBES_PROBE_H
 
-#include <stddef.h>
+#include <cstddef>
 
 struct Step {
   const char *name;
@@ -27,9 +27,9 @@ extern int current;
 
 // Prints "NAME RESULT", or "NAME ERRNO" for -1. The second one adds the bytes as hexadecimal.
 void report(const char *name, long result);
-void report_bytes(const char *name, long result, const unsigned char *bytes, size_t count);
+void report_bytes(const char *name, long result, const unsigned char *bytes, std::size_t count);
 
 // Bytes written as "ff*1024" or "0102.00*14"; how many there are.
-size_t read_bytes(const char *text, unsigned char *out, size_t room);
+std::size_t read_bytes(const char *text, unsigned char *out, std::size_t room);
 
 #endif

@@ -1,5 +1,7 @@
 // Calls that would reach the PC itself: the network, mounts, the clock, processes.
 
+#include "probe.h"
+
 #include <arpa/inet.h>
 #include <errno.h>
 #include <ifaddrs.h>
@@ -18,47 +20,47 @@
 #include <time.h>
 #include <unistd.h>
 
-#include "probe.h"
+namespace {
 
-static void step_mount(char **words) {
+void step_mount(char **words) {
   report("mount", mount(words[0], words[1], words[2], 0, nullptr));
 }
 
-static void step_umount(char **words) {
+void step_umount(char **words) {
   report("umount", umount(words[0]));
 }
 
-static void step_umount2(char **words) {
+void step_umount2(char **words) {
   report("umount2", umount2(words[0], MNT_DETACH));
 }
 
-static void step_reboot(char **) {
+void step_reboot(char **) {
   report("reboot", reboot(RB_AUTOBOOT));
 }
 
-static void step_settimeofday(char **words) {
-  timeval now = {atol(words[0]), 0};
+void step_settimeofday(char **words) {
+  const timeval now = {atol(words[0]), 0};
   report("settimeofday", settimeofday(&now, nullptr));
 }
 
-static void step_clock_settime(char **words) {
-  timespec now = {atol(words[0]), 0};
+void step_clock_settime(char **words) {
+  const timespec now = {atol(words[0]), 0};
   report("clock_settime", clock_settime(CLOCK_REALTIME, &now));
 }
 
-static void step_scheduler(char **) {
+void step_scheduler(char **) {
   sched_param parameter = {};
   parameter.sched_priority = 50;
   report("scheduler", sched_setscheduler(0, SCHED_RR, &parameter));
 }
 
-static void step_thread_scheduler(char **) {
+void step_thread_scheduler(char **) {
   sched_param parameter = {};
   parameter.sched_priority = 50;
   report("thread_scheduler", pthread_setschedparam(pthread_self(), SCHED_FIFO, &parameter));
 }
 
-static int family(const char *name) {
+int family(const char *name) {
   return strcmp(name, "inet") == 0      ? AF_INET
          : strcmp(name, "inet6") == 0   ? AF_INET6
          : strcmp(name, "packet") == 0  ? AF_PACKET
@@ -66,72 +68,72 @@ static int family(const char *name) {
                                         : AF_UNIX;
 }
 
-static void step_socket(char **words) {
-  int type = strcmp(words[1], "stream") == 0  ? SOCK_STREAM
-             : strcmp(words[1], "dgram") == 0 ? SOCK_DGRAM
-                                              : SOCK_RAW;
+void step_socket(char **words) {
+  const int type = strcmp(words[1], "stream") == 0  ? SOCK_STREAM
+                   : strcmp(words[1], "dgram") == 0 ? SOCK_DGRAM
+                                                    : SOCK_RAW;
   current = socket(family(words[0]), type, 0);
   report("socket", current);
 }
 
-static sockaddr_in address(const char *host, const char *port) {
+sockaddr_in address(const char *host, const char *port) {
   sockaddr_in result = {};
   result.sin_family = AF_INET;
   inet_pton(AF_INET, host, &result.sin_addr);
-  result.sin_port = htons((in_port_t)atoi(port));
+  result.sin_port = htons(static_cast<in_port_t>(atoi(port)));
   return result;
 }
 
-static void step_connect(char **words) {
+void step_connect(char **words) {
   sockaddr_in to = address(words[0], words[1]);
-  report("connect", connect(current, (const sockaddr *)&to, sizeof(to)));
+  report("connect", connect(current, reinterpret_cast<const sockaddr *>(&to), sizeof to));
 }
 
-static void step_sendto(char **words) {
+void step_sendto(char **words) {
   sockaddr_in to = address(words[0], words[1]);
-  report("sendto",
-         sendto(current, words[2], strlen(words[2]), 0, (const sockaddr *)&to, sizeof(to)));
+  report("sendto", sendto(current, words[2], strlen(words[2]), 0,
+                          reinterpret_cast<const sockaddr *>(&to), sizeof to));
 }
 
-static void step_bind(char **words) {
+void step_bind(char **words) {
   sockaddr_in at = address(words[0], words[1]);
-  report("bind", bind(current, (const sockaddr *)&at, sizeof(at)));
+  report("bind", bind(current, reinterpret_cast<const sockaddr *>(&at), sizeof at));
 }
 
-static void step_interface_address(char **words) {
+void step_interface_address(char **words) {
   ifreq request = {};
-  snprintf(request.ifr_name, sizeof(request.ifr_name), "%s", words[0]);
+  snprintf(request.ifr_name, sizeof request.ifr_name, "%s", words[0]);
   if (ioctl(current, SIOCGIFADDR, &request) != 0) {
     report("interface_address", -1);
     return;
   }
   char text[INET_ADDRSTRLEN];
-  const sockaddr_in *found = (const sockaddr_in *)&request.ifr_addr;
-  printf("interface_address %s\n", inet_ntop(AF_INET, &found->sin_addr, text, sizeof(text)));
+  const sockaddr_in *found = reinterpret_cast<const sockaddr_in *>(&request.ifr_addr);
+  printf("interface_address %s\n", inet_ntop(AF_INET, &found->sin_addr, text, sizeof text));
 }
 
-static void step_interface_rename(char **words) {
+void step_interface_rename(char **words) {
   ifreq request = {};
-  snprintf(request.ifr_name, sizeof(request.ifr_name), "%s", words[0]);
-  snprintf(request.ifr_newname, sizeof(request.ifr_newname), "%s", words[1]);
+  snprintf(request.ifr_name, sizeof request.ifr_name, "%s", words[0]);
+  snprintf(request.ifr_newname, sizeof request.ifr_newname, "%s", words[1]);
   report("interface_rename", ioctl(current, SIOCSIFNAME, &request));
 }
 
-static void step_interface_down(char **words) {
+void step_interface_down(char **words) {
   ifreq request = {};
-  snprintf(request.ifr_name, sizeof(request.ifr_name), "%s", words[0]);
+  snprintf(request.ifr_name, sizeof request.ifr_name, "%s", words[0]);
   report("interface_down", ioctl(current, SIOCSIFFLAGS, &request));
 }
 
-static void step_interfaces(char **) {
+void step_interfaces(char **) {
   struct if_nameindex *list = if_nameindex();
   printf("interfaces");
-  for (struct if_nameindex *one = list; one != nullptr && one->if_index != 0; one++)
+  for (struct if_nameindex *one = list; one != nullptr && one->if_index != 0; ++one)
     printf(" %s", one->if_name);
   printf("\n");
 }
 
-static void step_interface_addresses(char **) {
+void step_interface_addresses(char **) {
   ifaddrs *list = nullptr;
   if (getifaddrs(&list) != 0) {
     report("interface_addresses", -1);
@@ -143,46 +145,48 @@ static void step_interface_addresses(char **) {
   printf("\n");
 }
 
-static void step_system(char **words) {
+void step_system(char **words) {
   report("system", system(words[0]));
 }
 
-static void step_popen(char **words) {
+void step_popen(char **words) {
   FILE *pipe = popen(words[0], "r");
   if (pipe == nullptr) {
     report("popen", -1);
     return;
   }
   char line[4096] = "";
-  if (fgets(line, sizeof(line), pipe) == nullptr)
+  if (fgets(line, sizeof line, pipe) == nullptr)
     line[0] = '\0';
   line[strcspn(line, "\n")] = '\0';
   printf("popen %s\n", line);
   pclose(pipe);
 }
 
-static void step_exec(char **words) {
+void step_exec(char **words) {
   fflush(stdout);
-  execlp("sh", "sh", "-c", words[0], (char *)nullptr);
+  execlp("sh", "sh", "-c", words[0], static_cast<char *>(nullptr));
   report("exec", -1);
 }
 
-static void step_exit(char **words) {
+void step_exit(char **words) {
   exit(atoi(words[0]));
 }
 
-static void step_quick_exit(char **words) {
+void step_quick_exit(char **words) {
   fflush(stdout);
   _exit(atoi(words[0]));
 }
 
-static void step_abort(char **) {
+void step_abort(char **) {
   abort();
 }
 
-static void step_ids(char **) {
-  printf("ids %d %d\n", (int)getuid(), (int)geteuid());
+void step_ids(char **) {
+  printf("ids %d %d\n", static_cast<int>(getuid()), static_cast<int>(geteuid()));
 }
+
+}  // namespace
 
 const Step kSystemSteps[] = {
     {"mount", 3, step_mount},

@@ -1,5 +1,7 @@
 // Clocks, waits and timers. "now" prints how much time has passed since the first step that asked.
 
+#include "probe.h"
+
 #include <errno.h>
 #include <math.h>
 #include <poll.h>
@@ -15,41 +17,42 @@
 #include <time.h>
 #include <unistd.h>
 
-#include "probe.h"
+namespace {
 
-static timespec to_timespec(double seconds) {
+timespec to_timespec(double seconds) {
   timespec result;
-  result.tv_sec = (time_t)seconds;
-  result.tv_nsec = (long)((seconds - (double)result.tv_sec) * 1e9 + 0.5);
+  result.tv_sec = static_cast<time_t>(seconds);
+  result.tv_nsec = static_cast<long>((seconds - static_cast<double>(result.tv_sec)) * 1e9 + 0.5);
   return result;
 }
 
-static timeval to_timeval(double seconds) {
+timeval to_timeval(double seconds) {
   timeval result;
-  result.tv_sec = (time_t)seconds;
-  result.tv_usec = (suseconds_t)((seconds - (double)result.tv_sec) * 1e6 + 0.5);
+  result.tv_sec = static_cast<time_t>(seconds);
+  result.tv_usec =
+      static_cast<suseconds_t>((seconds - static_cast<double>(result.tv_sec)) * 1e6 + 0.5);
   return result;
 }
 
-static double clock_seconds(clockid_t clock) {
+double clock_seconds(clockid_t clock) {
   timespec now;
   clock_gettime(clock, &now);
-  return (double)now.tv_sec + (double)now.tv_nsec / 1e9;
+  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
 }
 
-static timespec after(clockid_t clock, double seconds) {
+timespec after(clockid_t clock, double seconds) {
   return to_timespec(clock_seconds(clock) + seconds);
 }
 
-static double started[3];
+double started[3];
 
 // The time since the program's start on three clocks that must agree.
-static void step_now(char **) {
+void step_now(char **) {
   double passed[3] = {clock_seconds(CLOCK_MONOTONIC), clock_seconds(CLOCK_REALTIME), 0};
   timeval day;
   gettimeofday(&day, nullptr);
-  passed[2] = (double)day.tv_sec + (double)day.tv_usec / 1e6;
-  for (int i = 0; i < 3; i++) {
+  passed[2] = static_cast<double>(day.tv_sec) + static_cast<double>(day.tv_usec) / 1e6;
+  for (int i = 0; i < 3; ++i) {
     if (started[i] == 0)
       started[i] = passed[i];
     passed[i] -= started[i];
@@ -59,55 +62,56 @@ static void step_now(char **) {
   printf("now %.3f\n", passed[0]);
 }
 
-static void step_date(char **) {
-  time_t now = time(nullptr);
+void step_date(char **) {
+  const time_t now = time(nullptr);
   char text[64];
-  strftime(text, sizeof(text), "%Y-%m-%d %H:%M:%S", gmtime(&now));
+  strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", gmtime(&now));
   printf("date %s\n", text);
 }
 
-static void step_sleep(char **words) {
-  report("sleep", (long)sleep((unsigned)atoi(words[0])));
+void step_sleep(char **words) {
+  report("sleep", static_cast<long>(sleep(static_cast<unsigned int>(atoi(words[0])))));
 }
 
-static void step_usleep(char **words) {
-  report("usleep", usleep((useconds_t)atoi(words[0])));
+void step_usleep(char **words) {
+  report("usleep", usleep(static_cast<useconds_t>(atoi(words[0]))));
 }
 
-static void step_nanosleep(char **words) {
+void step_nanosleep(char **words) {
   // Request and remainder may be the same record.
   timespec time = to_timespec(atof(words[0]));
   report("nanosleep", nanosleep(&time, &time));
 }
 
-static void step_remainder(char **words) {
+void step_remainder(char **words) {
   timespec time = to_timespec(atof(words[0]));
-  int result = nanosleep(&time, &time);
+  const int result = nanosleep(&time, &time);
   if (result == 0)
     report("remainder", 0);
   else
-    printf("remainder %.3f\n", (double)time.tv_sec + (double)time.tv_nsec / 1e9);
+    printf("remainder %.3f\n",
+           static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9);
 }
 
-static void step_clock_nanosleep(char **words) {
-  timespec time = to_timespec(atof(words[0]));
+void step_clock_nanosleep(char **words) {
+  const timespec time = to_timespec(atof(words[0]));
   report("clock_nanosleep", clock_nanosleep(CLOCK_MONOTONIC, 0, &time, nullptr));
 }
 
-static void step_sleep_until(char **words) {
-  timespec time = after(CLOCK_MONOTONIC, atof(words[0]));
+void step_sleep_until(char **words) {
+  const timespec time = after(CLOCK_MONOTONIC, atof(words[0]));
   report("sleep_until", clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &time, nullptr));
 }
 
-static void step_sleep_until_date(char **words) {
-  timespec time = after(CLOCK_REALTIME, atof(words[0]));
+void step_sleep_until_date(char **words) {
+  const timespec time = after(CLOCK_REALTIME, atof(words[0]));
   report("sleep_until_date", clock_nanosleep(CLOCK_REALTIME, TIMER_ABSTIME, &time, nullptr));
 }
 
 // The four ways to wait for the current descriptor (or for nothing when there is none); a negative
 // time waits for ever.
-static void step_select(char **words) {
-  double seconds = atof(words[0]);
+void step_select(char **words) {
+  const double seconds = atof(words[0]);
   timeval time = to_timeval(seconds < 0 ? 0 : seconds);
   fd_set set;
   FD_ZERO(&set);
@@ -117,8 +121,8 @@ static void step_select(char **words) {
                           seconds < 0 ? nullptr : &time));
 }
 
-static void step_pselect(char **words) {
-  double seconds = atof(words[0]);
+void step_pselect(char **words) {
+  const double seconds = atof(words[0]);
   timespec time = to_timespec(seconds < 0 ? 0 : seconds);
   fd_set set;
   FD_ZERO(&set);
@@ -128,21 +132,22 @@ static void step_pselect(char **words) {
                             seconds < 0 ? nullptr : &time, nullptr));
 }
 
-static void step_poll(char **words) {
+void step_poll(char **words) {
   pollfd one = {current, POLLIN, 0};
-  double seconds = atof(words[0]);
-  report("poll", poll(&one, current >= 0 ? 1 : 0, seconds < 0 ? -1 : (int)(seconds * 1000 + 0.5)));
+  const double seconds = atof(words[0]);
+  report("poll", poll(&one, current >= 0 ? 1 : 0,
+                      seconds < 0 ? -1 : static_cast<int>(seconds * 1000 + 0.5)));
 }
 
-static void step_ppoll(char **words) {
+void step_ppoll(char **words) {
   pollfd one = {current, POLLIN, 0};
-  double seconds = atof(words[0]);
+  const double seconds = atof(words[0]);
   timespec time = to_timespec(seconds < 0 ? 0 : seconds);
   report("ppoll", ppoll(&one, current >= 0 ? 1 : 0, seconds < 0 ? nullptr : &time, nullptr));
 }
 
-static void step_epoll(char **words) {
-  int set = epoll_create1(EPOLL_CLOEXEC);
+void step_epoll(char **words) {
+  const int set = epoll_create1(EPOLL_CLOEXEC);
   if (current >= 0) {
     epoll_event wanted = {};
     wanted.events = EPOLLIN;
@@ -153,20 +158,21 @@ static void step_epoll(char **words) {
     }
   }
   epoll_event found;
-  double seconds = atof(words[0]);
-  report("epoll", epoll_wait(set, &found, 1, seconds < 0 ? -1 : (int)(seconds * 1000 + 0.5)));
+  const double seconds = atof(words[0]);
+  report("epoll",
+         epoll_wait(set, &found, 1, seconds < 0 ? -1 : static_cast<int>(seconds * 1000 + 0.5)));
   close(set);
 }
 
-// --- signals and timers ---
+// Signals and timers.
 
-static volatile sig_atomic_t caught;
+volatile sig_atomic_t caught;
 
-static void count_signal(int) {
+void count_signal(int) {
   caught = caught + 1;
 }
 
-static void step_catch(char **words) {
+void step_catch(char **words) {
   struct sigaction action = {};
   action.sa_handler = count_signal;
   report("catch", sigaction(strcmp(words[0], "TERM") == 0  ? SIGTERM
@@ -175,25 +181,25 @@ static void step_catch(char **words) {
                             &action, nullptr));
 }
 
-static void step_ignore(char **words) {
+void step_ignore(char **words) {
   report("ignore",
          signal(strcmp(words[0], "TERM") == 0 ? SIGTERM : SIGINT, SIG_IGN) == SIG_ERR ? -1 : 0);
 }
 
-static void step_caught(char **) {
+void step_caught(char **) {
   report("caught", caught);
 }
 
-static void step_alarm(char **words) {
-  report("alarm", (long)alarm((unsigned)atoi(words[0])));
+void step_alarm(char **words) {
+  report("alarm", static_cast<long>(alarm(static_cast<unsigned int>(atoi(words[0])))));
 }
 
-static void step_itimer(char **words) {
-  itimerval time = {to_timeval(atof(words[1])), to_timeval(atof(words[0]))};
+void step_itimer(char **words) {
+  const itimerval time = {to_timeval(atof(words[1])), to_timeval(atof(words[0]))};
   report("itimer", setitimer(ITIMER_REAL, &time, nullptr));
 }
 
-static void step_timer(char **words) {
+void step_timer(char **words) {
   sigevent event = {};
   event.sigev_notify = SIGEV_SIGNAL;
   event.sigev_signo = SIGALRM;
@@ -202,66 +208,68 @@ static void step_timer(char **words) {
     report("timer", -1);
     return;
   }
-  itimerspec time = {to_timespec(atof(words[1])), to_timespec(atof(words[0]))};
+  const itimerspec time = {to_timespec(atof(words[1])), to_timespec(atof(words[0]))};
   report("timer", timer_settime(timer, 0, &time, nullptr));
 }
 
-static void step_pause(char **) {
+void step_pause(char **) {
   report("pause", pause());
 }
 
-static void step_pauses(char **words) {
-  for (int left = atoi(words[0]); left > 0; left--) {
+void step_pauses(char **words) {
+  for (int left = atoi(words[0]); left > 0; --left) {
     pause();
     step_now(nullptr);
   }
 }
 
-// --- waits on objects that nobody signals ---
+// Waits on objects that nobody signals.
 
-static void report_error(const char *name, int error) {
+void report_error(const char *name, int error) {
   printf("%s %s\n", name, error == 0 ? "0" : strerrorname_np(error));
 }
 
-static pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
 
-static void step_cond_timedwait(char **words) {
+void step_cond_timedwait(char **words) {
   static pthread_cond_t condition = PTHREAD_COND_INITIALIZER;
-  timespec until = after(CLOCK_REALTIME, atof(words[0]));
+  const timespec until = after(CLOCK_REALTIME, atof(words[0]));
   pthread_mutex_lock(&mutex);
-  int error = pthread_cond_timedwait(&condition, &mutex, &until);
+  const int error = pthread_cond_timedwait(&condition, &mutex, &until);
   pthread_mutex_unlock(&mutex);
   report_error("cond_timedwait", error);
 }
 
-static void step_cond_timedwait_monotonic(char **words) {
+void step_cond_timedwait_monotonic(char **words) {
   pthread_condattr_t attributes;
   pthread_condattr_init(&attributes);
   pthread_condattr_setclock(&attributes, CLOCK_MONOTONIC);
   pthread_cond_t condition;
   pthread_cond_init(&condition, &attributes);
-  timespec until = after(CLOCK_MONOTONIC, atof(words[0]));
+  const timespec until = after(CLOCK_MONOTONIC, atof(words[0]));
   pthread_mutex_lock(&mutex);
-  int error = pthread_cond_timedwait(&condition, &mutex, &until);
+  const int error = pthread_cond_timedwait(&condition, &mutex, &until);
   pthread_mutex_unlock(&mutex);
   report_error("cond_timedwait_monotonic", error);
 }
 
-static void step_cond_clockwait(char **words) {
+void step_cond_clockwait(char **words) {
   static pthread_cond_t condition = PTHREAD_COND_INITIALIZER;
-  timespec until = after(CLOCK_MONOTONIC, atof(words[0]));
+  const timespec until = after(CLOCK_MONOTONIC, atof(words[0]));
   pthread_mutex_lock(&mutex);
-  int error = pthread_cond_clockwait(&condition, &mutex, CLOCK_MONOTONIC, &until);
+  const int error = pthread_cond_clockwait(&condition, &mutex, CLOCK_MONOTONIC, &until);
   pthread_mutex_unlock(&mutex);
   report_error("cond_clockwait", error);
 }
 
-static void step_sem_timedwait(char **words) {
+void step_sem_timedwait(char **words) {
   sem_t semaphore;
   sem_init(&semaphore, 0, 0);
-  timespec until = after(CLOCK_REALTIME, atof(words[0]));
+  const timespec until = after(CLOCK_REALTIME, atof(words[0]));
   report("sem_timedwait", sem_timedwait(&semaphore, &until));
 }
+
+}  // namespace
 
 const Step kTimeSteps[] = {
     {"now", 0, step_now},

@@ -1,10 +1,6 @@
 // Every operation of librigcore, answered from the script: one short function each. The comment
 // above a function gives its line where that is not just its arguments and outputs in order.
 
-#include <algorithm>
-#include <cstdio>
-#include <cstring>
-
 #include "platform/applets.h"
 #include "platform/board_io.h"
 #include "platform/boot_blocks.h"
@@ -24,8 +20,12 @@
 #include "platform/upgrade.h"
 #include "platform/verbose.h"
 #include "platform/versions.h"
-
 #include "tests/standin/script.h"
+
+#include <stdio.h>
+#include <string.h>
+
+#include <algorithm>
 
 using standin::block;
 using standin::block_slot;
@@ -40,25 +40,23 @@ using standin::word_slot;
 
 int rig_verbose = 0;
 
-// --- Dispatch: real, never in the script -------------------------------------------------------
+// Dispatch: real, never in the script.
 
 int rig_applets_process(const char *name, AppletEntry *table, int argc, char **argv) {
   for (AppletEntry *row = table; argc >= 2 && row->name != nullptr; ++row) {
-    if (std::strcmp(row->name, argv[1]) == 0) {
-      if (row->handler == nullptr) {
+    if (strcmp(row->name, argv[1]) == 0) {
+      if (row->handler == nullptr)
         break;
-      }
       return row->handler(argc - 1, argv + 1);
     }
   }
-  std::printf("%s\n", name);
-  for (AppletEntry *row = table; row->name != nullptr; ++row) {
-    std::printf("  %-16s %s\n", row->name, row->description);
-  }
+  printf("%s\n", name);
+  for (AppletEntry *row = table; row->name != nullptr; ++row)
+    printf("  %-16s %s\n", row->name, row->description);
   return 1;
 }
 
-// --- Banner, board I/O -------------------------------------------------------------------------
+// Banner, board I/O.
 
 int rig_print_logo(int indent, int end_line) {
   return call("rig_print_logo", {number(indent), number(end_line)});
@@ -68,11 +66,11 @@ int rig_beep(int on) {
   return call("rig_beep", {number(on)});
 }
 
-int rig_alarm_input(uint32_t *levels) {
+int rig_alarm_input(std::uint32_t *levels) {
   return call("rig_alarm_input", {}, {word_slot(levels)});
 }
 
-int rig_alarm_output(uint32_t *levels) {
+int rig_alarm_output(std::uint32_t *levels) {
   return call("rig_alarm_output", {number(*levels)});
 }
 
@@ -84,7 +82,7 @@ int rig_detect(int feature) {
   return call("rig_detect", {number(feature)});
 }
 
-// --- Boot blocks, versions, environment --------------------------------------------------------
+// Boot blocks, versions, environment.
 
 int rig_bootparam_get(void *bytes, int size) {
   return call("rig_bootparam_get", {number(size)}, {block_slot(bytes, size)});
@@ -102,12 +100,12 @@ void rig_bytes_print(const void *bytes, int size) {
   call("rig_bytes_print", {block(bytes, size), number(size)});
 }
 
-uint32_t rig_kernel_version(void) {
-  return static_cast<uint32_t>(call("rig_kernel_version", {}));
+std::uint32_t rig_kernel_version(void) {
+  return static_cast<std::uint32_t>(call("rig_kernel_version", {}));
 }
 
-uint32_t rig_kernel_date(void) {
-  return static_cast<uint32_t>(call("rig_kernel_date", {}));
+std::uint32_t rig_kernel_date(void) {
+  return static_cast<std::uint32_t>(call("rig_kernel_date", {}));
 }
 
 int rig_get_korbootversion(char *out) {
@@ -149,38 +147,35 @@ int rigabi_get_value(const char *group, const char *key, void *buffer, int size)
               {text_slot(static_cast<char *>(buffer), size)});
 }
 
-// --- Upgrade -----------------------------------------------------------------------------------
+// Upgrade.
 
 // rig_upgrade ITEM SOURCE PARTITION COOKIE "PATH" [-> COOKIE ERROR PROGRESS ITEM "STATUS" ...] =
 // RESULT with five outputs for each call of the callback, which must return 0.
 int rig_upgrade(UpgradeRequest *request) {
   const char *name = "rig_upgrade";
   standin::require_zero(name, "with reserved bytes that are not 0", request->reserved,
-                        sizeof(request->reserved));
+                        sizeof request->reserved);
   standin::require_zero(name, "with reserved bytes that are not 0", request->reserved_tail,
-                        sizeof(request->reserved_tail));
+                        sizeof request->reserved_tail);
   const standin::Value arguments[] = {number(request->item), number(request->source),
                                       number(request->partition), number(request->cookie),
                                       text(request->path)};
   const standin::Line &line = standin::expect(name, arguments);
-  if (request->callback == nullptr) {
+  if (request->callback == nullptr)
     standin::fail_call(name, "without a callback");
-  }
-  if (line.output_count % 5 != 0) {
+  if (line.output_count % 5 != 0)
     standin::fail_line(line, "a progress is COOKIE ERROR PROGRESS ITEM \"STATUS\"");
-  }
   for (std::size_t i = 0; i < line.output_count; i += 5) {
     alignas(UpgradeProgress) unsigned char room[1024] = {};
     auto *progress = static_cast<UpgradeProgress *>(static_cast<void *>(room));
-    uint32_t cookie = 0;
+    std::uint32_t cookie = 0;
     standin::store(line, i, word_slot(&cookie));
     standin::store(line, i + 1, word_slot(&progress->error_code));
     standin::store(line, i + 2, word_slot(&progress->progress));
     standin::store(line, i + 3, word_slot(&progress->item));
     standin::store(line, i + 4, text_slot(progress->status, 1000));
-    if (request->callback(cookie, progress) != 0) {
+    if (request->callback(cookie, progress) != 0)
       standin::fail_call(name, "with a callback that does not return 0");
-    }
   }
   return standin::finish(line);
 }
@@ -193,7 +188,7 @@ int rig_upgrade_burn_cpld(int index, const void *image, int size) {
   return call("rig_upgrade_burn_cpld", {number(index), block(image, size), number(size)});
 }
 
-// --- MTD and MD5 -------------------------------------------------------------------------------
+// MTD and MD5.
 
 int rig_mtd_getnum(const char *path) {
   return call("rig_mtd_getnum", {text(path)});
@@ -223,7 +218,8 @@ int rig_mtd_cmp_skip_bad(int partition_a, int partition_b) {
   return call("rig_mtd_cmp_skip_bad", {number(partition_a), number(partition_b)});
 }
 
-int rig_mtd_write_skip_bad(int partition, uint32_t offset, const void *data, uint32_t size) {
+int rig_mtd_write_skip_bad(int partition, std::uint32_t offset, const void *data,
+                           std::uint32_t size) {
   return call("rig_mtd_write_skip_bad",
               {number(partition), number(offset), block(data, size), number(size)});
 }
@@ -236,9 +232,9 @@ int rig_md5sum_check(const char *list) {
   return call("rig_md5sum_check", {text(list)});
 }
 
-// --- LEDs, PWM, power, resets ------------------------------------------------------------------
+// LEDs, PWM, power, resets.
 
-int rig_led_ctrl(int id, int cycle_ms, uint8_t duty) {
+int rig_led_ctrl(int id, int cycle_ms, std::uint8_t duty) {
   return call("rig_led_ctrl", {number(id), number(cycle_ms), number(duty)});
 }
 
@@ -250,7 +246,7 @@ int rig_led_cyclems(int id) {
   return call("rig_led_cyclems", {number(id)});
 }
 
-int rig_pwm_ctrl(int id, int period_ns, uint8_t duty) {
+int rig_pwm_ctrl(int id, int period_ns, std::uint8_t duty) {
   return call("rig_pwm_ctrl", {number(id), number(period_ns), number(duty)});
 }
 
@@ -270,40 +266,41 @@ int rig_pwm_disable(int id) {
   return call("rig_pwm_disable", {number(id)});
 }
 
-int rig_power_is_enable(uint32_t function) {
+int rig_power_is_enable(std::uint32_t function) {
   return call("rig_power_is_enable", {number(function)});
 }
 
-int rig_power_ctrl(uint32_t function, uint8_t value) {
+int rig_power_ctrl(std::uint32_t function, std::uint8_t value) {
   return call("rig_power_ctrl", {number(function), number(value)});
 }
 
-int rig_reset_ctrl(uint32_t function) {
+int rig_reset_ctrl(std::uint32_t function) {
   return call("rig_reset_ctrl", {number(function)});
 }
 
-// --- Serial ports ------------------------------------------------------------------------------
+// Serial ports.
 
-int rig_rs485_tx_en(uint32_t index, int enable) {
+int rig_rs485_tx_en(std::uint32_t index, int enable) {
   return call("rig_rs485_tx_en", {number(index), number(enable)});
 }
 
-int rig_rs485_rx_en(uint32_t index, int enable) {
+int rig_rs485_rx_en(std::uint32_t index, int enable) {
   return call("rig_rs485_rx_en", {number(index), number(enable)});
 }
 
-int rig_uart_mode_set(uint32_t index, uint32_t baudrate, uint8_t databits, uint8_t stopbits,
-                      uint8_t parity, uint8_t flowctrl, uint32_t mode) {
+int rig_uart_mode_set(std::uint32_t index, std::uint32_t baudrate, std::uint8_t databits,
+                      std::uint8_t stopbits, std::uint8_t parity, std::uint8_t flowctrl,
+                      std::uint32_t mode) {
   return call("rig_uart_mode_set",
               {number(index), number(baudrate), number(databits), number(stopbits), number(parity),
                number(flowctrl), number(mode)});
 }
 
-int rig_uart_mode_getype(uint32_t index) {
+int rig_uart_mode_getype(std::uint32_t index) {
   return call("rig_uart_mode_getype", {number(index)});
 }
 
-// --- Disks and storage devices -----------------------------------------------------------------
+// Disks and storage devices.
 
 int rig_sata_read_identify_info(const char *path, void *buffer) {
   return call("rig_sata_read_identify_info", {text(path)},
@@ -344,13 +341,12 @@ int rig_store_get_factory(const void *identify, const void *smart_values) {
 int rig_stor_devlist(StorDevList *list) {
   standin::require_zero("rig_stor_devlist", "with a list that is not zeroed", list, sizeof(*list));
   const standin::Line &line = standin::expect("rig_stor_devlist", {});
-  if (line.output_count > 1 + 3 * STOR_DEVICES_MAX) {
+  if (line.output_count > 1 + 3 * STOR_DEVICES_MAX)
     standin::fail_line(line, "more devices than the list holds");
-  }
   for (std::size_t i = 0; i < line.output_count; ++i) {
     StorDev &device = list->devices[i == 0 ? 0 : (i - 1) / 3];
-    standin::Slot slots[] = {text_slot(device.name, sizeof(device.name)), word_slot(&device.state),
-                             word_slot(&device.power_state)};
+    const standin::Slot slots[] = {text_slot(device.name, sizeof device.name),
+                                   word_slot(&device.state), word_slot(&device.power_state)};
     standin::store(line, i, i == 0 ? word_slot(&list->count) : slots[(i - 1) % 3]);
   }
   return standin::finish(line);
@@ -364,17 +360,17 @@ int rig_stor_dev_power_state(StorDev *device) {
   return call("rig_stor_dev_power_state", {text(device->name)});
 }
 
-int rig_stor_dev_power_ctrl(StorDev *device, uint32_t power) {
+int rig_stor_dev_power_ctrl(StorDev *device, std::uint32_t power) {
   return call("rig_stor_dev_power_ctrl", {text(device->name), number(power)});
 }
 
-// --- Network channels and PHYs -----------------------------------------------------------------
+// Network channels and PHYs.
 
 // rig_netchan_allinfo -> CHANNELS CHANGED LINKS0 ... LINKS7 = RESULT
 int rig_netchan_allinfo(NetChanAllInfo *info) {
   standin::require_zero("rig_netchan_allinfo", "with a record that is not zeroed", info,
                         sizeof(*info));
-  uint32_t *links = info->link_status;
+  std::uint32_t *links = info->link_status;
   return call(
       "rig_netchan_allinfo", {},
       {word_slot(&info->chan_num), word_slot(&info->link_changed), word_slot(links),
@@ -384,16 +380,16 @@ int rig_netchan_allinfo(NetChanAllInfo *info) {
 
 // rig_netchan_get_status CHANNEL -> CHANNEL "IFNAME" SUPPORTED ADVERTISING SPEED DUPLEX SETTING
 // STATUS
-int rig_netchan_get_status(uint32_t channel, NetChanStatus *status) {
+int rig_netchan_get_status(std::uint32_t channel, NetChanStatus *status) {
   return call(
       "rig_netchan_get_status", {number(channel)},
-      {word_slot(&status->channel), text_slot(status->ifname, sizeof(status->ifname)),
+      {word_slot(&status->channel), text_slot(status->ifname, sizeof status->ifname),
        word_slot(&status->supported), word_slot(&status->advertising), word_slot(&status->speed),
        word_slot(&status->duplex), word_slot(&status->setting), word_slot(&status->status)});
 }
 
 // rig_netchan_get_setting CHANNEL -> SPEED DUPLEX SETTING
-int rig_netchan_get_setting(uint32_t channel, NetChanSetting *setting) {
+int rig_netchan_get_setting(std::uint32_t channel, NetChanSetting *setting) {
   return call(
       "rig_netchan_get_setting", {number(channel)},
       {word_slot(&setting->speed), word_slot(&setting->duplex), word_slot(&setting->setting)});
@@ -401,7 +397,7 @@ int rig_netchan_get_setting(uint32_t channel, NetChanSetting *setting) {
 
 // rig_netchan_get_psestatus CHANNEL -> OPERMODE DETECT_ENABLE DETECTION CLASS_ENABLE CLASS ON ICUT
 // UV UA
-int rig_netchan_get_psestatus(uint32_t channel, NetChanPseStatus *status) {
+int rig_netchan_get_psestatus(std::uint32_t channel, NetChanPseStatus *status) {
   return call(
       "rig_netchan_get_psestatus", {number(channel)},
       {byte_slot(&status->opermode), byte_slot(&status->detect_enable),
@@ -410,31 +406,31 @@ int rig_netchan_get_psestatus(uint32_t channel, NetChanPseStatus *status) {
        byte_slot(&status->is_icut), word_slot(&status->voltage), word_slot(&status->icurrent)});
 }
 
-uint32_t rig_mdio_getphyid(const char *bus_id) {
-  return static_cast<uint32_t>(call("rig_mdio_getphyid", {text(bus_id)}));
+std::uint32_t rig_mdio_getphyid(const char *bus_id) {
+  return static_cast<std::uint32_t>(call("rig_mdio_getphyid", {text(bus_id)}));
 }
 
 int rig_mdio_getphyaddr(const char *bus_id) {
   return call("rig_mdio_getphyaddr", {text(bus_id)});
 }
 
-uint16_t rig_mdio_getmiireg(const char *bus_id, uint16_t reg) {
-  return static_cast<uint16_t>(call("rig_mdio_getmiireg", {text(bus_id), number(reg)}));
+std::uint16_t rig_mdio_getmiireg(const char *bus_id, std::uint16_t reg) {
+  return static_cast<std::uint16_t>(call("rig_mdio_getmiireg", {text(bus_id), number(reg)}));
 }
 
-int rig_mdio_setmiireg(const char *bus_id, uint16_t reg, uint16_t value) {
+int rig_mdio_setmiireg(const char *bus_id, std::uint16_t reg, std::uint16_t value) {
   return call("rig_mdio_setmiireg", {text(bus_id), number(reg), number(value)});
 }
 
-uint16_t rig_mdio_getmiirtl836xreg(const char *bus_id, uint16_t reg) {
-  return static_cast<uint16_t>(call("rig_mdio_getmiirtl836xreg", {text(bus_id), number(reg)}));
+std::uint16_t rig_mdio_getmiirtl836xreg(const char *bus_id, std::uint16_t reg) {
+  return static_cast<std::uint16_t>(call("rig_mdio_getmiirtl836xreg", {text(bus_id), number(reg)}));
 }
 
-int rig_mdio_setmiirtl836xreg(const char *bus_id, uint16_t reg, uint16_t value) {
+int rig_mdio_setmiirtl836xreg(const char *bus_id, std::uint16_t reg, std::uint16_t value) {
   return call("rig_mdio_setmiirtl836xreg", {text(bus_id), number(reg), number(value)});
 }
 
-// --- Device tree and threads -------------------------------------------------------------------
+// Device tree and threads.
 
 // rig_dtb_overlay COUNT "NODE" "NAME" TYPE VALUE LENGTH ... = RESULT, five arguments a property
 int rig_dtb_overlay(DtbOverlayProp *props, int count) {
@@ -451,6 +447,6 @@ int rig_dtb_overlay(DtbOverlayProp *props, int count) {
 
 // rig_thread_set_cpu "self" CPU = RESULT; "other" when the thread is not the one that calls
 int rig_thread_set_cpu(pthread_t thread, int cpu) {
-  bool self = pthread_equal(thread, pthread_self()) != 0;
+  const bool self = pthread_equal(thread, pthread_self()) != 0;
   return call("rig_thread_set_cpu", {text(self ? "self" : "other"), number(cpu)});
 }

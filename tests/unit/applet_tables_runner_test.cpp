@@ -99,8 +99,8 @@ TEST(BoardCheck, stops_at_the_tests_that_it_can_keep_results_of) {
   const std::string report = run(tests.data(), 1, argv);
   EXPECT_EQ(calls.size(), 12u);
 
-  size_t verdicts = 0;
-  for (size_t at = report.find("[RESULT]"); at != std::string::npos;
+  std::size_t verdicts = 0;
+  for (std::size_t at = report.find("[RESULT]"); at != std::string::npos;
        at = report.find("[RESULT]", at + 1))
     ++verdicts;
   EXPECT_EQ(verdicts, 12u);

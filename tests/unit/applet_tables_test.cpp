@@ -2,9 +2,11 @@
 
 #include "app/applet_tables.h"
 
+#include <string.h>
+
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <cstdint>
 #include <set>
 #include <span>
 #include <string>
@@ -13,7 +15,7 @@ namespace {
 
 struct Row {
   const char *name;
-  int32_t group;
+  std::int32_t group;
   const char *description;
 };
 
@@ -139,7 +141,7 @@ TEST(AppletTables, hold_every_row_in_order) {
   for (const Table &table : kTables) {
     SCOPED_TRACE(table.label);
     ASSERT_EQ(table.actual.size(), table.expected.size() + 1);
-    for (size_t i = 0; i < table.expected.size(); ++i) {
+    for (std::size_t i = 0; i < table.expected.size(); ++i) {
       SCOPED_TRACE(i);
       ASSERT_NE(table.actual[i].name, nullptr);
       ASSERT_NE(table.actual[i].description, nullptr);

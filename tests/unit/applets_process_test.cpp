@@ -2,11 +2,11 @@
 
 #include "platform/applets.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 namespace {
 
@@ -20,9 +20,8 @@ std::vector<Call> calls;
 
 int record(const char *row, int argc, char **argv) {
   Call call{row, {}, argv[argc] == nullptr};
-  for (int i = 0; i < argc; ++i) {
+  for (int i = 0; i < argc; ++i)
     call.arguments.emplace_back(argv[i]);
-  }
   calls.push_back(call);
   return static_cast<int>(call.arguments.size()) - 10;
 }
@@ -61,9 +60,8 @@ struct Outcome {
 Outcome run(std::vector<std::string> words) {
   calls.clear();
   std::vector<char *> argv;
-  for (std::string &word : words) {
+  for (std::string &word : words)
     argv.push_back(word.data());
-  }
   argv.push_back(nullptr);
   testing::internal::CaptureStdout();
   const int status =
@@ -75,10 +73,10 @@ Outcome run(std::vector<std::string> words) {
 void expect_listing(const Outcome &result) {
   EXPECT_EQ(result.status, 1);
   EXPECT_TRUE(calls.empty());
-  size_t from = 0;
+  std::size_t from = 0;
   for (const char *text : {"level", "version", "outer version", "group", "group tools", "all",
                            "ALL test", "plain", "version", "never reached"}) {
-    const size_t found = result.output.find(text, from);
+    const std::size_t found = result.output.find(text, from);
     ASSERT_NE(found, std::string::npos) << text << " in\n" << result.output;
     from = found + std::string(text).size();
   }
@@ -128,8 +126,8 @@ TEST(AppletsProcess, lists_the_rows_for_a_row_without_a_handler) {
 
 TEST(AppletsProcess, listing_marks_the_rows_that_open_a_group) {
   const std::string output = run({"level"}).output;
-  const size_t group = output.find("group");
-  const size_t line_end = output.find('\n', group);
+  const std::size_t group = output.find("group");
+  const std::size_t line_end = output.find('\n', group);
   EXPECT_NE(output.substr(group, line_end - group).find('>'), std::string::npos);
   EXPECT_EQ(std::count(output.begin(), output.end(), '>'), 1);
 }

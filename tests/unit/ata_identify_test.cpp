@@ -2,11 +2,12 @@
 
 #include "platform/sata.h"
 
-#include <gtest/gtest.h>
-
 #include <errno.h>
 
+#include <gtest/gtest.h>
+
 #include <array>
+#include <cstdint>
 #include <fstream>
 #include <string>
 
@@ -15,7 +16,7 @@ namespace {
 struct Identify {
   std::array<std::uint8_t, 512> bytes = {};
 
-  Identify &word(std::size_t index, unsigned value) {
+  Identify &word(std::size_t index, unsigned int value) {
     bytes[2 * index] = static_cast<std::uint8_t>(value);
     bytes[2 * index + 1] = static_cast<std::uint8_t>(value >> 8);
     return *this;
@@ -90,7 +91,7 @@ TEST(AtaIdentify, sector_sizes) {
 
 TEST(AtaIdentify, sata_versions) {
   struct {
-    unsigned w222;
+    unsigned int w222;
     const char *version;
   } const cases[] = {
       {0x1001, "ATA8-AST"}, {0x1003, "SATA 1.0a"}, {0x1007, "SATA II Ext"},
@@ -119,7 +120,7 @@ TEST(AtaIdentify, speeds) {
 }
 
 TEST(AtaIdentify, trim) {
-  const auto trim = [](unsigned w169, unsigned w69) {
+  const auto trim = [](unsigned int w169, unsigned int w69) {
     return Identify().word(169, w169).word(69, w69).word(105, 8).decode();
   };
   EXPECT_EQ(trim(0, 0x4020).trim_flags, 0u);
@@ -170,7 +171,7 @@ TEST(DriveFamily, told_by_how_erasures_are_counted) {
 }
 
 TEST(DriveFamily, a_rotating_disk_is_neither) {
-  for (const unsigned rate : {0u, 7200u, 0xFFFFu}) {
+  for (const unsigned int rate : {0u, 7200u, 0xFFFFu}) {
     const Identify disk = Identify().word(217, rate);
     EXPECT_EQ(rig_store_get_factory(disk.bytes.data(), Smart({206, 207, 208, 241}).bytes.data()),
               0);

@@ -1,19 +1,18 @@
 // What the exported entry points refuse without a disk, and the digit functions.
 
 #include "benchrig/sata.h"
+#include "no_disk_request.h"
 #include "storage/sata_device.h"
-
-#include <gtest/gtest.h>
 
 #include <errno.h>
 #include <fcntl.h>
+#include <string.h>
 #include <unistd.h>
 
-#include <array>
-#include <cstring>
-#include <string>
+#include <gtest/gtest.h>
 
-#include "no_disk_request.h"
+#include <array>
+#include <string>
 
 namespace {
 
@@ -144,7 +143,7 @@ TEST(AtaDigits, digits_of_values) {
   EXPECT_EQ(hex_to_ascii(-1), '/');
 }
 
-// --- Commands by path -------------------------------------------------------------------------
+// Commands by path.
 
 constexpr const char *kMissing = "/nonexistent/disk";
 

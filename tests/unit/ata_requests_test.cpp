@@ -2,10 +2,11 @@
 
 #include "storage/ata_requests.h"
 
+#include <string.h>
+
 #include <gtest/gtest.h>
 
 #include <array>
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -23,7 +24,7 @@ std::string hex(std::span<const std::uint8_t> bytes) {
   return text;
 }
 
-// --- HDIO -------------------------------------------------------------------------------------
+// HDIO.
 
 struct HdioCase {
   int code;
@@ -164,7 +165,7 @@ TEST(AtaHdio, task_file_results) {
             "compile kernel with CONFIG_IDE_TASKFILE_IO set\n");
 }
 
-// --- SG_IO ------------------------------------------------------------------------------------
+// SG_IO.
 
 constexpr SgDirection kNone = SgDirection::kNone;
 constexpr SgDirection kIn = SgDirection::kFromDevice;

@@ -1,12 +1,12 @@
 // What writes to the virtual board's attributes do.
 
-#include <cerrno>
-#include <cstring>
-
-#include <gtest/gtest.h>
-
 #include "model_harness.h"
 #include "vboard/interposer/models/attributes.h"
+
+#include <errno.h>
+#include <string.h>
+
+#include <gtest/gtest.h>
 
 using namespace vboard;
 
@@ -29,7 +29,7 @@ void add_cpld(const ModelHarness &board, const char *settings) {
 }  // namespace
 
 TEST(AttributeHooks, text_replaces_the_old_one_and_keeps_one_line_end) {
-  ModelHarness board("");
+  const ModelHarness board("");
   board.write_file("sys/a", "a longer value\n");
   EXPECT_EQ(write(board, "/sys/a", "x"), 1);
   EXPECT_EQ(board.file("sys/a"), "x\n");
@@ -40,7 +40,7 @@ TEST(AttributeHooks, text_replaces_the_old_one_and_keeps_one_line_end) {
 
 TEST(AttributeHooks, text_ends_at_its_nul) {
   using namespace std::literals;
-  ModelHarness board("");
+  const ModelHarness board("");
   board.write_file("sys/a", "old\n");
   EXPECT_EQ(write(board, "/sys/a", "yes\n\0"sv), 5);
   EXPECT_EQ(board.file("sys/a"), "yes\n");
@@ -58,7 +58,7 @@ TEST(AttributeHooks, text_ends_at_its_nul) {
 }
 
 TEST(AttributeHooks, brightness_is_a_number_up_to_its_most) {
-  ModelHarness board("");
+  const ModelHarness board("");
   board.write_file("sys/class/leds/x/brightness", "0\n");
   board.write_file("sys/class/leds/x/max_brightness", "255\n");
   EXPECT_EQ(write(board, "/sys/class/leds/x/brightness", "7"), 1);
@@ -70,7 +70,7 @@ TEST(AttributeHooks, brightness_is_a_number_up_to_its_most) {
 }
 
 TEST(AttributeHooks, wires_carry_a_pin_to_others) {
-  ModelHarness board("");
+  const ModelHarness board("");
   for (const char *pin : {"sys/class/gpio/gpio40/value", "sys/class/gpio/gpio41/value",
                           "sys/class/gpio/gpio48/value"})
     board.write_file(pin, "0\n");
@@ -89,7 +89,7 @@ TEST(AttributeHooks, wires_carry_a_pin_to_others) {
 }
 
 TEST(AttributeHooks, blocks_are_written_in_place_and_keep_their_size) {
-  ModelHarness board("");
+  const ModelHarness board("");
   constexpr char kBlock[] = "/sys/bus/nvmem/devices/x/nvmem";
   board.write_file(kBlock + 1, std::string(256, '\0'));
   EXPECT_EQ(write(board, kBlock, "\x07", 250), 1);
@@ -100,7 +100,7 @@ TEST(AttributeHooks, blocks_are_written_in_place_and_keep_their_size) {
 }
 
 TEST(AttributeHooks, firmware_image_goes_to_the_medium) {
-  ModelHarness board("");
+  const ModelHarness board("");
   add_cpld(board, "medium = cpld.bin\nsize = 16\nfails =\n");
   EXPECT_EQ(write(board, "/sys/class/firmware/cpld/data", "early"), -ENODEV);
   EXPECT_EQ(write(board, "/sys/class/firmware/cpld/loading", "1"), 1);
@@ -115,7 +115,7 @@ TEST(AttributeHooks, firmware_image_goes_to_the_medium) {
 }
 
 TEST(AttributeHooks, dropped_image_changes_nothing) {
-  ModelHarness board("");
+  const ModelHarness board("");
   add_cpld(board, "medium = cpld.bin\n");
   board.write_file("media/cpld.bin", "old");
   write(board, "/sys/class/firmware/cpld/loading", "1");
@@ -136,7 +136,7 @@ TEST(AttributeHooks, failing_parts_say_why) {
        {Row{"medium = m\nsize = 3\n", "preparing:invalid-file-size\n", "old"},
         Row{"medium = m\nfails = transferring:hw-error\n", "transferring:hw-error\n", "old"},
         Row{"medium = m\nfails = programming:timeout\n", "programming:timeout\n", "ned"}}) {
-    ModelHarness board("");
+    const ModelHarness board("");
     add_cpld(board, row.settings);
     board.write_file("media/m", "old");
     write(board, "/sys/class/firmware/cpld/loading", "1");
@@ -148,7 +148,7 @@ TEST(AttributeHooks, failing_parts_say_why) {
 }
 
 TEST(AttributeHooks, next_image_clears_the_error) {
-  ModelHarness board("");
+  const ModelHarness board("");
   add_cpld(board, "medium = m\nfails = transferring:hw-error\n");
   write(board, "/sys/class/firmware/cpld/loading", "1");
   write(board, "/sys/class/firmware/cpld/loading", "0");

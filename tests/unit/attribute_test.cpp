@@ -2,20 +2,21 @@
 
 #include "platform/attribute.h"
 
-#include <cerrno>
-#include <cstdio>
-#include <cstdlib>
-#include <string>
+#include <errno.h>
+#include <stdio.h>
+#include <stdlib.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
+
+#include <string>
 
 namespace {
 
 class Attribute : public testing::Test {
  protected:
   void SetUp() override {
-    snprintf(path_, sizeof(path_), "%sattribute_XXXXXX", testing::TempDir().c_str());
+    snprintf(path_, sizeof path_, "%sattribute_XXXXXX", testing::TempDir().c_str());
     const int fd = mkstemp(path_);
     ASSERT_GE(fd, 0);
     close(fd);
@@ -32,11 +33,11 @@ class Attribute : public testing::Test {
   std::string content() {
     char text[64];
     FILE *file = fopen(path_, "r");
-    const size_t size = fread(text, 1, sizeof(text), file);
+    const std::size_t size = fread(text, 1, sizeof text, file);
     fclose(file);
     return std::string(text, size);
   }
-  std::string read(size_t size = 16) {
+  std::string read(std::size_t size = 16) {
     char text[64] = "";
     EXPECT_GE(rigcore::attribute_read(path_, text, size), 0);
     return text;
@@ -63,7 +64,7 @@ TEST_F(Attribute, text_keeps_high_characters_at_its_end) {
 TEST_F(Attribute, device_tree_text_loses_its_terminator) {
   fill(std::string("U-Boot\0", 7));
   char text[16];
-  EXPECT_EQ(rigcore::attribute_read(path_, text, sizeof(text)), 6);
+  EXPECT_EQ(rigcore::attribute_read(path_, text, sizeof text), 6);
   EXPECT_STREQ(text, "U-Boot");
 }
 
@@ -94,7 +95,7 @@ TEST_F(Attribute, written_value_replaces_a_longer_one) {
 TEST(AttributeFailure, missing_attribute_is_not_created) {
   const char path[] = "/nonexistent/attribute";
   char text[8];
-  EXPECT_EQ(rigcore::attribute_read(path, text, sizeof(text)), -1);
+  EXPECT_EQ(rigcore::attribute_read(path, text, sizeof text), -1);
   EXPECT_EQ(errno, ENOENT);
   EXPECT_EQ(rigcore::attribute_write(path, "1"), -1);
   EXPECT_EQ(errno, ENOENT);
@@ -107,7 +108,7 @@ TEST(AttributeFailure, refused_write_keeps_the_drivers_errno) {
 
 TEST(AttributeFailure, refused_read_keeps_its_errno) {
   char text[8];
-  EXPECT_EQ(rigcore::attribute_read("/", text, sizeof(text)), -1);
+  EXPECT_EQ(rigcore::attribute_read("/", text, sizeof text), -1);
   EXPECT_EQ(errno, EISDIR);
 }
 

@@ -2,9 +2,10 @@
 
 #include "storage/block_event.h"
 
+#include <string.h>
+
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <string>
 
 namespace {

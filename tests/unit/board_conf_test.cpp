@@ -2,15 +2,16 @@
 
 #include "platform/board_conf.h"
 
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
-#include <memory>
-#include <string>
+#include <errno.h>
+#include <stdio.h>
+#include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
 
 namespace {
 
@@ -30,7 +31,7 @@ struct Answer {
   std::string value;
 };
 
-Answer ask(const BoardMap &map, const char *key, size_t size = rigcore::kEntrySize) {
+Answer ask(const BoardMap &map, const char *key, std::size_t size = rigcore::kEntrySize) {
   char value[rigcore::kEntrySize] = "untouched";
   errno = 0;
   const int result = rigcore::map_entry(map, key, value, size);
@@ -40,7 +41,7 @@ Answer ask(const BoardMap &map, const char *key, size_t size = rigcore::kEntrySi
 class MapFile : public testing::Test {
  protected:
   void SetUp() override {
-    snprintf(path_, sizeof(path_), "%sboard_conf_XXXXXX", testing::TempDir().c_str());
+    snprintf(path_, sizeof path_, "%sboard_conf_XXXXXX", testing::TempDir().c_str());
     const int fd = mkstemp(path_);
     ASSERT_GE(fd, 0);
     close(fd);
@@ -183,7 +184,7 @@ TEST(BoardConf, example_states_every_default) {
   for (; !rest.empty(); ++entries) {
     const std::string_view line = rest.substr(0, rest.find('\n'));
     rest.remove_prefix(line.size() + 1);
-    const size_t equals = line.find(" = ");
+    const std::size_t equals = line.find(" = ");
     ASSERT_NE(equals, line.npos) << line;
     std::string_view value;
     EXPECT_TRUE(rigcore::find_entry(text, line.substr(0, equals), &value)) << line;

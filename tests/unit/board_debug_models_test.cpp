@@ -1,20 +1,20 @@
 // The virtual board's physical memory, reserved blocks, memory blocks, overlays and process events.
 
-#include <cerrno>
-#include <cstring>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
-
-#include <sys/stat.h>
-
 #include "platform/driver/korcmem.h"
 #include "tests/unit/model_harness.h"
 #include "vboard/board/device_tree_blob.h"
 #include "vboard/board/process_events.h"
 #include "vboard/interposer/models/attributes.h"
 #include "vboard/interposer/models/models.h"
+
+#include <errno.h>
+#include <string.h>
+#include <sys/stat.h>
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
 
 using namespace vboard;
 
@@ -24,8 +24,7 @@ int map(ModelHarness &board, std::size_t size, std::int64_t offset) {
   return board.open_file.model->map(board.open_file, size, offset);
 }
 
-// --- Physical memory
-// ------------------------------------------------------------------------------
+// Physical memory.
 
 constexpr char kMemory[] =
     "model = phys_mem\nmedium = phys_mem\n"
@@ -65,8 +64,7 @@ TEST(PhysMem, medium_reaches_the_last_region_s_end) {
   EXPECT_LT(status.st_blocks, 1000) << "and is sparse";
 }
 
-// --- Reserved blocks
-// ------------------------------------------------------------------------------
+// Reserved blocks.
 
 constexpr char kBlocks[] =
     "model = korcmem\nmedium = phys_mem\n"
@@ -123,8 +121,7 @@ TEST(Korcmem, refuses_ranges_that_are_no_block_s) {
   EXPECT_EQ(board.request(KORCMEM_PAGE_FREE, pages), -EINVAL);
 }
 
-// --- Memory blocks
-// --------------------------------------------------------------------------------
+// Memory blocks.
 
 constexpr char kSystemMemory[] = "sys/devices/system/memory/";
 
@@ -144,7 +141,7 @@ void add_system_memory(const ModelHarness &board) {
 }
 
 TEST(MemoryBlocksModel, probe_makes_a_block) {
-  ModelHarness board("");
+  const ModelHarness board("");
   add_system_memory(board);
   const std::string_view text("0x80000000\0", 11);
   EXPECT_EQ(write(board, memory("probe"), text), 11) << "the NUL counts as written";
@@ -156,7 +153,7 @@ TEST(MemoryBlocksModel, probe_makes_a_block) {
 }
 
 TEST(MemoryBlocksModel, block_may_begin_online) {
-  ModelHarness board("");
+  const ModelHarness board("");
   add_system_memory(board);
   board.write_file(memory("auto_online_blocks").c_str(), "online\n");
   EXPECT_EQ(write(board, memory("probe"), "0x8000000\n"), 10);
@@ -164,7 +161,7 @@ TEST(MemoryBlocksModel, block_may_begin_online) {
 }
 
 TEST(MemoryBlocksModel, state_changes_and_refuses_what_it_is_already) {
-  ModelHarness board("");
+  const ModelHarness board("");
   board.write_file(memory("memory1/state").c_str(), "offline\n");
   EXPECT_EQ(write(board, memory("memory1/state"), "offline"), -EINVAL);
   EXPECT_EQ(write(board, memory("memory1/state"), {"online_movable\0", 15}), 15);
@@ -175,8 +172,7 @@ TEST(MemoryBlocksModel, state_changes_and_refuses_what_it_is_already) {
   EXPECT_EQ(board.file(memory("memory1/state").c_str()), "offline\n");
 }
 
-// --- Overlays
-// -------------------------------------------------------------------------------------
+// Overlays.
 
 using Bytes = std::vector<unsigned char>;
 
@@ -398,8 +394,7 @@ TEST_F(Overlays, that_make_no_sense_stay_unapplied) {
   EXPECT_EQ(status("two"), "unapplied\n");
 }
 
-// --- Process events
-// -------------------------------------------------------------------------------
+// Process events.
 
 TEST(ProcessEvents, are_read_from_their_time_line) {
   std::string_view text =

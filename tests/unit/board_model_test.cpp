@@ -1,21 +1,20 @@
 // The virtual board's clock, watchdog, card, flash and interfaces.
 
-#include <cerrno>
-#include <cstring>
+#include "model_harness.h"
+#include "platform/driver/iccard.h"
+#include "vboard/board/calendar.h"
 
 #include <arpa/inet.h>
+#include <errno.h>
 #include <linux/rtc.h>
 #include <linux/watchdog.h>
 #include <mtd/mtd-user.h>
 #include <net/if.h>
+#include <string.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
-
-#include "model_harness.h"
-#include "platform/driver/iccard.h"
-#include "vboard/board/calendar.h"
 
 using namespace vboard;
 
@@ -23,12 +22,12 @@ namespace {
 
 std::string time_of(ModelHarness &board) {
   rtc_time time = {};
-  int result = board.request(RTC_RD_TIME, time);
+  const int result = board.request(RTC_RD_TIME, time);
   if (result < 0)
     return std::to_string(result);
   char text[64];
-  std::snprintf(text, sizeof(text), "%04d-%02d-%02d %02d:%02d:%02d", time.tm_year + 1900,
-                time.tm_mon + 1, time.tm_mday, time.tm_hour, time.tm_min, time.tm_sec);
+  snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d", time.tm_year + 1900, time.tm_mon + 1,
+           time.tm_mday, time.tm_hour, time.tm_min, time.tm_sec);
   return text;
 }
 
@@ -49,7 +48,7 @@ rtc_time april_2015() {
 
 }  // namespace
 
-// --- Calendar -----------------------------------------------------------------------------------
+// Calendar.
 
 TEST(Calendar, known_moments) {
   std::int64_t moment = 0;
@@ -73,7 +72,7 @@ TEST(Calendar, dates_that_do_not_exist) {
     EXPECT_FALSE(parse_calendar(text, moment)) << text;
 }
 
-// --- Clock --------------------------------------------------------------------------------------
+// Clock.
 
 TEST(RtcModel, follows_the_board_until_it_is_set) {
   ModelHarness board("model = rtc\n");
@@ -102,7 +101,7 @@ TEST(RtcModel, reading_leaves_the_unused_fields_zero) {
   ModelHarness board("model = rtc\n");
   ASSERT_EQ(board.open(), 0);
   rtc_time time;
-  std::memset(&time, 0xFF, sizeof(time));
+  memset(&time, 0xFF, sizeof time);
   ASSERT_EQ(board.request(RTC_RD_TIME, time), 0);
   EXPECT_EQ(time.tm_wday, 0);
   EXPECT_EQ(time.tm_yday, 0);
@@ -151,12 +150,12 @@ TEST(RtcModel, only_one_opener_at_a_time) {
   ModelHarness board("model = rtc\n");
   ASSERT_EQ(board.open(), 0);
   OpenFile second = board.open_file;
-  std::memset(second.state, 0, sizeof(second.state));
+  memset(second.state, 0, sizeof second.state);
   EXPECT_EQ(second.model->open(second), -EBUSY);
   EXPECT_EQ(board.open(), 0) << "free again after the close";
 }
 
-// --- Watchdog -----------------------------------------------------------------------------------
+// Watchdog.
 
 namespace {
 
@@ -250,7 +249,7 @@ TEST(WatchdogModel, tells_identity_options_and_limits) {
   fake_core.now = 12 * kSecond;
   ASSERT_EQ(board.request(WDIOC_GETTIMELEFT, seconds), 0);
   EXPECT_EQ(seconds, 48);
-  for (int bad : {0, -5, 601}) {
+  for (const int bad : {0, -5, 601}) {
     seconds = bad;
     EXPECT_EQ(board.request(WDIOC_SETTIMEOUT, seconds), -EINVAL) << bad;
   }
@@ -269,7 +268,7 @@ TEST(WatchdogModel, second_opener_is_refused) {
   ModelHarness board(kWatchdog);
   ASSERT_EQ(board.open(), 0);
   OpenFile second = board.open_file;
-  std::memset(second.state, 0, sizeof(second.state));
+  memset(second.state, 0, sizeof second.state);
   EXPECT_EQ(second.model->open(second), -EBUSY);
 }
 
@@ -283,14 +282,14 @@ TEST(WatchdogModel, broken_one_never_bites) {
   EXPECT_EQ(seconds, 60);
 }
 
-// --- Card ---------------------------------------------------------------------------------------
+// Card.
 
 namespace {
 
 using Block = unsigned char[ICCARD_SIZE];
 
 void fill(Block &block) {
-  for (int i = 0; i < ICCARD_SIZE; i++)
+  for (int i = 0; i < ICCARD_SIZE; ++i)
     block[i] = static_cast<unsigned char>(i * 7);
 }
 
@@ -304,7 +303,7 @@ TEST(IccardModel, gives_back_what_was_written_also_to_the_next_opener) {
   ASSERT_EQ(board.request(HAL_ICCARD_WRITE, written), 0);
   ASSERT_EQ(board.open(), 0);
   ASSERT_EQ(board.request(HAL_ICCARD_READ, read), 0);
-  EXPECT_EQ(std::memcmp(written, read, sizeof(read)), 0);
+  EXPECT_EQ(memcmp(written, read, sizeof(read)), 0);
   EXPECT_EQ(board.file("media/card").size(), 256u);
 }
 
@@ -315,13 +314,13 @@ TEST(IccardModel, worn_cards) {
   fill(written);
   ASSERT_EQ(board.request(HAL_ICCARD_WRITE, written), 0);
   ASSERT_EQ(board.request(HAL_ICCARD_READ, read), 0);
-  for (int i = 0; i < ICCARD_SIZE; i++)
+  for (int i = 0; i < ICCARD_SIZE; ++i)
     EXPECT_EQ(read[i], i == 17 ? 0x5A : written[i]) << i;
 
   board.write_file("dev/node", "model = iccard\nmedium = card\ninverted = 1\n");
   ASSERT_EQ(board.open(), 0);
   ASSERT_EQ(board.request(HAL_ICCARD_READ, read), 0);
-  for (int i = 0; i < ICCARD_SIZE; i++)
+  for (int i = 0; i < ICCARD_SIZE; ++i)
     EXPECT_EQ(read[i], static_cast<unsigned char>(~written[i])) << i;
 }
 
@@ -341,7 +340,7 @@ TEST(IccardModel, cut_medium_is_an_input_error) {
   EXPECT_EQ(board.request(HAL_ICCARD_READ, block), -EIO);
 }
 
-// --- Flash --------------------------------------------------------------------------------------
+// Flash.
 
 namespace {
 
@@ -354,7 +353,7 @@ int erase(ModelHarness &board, std::uint32_t start, std::uint32_t length) {
 
 ssize_t write_at(ModelHarness &board, off_t offset, const char *bytes) {
   lseek(board.open_file.fd, offset, SEEK_SET);
-  return board.open_file.model->write(board.open_file, bytes, std::strlen(bytes));
+  return board.open_file.model->write(board.open_file, bytes, strlen(bytes));
 }
 
 }  // namespace
@@ -427,7 +426,7 @@ TEST(MtdModel, worn_block_does_not_erase) {
   EXPECT_EQ(erase(board, 8192, 4096), -EIO);
 }
 
-// --- Interfaces ---------------------------------------------------------------------------------
+// Interfaces.
 
 namespace {
 
@@ -435,14 +434,14 @@ int address_of(ModelHarness &board, const char *name, std::string &out) {
   board.open_file = {};
   board.open_file.model = find_model("socket");
   ifreq record = {};
-  std::strncpy(record.ifr_name, name, IFNAMSIZ);
-  int result = board.request(SIOCGIFADDR, record);
+  strncpy(record.ifr_name, name, IFNAMSIZ);
+  const int result = board.request(SIOCGIFADDR, record);
   board.open_file.model = nullptr;
   sockaddr_in address;
-  std::memcpy(&address, &record.ifr_addr, sizeof(address));
+  memcpy(&address, &record.ifr_addr, sizeof address);
   char text[INET_ADDRSTRLEN] = "";
   if (result == 0 && address.sin_family == AF_INET)
-    inet_ntop(AF_INET, &address.sin_addr, text, sizeof(text));
+    inet_ntop(AF_INET, &address.sin_addr, text, sizeof text);
   out = text;
   return result;
 }

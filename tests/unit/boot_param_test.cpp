@@ -9,25 +9,25 @@
 
 namespace {
 
-std::array<uint8_t, 256> filled_block() {
-  std::array<uint8_t, 256> block;
-  for (size_t i = 0; i < block.size(); ++i)
-    block[i] = static_cast<uint8_t>(i * 7);
+std::array<std::uint8_t, 256> filled_block() {
+  std::array<std::uint8_t, 256> block;
+  for (std::size_t i = 0; i < block.size(); ++i)
+    block[i] = static_cast<std::uint8_t>(i * 7);
   return block;
 }
 
 TEST(BootCounter, is_byte_250_and_nothing_else) {
-  std::array<uint8_t, 256> block = filled_block();
-  std::array<uint8_t, 256> expected = filled_block();
+  std::array<std::uint8_t, 256> block = filled_block();
+  std::array<std::uint8_t, 256> expected = filled_block();
   raise_boot_counter(block.data());
-  expected[250] = static_cast<uint8_t>(expected[250] + 1);
+  expected[250] = static_cast<std::uint8_t>(expected[250] + 1);
   EXPECT_EQ(block, expected);
   lower_boot_counter(block.data());
   EXPECT_EQ(block, filled_block());
 }
 
 TEST(BootCounter, wraps_without_touching_its_neighbours) {
-  std::array<uint8_t, 256> block = {};
+  std::array<std::uint8_t, 256> block = {};
   lower_boot_counter(block.data());
   EXPECT_EQ(block[250], 255);
   EXPECT_EQ(block[249], 0);
@@ -37,7 +37,7 @@ TEST(BootCounter, wraps_without_touching_its_neighbours) {
 }
 
 TEST(BootCounter, is_back_after_256_steps) {
-  std::array<uint8_t, 256> block = filled_block();
+  std::array<std::uint8_t, 256> block = filled_block();
   for (int i = 0; i < 256; ++i)
     raise_boot_counter(block.data());
   EXPECT_EQ(block, filled_block());

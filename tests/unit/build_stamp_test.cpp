@@ -2,18 +2,18 @@
 
 #include "app/build_stamp.h"
 
-#include <gtest/gtest.h>
+#include <stdio.h>
+#include <string.h>
 
-#include <cstdio>
-#include <cstring>
+#include <gtest/gtest.h>
 
 namespace {
 
-uint32_t date(uint32_t year, uint32_t month, uint32_t day) {
+std::uint32_t date(std::uint32_t year, std::uint32_t month, std::uint32_t day) {
   return year * 65536 + month * 256 + day;
 }
 
-uint32_t time(uint32_t hour, uint32_t minute, uint32_t second) {
+std::uint32_t time(std::uint32_t hour, std::uint32_t minute, std::uint32_t second) {
   return hour * 65536 + minute * 256 + second;
 }
 
@@ -28,7 +28,7 @@ TEST(PackBuildDate, skips_the_blank_before_a_one_digit_day) {
 TEST(PackBuildDate, knows_the_twelve_months) {
   const char *const names[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
-  for (uint32_t i = 0; i < 12; ++i) {
+  for (std::uint32_t i = 0; i < 12; ++i) {
     char text[16];
     snprintf(text, sizeof text, "%s 10 2025", names[i]);
     EXPECT_EQ(pack_build_date(text), date(2025, i + 1, 10)) << text;
@@ -76,7 +76,7 @@ TEST(BuildStamp, has_the_compilers_forms) {
   EXPECT_EQ(strlen(build_date()), 11u);
   EXPECT_EQ(build_date()[3], ' ');
   EXPECT_EQ(build_date()[6], ' ');
-  const uint32_t month = pack_build_date(build_date()) >> 8 & 0xFF;
+  const std::uint32_t month = pack_build_date(build_date()) >> 8 & 0xFF;
   EXPECT_GE(month, 1u);
   EXPECT_LE(month, 12u);
   EXPECT_EQ(strlen(build_time()), 8u);

@@ -1,25 +1,26 @@
 // Characters from 0x80 on, which a plain char holds as negative numbers on a PC and as positive
 // ones on the board: texts pass through whole, and are neither blanks nor digits on either.
 
-#include <cstring>
-#include <memory>
-#include <string>
-#include <string_view>
-
-#include <gtest/gtest.h>
-
 #include "common/numbers.h"
 #include "platform/board_conf.h"
 #include "platform/os_release.h"
 #include "vboard/board/node.h"
 #include "vboard/board/text.h"
 
+#include <string.h>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <string_view>
+
 namespace {
 
 // Every such character once, but for none that ends a text.
 std::string high_characters() {
   std::string text;
-  for (int value = 0x80; value <= 0xFF; value++)
+  for (int value = 0x80; value <= 0xFF; ++value)
     text += static_cast<char>(value);
   return text;
 }
@@ -31,7 +32,7 @@ TEST(CharSign, values_of_the_boards_map_keep_high_characters) {
   map->length = line.size();
   memcpy(map->text, line.data(), line.size());
   char value[rigcore::kEntrySize] = "";
-  ASSERT_EQ(rigcore::map_entry(*map, "buzzer", value, sizeof(value)), 0);
+  ASSERT_EQ(rigcore::map_entry(*map, "buzzer", value, sizeof value), 0);
   EXPECT_EQ(value, high_characters());
 }
 
@@ -39,13 +40,13 @@ TEST(CharSign, assignments_keep_high_characters_quoted_or_not) {
   for (const char *quote : {"", "\"", "'"}) {
     const std::string text = std::string("NAME=") + quote + high_characters() + quote + "\n";
     char value[256] = "";
-    ASSERT_TRUE(rigcore::find_assignment(text, "NAME", value, sizeof(value)));
+    ASSERT_TRUE(rigcore::find_assignment(text, "NAME", value, sizeof value));
     EXPECT_EQ(value, high_characters());
   }
 }
 
 TEST(CharSign, no_high_character_is_a_digit_a_sign_or_a_blank_of_a_number) {
-  for (int value = 0x80; value <= 0xFF; value++) {
+  for (int value = 0x80; value <= 0xFF; ++value) {
     const char text[] = {static_cast<char>(value), '1', '\0'};
     EXPECT_EQ(parse_decimal(text), 0) << value;
     EXPECT_EQ(parse_u32(text, 0), 0u) << value;

@@ -1,19 +1,20 @@
 // What "vboard show" draws.
 
-#include <cerrno>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <string>
-
-#include <gtest/gtest.h>
-
 #include "model_harness.h"
 #include "uboot_image.h"
 #include "vboard/board/kernel.h"
 #include "vboard/launcher/draw.h"
 #include "vboard/launcher/draw_lcd.h"
 #include "vboard/launcher/png.h"
+
+#include <errno.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <gtest/gtest.h>
+
+#include <string>
 
 using namespace vboard;
 
@@ -23,22 +24,20 @@ template <typename Draw>
 std::string drawn(Draw draw) {
   char *text = nullptr;
   std::size_t size = 0;
-  std::FILE *out = open_memstream(&text, &size);
+  FILE *out = open_memstream(&text, &size);
   draw(out);
-  std::fclose(out);
+  fclose(out);
   std::string result(text, size);
-  std::free(text);
+  free(text);
   return result;
 }
 
 std::string board_page(const ModelHarness &board) {
-  return drawn(
-      [&board](std::FILE *out) { EXPECT_EQ(draw_board(board.directory.c_str(), out), 0); });
+  return drawn([&board](FILE *out) { EXPECT_EQ(draw_board(board.directory.c_str(), out), 0); });
 }
 
 std::string node_page(const ModelHarness &board, const char *node) {
-  return drawn(
-      [&](std::FILE *out) { EXPECT_EQ(draw_node(board.directory.c_str(), node, out), 0); });
+  return drawn([&](FILE *out) { EXPECT_EQ(draw_node(board.directory.c_str(), node, out), 0); });
 }
 
 bool has(const std::string &text, const char *part) {
@@ -58,22 +57,22 @@ TEST(DrawLcd, dots_of_a_braille_cell) {
   };
   for (const Row &row : {Row{0, 0, "⠁"}, Row{0, 1, "⠂"}, Row{0, 2, "⠄"}, Row{1, 0, "⠈"},
                          Row{1, 1, "⠐"}, Row{1, 2, "⠠"}, Row{0, 3, "⡀"}, Row{1, 3, "⢀"}}) {
-    std::memset(view.frame, 0, sizeof(view.frame));
+    memset(view.frame, 0, sizeof view.frame);
     view.frame[row.column] = static_cast<unsigned char>(1 << row.row);
     braille_line(view, 0, line);
     EXPECT_EQ(std::string(line).substr(0, 6), std::string(row.first_cell) + "⠀");
   }
-  EXPECT_EQ(std::strlen(line), 64u * 3);
+  EXPECT_EQ(strlen(line), 64u * 3);
 }
 
 TEST(DrawLcd, black_and_white_halves) {
   LcdView view = {};
   view.registers.display_on = 1;
   view.registers.rows_reversed = 1;
-  std::memset(view.frame, 0xFF, 512);
+  memset(view.frame, 0xFF, 512);
   char line[kBrailleSize];
   std::string black, white;
-  for (int i = 0; i < 64; i++) {
+  for (int i = 0; i < 64; ++i) {
     black += "⣿";
     white += "⠀";
   }
@@ -84,7 +83,7 @@ TEST(DrawLcd, black_and_white_halves) {
 }
 
 TEST(DrawBoard, page_names_what_a_person_looks_for) {
-  ModelHarness board("model = rtc\nstopped = 1\n");
+  const ModelHarness board("model = rtc\nstopped = 1\n");
   board.write_file("board", "vboard board, format 1\n");
   board.write_file("media/mtd1.bin",
                    uboot_image({"a=1", "b=2"}, 16384) + std::string(49152, '\xff'));
@@ -96,7 +95,7 @@ TEST(DrawBoard, page_names_what_a_person_looks_for) {
   board.write_file("faults", "# none of these\n/dev/rtc0 absent\n");
   board.write_file("media/iccard.bin", std::string(256, '\0'));
   board.write_file("sys/bus/nvmem/devices/bootparam0/nvmem", std::string(256, '\0'));
-  std::string page = board_page(board);
+  const std::string page = board_page(board);
   EXPECT_TRUE(has(page, "vboard board, format 1\n"));
   EXPECT_TRUE(has(page, "follows the board's calendar, stopped\n")) << page;
   EXPECT_TRUE(has(page, "environment of 2 variables, 8 of 16380 bytes\n")) << page;
@@ -113,10 +112,10 @@ TEST(DrawBoard, page_names_what_a_person_looks_for) {
 }
 
 TEST(DrawBoard, watchdog_is_stopped_armed_or_has_run_out) {
-  ModelHarness board("model = watchdog\ntimeout_s = 15\nidentity = Dog\n");
+  const ModelHarness board("model = watchdog\ntimeout_s = 15\nidentity = Dog\n");
   board.write_file("board", "vboard board, format 1\n");
   EXPECT_TRUE(has(board_page(board), "stopped, limit 15 s, Dog\n"));
-  std::int64_t now = pc_calendar();
+  const std::int64_t now = pc_calendar();
   board.write_file(
       "clock", "ahead_ns = 50000000000\nreset_at = " + std::to_string(now + 60'500'000'000) + "\n");
   EXPECT_TRUE(has(board_page(board), "armed, resets the board in 10 s, limit"))
@@ -129,7 +128,7 @@ TEST(DrawBoard, watchdog_is_stopped_armed_or_has_run_out) {
 }
 
 TEST(DrawBoard, physical_memory_is_its_regions) {
-  ModelHarness board(
+  const ModelHarness board(
       "model = phys_mem\nregion0 = ram 0x00000000 0x1fffffff\n"
       "region1 = registers 0xf0000000 0xf000ffff\nregion3 = behind-a-gap 0 1\n");
   board.write_file("board", "vboard board, format 1\n");
@@ -141,7 +140,7 @@ TEST(DrawBoard, physical_memory_is_its_regions) {
 }
 
 TEST(DrawBoard, reserved_memory_is_its_blocks_and_what_was_done_with_them) {
-  ModelHarness board(
+  const ModelHarness board(
       "model = korcmem\nblock3 = isp 0x17800000 0x400000\nblock10 = decoder 0x18000000 0x800000\n"
       "block11 = encoder 0x18800000 0x800000\nstate3 = reserved\nstate10 = mapped\n");
   board.write_file("board", "vboard board, format 1\n");
@@ -152,7 +151,7 @@ TEST(DrawBoard, reserved_memory_is_its_blocks_and_what_was_done_with_them) {
 }
 
 TEST(DrawBoard, disk_is_its_model_firmware_and_verdict) {
-  ModelHarness board("model = sata_disk\nidentify = id\n");
+  const ModelHarness board("model = sata_disk\nidentify = id\n");
   board.write_file("board", "vboard board, format 1\n");
   std::string identify(512, '\0');
   // The two bytes of every word are swapped: "FW01A3" and "A DISK 128".
@@ -181,7 +180,8 @@ TEST(DrawBoard, disk_is_its_model_firmware_and_verdict) {
 }
 
 TEST(DrawBoard, storage_driver_is_its_ports_and_what_a_trace_sees) {
-  ModelHarness board("model = korstorage\nports = 2\ndevices = sda mmcblk0\nmedium = events\n");
+  const ModelHarness board(
+      "model = korstorage\nports = 2\ndevices = sda mmcblk0\nmedium = events\n");
   board.write_file("board", "vboard board, format 1\n");
   board.write_file("media/events",
                    "# seconds and more\n0.1 1 2048 4096 1 0 write\n\n0.2 8 2048 4096 1 0 write\n");
@@ -194,7 +194,7 @@ TEST(DrawBoard, storage_driver_is_its_ports_and_what_a_trace_sees) {
 }
 
 TEST(DrawBoard, memory_blocks_stand_in_the_order_of_their_numbers) {
-  ModelHarness board("");
+  const ModelHarness board("");
   board.write_file("board", "vboard board, format 1\n");
   EXPECT_TRUE(has(board_page(board), "memory blocks      none\n"));
   for (const char *file : {"memory2/state", "memory10/state"})
@@ -207,7 +207,7 @@ TEST(DrawBoard, memory_blocks_stand_in_the_order_of_their_numbers) {
 }
 
 TEST(DrawBoard, overlays_are_named_with_their_status) {
-  ModelHarness board("");
+  const ModelHarness board("");
   board.write_file("board", "vboard board, format 1\n");
   EXPECT_TRUE(has(board_page(board), "overlays           none\n"));
   constexpr char kOverlays[] = "sys/kernel/config/device-tree/overlays/";
@@ -218,7 +218,7 @@ TEST(DrawBoard, overlays_are_named_with_their_status) {
 }
 
 TEST(DrawBoard, process_events_are_counted_with_the_time_of_the_last) {
-  ModelHarness board("");
+  const ModelHarness board("");
   board.write_file("board", "vboard board, format 1\n");
   EXPECT_TRUE(has(board_page(board), "process events     no connector\n"));
   board.write_file("netlink/connector", "events = e\n");
@@ -232,13 +232,13 @@ TEST(DrawBoard, process_events_are_counted_with_the_time_of_the_last) {
 
 TEST(DrawBoard, a_folder_that_is_no_board) {
   ModelHarness board("");
-  drawn([&board](std::FILE *out) { EXPECT_EQ(draw_board(board.directory.c_str(), out), -ENOENT); });
+  drawn([&board](FILE *out) { EXPECT_EQ(draw_board(board.directory.c_str(), out), -ENOENT); });
 }
 
 TEST(DrawNode, shows_settings_and_what_the_medium_holds) {
-  ModelHarness board("model = iccard\nmedium = card\n");
+  const ModelHarness board("model = iccard\nmedium = card\n");
   board.write_file("media/card", "0123456789abcdef" + std::string(240, '\0'));
-  std::string page = node_page(board, "/dev/node");
+  const std::string page = node_page(board, "/dev/node");
   EXPECT_TRUE(has(page, "model = iccard\n"));
   EXPECT_TRUE(
       has(page, "0000  30 31 32 33 34 35 36 37 38 39 61 62 63 64 65 66  0123456789abcdef\n"))
@@ -247,7 +247,7 @@ TEST(DrawNode, shows_settings_and_what_the_medium_holds) {
 }
 
 TEST(DrawNode, blocks_are_dumped_and_interfaces_shown) {
-  ModelHarness board("");
+  const ModelHarness board("");
   board.write_file("sys/x/nvmem", std::string(250, '\0') + "\x07" + std::string(5, '\0'));
   EXPECT_TRUE(has(node_page(board, "/sys/x/nvmem"),
                   "00f0  00 00 00 00 00 00 00 00 00 00 07 00 00 00 00 00"));
@@ -258,7 +258,7 @@ TEST(DrawNode, blocks_are_dumped_and_interfaces_shown) {
 
 TEST(DrawNode, what_the_board_lacks) {
   ModelHarness board("");
-  drawn([&board](std::FILE *out) {
+  drawn([&board](FILE *out) {
     EXPECT_EQ(draw_node(board.directory.c_str(), "/dev/none", out), -ENOENT);
     EXPECT_EQ(draw_node(board.directory.c_str(), "../../etc/passwd", out), -ENOENT);
     EXPECT_EQ(draw_node(board.directory.c_str(), "/", out), -ENOENT);
@@ -266,11 +266,11 @@ TEST(DrawNode, what_the_board_lacks) {
 }
 
 TEST(DrawPng, is_a_picture_of_displays_only) {
-  ModelHarness board("model = lcd\nmedium = frame\ndisplay_on = 1\nbacklight = 1\n");
+  const ModelHarness board("model = lcd\nmedium = frame\ndisplay_on = 1\nbacklight = 1\n");
   board.write_file("dev/rtc0", "model = rtc\n");
-  std::string file = board.directory + "/out.png";
+  const std::string file = board.directory + "/out.png";
   ASSERT_EQ(write_png(board.directory.c_str(), "/dev/node", file.c_str()), 0);
-  std::string png = board.file("out.png");
+  const std::string png = board.file("out.png");
   ASSERT_GT(png.size(), 24u);
   EXPECT_EQ(png.substr(0, 8), "\x89PNG\r\n\x1a\n");
   // Width and height of the header: four times 128 by 64, and a border.

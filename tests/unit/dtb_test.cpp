@@ -48,7 +48,7 @@ TEST(Cells, are_16_at_most) {
   EXPECT_EQ(cells_of(0xFFFFFFFF, {"1"}).size(), 16u);
 }
 
-// --- The overlay --------------------------------------------------------------------------------
+// The overlay.
 
 // Walks a flattened tree by hand, as its standard lays it out (big-endian words, names and values
 // padded to four bytes), and gives it as one line of text: values as hexadecimal bytes.
@@ -86,7 +86,7 @@ class Tree {
   }
 
  private:
-  std::uint32_t word(size_t at) {
+  std::uint32_t word(std::size_t at) {
     return static_cast<std::uint32_t>(blob_[at] << 24 | blob_[at + 1] << 16 | blob_[at + 2] << 8 |
                                       blob_[at + 3]);
   }
@@ -94,18 +94,18 @@ class Tree {
     at_ += 4;
     return word(at_ - 4);
   }
-  std::string name(size_t at) {
+  std::string name(std::size_t at) {
     return reinterpret_cast<const char *>(blob_ + at);
   }
-  void skip(size_t length) {
+  void skip(std::size_t length) {
     at_ += (length + 3) / 4 * 4;
   }
   const unsigned char *blob_;
-  size_t at_ = 0;
+  std::size_t at_ = 0;
 };
 
 DtbOverlayProp property(const char *node, const char *name, std::uint32_t type, const void *value,
-                        size_t length) {
+                        std::size_t length) {
   return {node, name, type, value, static_cast<std::uint32_t>(length)};
 }
 

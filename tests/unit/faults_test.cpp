@@ -1,11 +1,12 @@
 #include "vboard/board/faults.h"
 
+#include "vboard/board/text.h"
+
+#include <errno.h>
+
 #include <gtest/gtest.h>
 
-#include <cerrno>
 #include <string>
-
-#include "vboard/board/text.h"
 
 namespace vboard {
 namespace {
@@ -38,7 +39,7 @@ TEST(FaultLines, ErrnoOfARequestOnTheNthTime) {
 }
 
 TEST(FaultLines, ShortReadsFromACertainOneOn) {
-  Fault fault = parsed("/dev/gyro read short=10 from=2");
+  const Fault fault = parsed("/dev/gyro read short=10 from=2");
   EXPECT_EQ(fault.effect, FaultEffect::kShort);
   EXPECT_EQ(fault.value, 10);
   EXPECT_EQ(fault.count, FaultCount::kFrom);
@@ -51,7 +52,7 @@ TEST(FaultLines, ChosenResults) {
 }
 
 TEST(FaultLines, AbsenceInSeveralWindows) {
-  Fault fault = parsed("/dev/iccard absent time=1.0..2.5 time=6.0..");
+  const Fault fault = parsed("/dev/iccard absent time=1.0..2.5 time=6.0..");
   EXPECT_EQ(fault.effect, FaultEffect::kAbsent);
   ASSERT_EQ(fault.window_count, 2u);
   EXPECT_EQ(fault.windows[0].from, 1000 * kMillisecond);
@@ -64,7 +65,7 @@ TEST(FaultLines, ErrnoMayBeANumber) {
 }
 
 TEST(FaultLines, RequestMayBeANumber) {
-  Fault fault = parsed("/dev/lcd ioctl:0x40044C80 errno=EIO");
+  const Fault fault = parsed("/dev/lcd ioctl:0x40044C80 errno=EIO");
   EXPECT_TRUE(fault_names_call(fault, "ioctl", "LCD_SET_CMD_WRITE", 0x40044C80));
   EXPECT_TRUE(fault_names_call(fault, "ioctl", nullptr, 0x40044C80));
   EXPECT_FALSE(fault_names_call(fault, "ioctl", "LCD_SET_CMD_WRITE", 0x40044C81));
@@ -104,7 +105,7 @@ TEST(FaultLines, ReasonFitsItsRoom) {
 }
 
 TEST(FaultNodes, NameIsTheWholeName) {
-  Fault fault = parsed("/dev/lcd read errno=EIO");
+  const Fault fault = parsed("/dev/lcd read errno=EIO");
   EXPECT_TRUE(fault_names_node(fault, "/dev/lcd"));
   EXPECT_FALSE(fault_names_node(fault, "/dev/lcd2"));
   EXPECT_FALSE(fault_names_node(fault, "/dev/lc"));
@@ -112,14 +113,14 @@ TEST(FaultNodes, NameIsTheWholeName) {
 }
 
 TEST(FaultNodes, StarStandsForAnyRest) {
-  Fault fault = parsed("/dev/ttyS* open errno=EIO");
+  const Fault fault = parsed("/dev/ttyS* open errno=EIO");
   EXPECT_TRUE(fault_names_node(fault, "/dev/ttyS0"));
   EXPECT_TRUE(fault_names_node(fault, "/dev/ttyS"));
   EXPECT_FALSE(fault_names_node(fault, "/dev/tty"));
 }
 
 TEST(FaultNodes, AbsentDirectoryTakesItsContentWithIt) {
-  Fault fault = parsed("/sys/class/leds absent");
+  const Fault fault = parsed("/sys/class/leds absent");
   EXPECT_TRUE(fault_names_node(fault, "/sys/class/leds/buzzer/brightness"));
   EXPECT_FALSE(fault_names_node(fault, "/sys/class/leds2"));
 }
@@ -130,7 +131,7 @@ TEST(FaultNodes, SocketsHaveNamesOfTheirOwn) {
 }
 
 TEST(FaultCalls, CallMustBeTheSame) {
-  Fault fault = parsed("/dev/lcd ioctl errno=EIO");
+  const Fault fault = parsed("/dev/lcd ioctl errno=EIO");
   EXPECT_TRUE(fault_names_call(fault, "ioctl", "ANY", 1));
   EXPECT_TRUE(fault_names_call(fault, "ioctl", nullptr, 1));
   EXPECT_FALSE(fault_names_call(fault, "read", nullptr, 0));
@@ -138,28 +139,28 @@ TEST(FaultCalls, CallMustBeTheSame) {
 }
 
 TEST(FaultCalls, NamedRequestIsThatOneOnly) {
-  Fault fault = parsed("/dev/lcd ioctl:A errno=EIO");
+  const Fault fault = parsed("/dev/lcd ioctl:A errno=EIO");
   EXPECT_TRUE(fault_names_call(fault, "ioctl", "A", 1));
   EXPECT_FALSE(fault_names_call(fault, "ioctl", "AB", 1));
   EXPECT_FALSE(fault_names_call(fault, "ioctl", nullptr, 1));
 }
 
 TEST(FaultTimes, NthIsThatOneOnly) {
-  Fault fault = parsed("/dev/lcd read errno=EIO nth=3");
+  const Fault fault = parsed("/dev/lcd read errno=EIO nth=3");
   EXPECT_FALSE(fault_is_due(fault, 2, 0));
   EXPECT_TRUE(fault_is_due(fault, 3, 0));
   EXPECT_FALSE(fault_is_due(fault, 4, 0));
 }
 
 TEST(FaultTimes, FromIsThatOneAndAllAfter) {
-  Fault fault = parsed("/dev/lcd read errno=EIO from=2");
+  const Fault fault = parsed("/dev/lcd read errno=EIO from=2");
   EXPECT_FALSE(fault_is_due(fault, 1, 0));
   EXPECT_TRUE(fault_is_due(fault, 2, 0));
   EXPECT_TRUE(fault_is_due(fault, 200, 0));
 }
 
 TEST(FaultTimes, WindowEndsBeforeItsEnd) {
-  Fault fault = parsed("/dev/iccard absent time=1.0..2.5 time=6.0..");
+  const Fault fault = parsed("/dev/iccard absent time=1.0..2.5 time=6.0..");
   EXPECT_FALSE(fault_is_due(fault, 1, 999 * kMillisecond));
   EXPECT_TRUE(fault_is_due(fault, 1, 1000 * kMillisecond));
   EXPECT_TRUE(fault_is_due(fault, 1, 2499 * kMillisecond));
@@ -168,13 +169,13 @@ TEST(FaultTimes, WindowEndsBeforeItsEnd) {
 }
 
 TEST(FaultTimes, WindowMayLackItsBeginning) {
-  Fault fault = parsed("/dev/iccard read errno=EIO time=..2");
+  const Fault fault = parsed("/dev/iccard read errno=EIO time=..2");
   EXPECT_TRUE(fault_is_due(fault, 1, 0));
   EXPECT_FALSE(fault_is_due(fault, 1, 2000 * kMillisecond));
 }
 
 TEST(FaultTimes, CountAndWindowMustBothHold) {
-  Fault fault = parsed("/dev/lcd read errno=EIO from=2 time=1..2");
+  const Fault fault = parsed("/dev/lcd read errno=EIO from=2 time=1..2");
   EXPECT_FALSE(fault_is_due(fault, 1, 1500 * kMillisecond));
   EXPECT_FALSE(fault_is_due(fault, 2, 500 * kMillisecond));
   EXPECT_TRUE(fault_is_due(fault, 2, 1500 * kMillisecond));
@@ -219,7 +220,7 @@ TEST(BoardTexts, SignalsHaveNamesAndNumbers) {
 
 TEST(BoardTexts, SecondsAreWrittenWithSixDecimals) {
   char text[32];
-  TextBuffer buffer = {text, sizeof(text), 0, false};
+  TextBuffer buffer = {text, sizeof text, 0, false};
   append_seconds(buffer, 3'000'004'999);
   EXPECT_EQ(std::string_view(text, buffer.length), "3.000004");
 }

@@ -2,11 +2,11 @@
 
 #include "debug/getconf_variables.h"
 
+#include <string.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <map>
 #include <set>
 #include <span>

@@ -2,17 +2,18 @@
 
 #include "serial/gyro_conversion.h"
 
+#include <string.h>
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstring>
 
 namespace {
 
 GyroIdentity identity_of(const char *name) {
   GyroIdentity identity = {};
   // A name that fills the field has no terminator.
-  std::memcpy(identity.name, name, std::min(std::strlen(name), sizeof(identity.name)));
+  memcpy(identity.name, name, std::min(strlen(name), sizeof identity.name));
   return identity;
 }
 
@@ -34,8 +35,8 @@ GyroSample raw(std::int16_t ax, std::int16_t ay, std::int16_t az, std::int16_t g
   GyroSample sample = {};
   const std::int16_t accel[3] = {ax, ay, az};
   const std::int16_t gyro[3] = {gx, gy, gz};
-  std::memcpy(sample.accel, accel, sizeof(accel));
-  std::memcpy(sample.gyro, gyro, sizeof(gyro));
+  memcpy(sample.accel, accel, sizeof accel);
+  memcpy(sample.gyro, gyro, sizeof gyro);
   return sample;
 }
 

@@ -1,13 +1,13 @@
 // The virtual board's motion sensor.
 
-#include <cerrno>
-#include <cstring>
-
-#include <gtest/gtest.h>
-
 #include "model_harness.h"
 #include "platform/driver/gyro.h"
 #include "vboard/board/gyro_chips.h"
+
+#include <errno.h>
+#include <string.h>
+
+#include <gtest/gtest.h>
 
 using namespace vboard;
 
@@ -19,7 +19,7 @@ constexpr double kOneG[3] = {0, 0, 1};
 constexpr char kNode[] = "model = gyro\nmedium = motion\nchip = GYRO_ICM20602\n";
 
 ssize_t read_sample(ModelHarness &harness, GyroSample &sample) {
-  return harness.open_file.model->read(harness.open_file, &sample, sizeof(sample));
+  return harness.open_file.model->read(harness.open_file, &sample, sizeof sample);
 }
 
 BoardTime readable_at(ModelHarness &harness) {
@@ -156,7 +156,7 @@ TEST(GyroModel, keeps_samples_for_a_late_reader_and_loses_the_oldest) {
   fake_core.now = 40 * 50 * kMillisecond;
   int samples = 0;
   while (read_sample(board, sample) == 28)
-    samples++;
+    ++samples;
   EXPECT_EQ(samples, 32);
   EXPECT_EQ(readable_at(board), 41 * 50 * kMillisecond);
 }

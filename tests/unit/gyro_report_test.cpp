@@ -3,17 +3,17 @@
 #include "serial/gyro_report.h"
 
 #include <stdlib.h>
+#include <string.h>
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <string>
 
 namespace {
 
 const GyroChip *chip_named(const char *name) {
   GyroIdentity identity = {};
-  std::strncpy(identity.name, name, sizeof(identity.name) - 1);
+  strncpy(identity.name, name, sizeof identity.name - 1);
   return find_gyro_chip(identity);
 }
 
@@ -21,11 +21,11 @@ template <typename Print>
 std::string printed(Print print) {
   char *text = nullptr;
   std::size_t size = 0;
-  std::FILE *stream = open_memstream(&text, &size);
+  FILE *stream = open_memstream(&text, &size);
   print(stream);
   // The line is there before the stream is closed.
   const std::string flushed(text, size);
-  std::fclose(stream);
+  fclose(stream);
   EXPECT_EQ(flushed, std::string(text, size));
   free(text);
   return flushed;
@@ -33,7 +33,7 @@ std::string printed(Print print) {
 
 std::string data_line(const char *name, const GyroSample &sample, const GyroReading &reading) {
   return printed(
-      [&](std::FILE *stream) { print_gyro_data(stream, *chip_named(name), sample, reading); });
+      [&](FILE *stream) { print_gyro_data(stream, *chip_named(name), sample, reading); });
 }
 
 constexpr GyroSample kSample = {.accel = {16384, -32768, -1},
@@ -82,12 +82,12 @@ TEST(GyroReport, time_is_padded_in_seconds_and_rounded_in_milliseconds) {
     sample.seconds = row.seconds;
     sample.microseconds = row.microseconds;
     const std::string line = data_line("GYRO_KXTJ1900", sample, {});
-    EXPECT_EQ(line.substr(0, std::strlen(row.text)), row.text);
+    EXPECT_EQ(line.substr(0, strlen(row.text)), row.text);
   }
 }
 
 TEST(GyroReport, attitude_line_ends_with_a_line_feed) {
-  EXPECT_EQ(printed([](std::FILE *stream) {
+  EXPECT_EQ(printed([](FILE *stream) {
               print_attitude(stream, {.pitch = -0.5f, .roll = 12.25f, .yaw = 0.0f});
             }),
             "[Pitch:-0.500][Roll:+12.250][Yaw:+0.000]\n");

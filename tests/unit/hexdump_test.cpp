@@ -2,20 +2,21 @@
 
 #include "platform/hexdump.h"
 
-#include <cstring>
-#include <algorithm>
-#include <string>
+#include "platform/boot_blocks.h"
+
+#include <string.h>
 
 #include <gtest/gtest.h>
 
-#include "platform/boot_blocks.h"
+#include <algorithm>
+#include <string>
 
 namespace {
 
-std::string row(size_t offset, const std::string &bytes) {
+std::string row(std::size_t offset, const std::string &bytes) {
   char text[rigcore::kHexdumpRowSize + 1];
-  memset(text, '~', sizeof(text));
-  const size_t length = rigcore::hexdump_row(
+  memset(text, '~', sizeof text);
+  const std::size_t length = rigcore::hexdump_row(
       text, offset, reinterpret_cast<const unsigned char *>(bytes.data()), bytes.size());
   EXPECT_EQ(text[rigcore::kHexdumpRowSize], '~') << "written beyond its room";
   return std::string(text, length);
@@ -48,10 +49,9 @@ TEST(Hexdump, prints_a_block_in_16_rows) {
   std::string block(256, '\0');
   block[250] = 7;
   std::string expected;
-  for (int i = 0; i < 15; ++i) {
+  for (int i = 0; i < 15; ++i)
     expected += "00" + std::string(1, "0123456789abcdef"[i]) +
                 "0  00 00 00 00 00 00 00 00  00 00 00 00 00 00 00 00  |................|\n";
-  }
   expected += "00f0  00 00 00 00 00 00 00 00  00 00 07 00 00 00 00 00  |................|\n";
   EXPECT_EQ(printed(block, 256), expected);
 }

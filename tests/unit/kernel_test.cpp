@@ -1,12 +1,13 @@
 // The system calls that the virtual board makes past the wrapped C library.
 
-#include <cerrno>
-#include <cstdint>
+#include "vboard/board/kernel.h"
 
-#include <gtest/gtest.h>
+#include <errno.h>
 #include <sys/mman.h>
 
-#include "vboard/board/kernel.h"
+#include <gtest/gtest.h>
+
+#include <cstdint>
 
 namespace {
 

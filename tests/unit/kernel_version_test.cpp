@@ -2,11 +2,11 @@
 
 #include "platform/kernel_version.h"
 
-#include <string>
+#include "platform/os_release.h"
 
 #include <gtest/gtest.h>
 
-#include "platform/os_release.h"
+#include <string>
 
 namespace {
 
@@ -101,7 +101,7 @@ TEST(KernelDate, date_before_2000_cannot_be_packed) {
   EXPECT_EQ(parse_kernel_date("#1 SMP Sat Jan 1 00:00:00 UTC 2000"), 0u << 16 | 1u << 8 | 1u);
 }
 
-std::string assignment(const char *text, const char *name, size_t size = 64) {
+std::string assignment(const char *text, const char *name, std::size_t size = 64) {
   char value[64] = "untouched";
   return rigcore::find_assignment(text, name, value, size) ? value : "(none)";
 }

@@ -1,13 +1,13 @@
 // The virtual board's display: its controller and its driver.
 
-#include <cerrno>
-#include <cstring>
-
-#include <gtest/gtest.h>
-
 #include "model_harness.h"
 #include "platform/driver/lcd.h"
 #include "vboard/board/lcd_controller.h"
+
+#include <errno.h>
+#include <string.h>
+
+#include <gtest/gtest.h>
 
 using namespace vboard;
 
@@ -21,7 +21,7 @@ struct Panel {
 };
 
 void send(Panel &panel, std::initializer_list<int> commands) {
-  for (int command : commands)
+  for (const int command : commands)
     lcd_command(panel.registers, static_cast<std::uint8_t>(command));
 }
 
@@ -55,7 +55,7 @@ TEST(LcdController, data_goes_to_page_and_column_and_the_column_moves_on) {
 TEST(LcdController, the_last_column_does_not_go_on_with_the_next_page) {
   Panel panel;
   send(panel, {0x0F, 0x17, 0xB0});
-  for (int i = 0; i < 10; i++)
+  for (int i = 0; i < 10; ++i)
     lcd_data(panel.registers, panel.frame, 0x11);
   EXPECT_EQ(panel.frame[127], 0x11);
   EXPECT_EQ(panel.frame[128], 0);
@@ -66,7 +66,7 @@ TEST(LcdController, pages_beyond_the_panel_swallow_their_data) {
   Panel panel;
   send(panel, {0xB8});
   lcd_data(panel.registers, panel.frame, 0xFF);
-  for (unsigned char byte : panel.frame)
+  for (const unsigned char byte : panel.frame)
     EXPECT_EQ(byte, 0);
 }
 
@@ -124,7 +124,7 @@ TEST(LcdController, registers_survive_the_node_file) {
   ASSERT_TRUE(lcd_store(panel.registers, node));
   LcdRegisters loaded;
   lcd_load(node, loaded);
-  EXPECT_EQ(std::memcmp(&loaded, &panel.registers, sizeof(loaded)), 0);
+  EXPECT_EQ(memcmp(&loaded, &panel.registers, sizeof loaded), 0);
 }
 
 TEST(LcdController, impossible_settings_are_power_on_values) {

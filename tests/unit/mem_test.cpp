@@ -5,19 +5,19 @@
 #include "debug/memory_dump.h"
 #include "debug/physical_memory.h"
 
+#include <string.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <string>
 
 namespace {
 
 constexpr std::uint32_t kPage = 0x1000;
 
-// --- Spans --------------------------------------------------------------------------------------
+// Spans.
 
 struct SpanCase {
   std::uint32_t address;
@@ -93,7 +93,7 @@ TEST(Bit, above_31_changes_nothing) {
   }
 }
 
-// --- Arguments ----------------------------------------------------------------------------------
+// Arguments.
 
 std::uint32_t hex(const char *text) {
   std::uint32_t value = 0xDEF;  // the default
@@ -134,7 +134,7 @@ TEST(DecimalArgument, ends_at_what_is_no_decimal_digit) {
   EXPECT_EQ(value, 31u);
 }
 
-// --- The dump's line ----------------------------------------------------------------------------
+// The dump's line.
 
 DumpWords words_of(const char (&text)[17]) {
   DumpWords words;
@@ -177,7 +177,7 @@ TEST(DumpLine, loses_the_last_character_with_8_digits) {
   EXPECT_EQ(line.size(), 63u);
 }
 
-// --- Mappings -----------------------------------------------------------------------------------
+// Mappings.
 
 // Four pages and no more: touching a fifth is a SIGBUS, which ends the tests.
 class Memory : public testing::Test {

@@ -4,11 +4,11 @@
 #ifndef TESTS_UNIT_MODEL_HARNESS_H
 #define TESTS_UNIT_MODEL_HARNESS_H
 
+#include "vboard/interposer/model.h"
+
 #include <cstdint>
 #include <string>
 #include <string_view>
-
-#include "vboard/interposer/model.h"
 
 struct ModelHarness {
   explicit ModelHarness(const char *node_text);

@@ -1,16 +1,16 @@
 #include "model_harness.h"
 
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
-
+#include <errno.h>
 #include <fcntl.h>
+#include <stdlib.h>
+#include <string.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
 
 FakeCore fake_core;
 
@@ -38,7 +38,7 @@ BoardTime reset_time() {
 
 int store_text(OpenFile &file, std::string_view key, std::string_view value) {
   std::pair<std::string_view, std::string_view> setting(key, value);
-  int error = update_node(
+  const int error = update_node(
       file.file,
       [](Node &node, void *context) {
         auto *pair = static_cast<std::pair<std::string_view, std::string_view> *>(context);
@@ -75,18 +75,18 @@ ModelHarness::~ModelHarness() {
 int ModelHarness::open(const char *node) {
   shut();
   open_file = {};
-  std::string path = directory + "/dev/node";
-  std::strcpy(open_file.path, node);
-  std::strcpy(open_file.file, path.c_str());
-  if (int error = vboard::load_node(path.c_str(), open_file.node))
+  const std::string path = directory + "/dev/node";
+  strcpy(open_file.path, node);
+  strcpy(open_file.file, path.c_str());
+  if (const int error = vboard::load_node(path.c_str(), open_file.node))
     return error;
   const vboard::Model *model =
       vboard::find_model(std::string(vboard::node_text(open_file.node, "model")).c_str());
   if (model == nullptr)
     return -ENODEV;
-  std::string medium(vboard::node_text(open_file.node, "medium"));
-  std::string medium_path = medium.empty() ? "/dev/null" : directory + "/media/" + medium;
-  bool missing = !std::filesystem::exists(medium_path);
+  const std::string medium(vboard::node_text(open_file.node, "medium"));
+  const std::string medium_path = medium.empty() ? "/dev/null" : directory + "/media/" + medium;
+  const bool missing = !std::filesystem::exists(medium_path);
   open_file.fd = ::open(medium_path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
   if (missing) {
     std::string filled(model->medium_size, static_cast<char>(model->medium_fill));
@@ -95,7 +95,7 @@ int ModelHarness::open(const char *node) {
     ::lseek(open_file.fd, 0, SEEK_SET);
   }
   open_file.opened_at = fake_core.now;
-  int result = model->open != nullptr ? model->open(open_file) : 0;
+  const int result = model->open != nullptr ? model->open(open_file) : 0;
   if (result < 0)
     ::close(open_file.fd);
   else
@@ -113,9 +113,10 @@ void ModelHarness::shut() {
 }
 
 int ModelHarness::ask(std::uint32_t request, void *record) {
-  for (const vboard::Request &row : open_file.model->requests)
+  for (const vboard::Request &row : open_file.model->requests) {
     if (row.number == request)
       return open_file.model->ioctl(open_file, request, record);
+  }
   return -ENOTTY;
 }
 
@@ -124,7 +125,7 @@ std::string ModelHarness::node() const {
 }
 
 std::string ModelHarness::file(const char *name) const {
-  std::ifstream in(directory + "/" + name, std::ios::binary);
+  const std::ifstream in(directory + "/" + name, std::ios::binary);
   std::ostringstream out;
   out << in.rdbuf();
   return out.str();

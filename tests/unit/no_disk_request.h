@@ -4,13 +4,13 @@
 #ifndef TESTS_UNIT_NO_DISK_REQUEST_H
 #define TESTS_UNIT_NO_DISK_REQUEST_H
 
-#include <cerrno>
-#include <string>
-
+#include <errno.h>
 #include <fcntl.h>
 #include <scsi/sg.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
+
+#include <string>
 
 inline int no_disk_errno() {
   sg_io_hdr request = {};

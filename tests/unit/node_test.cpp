@@ -1,13 +1,14 @@
 #include "vboard/board/node.h"
 
-#include <gtest/gtest.h>
+#include <errno.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
+#include <gtest/gtest.h>
+
 #include <string>
 #include <thread>
 #include <vector>
@@ -17,7 +18,7 @@ namespace {
 
 Node node_of(const std::string &text) {
   Node node;
-  std::memcpy(node.text, text.c_str(), text.size() + 1);
+  memcpy(node.text, text.c_str(), text.size() + 1);
   node.length = text.size();
   return node;
 }
@@ -59,21 +60,21 @@ class NodeFile : public testing::Test {
 };
 
 TEST(NodeSettings, ValuesComeWithoutSurroundingBlanks) {
-  Node node = node_of("model = watchdog\nidentity=  Virtual Watchdog \t\n\tport =x\n");
+  const Node node = node_of("model = watchdog\nidentity=  Virtual Watchdog \t\n\tport =x\n");
   EXPECT_EQ(node_text(node, "model"), "watchdog");
   EXPECT_EQ(node_text(node, "identity"), "Virtual Watchdog");
   EXPECT_EQ(node_text(node, "port"), "x");
 }
 
 TEST(NodeSettings, MissingSettingsAreEmpty) {
-  Node node = node_of("model = lcd\n");
+  const Node node = node_of("model = lcd\n");
   EXPECT_EQ(node_text(node, "mode"), "");
   EXPECT_EQ(node_text(node, "models"), "");
   EXPECT_EQ(node_text(node_of(""), "model"), "");
 }
 
 TEST(NodeSettings, CommentsAreNoSettings) {
-  Node node = node_of("# model = rtc\n  # model = gyro\nmodel = lcd\n");
+  const Node node = node_of("# model = rtc\n  # model = gyro\nmodel = lcd\n");
   EXPECT_EQ(node_text(node, "model"), "lcd");
 }
 
@@ -90,7 +91,7 @@ TEST(NodeSettings, LastLineNeedsNoEnd) {
 }
 
 TEST(NodeSettings, NumbersAreDecimalOrHexadecimalWithSign) {
-  Node node = node_of("a = 42\nb = 0x8180\nc = -7\nd = +3\ne = 0xFFFFFFFFFFFFFFFF\n");
+  const Node node = node_of("a = 42\nb = 0x8180\nc = -7\nd = +3\ne = 0xFFFFFFFFFFFFFFFF\n");
   EXPECT_EQ(node_number(node, "a", 1), 42);
   EXPECT_EQ(node_number(node, "b", 1), 0x8180);
   EXPECT_EQ(node_number(node, "c", 1), -7);
@@ -99,7 +100,7 @@ TEST(NodeSettings, NumbersAreDecimalOrHexadecimalWithSign) {
 }
 
 TEST(NodeSettings, WhatIsNoNumberGivesTheFallback) {
-  Node node = node_of("a = 12 apples\nb = 0x\nc =\nd = -\ne = 99999999999999999999999\n");
+  const Node node = node_of("a = 12 apples\nb = 0x\nc =\nd = -\ne = 99999999999999999999999\n");
   for (const char *key : {"a", "b", "c", "d", "e", "missing"})
     EXPECT_EQ(node_number(node, key, 77), 77) << key;
 }
@@ -126,12 +127,12 @@ TEST(NodeSettings, LineWithoutItsEndIsEndedFirst) {
 
 TEST(NodeSettings, WhatDoesNotFitChangesNothing) {
   Node node = node_of("model = rtc\n");
-  std::string before = text_of(node);
-  EXPECT_FALSE(set_node_text(node, "long", std::string(sizeof(node.text), 'x')));
-  EXPECT_FALSE(set_node_text(node, "long", std::string(sizeof(node.text) - 20, 'x')));
+  const std::string before = text_of(node);
+  EXPECT_FALSE(set_node_text(node, "long", std::string(sizeof node.text, 'x')));
+  EXPECT_FALSE(set_node_text(node, "long", std::string(sizeof node.text - 20, 'x')));
   EXPECT_EQ(text_of(node), before);
-  EXPECT_TRUE(set_node_text(node, "long", std::string(sizeof(node.text) - 21, 'x')));
-  EXPECT_EQ(node.length, sizeof(node.text) - 1);
+  EXPECT_TRUE(set_node_text(node, "long", std::string(sizeof node.text - 21, 'x')));
+  EXPECT_EQ(node.length, sizeof node.text - 1);
 }
 
 TEST(NodeSettings, TextsThatWouldBecomeLinesOfTheirOwnAreRefused) {
@@ -180,12 +181,11 @@ TEST_F(NodeFile, UpdatesOfManyThreadsAreAllKept) {
     set_node_number(node, "count", node_number(node, "count", -1000) + 1);
   };
   std::vector<std::thread> threads;
-  for (int i = 0; i < 4; i++) {
+  for (int i = 0; i < 4; ++i)
     threads.emplace_back([&] {
-      for (int times = 0; times < 50; times++)
+      for (int times = 0; times < 50; ++times)
         EXPECT_EQ(update_node(file.c_str(), change, nullptr), 0);
     });
-  }
   for (std::thread &thread : threads)
     thread.join();
   EXPECT_EQ(read(), "count = 200\n");

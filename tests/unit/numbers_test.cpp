@@ -8,7 +8,7 @@ namespace {
 
 struct DecimalCase {
   const char *text;
-  int32_t value;
+  std::int32_t value;
 };
 
 TEST(ParseDecimal, reads_what_a_command_line_may_hold) {
@@ -36,7 +36,7 @@ TEST(ParseDecimal, saturates_at_32_bits) {
 struct UnsignedCase {
   const char *text;
   int base;
-  uint32_t value;
+  std::uint32_t value;
 };
 
 TEST(ParseU32, reads_the_bases) {

@@ -2,9 +2,10 @@
 
 #include "debug/process_events.h"
 
+#include <string.h>
+
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -131,7 +132,7 @@ TEST(Datagram, may_hold_several_messages) {
 }
 
 TEST(Datagram, aligns_its_messages_to_four_bytes) {
-  Bytes first = message(2, {1, 2}, 1, 1, 73);  // 73 bytes, the next one at 76
+  const Bytes first = message(2, {1, 2}, 1, 1, 73);  // 73 bytes, the next one at 76
   EXPECT_EQ(printed(together(first, message(2, {3, 4}))), "exec pid=1/tgid=2\nexec pid=3/tgid=4\n");
 }
 

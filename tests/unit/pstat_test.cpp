@@ -27,8 +27,8 @@ std::string printed_text(std::string text) {
 
 std::vector<std::string> lines_of(const std::string &text) {
   std::vector<std::string> lines;
-  size_t at = 0;
-  for (size_t end; (end = text.find('\n', at)) != std::string::npos; at = end + 1)
+  std::size_t at = 0;
+  for (std::size_t end; (end = text.find('\n', at)) != std::string::npos; at = end + 1)
     lines.push_back(text.substr(at, end - at));
   EXPECT_EQ(at, text.size()) << "the last line ends";
   return lines;
@@ -39,7 +39,7 @@ std::string recorded(const char *name) {
   FILE *file = fopen(path.c_str(), "rb");
   EXPECT_NE(file, nullptr) << path;
   char text[1024];
-  const size_t size = file != nullptr ? fread(text, 1, sizeof text, file) : 0;
+  const std::size_t size = file != nullptr ? fread(text, 1, sizeof text, file) : 0;
   if (file != nullptr)
     fclose(file);
   return {text, size};
@@ -193,9 +193,10 @@ TEST(StatText, parses_each_field_as_signed_or_unsigned) {
   const std::vector<std::string> lines = lines_of(printed_text(text));
   ASSERT_EQ(lines.size(), 52u);
   for (const int row : {7, 8, 18, 19, 20, 21, 36, 37})
-    EXPECT_NE(lines[static_cast<size_t>(row - 1)].find("= 2147483647"), std::string::npos) << row;
+    EXPECT_NE(lines[static_cast<std::size_t>(row - 1)].find("= 2147483647"), std::string::npos)
+        << row;
   for (const int row : {1, 4, 5, 6, 9, 31, 32, 33, 34, 38, 39, 40, 41, 42})
-    EXPECT_NE(lines[static_cast<size_t>(row - 1)].find("= -1"), std::string::npos) << row;
+    EXPECT_NE(lines[static_cast<std::size_t>(row - 1)].find("= -1"), std::string::npos) << row;
 }
 
 TEST(StatText, ends_early_with_zeros) {
@@ -249,7 +250,7 @@ TEST(StatText, of_every_process_of_this_machine) {
     if (file == nullptr)
       continue;
     char text[500];
-    const size_t size = fread(text, 1, sizeof text, file);
+    const std::size_t size = fread(text, 1, sizeof text, file);
     fclose(file);
     if (size == 0)
       continue;

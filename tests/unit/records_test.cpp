@@ -1,10 +1,26 @@
 // The records and request numbers that the toolbox exchanges with drivers, with the kernel and with
 // librigcore: every size, offset and number as the interface lists them, typed here a second time.
 
-#include <cstddef>
-#include <cstdint>
-
-#include <sys/ioctl.h>
+#include "platform/applets.h"
+#include "platform/board_io.h"
+#include "platform/boot_blocks.h"
+#include "platform/device_tree.h"
+#include "platform/driver/gyro.h"
+#include "platform/driver/iccard.h"
+#include "platform/driver/korcmem.h"
+#include "platform/driver/korio.h"
+#include "platform/driver/korstorage.h"
+#include "platform/driver/lcd.h"
+#include "platform/driver/mouse.h"
+#include "platform/mdio.h"
+#include "platform/netchan.h"
+#include "platform/power.h"
+#include "platform/sata.h"
+#include "platform/serial_port.h"
+#include "platform/storage.h"
+#include "platform/uenv.h"
+#include "platform/upgrade.h"
+#include "platform/versions.h"
 
 #include <linux/cn_proc.h>
 #include <linux/connector.h>
@@ -16,29 +32,12 @@
 #include <linux/sockios.h>
 #include <linux/watchdog.h>
 #include <scsi/sg.h>
+#include <sys/ioctl.h>
 
 #include <gtest/gtest.h>
 
-#include "platform/applets.h"
-#include "platform/device_tree.h"
-#include "platform/driver/gyro.h"
-#include "platform/driver/iccard.h"
-#include "platform/driver/korcmem.h"
-#include "platform/driver/korio.h"
-#include "platform/driver/korstorage.h"
-#include "platform/driver/lcd.h"
-#include "platform/driver/mouse.h"
-#include "platform/board_io.h"
-#include "platform/boot_blocks.h"
-#include "platform/mdio.h"
-#include "platform/netchan.h"
-#include "platform/power.h"
-#include "platform/sata.h"
-#include "platform/serial_port.h"
-#include "platform/storage.h"
-#include "platform/uenv.h"
-#include "platform/upgrade.h"
-#include "platform/versions.h"
+#include <cstddef>
+#include <cstdint>
 
 namespace {
 
@@ -67,7 +66,7 @@ void expect_all(const Fact (&facts)[kCount]) {
 #define AT(record, field, expected) {#record "." #field, offsetof(record, field), expected}
 #define VALUE(constant, expected) {#constant, static_cast<std::uint64_t>(constant), expected}
 
-// --- The board's drivers -----------------------------------------------------------------------
+// The board's drivers.
 
 TEST(Records, GyroRequestsAndRecords) {
   const Fact facts[] = {
@@ -308,7 +307,7 @@ TEST(Records, MouseEventIsTheBoards16BytesOnEveryBuild) {
   EXPECT_STREQ(MOUSE_DEVICE, "/dev/input/event0");
 }
 
-// --- librigcore --------------------------------------------------------------------------------
+// librigcore.
 
 TEST(Records, UpgradeRequestKeepsItsFieldsInOrder) {
   const Fact everywhere[] = {
@@ -533,7 +532,7 @@ TEST(Records, UartModesAndSwitchPorts) {
   expect_all(facts);
 }
 
-// --- The kernel's own interfaces ---------------------------------------------------------------
+// The kernel's own interfaces.
 
 TEST(Records, KernelRequestNumbers) {
   const Fact facts[] = {

@@ -2,6 +2,8 @@
 
 #include "vboard/interposer/models/sata_drive.h"
 
+#include "model_harness.h"
+
 #include <scsi/sg.h>
 
 #include <gtest/gtest.h>
@@ -10,8 +12,6 @@
 #include <array>
 #include <string>
 #include <vector>
-
-#include "model_harness.h"
 
 using namespace vboard;
 
@@ -33,7 +33,7 @@ TEST(SataDrive, takes_announced_addresses_without_a_sign) {
     board.write_file("media/identify", std::string(512, '\0'));
     ASSERT_EQ(board.open(), 0);
     std::array<unsigned char, 512> block = {0xFF, 0xE5, 0x86, 0x03};
-    for (std::size_t i = 0; i < 4; i++)
+    for (std::size_t i = 0; i < 4; ++i)
       block[4 + i] = static_cast<unsigned char>(address >> (24 - 8 * i));
     AtaRegisters registers = {.features = 0,
                               .count = 1,

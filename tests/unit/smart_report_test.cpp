@@ -6,13 +6,14 @@
 #include "platform/sata.h"
 #include "storage/storage.h"
 
-#include <gtest/gtest.h>
-
 #include <errno.h>
+#include <string.h>
+
+#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <array>
-#include <cstring>
+#include <cstdint>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -115,7 +116,7 @@ class Hdsmart : public testing::Test {
     fake.thresholds[3 + 12 * index] = threshold;
   }
 
-  void word(std::size_t index, unsigned value) {
+  void word(std::size_t index, unsigned int value) {
     fake.identify[2 * index] = static_cast<std::uint8_t>(value);
     fake.identify[2 * index + 1] = static_cast<std::uint8_t>(value >> 8);
   }
@@ -373,7 +374,7 @@ TEST_F(Hdsmart, other_drives_have_no_wear_lines) {
 
 TEST_F(Hdsmart, trim_line) {
   struct {
-    unsigned w169, w69, w105;
+    unsigned int w169, w69, w105;
     const char *line;
   } const cases[] = {
       {1, 0x0000, 8, "trim: 1 , trimcount:8\n"},
@@ -444,7 +445,7 @@ TEST_F(Hdsmart, two_failed_reads_of_each_are_survived) {
   EXPECT_EQ(report.text.find("failed!"), std::string::npos);
 }
 
-// --- Recorded disks ---------------------------------------------------------------------------
+// Recorded disks.
 
 Sector load(const std::string &name) {
   Sector sector = {};

@@ -3,10 +3,11 @@
 
 #include "storage/ssd_image.h"
 
+#include <string.h>
+
 #include <gtest/gtest.h>
 
 #include <array>
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -14,7 +15,7 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-// --- Checksum ---------------------------------------------------------------------------------
+// Checksum.
 
 TEST(SsdImage, checksum_skips_the_last_but_one_byte) {
   Bytes image = {1, 2, 3, 99, 250};  // 256 - (1 + 2 + 3)
@@ -43,7 +44,7 @@ TEST(SsdImage, checksum_of_the_shortest_images) {
   EXPECT_TRUE(image_checksum_is_valid(Bytes{1, 7, 255}));
 }
 
-// --- Revision ---------------------------------------------------------------------------------
+// Revision.
 
 std::string revision(const char *path) {
   char out[9];
@@ -87,7 +88,7 @@ TEST(SsdImage, padding_follows_no_revision) {
   EXPECT_FALSE(revision_may_follow("\0\0\0\0\0\0\0\0", "ABC     "));
 }
 
-// --- Stamping ---------------------------------------------------------------------------------
+// Stamping.
 
 TEST(SsdImage, stamps_four_fields_with_swapped_pairs_and_nothing_else) {
   Bytes image(8192, 0xEE);
@@ -185,7 +186,7 @@ TEST(SsdImage, world_wide_name_of_identity_data) {
   EXPECT_STREQ(text, "5001B448A1B2C3D4");
 }
 
-// --- Tags -------------------------------------------------------------------------------------
+// Tags.
 
 // A tag block as drives hold it.
 Bytes tag_block(const char *controller, std::uint32_t variant_1, std::uint32_t variant_2) {
@@ -338,7 +339,7 @@ TEST(SsdTag, the_images_signature_is_not_asked_for) {
   EXPECT_EQ(korstore_compare_binfile(image.data(), ram.data()), 0);
 }
 
-// --- Recognition ------------------------------------------------------------------------------
+// Recognition.
 
 TEST(SsdRecognition, by_the_models_first_six_characters) {
   const std::array<std::uint8_t, 512> smart = {};
@@ -366,7 +367,7 @@ TEST(SsdRecognition, by_a_mark_in_the_smart_data) {
   EXPECT_FALSE(ssd_is_own_drive("OTHER MODEL", smart.data()));
 }
 
-// --- Request blocks ---------------------------------------------------------------------------
+// Request blocks.
 
 void expect_block(const std::array<std::uint8_t, 512> &block, const Bytes &begin) {
   for (std::size_t i = 0; i < block.size(); ++i)

@@ -2,22 +2,21 @@
 // tests/cli/test_upgrade_ssd.py.
 
 #include "benchrig/ssd_update.h"
+#include "no_disk_request.h"
 #include "storage/ssd_update.h"
 #include "storage/storage.h"
 
-#include <gtest/gtest.h>
-
 #include <fcntl.h>
+#include <stdlib.h>
+#include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <gtest/gtest.h>
+
 #include <array>
-#include <cstdlib>
-#include <cstring>
 #include <string>
 #include <vector>
-
-#include "no_disk_request.h"
 
 namespace {
 
@@ -145,7 +144,7 @@ TEST_F(SsdUpgrade, device_step_refuses_null_arguments) {
   EXPECT_EQ(ssd_upgrade_device("/dev/null", image.data(), 512, nullptr), -1);
 }
 
-// --- Exported steps ---------------------------------------------------------------------------
+// Exported steps.
 
 Outcome guarded(std::vector<std::uint8_t> &image, const char *update, const char *current) {
   std::array<std::uint8_t, 512> identify = {};

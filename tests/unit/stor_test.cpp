@@ -6,9 +6,11 @@
 #include "platform/storage.h"
 #include "storage/storage.h"
 
+#include <string.h>
+
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <cstdint>
 #include <string>
 #include <vector>
 

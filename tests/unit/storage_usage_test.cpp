@@ -2,10 +2,10 @@
 
 #include "storage/storage.h"
 
-#include <gtest/gtest.h>
-
 #include <stdlib.h>
 #include <unistd.h>
+
+#include <gtest/gtest.h>
 
 #include <string>
 #include <vector>

@@ -67,13 +67,13 @@ TEST(TraceBytes, ClockRecordHasOneRunAtItsEnd) {
 TEST(TraceBytes, LimitHoldsForTheWorstMixtures) {
   // A single byte between runs of the shortest length costs the most points.
   std::vector<unsigned char> mixture;
-  for (int i = 0; i < 100; i++) {
+  for (int i = 0; i < 100; ++i) {
     mixture.push_back(static_cast<unsigned char>(i + 1));
     mixture.insert(mixture.end(), kShortestRun, 0);
   }
   bytes_text(mixture);
   std::vector<unsigned char> runs;
-  for (int i = 0; i < 100; i++)
+  for (int i = 0; i < 100; ++i)
     runs.insert(runs.end(), kShortestRun, static_cast<unsigned char>(i));
   bytes_text(runs);
 }

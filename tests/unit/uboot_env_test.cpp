@@ -1,24 +1,26 @@
 // The boot loader's environment in the flash of a virtual board.
 
-#include <cstring>
-#include <string>
-#include <vector>
+#include "vboard/board/uboot_env.h"
+
+#include <string.h>
 
 #include <gtest/gtest.h>
 
+#include <string>
+#include <vector>
+
 #include "uboot_image.h"
-#include "vboard/board/uboot_env.h"
 
 using namespace vboard;
 
 namespace {
 
 std::span<const unsigned char> bytes_of(const char *text) {
-  return {reinterpret_cast<const unsigned char *>(text), std::strlen(text)};
+  return {reinterpret_cast<const unsigned char *>(text), strlen(text)};
 }
 
 std::vector<unsigned char> image_of(std::initializer_list<std::string_view> entries) {
-  std::string image = uboot_image(entries, 64);
+  const std::string image = uboot_image(entries, 64);
   return {image.begin(), image.end()};
 }
 
@@ -32,7 +34,7 @@ TEST(UbootEnv, crc_is_that_of_ethernet) {
 
 TEST(UbootEnv, inspection_counts_variables_and_notices_a_wrong_bit) {
   std::vector<unsigned char> image = image_of({"a=1", "longer=value"});
-  UbootEnv env = inspect_uboot_env(image);
+  const UbootEnv env = inspect_uboot_env(image);
   EXPECT_TRUE(env.valid);
   EXPECT_EQ(env.variables, 2);
   EXPECT_EQ(env.used, 4u + 13u);
