@@ -2,7 +2,7 @@
 # Sets up, builds and runs the test lanes: test.sh [LANE...]; without a name, every lane.
 #   lint      formatting, shell scripts
 #   release   unit and cli tests, g++, as installed
-#   clang     the same sources with clang, unit and cli tests
+#   clang     everything compiled with clang, unit tests
 #   asan      unit and cli tests under the address and undefined-behaviour sanitizers
 #   tsan      unit and cli tests under the thread sanitizer
 #   arm       unit and cli tests as 32-bit ARM binaries, emulated
@@ -12,6 +12,39 @@ set -eu
 top=$(cd "$(dirname "$0")/.." && pwd)
 cd "$top"
 cannot_run=3
+
+# A lane fails when it takes longer than its budget: seconds on two otherwise idle cores with an empty
+# compiler cache. Those that run without a name may together take 17 minutes.
+budgets() {
+  cat <<'END'
+lint       40
+release   230
+clang     130
+asan      250
+tsan      200
+arm       170
+arm-ubsan 300
+END
+}
+unnamed="lint release clang asan tsan arm"
+# BENCHRIG_BUDGET_FACTOR=3 gives a slower or busier machine three times as long.
+factor=${BENCHRIG_BUDGET_FACTOR:-1}
+
+budget_of() {
+  budgets | while read -r name seconds; do [ "$name" != "$1" ] || echo $((seconds * factor)); done
+}
+
+# Before anything is installed or built.
+check_words() {
+  case $factor in
+    *[!0-9]*) echo "test.sh: BENCHRIG_BUDGET_FACTOR is not a whole number: $factor" >&2; exit 2 ;;
+  esac
+  for lane in "$@"; do
+    [ -z "$(budget_of "$lane")" ] || continue
+    echo "test.sh: no lane '$lane'; the lanes are: $(budgets | cut -d ' ' -f 1 | paste -s -d ' ')" >&2
+    exit 2
+  done
+}
 
 # Each lane states its own failures: "set -e" does not hold inside a condition.
 lint() {
@@ -32,43 +65,57 @@ with_scratch() {
   fi
 }
 
-# build_and_test PRESET: configures, builds and runs everything of one preset.
-build_and_test() {
+# build PRESET: configures and builds everything of one preset.
+build() {
   { cmake --preset "$1" && cmake --build --preset "$1"; } >build/"$1".log 2>&1 ||
     { cat build/"$1".log; return 1; }
-  with_scratch ctest --preset "$1" --no-tests=error -j "$(nproc)"
 }
 
-# What the lane takes comes from the distribution's mirror; where that fails, the reason is printed and
-# the lane is one that cannot run here.
-build_and_test_arm() {
-  { scripts/setup.sh arm && scripts/arm-sysroot.sh; } || return "$cannot_run"
-  scripts/build-arm.sh "$1" && with_scratch ctest --preset "$1" --no-tests=error -j "$(nproc)"
+# run_tests PRESET [OPTION...]: all tests of the preset, or those that ctest's options choose.
+run_tests() {
+  with_scratch ctest --preset "$@" --no-tests=error -j "$(nproc)"
+}
+
+# What a lane takes from the distribution's mirror, which its time does not count. Where that fails,
+# the reason is printed and the lane is one that cannot run here.
+fetch_for() {
+  case $1 in
+    arm | arm-ubsan) scripts/setup.sh arm && scripts/arm-sysroot.sh ;;
+  esac
 }
 
 run_lane() {
   case $1 in
     lint) lint ;;
-    release | clang | asan | tsan) build_and_test "$1" ;;
-    arm | arm-ubsan) build_and_test_arm "$1" ;;
-    *) echo "test.sh: no lane '$1'" >&2; return 2 ;;
+    clang) build "$1" && run_tests "$1" --label-regex unit ;;
+    release | asan | tsan) build "$1" && run_tests "$1" ;;
+    arm | arm-ubsan) scripts/build-arm.sh "$1" && run_tests "$1" ;;
   esac
 }
 
+check_words "$@"
 "$top/scripts/setup.sh" test
 mkdir -p build
 # A lane that was asked for by name must run.
 unable=skipped
 [ $# -eq 0 ] || unable=FAILED
-[ $# -gt 0 ] || set -- lint release clang asan tsan arm
+# shellcheck disable=SC2086  # one word for each lane
+[ $# -gt 0 ] || set -- $unnamed
 
 failed=
 skipped=
 for lane in "$@"; do
   echo "== lane $lane"
-  started=$(date +%s)
+  budget=$(budget_of "$lane")
   status=0
-  run_lane "$lane" || status=$?
+  fetch_for "$lane" || status=$cannot_run
+  started=$(date +%s)
+  [ "$status" -ne 0 ] || run_lane "$lane" || status=$?
+  took=$(($(date +%s) - started))
+  if [ "$status" -eq 0 ] && [ "$took" -gt "$budget" ]; then
+    echo "test.sh: lane $lane is over its budget; BENCHRIG_BUDGET_FACTOR widens all budgets" >&2
+    status=1
+  fi
   case $status in
     0) verdict=passed ;;
     "$cannot_run") verdict=$unable ;;
@@ -78,7 +125,7 @@ for lane in "$@"; do
     FAILED) failed="$failed $lane" ;;
     skipped) skipped="$skipped $lane" ;;
   esac
-  echo "== lane $lane $verdict ($(($(date +%s) - started)) s)"
+  echo "== lane $lane $verdict ($took s of $budget s)"
 done
 echo "== not run here: machine (emulated ARM machine): it does not exist yet"
 [ -z "$skipped" ] || echo "== cannot run here, for the reasons above:$skipped"
