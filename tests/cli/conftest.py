@@ -17,7 +17,8 @@ one after it are different results:
 Time is virtual: a run of minutes takes milliseconds. BENCHRIG_BUILD names the build directory
 (CTest sets it); executables are in its bin/, libraries in its lib/. A build for another machine has
 the words of its emulator in BENCHRIG_EMULATOR: the virtual board uses it by itself, a test that
-starts an executable on its own asks program() for the words.
+starts an executable on its own asks program() for the words. BENCHRIG_STORM=all makes the tests that
+repeat something do so as often as storm() is asked, instead of ten times.
 """
 
 import os
@@ -48,6 +49,11 @@ def build_directory():
     if not name:
         pytest.exit("BENCHRIG_BUILD must name the build directory", returncode=2)
     return pathlib.Path(name).resolve()
+
+
+def storm(times):
+    """How often to repeat what takes hundreds of times to go wrong by chance."""
+    return times if os.environ.get("BENCHRIG_STORM") == "all" else min(times, 10)
 
 
 def word_size():

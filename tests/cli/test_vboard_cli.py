@@ -8,7 +8,7 @@ import sysconfig
 
 import pytest
 
-from conftest import HANGS_AFTER_SECONDS, environment, word_size
+from conftest import HANGS_AFTER_SECONDS, environment, storm, word_size
 
 
 @pytest.fixture
@@ -468,12 +468,13 @@ def test_two_directories_are_two_boards(make_board):
 def test_runs_side_by_side_on_one_board_lose_nothing(build, probe, tmp_path):
     """Each run changes settings of one node file and the card, many times, at the same time."""
     subprocess.run([build / "bin/vboard", "new", tmp_path / "board"], check=True, env=environment())
+    times = storm(200)
     set_ranges = []
     for accel, gyro in ((4, 500), (8, 1000)):
         record = f"{0:08x}{accel:02x}000000{gyro & 255:02x}{gyro >> 8:02x}0000" + "0" * 16
-        set_ranges.append(["open", "/dev/gyro", "rdwr"] + ["ioctl", "0x40045906", record] * 200)
+        set_ranges.append(["open", "/dev/gyro", "rdwr"] + ["ioctl", "0x40045906", record] * times)
     cards = [
-        ["open", "/dev/iccard", "rdwr"] + ["ioctl", "0x40044902", f"{byte}*256"] * 200
+        ["open", "/dev/iccard", "rdwr"] + ["ioctl", "0x40044902", f"{byte}*256"] * times
         for byte in ("11", "ee")
     ]
     runs = [
@@ -498,7 +499,7 @@ def test_runs_side_by_side_on_one_board_lose_nothing(build, probe, tmp_path):
         stdout, _ = run.communicate(timeout=HANGS_AFTER_SECONDS)
         assert run.returncode == 0
         assert stdout.startswith(b"open 3\nioctl 0 ")
-        assert stdout.count(b"ioctl 0 ") == 200
+        assert stdout.count(b"ioctl 0 ") == times
     node = (tmp_path / "board/dev/gyro").read_text()
     assert re.search(r"^model = gyro$", node, re.MULTILINE)
     kept = tuple(
