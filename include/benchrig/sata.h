@@ -66,6 +66,8 @@ BENCHRIG_EXPORT int sata_command_execute(int fd, int command, void *data);
  *   212            const unsigned char *: off-line sub-command
  *   others         ignored
  *
+ * What a read with 134 did not get from the disk is zeros in its buffer.
+ *
  * 0 for success, -1 for failure; 4, 5, 14 or 15 when the host adapter reported that status (the
  * command did not reach the disk). Code 218 answers the first status byte as 1, 2 or 3 (3 for any
  * other). A null argument of 136, 208, 209, 210, 212 or 236 is a mistake of the caller and aborts

@@ -48,7 +48,9 @@ static_assert(offsetof(FirmwareTag, hardware_word1) == 18, "record offset");
 static_assert(offsetof(FirmwareTag, hardware_word2) == 20, "record offset");
 
 /* Reads `length` bytes (a multiple of 512, below 128 KiB) of the controller's RAM from `address` on
- * through the vendor command pair. 0, or the failing command's negative result. */
+ * through the vendor command pair. What did not come from the drive is zeros in `destination`. 0,
+ * or the failing command's negative result; a status of the host adapter is positive and gives 0.
+ */
 BENCHRIG_EXPORT int korsata_read_ram(const char *path, uint32_t address, void *destination,
                                      uint32_t length);
 

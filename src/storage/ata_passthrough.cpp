@@ -13,6 +13,8 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
+
 namespace {
 
 // The source that assertions name is part of the interface: it is this layer's own module, not the
@@ -27,6 +29,15 @@ void require_argument(const void *argument, int line) {
   fprintf(stderr, "benchrig: %s:%d: %s: Assertion `arg!=NULL' failed.\n", kAssertionSource, line,
           "sata_command_execute_esata");
   abort();
+}
+
+// The bytes that came from the disk: none when anything reported a failure, since the kernel then
+// leaves the buffer as it was or copies what its own pages held.
+std::size_t transferred(const sg_io_hdr &header) {
+  if ((header.info & SG_INFO_OK_MASK) != SG_INFO_OK)
+    return 0;
+  const auto missing = static_cast<unsigned int>(std::max(header.resid, 0));
+  return missing < header.dxfer_len ? header.dxfer_len - missing : 0;
 }
 
 int send_taskfile(int fd, TaskfileRequest &request) {
@@ -138,6 +149,11 @@ int sata_command_execute_esata(int fd, int command, void *argument, ...) {
     printf("sata command %#x return %d\n", static_cast<unsigned int>(command), result);
     errno = reason;
     return -1;
+  }
+  if (command == SATA_VENDOR_DMA_READ) {
+    // What a firmware update compares must have come from this drive.
+    const std::size_t came = transferred(header);
+    memset(static_cast<std::uint8_t *>(data) + came, 0, header.dxfer_len - came);
   }
   const int decoded = decode_sg_result(*row, header.host_status, bounce);
   const bool reached_disk = row->operand == SgOperand::kSector && decoded == 0;

@@ -41,9 +41,12 @@ constexpr unsigned int kFetchExtent = 0x23;
 
 using RequestBlock = std::uint8_t[SATA_SECTOR_SIZE];
 
-// Enables the vendor commands, announces what is wanted and fetches it.
+// Enables the vendor commands, announces what is wanted and fetches it. Starts from zeros: a status
+// of the host adapter is not negative and counts as read, although nothing came.
 int vendor_read(const char *path, RequestBlock &block, unsigned int fetch, void *destination,
                 std::uint32_t length) {
+  if (destination != nullptr)
+    memset(destination, 0, length);
   if (sata_enable_vendor_mode(path) < 0)
     printf("enable_vendor error errno = %d\n", errno);  // the drive may be in that mode already
   const std::uint8_t one = 1;
@@ -173,7 +176,7 @@ int ssd_read_memory(const char *path, std::uint32_t address, void *destination,
 
 int ssd_read_extent(const char *path, std::uint32_t &out_value, std::uint8_t &out_byte) {
   RequestBlock block;
-  std::uint8_t answer[SATA_SECTOR_SIZE] = {};
+  std::uint8_t answer[SATA_SECTOR_SIZE];
   build_extent_request(block);
   const int result = vendor_read(path, block, kFetchExtent, answer, sizeof answer);
   if (result != 0)

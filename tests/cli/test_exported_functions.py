@@ -272,3 +272,65 @@ def test_failed_requests(board):
     assert disk.commands(board) == []
     for code in (208, 209, 210, 212, 216, 217, 218, 224, 231, 236, 239):
         assert b"sata command %#x return -1\nsg %d -1 0000\n" % (code, code) in output
+
+
+# --- the parts of the firmware update -------------------------------------------------------------
+
+
+def run_part(board, word, image=None):
+    """What a part of the update prints; `image` is the plug-in's image.bin."""
+    work = board.scratch / "plugin"
+    work.mkdir(exist_ok=True)
+    if image is not None:
+        (work / "image.bin").write_bytes(image)
+    run = board.run(
+        speed="1",
+        cwd=work,
+        env={
+            "LD_PRELOAD": str(board.build / "tests/plugin/plugin.so"),
+            "BENCHRIG_PLUGIN": word,
+        },
+    )
+    assert (run.status, run.stderr) == (0, b"")
+    return run.stdout
+
+
+HOST_STATUS = {
+    1: b"",
+    3: b"",
+    4: b" BAD target. \n",
+    5: b"Abort for some other reason. \n",
+    14: b"BUS stayed busy through time out period. \n",
+    15: b"BUS stayed busy through time out period. \n",
+}
+
+
+def ram_sums(board, sectors):
+    ram = bytes(disk.tag_block(board)[: sectors * 512]).ljust(4096, b"\0")
+    return " ".join(sum_of(ram[at : at + 512]) for at in range(0, 4096, 512)).encode()
+
+
+@pytest.mark.parametrize("status", HOST_STATUS)
+def test_memory_that_did_not_come_reads_as_zeros(board, status):
+    board.set("/dev/sda", "host_status", status)
+    told = 0 if status < 4 else status
+    assert run_part(board, "ram:/dev/sda") == (
+        3 * HOST_STATUS[status]  # vendor mode, announcement, fetch
+        + b"korsata_read_ram 0 "
+        + ram_sums(board, 0)
+        + b"\n"
+        + 2 * HOST_STATUS[status]
+        + b"sata_command_execute_esata %d " % told
+        + ram_sums(board, 0)
+        + b"\n"
+    )
+
+
+@pytest.mark.parametrize("sectors", [8, 3])
+def test_a_short_transfer_ends_in_zeros(board, sectors):
+    board.set("/dev/sda", "vendor_mode", 1)
+    board.set("/dev/sda", "transfer_limit", sectors * 512)
+    sums = ram_sums(board, sectors)
+    assert run_part(board, "ram:/dev/sda") == (
+        b"korsata_read_ram 0 " + sums + b"\nsata_command_execute_esata 0 " + sums + b"\n"
+    )

@@ -2,7 +2,8 @@
 //
 // Its constructor runs before main, looks the exported functions up in the program by name and
 // calls them. What it does is a word of the environment variable BENCHRIG_PLUGIN: "all", a command
-// code, or a disk's node.
+// code, a disk's node, or a node with "ram:", "send:" or "update:" in front ("update:" takes
+// several nodes, with a comma between them).
 
 #include "benchrig/sata.h"
 #include "benchrig/ssd_update.h"
@@ -123,6 +124,80 @@ void call_on_disk(const char *path) {
   close(fd);
 }
 
+// What an image's buffer and a buffer for the drive's memory hold before anything is read into
+// them.
+constexpr unsigned char kFill = 0xA5;
+
+void print_ram(const char *label, int result, const unsigned char *ram) {
+  printf("%s %d", label, result);
+  for (int i = 0; i < SSD_TAG_BLOCK_SIZE; i += SATA_SECTOR_SIZE)
+    print_sector(ram + i);
+  puts("");
+}
+
+// The controller's RAM through both ways, into a buffer that is not empty.
+void read_ram(const char *path) {
+  FIND(korsata_read_ram);
+  FIND(sata_command_execute_esata);
+  static unsigned char ram[SSD_TAG_BLOCK_SIZE];
+  memset(ram, kFill, sizeof ram);
+  int result = korsata_read_ram_(path, 0, ram, sizeof ram);
+  print_ram("korsata_read_ram", result, ram);
+
+  static unsigned char request[SATA_SECTOR_SIZE] = {0xFF, 0xE5, 0x86, 0x03};
+  unsigned char count = 1;
+  const int fd = open(path, O_RDWR | O_NONBLOCK);
+  sata_command_execute_esata_(fd, 136, &count, 0xFFu, static_cast<void *>(request));
+  memset(ram, kFill, sizeof ram);
+  count = 8;
+  result = sata_command_execute_esata_(fd, 134, &count, 0x86u, static_cast<void *>(ram));
+  print_ram("sata_command_execute_esata", result, ram);
+  close(fd);
+}
+
+// The file "image.bin" as the image of an update: its length. The buffer is larger than the file.
+unsigned load_image(unsigned char *image, std::size_t size) {
+  memset(image, kFill, size);
+  const int file = open("image.bin", O_RDONLY);
+  const ssize_t length = read(file, image, size);
+  close(file);
+  return static_cast<unsigned>(length);
+}
+
+unsigned char image_buffer[1 << 17];
+
+void send_image(const char *path) {
+  FIND(korsata_download_microcode_cmd);
+  const unsigned length = load_image(image_buffer, sizeof image_buffer);
+  printf("send %d\n", korsata_download_microcode_cmd_(path, image_buffer, length));
+}
+
+void swap_pairs(unsigned char *text, int size) {
+  for (int i = 0; i < size; i += 2) {
+    const unsigned char first = text[i];
+    text[i] = text[i + 1];
+    text[i + 1] = first;
+  }
+}
+
+void update_drive(const char *path) {
+  FIND(sata_command_execute);
+  FIND(korsata_download_microcode);
+  unsigned char identify[SATA_SECTOR_SIZE] = {};
+  const int fd = open(path, O_RDWR | O_NONBLOCK);
+  sata_command_execute_(fd, 236, identify);
+  close(fd);
+  swap_pairs(identify + 20, 20);
+  swap_pairs(identify + 46, 48);
+  const unsigned length = load_image(image_buffer, sizeof image_buffer);
+  printf("update %d\n",
+         korsata_download_microcode_(path, image_buffer, length, "QXFW01A3", identify));
+}
+
+const char *after(const char *word, const char *prefix) {
+  return strncmp(word, prefix, strlen(prefix)) == 0 ? word + strlen(prefix) : nullptr;
+}
+
 // Other processes of a run inherit the preload too.
 bool is_the_program() {
   char path[256];
@@ -140,6 +215,12 @@ bool is_the_program() {
     call_all();
   else if (word[0] == '/')
     call_on_disk(word);
+  else if (const char *ram = after(word, "ram:"))
+    read_ram(ram);
+  else if (const char *sent = after(word, "send:"))
+    send_image(sent);
+  else if (const char *updated = after(word, "update:"))
+    update_drive(updated);
   else
     call_with_null(atoi(word));
   fflush(stdout);

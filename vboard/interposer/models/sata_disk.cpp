@@ -1,9 +1,10 @@
 // /dev/sda: a SATA drive (sata_drive.cpp) behind the kernel's requests: SG_IO with the SCSI
 // commands that tools ask of a disk and with ATA PASS-THROUGH, and the older HDIO requests.
 //
-//   host_status   what the host adapter reports for every SG_IO (0); the drive then gets nothing
-//   log           a file of media/ that keeps every command that the drive got, one a line:
-//                 "SG", the CDB, the data bytes' number; "HD", the request's bytes
+//   host_status     what the host adapter reports for every SG_IO (0); the drive then gets nothing
+//   transfer_limit  how many bytes of an SG_IO's answer arrive at most (0: all)
+//   log             a file of media/ that keeps every command that the drive got, one a line:
+//                   "SG", the CDB, the data bytes' number; "HD", the request's bytes
 
 #include "vboard/interposer/models/models.h"
 
@@ -263,6 +264,9 @@ int move_data(OpenFile &file, sg_io_hdr &header, ScsiCommand &command) {
   log_command(file, "SG", command.cdb, command.cdb_length, command.size);
   if (const int error = run_scsi(file, command))
     return error;
+  const std::int64_t limit = node_number(file.node, "transfer_limit", 0);
+  if (limit > 0)
+    command.filled = std::min(command.filled, static_cast<std::size_t>(limit));
   if (in && command.filled > 0 && write_user(header.dxferp, transfer, command.filled) != 0)
     return -EFAULT;
   return 0;
