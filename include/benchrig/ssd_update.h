@@ -5,7 +5,12 @@
  *
  *   4096   firmware tag block, as the drive holds it at address 0 of its controller's RAM
  *   4192   512 bytes: the IDENTIFY DEVICE data that the new firmware will report
- *   N - 1  checksum byte over bytes 0 to N - 3 (N is the length); byte N - 2 is never verified */
+ *   N - 1  checksum byte over bytes 0 to N - 3 (N is the length); byte N - 2 is never verified
+ *
+ * The buffer of an image is the caller's, and its size is the caller's duty: N rounded up to the
+ * next multiple of 512, since whole blocks are sent, and SSD_IMAGE_BUFFER_MIN bytes at least, since
+ * the offsets above are used whatever N is. What follows the image in it is used as it is: clear
+ * it. */
 
 #ifndef BENCHRIG_SSD_UPDATE_H
 #define BENCHRIG_SSD_UPDATE_H
@@ -20,7 +25,8 @@
 extern "C" {
 #endif
 
-#define SSD_TAG_BLOCK_SIZE 4096 /* what is read from the controller's RAM */
+#define SSD_TAG_BLOCK_SIZE 4096   /* what is read from the controller's RAM */
+#define SSD_IMAGE_BUFFER_MIN 8192 /* the least size of an image's buffer */
 
 /* FirmwareTag.kind: where the block's variant value stands. */
 enum {
@@ -56,15 +62,14 @@ BENCHRIG_EXPORT int korsata_read_ram(const char *path, uint32_t address, void *d
 
 /* Stamps the drive's identity into the image's IDENTIFY data: serial number (20 characters at
  * most), world wide name (16 hexadecimal digits, or null to leave it), revision (8), model (40);
- * shorter texts are padded with blanks. The image must hold its first 4704 bytes. 0, or -1 when
- * anything but the name is null. */
+ * shorter texts are padded with blanks. 0, or -1 when anything but the name is null. */
 BENCHRIG_EXPORT int korsata_modify_fw_identify(void *image, const char *serial, const char *wwn,
                                                const char *revision, const char *model);
 
-/* Sends the image with DOWNLOAD MICROCODE in chunks of 8 blocks. An image that does not fill its
- * last block is sent with zeros behind it; memory behind the image is never read. 0, -1 when the
- * node does not open or the image is beyond the command's reach (32 MiB), or the first failing
- * command's result: the descriptor then stays open. */
+/* Sends the image with DOWNLOAD MICROCODE in chunks of 8 blocks, out of the caller's buffer: behind
+ * an image that does not fill its last block, the rest of that block in the buffer is sent too. 0,
+ * -1 when the node does not open or the image is beyond the command's reach (32 MiB), or the first
+ * failing command's result: the descriptor then stays open. */
 BENCHRIG_EXPORT int korsata_download_microcode_cmd(const char *path, const void *image,
                                                    uint32_t length);
 
@@ -73,7 +78,7 @@ BENCHRIG_EXPORT int korsata_download_microcode_cmd(const char *path, const void 
 BENCHRIG_EXPORT char *korsata_get_bin_fwver(void *image, char *out_revision);
 
 /* The guarded update: checksum, revision rule and hardware tag first, then the stamp, the checksum
- * anew, and the download. `update_revision` has 8 characters; `identify` is the drive's IDENTIFY
+ * again, and the download. `update_revision` has 8 characters; `identify` is the drive's IDENTIFY
  * DEVICE data with its texts in reading order. 0; -1 (checksum, allocation, null argument); -2
  * (revision, RAM, tag); or the download's result. Nothing of the image is sent before every check
  * has passed. */
@@ -85,10 +90,10 @@ BENCHRIG_EXPORT int korsata_download_microcode(const char *path, void *image, ui
 BENCHRIG_EXPORT int korstore_analyse_identify_ssdwwn(const void *identify, char *out_text);
 
 /* Reads a tag block: at the buffer's start when `which` is 1 (a RAM copy), at offset 4096 otherwise
- * (an image of at least 5176 bytes). Returns 0. */
+ * (an image's buffer). Returns 0. */
 BENCHRIG_EXPORT int korstore_get_fw_tag(const void *buffer, int which, FirmwareTag *out_tag);
 
-/* Compares an image (at least 5176 bytes) with a RAM copy of SSD_TAG_BLOCK_SIZE bytes: 0 when the
+/* Compares an image with a RAM copy of SSD_TAG_BLOCK_SIZE bytes: 0 when the
  * tags match, -23 when the copy's signature is unknown, -25 when the tags differ. */
 BENCHRIG_EXPORT int korstore_compare_binfile(const void *image, const void *ram);
 

@@ -22,7 +22,6 @@ constexpr std::size_t kIdentifierPart = 4;
 constexpr std::size_t kTagVariant1 = 1040;
 constexpr std::size_t kTagVariant2 = 1076;
 
-static_assert(kImageReach == kImageTagBlock + kTagVariant2 + 4);
 static_assert(kTagVariant2 + 4 <= SSD_TAG_BLOCK_SIZE);
 
 constexpr int kUnknownSignature = -23;
@@ -96,6 +95,11 @@ void store_address(std::uint8_t *bytes, std::uint32_t address) {
 }
 
 }  // namespace
+
+std::uint64_t image_buffer_size(std::uint64_t length) {
+  const std::uint64_t blocks = (length + SATA_SECTOR_SIZE - 1) / SATA_SECTOR_SIZE;
+  return std::max<std::uint64_t>(blocks * SATA_SECTOR_SIZE, SSD_IMAGE_BUFFER_MIN);
+}
 
 std::uint8_t image_checksum(std::span<const std::uint8_t> image) {
   std::uint8_t sum = 0;

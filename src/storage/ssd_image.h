@@ -24,8 +24,11 @@ inline constexpr std::size_t kWwnTextSize = 16;
 // The image.
 inline constexpr std::size_t kImageTagBlock = 4096;
 inline constexpr std::size_t kImageTemplate = 4192;
-// Every fixed offset lies below: the last one is the tag block's variant value of kind 2.
-inline constexpr std::size_t kImageReach = kImageTagBlock + 1076 + 4;
+static_assert(kImageTagBlock + SSD_TAG_BLOCK_SIZE == SSD_IMAGE_BUFFER_MIN);
+static_assert(kImageTemplate + SATA_SECTOR_SIZE <= SSD_IMAGE_BUFFER_MIN);
+
+// The bytes that the buffer of an image must have: whole blocks, and every fixed offset inside.
+std::uint64_t image_buffer_size(std::uint64_t length);
 
 // Byte N - 1 over bytes 0 to N - 3; byte N - 2 belongs to nobody. An image of fewer than two bytes
 // has no checksum: it is never valid.

@@ -64,17 +64,6 @@ int vendor_read(const char *path, RequestBlock &block, unsigned int fetch, void 
   return 0;
 }
 
-// A chunk goes out of a buffer of its own: a last block that the image does not fill ends in zeros
-// instead of whatever lies in memory behind it.
-int send_chunk(int disk, const std::uint8_t *image, std::uint32_t length, std::uint32_t offset,
-               std::uint32_t blocks) {
-  std::uint8_t chunk[kChunkBlocks * SATA_SECTOR_SIZE] = {};
-  const std::uint32_t start = offset * SATA_SECTOR_SIZE;
-  const std::uint32_t size = blocks * SATA_SECTOR_SIZE;
-  memcpy(chunk, image + start, std::min(length - start, size));
-  return sata_command_execute_esata(disk, SATA_DOWNLOAD_MICROCODE, chunk, size, offset);
-}
-
 int read_and_compare_tag(const char *path, const void *image) {
   void *ram = malloc(SSD_TAG_BLOCK_SIZE);
   if (ram == nullptr) {
@@ -96,45 +85,6 @@ int read_and_compare_tag(const char *path, const void *image) {
 void copy_text(char *out, const void *field, std::size_t size) {
   memcpy(out, field, size);
   out[size] = '\0';
-}
-
-// The update behind korsata_download_microcode(). `image` holds kImageReach bytes at least,
-// `length` of them belong to it.
-int guarded_update(const char *path, std::uint8_t *image, std::uint32_t length,
-                   const char *update_revision, const std::uint8_t *identify) {
-  const std::span<std::uint8_t> content(image, length);
-  if (!image_checksum_is_valid(content)) {
-    printf("sata[%s] checksum fail!\n", path);
-    return -1;
-  }
-
-  char wwn[kWwnTextSize + 1];
-  char current[kRevisionSize + 1];
-  char update[kRevisionSize + 1] = "";
-  korstore_analyse_identify_ssdwwn(identify, wwn);
-  copy_text(current, identify + kIdentifyRevision, kRevisionSize);
-  memcpy(update, update_revision, strnlen(update_revision, kRevisionSize));
-  if (!revision_may_follow(update, current)) {
-    printf("fwver error(curFw:%s updateFw:%s)", current, update);  // the line stays open
-    return kChecksFailed;
-  }
-
-  const int compared = read_and_compare_tag(path, image);
-  if (compared != 0)
-    return compared;
-
-  // The drive keeps its identity: the new firmware reports what stands in the image.
-  char serial[kSerialSize + 1];
-  char model[kModelSize + 1];
-  copy_text(serial, identify + kIdentifySerial, kSerialSize);
-  copy_text(model, identify + kIdentifyModel, kModelSize);
-  korsata_modify_fw_identify(image, serial, wwn, update, model);
-  content.back() = image_checksum(content);
-
-  const int sent = korsata_download_microcode_cmd(path, image, length);
-  if (sent != 0)
-    printf("sata[%s] download microcode fail!\n", path);
-  return sent;
 }
 
 void print_identity(const char *label, const std::uint8_t *text, std::size_t size) {
@@ -196,16 +146,18 @@ int korsata_download_microcode_cmd(const char *path, const void *image, std::uin
     return -1;
   }
   const std::uint32_t blocks = length / SATA_SECTOR_SIZE + (length % SATA_SECTOR_SIZE != 0);
-  // Offsets would start anew at 0 and overwrite what was sent first.
-  const bool sendable = image != nullptr && blocks <= kBlocksMax;
-  if (blocks != 0 && !sendable) {
+  // Offsets would start again at 0 and overwrite what was sent first.
+  if (blocks > kBlocksMax) {
     close(disk);
     return -1;
   }
-  const auto *bytes = static_cast<const std::uint8_t *>(image);
+  // A last block that the image does not fill ends in what follows in the caller's buffer.
+  auto *const bytes = static_cast<std::uint8_t *>(const_cast<void *>(image));
   for (std::uint32_t offset = 0; offset < blocks; offset += kChunkBlocks) {
-    const std::uint32_t count = std::min(blocks - offset, kChunkBlocks);
-    const int result = send_chunk(disk, bytes, length, offset, count);
+    const std::uint32_t size = std::min(blocks - offset, kChunkBlocks) * SATA_SECTOR_SIZE;
+    const int result =
+        sata_command_execute_esata(disk, SATA_DOWNLOAD_MICROCODE,
+                                   bytes + std::size_t{offset} * SATA_SECTOR_SIZE, size, offset);
     if (result != 0)
       return result;  // deliberately left open: the drive is in the middle of a transfer
   }
@@ -217,17 +169,40 @@ int korsata_download_microcode(const char *path, void *image, std::uint32_t leng
                                const char *update_revision, const void *identify) {
   if (path == nullptr || image == nullptr || update_revision == nullptr || identify == nullptr)
     return -1;
-  auto *const bytes = static_cast<std::uint8_t *>(image);
+  const std::span<std::uint8_t> content(static_cast<std::uint8_t *>(image), length);
+  if (!image_checksum_is_valid(content)) {
+    printf("sata[%s] checksum fail!\n", path);
+    return -1;
+  }
+
   const auto *const identity = static_cast<const std::uint8_t *>(identify);
-  if (length >= kImageReach)
-    return guarded_update(path, bytes, length, update_revision, identity);
-  // Tag and template of a short image reach behind its end: there are zeros, not the caller's
-  // memory.
-  std::uint8_t padded[kImageReach] = {};
-  memcpy(padded, bytes, length);
-  const int result = guarded_update(path, padded, length, update_revision, identity);
-  memcpy(bytes, padded, length);
-  return result;
+  char wwn[kWwnTextSize + 1];
+  char current[kRevisionSize + 1];
+  char update[kRevisionSize + 1] = "";
+  korstore_analyse_identify_ssdwwn(identity, wwn);
+  copy_text(current, identity + kIdentifyRevision, kRevisionSize);
+  memcpy(update, update_revision, strnlen(update_revision, kRevisionSize));
+  if (!revision_may_follow(update, current)) {
+    printf("fwver error(curFw:%s updateFw:%s)", current, update);  // the line stays open
+    return kChecksFailed;
+  }
+
+  const int compared = read_and_compare_tag(path, image);
+  if (compared != 0)
+    return compared;
+
+  // The drive keeps its identity: the new firmware reports what stands in the image.
+  char serial[kSerialSize + 1];
+  char model[kModelSize + 1];
+  copy_text(serial, identity + kIdentifySerial, kSerialSize);
+  copy_text(model, identity + kIdentifyModel, kModelSize);
+  korsata_modify_fw_identify(image, serial, wwn, update, model);
+  content.back() = image_checksum(content);
+
+  const int sent = korsata_download_microcode_cmd(path, image, length);
+  if (sent != 0)
+    printf("sata[%s] download microcode fail!\n", path);
+  return sent;
 }
 
 int ssd_upgrade_device(const char *path, void *image, std::uint32_t length, const char *revision) {
@@ -288,7 +263,8 @@ int ssd_upgrade_applet(int argc, char **argv) {
     return kOpenFailed;
   }
   const auto length = static_cast<std::size_t>(status.st_size);
-  void *image = calloc(1, std::max<std::size_t>(length, 1));
+  const std::uint64_t room = image_buffer_size(length);
+  void *image = room <= SIZE_MAX ? calloc(1, static_cast<std::size_t>(room)) : nullptr;
   if (image == nullptr) {
     puts("open bin fail");
     return kOpenFailed;

@@ -334,3 +334,34 @@ def test_a_short_transfer_ends_in_zeros(board, sectors):
     assert run_part(board, "ram:/dev/sda") == (
         b"korsata_read_ram 0 " + sums + b"\nsata_command_execute_esata 0 " + sums + b"\n"
     )
+
+
+@pytest.mark.parametrize("size", [1, 511, 512, 513, 5000, 16384, 20001])
+def test_download_sends_whole_blocks_out_of_the_callers_buffer(board, size):
+    disk.keep_log(board)
+    board.set("/dev/sda", "firmware_size", 1 << 30)  # the drive waits for more
+    image = bytes(i % 251 for i in range(size))
+    assert run_part(board, "send:/dev/sda", image) == b"send 0\n"
+    assert disk.commands(board) == disk.chunks(size)
+    assert disk.medium(board, "sda.firmware") == image + b"\xa5" * (-size % 512)
+
+
+@pytest.mark.parametrize("size", [5177, 8193, 16384])
+def test_guarded_update_sends_whole_blocks_out_of_the_callers_buffer(board, size):
+    board.set("/dev/sda", "firmware_size", 1 << 30)
+    image = disk.make_image(board, size)
+    assert run_part(board, "update:/dev/sda", image) == b"update 0\n"
+    expected = disk.stamped(image, b"QXFW01A3") + b"\xa5" * (-size % 512)
+    assert disk.medium(board, "sda.firmware") == expected
+
+
+def test_guarded_update_reads_a_short_images_tag_out_of_the_callers_buffer(board):
+    # The tag's variant value lies at 5136, beyond the image's end: the buffer holds A5h there.
+    board.set("/dev/sda", "firmware_size", 1 << 30)
+    image = disk.make_image(board, 5000)
+    assert run_part(board, "update:/dev/sda", image) == (
+        b"sata[/dev/sda] bin file compaer fail!\nupdate -2\n"
+    )
+    disk.change(board, "sda.ram", 1040, b"\xa5" * 4)
+    assert run_part(board, "update:/dev/sda", image) == b"update 0\n"
+    assert disk.medium(board, "sda.firmware")[5000:] == b"\xa5" * 120

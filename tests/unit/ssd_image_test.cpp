@@ -15,6 +15,16 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
+// The buffer.
+
+TEST(SsdImage, buffer_has_whole_blocks_and_every_fixed_offset) {
+  EXPECT_EQ(image_buffer_size(0), 8192u);
+  EXPECT_EQ(image_buffer_size(8192), 8192u);
+  EXPECT_EQ(image_buffer_size(8193), 8704u);
+  EXPECT_EQ(image_buffer_size(8704), 8704u);
+  EXPECT_EQ(image_buffer_size(UINT32_MAX), std::uint64_t{1} << 32);  // more than 32 bits can count
+}
+
 // Checksum.
 
 TEST(SsdImage, checksum_skips_the_last_but_one_byte) {

@@ -3,6 +3,7 @@
 
 #include "benchrig/ssd_update.h"
 #include "no_disk_request.h"
+#include "storage/ssd_image.h"
 #include "storage/ssd_update.h"
 #include "storage/storage.h"
 
@@ -149,21 +150,20 @@ TEST_F(SsdUpgrade, device_step_refuses_null_arguments) {
 Outcome guarded(std::vector<std::uint8_t> &image, const char *update, const char *current) {
   std::array<std::uint8_t, 512> identify = {};
   memcpy(&identify[46], current, 8);
-  return outcome([&] {
-    return korsata_download_microcode("/dev/null", image.data(),
-                                      static_cast<std::uint32_t>(image.size()), update,
-                                      identify.data());
+  const std::size_t length = image.size();
+  image.resize(image_buffer_size(length));
+  const Outcome result = outcome([&] {
+    return korsata_download_microcode("/dev/null", image.data(), static_cast<std::uint32_t>(length),
+                                      update, identify.data());
   });
+  image.resize(length);
+  return result;
 }
 
 TEST_F(SsdUpgrade, checksum_ends_it_first) {
   for (const std::size_t size : {std::size_t{0}, std::size_t{1}}) {
     std::vector<std::uint8_t> image(size, 0);
     const Outcome result = guarded(image, "ABCDEFG2", "ABCDEFG2");
-    if (size == 0) {
-      EXPECT_EQ(result.status, -1);  // a vector of nothing may be null as well
-      continue;
-    }
     EXPECT_EQ(result.status, -1);
     EXPECT_EQ(result.text, "sata[/dev/null] checksum fail!\n");
   }
