@@ -69,9 +69,9 @@ BENCHRIG_EXPORT int sata_command_execute(int fd, int command, void *data);
  * What a read with 134 did not get from the disk is zeros in its buffer.
  *
  * 0 for success, -1 for failure; 4, 5, 14 or 15 when the host adapter reported that status (the
- * command did not reach the disk). Code 218 answers the first status byte as 1, 2 or 3 (3 for any
- * other). A null argument of 136, 208, 209, 210, 212 or 236 is a mistake of the caller and aborts
- * the program, in every build. */
+ * command did not reach the disk). A result of the request above 0 is handed on as it is. Code 218
+ * answers the first status byte as 1, 2 or 3 (3 for any other). A null argument of 136, 208, 209,
+ * 210, 212 or 236 is a mistake of the caller and aborts the program, in every build. */
 BENCHRIG_EXPORT int sata_command_execute_esata(int fd, int command, void *argument, ...);
 
 /* Value of a hexadecimal digit. Any other character is not refused: it gives (c - '0') & FFh. */

@@ -155,11 +155,12 @@ int sata_command_execute_esata(int fd, int command, void *argument, ...) {
     const std::size_t came = transferred(header);
     memset(static_cast<std::uint8_t *>(data) + came, 0, header.dxfer_len - came);
   }
-  const int decoded = decode_sg_result(*row, header.host_status, bounce);
-  const bool reached_disk = row->operand == SgOperand::kSector && decoded == 0;
-  if (reached_disk)
+  const int host_status = decode_host_status(header.host_status);
+  if (host_status != 0)
+    return host_status;
+  if (row->operand == SgOperand::kSector)
     memcpy(argument, bounce, SATA_SECTOR_SIZE);
-  return decoded;
+  return decode_sg_result(*row, result, bounce);
 }
 
 std::uint8_t ctoi(std::uint8_t c) {

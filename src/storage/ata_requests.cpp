@@ -220,8 +220,7 @@ SgRequest build_sg_request(const SgRow &row, const SgValues &values) {
   return request;
 }
 
-int decode_sg_result(const SgRow &row, unsigned int host_status,
-                     std::span<const std::uint8_t, SATA_SECTOR_SIZE> data) {
+int decode_host_status(unsigned int host_status) {
   switch (host_status) {
     case 4:
       puts(" BAD target. ");
@@ -234,14 +233,18 @@ int decode_sg_result(const SgRow &row, unsigned int host_status,
       puts("BUS stayed busy through time out period. ");
       return static_cast<int>(host_status);
     default:
-      break;
+      return 0;
   }
+}
+
+int decode_sg_result(const SgRow &row, int result,
+                     std::span<const std::uint8_t, SATA_SECTOR_SIZE> data) {
   if ((row.code == SATA_SMART_READ_VALUES || row.code == SATA_SMART_READ_THRESHOLDS) &&
       !sector_checksum_is_valid(data))
     puts("Invalid checksum of SMART data.");  // the data count all the same
   if (row.operand == kStatus)
     return data[0] == 1 || data[0] == 2 ? data[0] : 3;
-  return 0;
+  return result;
 }
 
 bool sector_checksum_is_valid(std::span<const std::uint8_t, SATA_SECTOR_SIZE> sector) {

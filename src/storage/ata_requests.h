@@ -103,9 +103,13 @@ struct SgRequest {
 
 SgRequest build_sg_request(const SgRow &row, const SgValues &values);
 
-// The result of a request that the kernel took: the host adapter's status, the answer of SMART
-// RETURN STATUS, or 0. Prints what it reports; `data` is what came back.
-int decode_sg_result(const SgRow &row, unsigned int host_status,
+// The host adapter's status that ends a command: 4, 5, 14 or 15, which it prints, or 0 for any
+// other.
+int decode_host_status(unsigned int host_status);
+
+// The result of a command that went on: the answer of SMART RETURN STATUS, or what the request
+// returned, 0 or more. Prints what it reports; `data` is what came back.
+int decode_sg_result(const SgRow &row, int result,
                      std::span<const std::uint8_t, SATA_SECTOR_SIZE> data);
 
 // Bytes of a SMART sector add up to 0 modulo 256.

@@ -119,12 +119,12 @@ int blktrace_applet(int argc, char **argv) {
   }
   int status = -1;
   const int device = open(KORSTORAGE_DEVICE, O_RDWR);
-  if (device < 0) {
+  if (device < 0)
     puts("Open /dev/korstorage failed!");
-  } else {
+  else
     status = trace(device, log, argv[1]);
+  close(log);  // first the log, then the device
+  if (device >= 0)
     close(device);
-  }
-  close(log);
   return status;
 }

@@ -265,6 +265,16 @@ def test_other_statuses_of_the_host_adapter_are_not_told(board, status):
     assert results["sg 224"] == "0 0000"
 
 
+def test_a_positive_result_is_handed_on_with_what_was_read(board):
+    board.fault("/dev/sda ioctl:SG_IO result=7")
+    results, _ = on_disk(board)
+    for code, name in ((208, "smart_values"), (209, "smart_thresholds"), (236, "identify")):
+        assert results[f"sg {code}"] == "7 " + sum_of(disk.medium(board, "sda." + name))
+    for code in (210, 212, 216, 217, 224, 231, 239):
+        assert results[f"sg {code}"] == "7 0000"
+    assert results["sg 218"] == "1 0000"  # the answer of this command is another
+
+
 def test_failed_requests(board):
     board.fault("/dev/sda ioctl errno=EIO")
     results, output = on_disk(board)

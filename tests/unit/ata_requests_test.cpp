@@ -244,14 +244,19 @@ TEST(AtaSgIo, knows_no_other_code) {
     EXPECT_EQ(find_sg_row(code), nullptr) << code;
 }
 
-Printed sg_result(int code, unsigned int host_status, const std::array<std::uint8_t, 512> &data) {
+Printed host_status(unsigned int status) {
   testing::internal::CaptureStdout();
-  const int decoded = decode_sg_result(*find_sg_row(code), host_status, data);
+  const int decoded = decode_host_status(status);
+  return {decoded, testing::internal::GetCapturedStdout()};
+}
+
+Printed sg_result(int code, int result, const std::array<std::uint8_t, 512> &data) {
+  testing::internal::CaptureStdout();
+  const int decoded = decode_sg_result(*find_sg_row(code), result, data);
   return {decoded, testing::internal::GetCapturedStdout()};
 }
 
 TEST(AtaSgIo, host_status_is_handed_on) {
-  const std::array<std::uint8_t, 512> zeros = {};
   struct {
     unsigned int status;
     int result;
@@ -270,17 +275,21 @@ TEST(AtaSgIo, host_status_is_handed_on) {
   };
   for (const auto &expected : cases) {
     SCOPED_TRACE(expected.status);
-    const Printed printed = sg_result(224, expected.status, zeros);
+    const Printed printed = host_status(expected.status);
     EXPECT_EQ(printed.result, expected.result);
     EXPECT_EQ(printed.text, expected.text);
   }
 }
 
-TEST(AtaSgIo, host_status_comes_before_what_was_read) {
+TEST(AtaSgIo, a_positive_result_is_handed_on) {
   std::array<std::uint8_t, 512> data = {};
-  data[0] = 1;
-  EXPECT_EQ(sg_result(218, 4, data).result, 4);
-  EXPECT_EQ(sg_result(208, 5, data).text, "Abort for some other reason. \n");
+  data[0] = 2;
+  data[511] = 0xFE;
+  for (const int code : {134, 136, 146, 208, 209, 210, 212, 216, 217, 224, 231, 236, 239}) {
+    EXPECT_EQ(sg_result(code, 7, data).result, 7) << code;
+    EXPECT_EQ(sg_result(code, 7, data).text, "") << code;
+  }
+  EXPECT_EQ(sg_result(218, 7, data).result, 2);  // the answer's first byte decides
 }
 
 TEST(AtaSgIo, a_smart_sector_with_a_wrong_checksum_is_reported_and_succeeds) {
