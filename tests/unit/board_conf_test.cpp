@@ -19,7 +19,7 @@ using rigcore::BoardMap;
 
 std::unique_ptr<BoardMap> map_of(const std::string &text) {
   auto map = std::make_unique<BoardMap>();
-  map->error = 0;
+  map->is_recorder = true;
   map->length = text.size();
   memcpy(map->text, text.data(), text.size());
   return map;
@@ -57,13 +57,14 @@ class MapFile : public testing::Test {
   }
   std::unique_ptr<BoardMap> read() {
     auto map = std::make_unique<BoardMap>();
+    map->is_recorder = true;
     rigcore::read_board_map(path_, *map);
     return map;
   }
   char path_[256];
 };
 
-TEST(BoardConf, default_holds_where_the_file_says_nothing) {
+TEST(BoardConf, recorder_has_a_default_where_the_file_says_nothing) {
   const auto map = map_of("");
   EXPECT_EQ(ask(*map, "buzzer").value, "/sys/class/leds/buzzer/brightness");
   EXPECT_EQ(ask(*map, "alarm.input.0").value, "/sys/class/gpio/gpio40/value");
@@ -76,6 +77,39 @@ TEST(BoardConf, default_holds_where_the_file_says_nothing) {
   EXPECT_EQ(ask(*map, "version.korboot").value, "/proc/device-tree/chosen/first-stage,version");
   EXPECT_EQ(ask(*map, "version.uboot").value, "/proc/device-tree/chosen/u-boot,version");
   EXPECT_EQ(ask(*map, "version.korbsp").value, "/etc/os-release PRETTY_NAME");
+}
+
+TEST(BoardConf, another_board_has_what_holds_everywhere) {
+  const auto map = map_of("");
+  map->is_recorder = false;
+  EXPECT_EQ(ask(*map, "vga.status").value, "/sys/class/drm/card0-VGA-1/status");
+  EXPECT_EQ(ask(*map, "version.uboot").value, "/proc/device-tree/chosen/u-boot,version");
+  EXPECT_EQ(ask(*map, "version.korbsp").value, "/etc/os-release PRETTY_NAME");
+  for (const char *key :
+       {"buzzer", "alarm.input.0", "alarm.input.1", "alarm.input.2", "alarm.input.3",
+        "alarm.input.4", "alarm.input.5", "alarm.input.6", "alarm.input.7", "alarm.output.0",
+        "bootparam", "hardinfo", "cpld", "version.korboot"}) {
+    EXPECT_EQ(ask(*map, key).result, -1) << key;
+    EXPECT_EQ(ask(*map, key).number, ENODEV) << key;
+  }
+}
+
+TEST(BoardConf, entry_of_another_board_counts) {
+  const auto map = map_of("alarm.output.0 = /x\nvga.status =\n");
+  map->is_recorder = false;
+  EXPECT_EQ(ask(*map, "alarm.output.0").value, "/x");
+  EXPECT_EQ(ask(*map, "vga.status").number, ENODEV);
+}
+
+TEST(BoardConf, recorder_is_one_of_the_device_trees_names) {
+  using namespace std::string_view_literals;
+  EXPECT_TRUE(rigcore::names_recorder("korvexium,recorder\0"sv));
+  EXPECT_TRUE(rigcore::names_recorder("maker,variant\0korvexium,recorder\0maker,soc\0"sv));
+  EXPECT_TRUE(rigcore::names_recorder("korvexium,recorder"sv));  // cut at its end
+  for (const std::string_view other :
+       {""sv, "\0"sv, "\0\0"sv, "korvexium,recorder2\0"sv, "korvexium,recorde\0"sv,
+        "maker,korvexium,recorder\0"sv, "Korvexium,recorder\0"sv, "maker,gateway\0maker,soc\0"sv})
+    EXPECT_FALSE(rigcore::names_recorder(other)) << other;
 }
 
 TEST(BoardConf, entry_overrides_the_default_and_the_last_one_counts) {
@@ -116,11 +150,39 @@ TEST(BoardConf, value_keeps_its_blanks_and_equals_signs) {
             "/etc/x=y NAME");
 }
 
-TEST(BoardConf, names_the_first_line_that_is_no_entry) {
-  EXPECT_EQ(rigcore::first_bad_line(""), 0);
-  EXPECT_EQ(rigcore::first_bad_line("# text\n\n  \nbuzzer = /a\nunknown.key =\n"), 0);
-  EXPECT_EQ(rigcore::first_bad_line("# text\nbuzzer /a\nnonsense\n"), 2);
-  EXPECT_EQ(rigcore::first_bad_line("buzzer = /a\n = /b"), 2);
+// "LINE:WHAT:KEY" of each complaint, one a line.
+std::string complaints(std::string_view text) {
+  constexpr const char *kWhat[] = {"no entry", "unknown", "quoted"};
+  std::string all;
+  rigcore::Complaint one;
+  for (int line = 0; rigcore::next_complaint(text, line, one);)
+    all += std::to_string(one.line) + ":" + kWhat[one.what] + ":" + std::string(one.key) + "\n";
+  return all;
+}
+
+TEST(BoardConf, complains_of_every_line_that_does_nothing) {
+  EXPECT_EQ(complaints(""), "");
+  EXPECT_EQ(complaints("# text\n\n  \nbuzzer = /a\ncpld =\n"), "");
+  EXPECT_EQ(complaints("# text\nbuzzer /a\nnonsense\n"), "2:no entry:\n3:no entry:\n");
+  EXPECT_EQ(complaints("buzzer = /a\n = /b"), "2:no entry:\n");
+  EXPECT_EQ(complaints("\nunknown.key =\nbuzer = /a"), "2:unknown:unknown.key\n3:unknown:buzer\n");
+}
+
+TEST(BoardConf, numbers_of_keys_have_their_limits) {
+  EXPECT_EQ(complaints("alarm.input.0=\nalarm.input.31=\nalarm.output.31=\nstorage.15=\n"
+                       "feature.0=\nfeature.200=\nfeature.999="),
+            "");
+  for (const std::string key :
+       {"alarm.input.32", "alarm.input.00", "alarm.input.", "alarm.input", "alarm.input.-1",
+        "alarm.input.1x", "alarm.output.32", "storage.16", "storage.4294967296", "feature.1000",
+        "feature.1.2", "Buzzer", "buzzer.0"})
+    EXPECT_EQ(complaints(key + " = /x"), "1:unknown:" + key + "\n");
+}
+
+TEST(BoardConf, complains_of_quoted_values) {
+  EXPECT_EQ(complaints("buzzer = \"/a\"\ncpld = '/b'\n"), "1:quoted:buzzer\n2:quoted:cpld\n");
+  EXPECT_EQ(complaints("buzzer = /a\"b\"\ncpld = /it's\n"), "");
+  EXPECT_EQ(ask(*map_of("buzzer = \"/a\"\n"), "buzzer").value, "\"/a\"");
 }
 
 TEST(BoardConf, value_that_does_not_fit_is_refused) {
@@ -177,18 +239,19 @@ TEST(BoardConf, example_states_every_default) {
   ASSERT_EQ(example->error, 0);
   ASSERT_GT(example->length, 0u);
   const std::string_view text(example->text, example->length);
-  EXPECT_EQ(rigcore::first_bad_line(text), 0);
+  EXPECT_EQ(complaints(text), "");
 
-  std::string_view rest = rigcore::built_in_map();
   int entries = 0;
-  for (; !rest.empty(); ++entries) {
-    const std::string_view line = rest.substr(0, rest.find('\n'));
-    rest.remove_prefix(line.size() + 1);
-    const std::size_t equals = line.find(" = ");
-    ASSERT_NE(equals, line.npos) << line;
-    std::string_view value;
-    EXPECT_TRUE(rigcore::find_entry(text, line.substr(0, equals), &value)) << line;
-    EXPECT_EQ(value, line.substr(equals + 3));
+  for (std::string_view rest : {rigcore::general_map(), rigcore::recorder_map()}) {
+    for (; !rest.empty(); ++entries) {
+      const std::string_view line = rest.substr(0, rest.find('\n'));
+      rest.remove_prefix(line.size() + 1);
+      const size_t equals = line.find(" = ");
+      ASSERT_NE(equals, line.npos) << line;
+      std::string_view value;
+      EXPECT_TRUE(rigcore::find_entry(text, line.substr(0, equals), &value)) << line;
+      EXPECT_EQ(value, line.substr(equals + 3));
+    }
   }
   EXPECT_EQ(entries, 17);
 }
