@@ -1,14 +1,13 @@
 #include "vboard/board/board_files.h"
 
-#include <fcntl.h>
-#include <sys/file.h>
-#include <sys/stat.h>
-
-#include <cerrno>
-#include <cstring>
-
 #include "vboard/board/board_paths.h"
 #include "vboard/board/text.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <string.h>
+#include <sys/file.h>
+#include <sys/stat.h>
 
 namespace vboard {
 
@@ -24,7 +23,7 @@ struct Path {
 };
 
 bool join(Path &out, std::string_view directory, std::string_view name) {
-  TextBuffer path = {out.text, sizeof(out.text) - 1, 0, false};
+  TextBuffer path = {out.text, sizeof out.text - 1, 0, false};
   append_text(path, directory);
   append_text(path, name);
   out.text[path.overflow ? 0 : path.length] = '\0';
@@ -35,7 +34,7 @@ bool join(Path &out, std::string_view directory, std::string_view name) {
 // for the directory itself. Null for every other path.
 const char *name_on_board(const char *path) {
   if (below.empty() || whole->load(std::memory_order_acquire) != 0 ||
-      std::strncmp(path, board.data(), board.size()) != 0)
+      strncmp(path, board.data(), board.size()) != 0)
     return nullptr;
   const char *name = path + board.size();
   return *name == '/' || *name == '\0' ? name : nullptr;
@@ -43,10 +42,10 @@ const char *name_on_board(const char *path) {
 
 // One process of the run at a time copies; the lock ends with the descriptor.
 int lock_board_files() {
-  int fd = sys_open(board.data(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  const int fd = sys_open(board.data(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (fd < 0)
     return fd;
-  int locked = sys_flock(fd, LOCK_EX);
+  const int locked = sys_flock(fd, LOCK_EX);
   if (locked == 0)
     return fd;
   sys_close(fd);
@@ -56,11 +55,11 @@ int lock_board_files() {
 int copy_bytes(int from, int to) {
   char buffer[16384];
   for (;;) {
-    ssize_t size = sys_read(from, buffer, sizeof(buffer));
+    const ssize_t size = sys_read(from, buffer, sizeof buffer);
     if (size <= 0)
       return static_cast<int>(size);
     for (ssize_t done = 0; done < size;) {
-      ssize_t count = sys_write(to, buffer + done, static_cast<std::size_t>(size - done));
+      const ssize_t count = sys_write(to, buffer + done, static_cast<std::size_t>(size - done));
       if (count < 0)
         return static_cast<int>(count);
       done += count;
@@ -69,16 +68,16 @@ int copy_bytes(int from, int to) {
 }
 
 // Under another name first: who reads the file meanwhile must not see half of it.
-int copy_file(const char *from, const char *to, unsigned mode, bool with_content) {
+int copy_file(const char *from, const char *to, unsigned int mode, bool with_content) {
   Path fresh;
   if (!join(fresh, board, "/.copy"))
     return -ENAMETOOLONG;
-  int in = sys_open(from, O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+  const int in = sys_open(from, O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
   if (in < 0)
     return in;
   // A template may be installed read-only; a board is for changing.
-  int out = sys_open(fresh.text, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC,
-                     (mode & 0777) | S_IRUSR | S_IWUSR);
+  const int out = sys_open(fresh.text, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC,
+                           (mode & 0777) | S_IRUSR | S_IWUSR);
   int result = out < 0 ? out : with_content ? copy_bytes(in, out) : 0;
   sys_close(in);
   if (out >= 0)
@@ -95,7 +94,7 @@ int copy_entry(const char *from, const char *to, bool with_content) {
   FileStatus status;
   if (sys_stat(to, status, false) == 0)
     return 0;
-  int result = sys_stat(from, status, false);
+  const int result = sys_stat(from, status, false);
   if (result < 0)
     return result;
   return S_ISDIR(status.mode) ? sys_mkdir(to, (status.mode & 0777) | S_IRWXU)
@@ -110,7 +109,7 @@ int copy_parents(std::string_view name) {
     Path to;
     if (!join(from, below, name.substr(0, end)) || !join(to, board, name.substr(0, end)))
       return -ENAMETOOLONG;
-    int result = copy_entry(from.text, to.text, false);
+    const int result = copy_entry(from.text, to.text, false);
     if (result < 0)
       return result == -ENOENT ? 0 : result;
   }
@@ -120,18 +119,18 @@ int copy_parents(std::string_view name) {
 // Calls `visit` with the names in one directory of the kernel's. False when a visit ended it.
 template <typename Visit>
 bool each_entry(const char *directory, Visit visit) {
-  int fd = sys_open(directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  const int fd = sys_open(directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (fd < 0)
     return true;
   bool goes_on = true;
   alignas(8) char entries[2048];
-  for (ssize_t size; goes_on && (size = sys_getdents(fd, entries, sizeof(entries))) > 0;) {
+  for (ssize_t size; goes_on && (size = sys_getdents(fd, entries, sizeof entries)) > 0;) {
     for (ssize_t at = 0; at < size && goes_on;) {
       // struct linux_dirent64: inode 8, offset 8, length of the entry 2, type 1, name.
       std::uint16_t entry_size;
-      std::memcpy(&entry_size, entries + at + 16, sizeof(entry_size));
+      memcpy(&entry_size, entries + at + 16, sizeof entry_size);
       const char *name = entries + at + 19;
-      if (std::strcmp(name, ".") != 0 && std::strcmp(name, "..") != 0)
+      if (strcmp(name, ".") != 0 && strcmp(name, "..") != 0)
         goes_on = visit(name);
       at += entry_size;
     }
@@ -186,22 +185,22 @@ bool template_path(const char *path, char *out, std::size_t room) {
   return !text.overflow;
 }
 
-int board_open(const char *path, int flags, unsigned mode) {
+int board_open(const char *path, int flags, unsigned int mode) {
   Path file;
-  if (!template_path(path, file.text, sizeof(file.text)))
+  if (!template_path(path, file.text, sizeof file.text))
     return sys_open(path, flags, mode);
   if (allows_writing(flags) || (flags & O_DIRECTORY)) {
-    int result = own_board_file(path, (flags & O_TRUNC) == 0);
+    const int result = own_board_file(path, (flags & O_TRUNC) == 0);
     return result < 0 ? result : sys_open(path, flags, mode);
   }
-  int fd = sys_open(path, flags);
+  const int fd = sys_open(path, flags);
   return fd == -ENOENT ? sys_open(file.text, flags) : fd;
 }
 
 int board_stat(const char *path, FileStatus &out, bool follow) {
   int result = sys_stat(path, out, follow);
   Path file;
-  if (result == -ENOENT && template_path(path, file.text, sizeof(file.text)))
+  if (result == -ENOENT && template_path(path, file.text, sizeof file.text))
     result = sys_stat(file.text, out, follow);
   return result;
 }
@@ -209,7 +208,7 @@ int board_stat(const char *path, FileStatus &out, bool follow) {
 ssize_t board_readlink(const char *path, char *buffer, std::size_t size) {
   ssize_t result = sys_readlink(path, buffer, size);
   Path file;
-  if (result == -ENOENT && template_path(path, file.text, sizeof(file.text)))
+  if (result == -ENOENT && template_path(path, file.text, sizeof file.text))
     result = sys_readlink(file.text, buffer, size);
   return result;
 }
@@ -217,9 +216,9 @@ ssize_t board_readlink(const char *path, char *buffer, std::size_t size) {
 int own_board_file(const char *path, bool with_content) {
   Path file;
   FileStatus status;
-  if (!template_path(path, file.text, sizeof(file.text)) || sys_stat(path, status, false) == 0)
+  if (!template_path(path, file.text, sizeof file.text) || sys_stat(path, status, false) == 0)
     return 0;
-  int lock = lock_board_files();
+  const int lock = lock_board_files();
   if (lock < 0)
     return lock;
   int result = 0;
@@ -238,9 +237,9 @@ int own_board_file(const char *path, bool with_content) {
 int prepare_removal(const char *path) {
   Path file;
   FileStatus status;
-  if (!template_path(path, file.text, sizeof(file.text)) || sys_stat(file.text, status, false) < 0)
+  if (!template_path(path, file.text, sizeof file.text) || sys_stat(file.text, status, false) < 0)
     return 0;
-  int lock = lock_board_files();
+  const int lock = lock_board_files();
   if (lock < 0)
     return lock;
   int result = 0;
@@ -256,7 +255,7 @@ int prepare_removal(const char *path) {
 void each_board_entry(const char *path, bool (*visit)(const char *name, void *context),
                       void *context) {
   Path file;
-  bool has_template = template_path(path, file.text, sizeof(file.text));
+  const bool has_template = template_path(path, file.text, sizeof file.text);
   if (!each_entry(path, [&](const char *name) { return visit(name, context); }) || !has_template)
     return;
   each_entry(file.text, [&](const char *name) {

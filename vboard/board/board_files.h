@@ -12,13 +12,13 @@
 #ifndef VBOARD_BOARD_BOARD_FILES_H
 #define VBOARD_BOARD_BOARD_FILES_H
 
-#include <atomic>
-#include <cstddef>
-#include <cstdint>
+#include "vboard/board/kernel.h"
 
 #include <sys/types.h>
 
-#include "vboard/board/kernel.h"
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
 
 namespace vboard {
 
@@ -28,7 +28,7 @@ void set_template(const char *board, const char *below, std::atomic<std::uint32_
 
 // open(). A file of the template is copied first when the flags allow writing; a directory of the
 // template is made in the board when it is opened.
-int board_open(const char *path, int flags, unsigned mode = 0);
+int board_open(const char *path, int flags, unsigned int mode = 0);
 int board_stat(const char *path, FileStatus &out, bool follow = true);
 ssize_t board_readlink(const char *path, char *buffer, std::size_t size);
 

@@ -1,8 +1,8 @@
 #include "vboard/board/board_paths.h"
 
-#include <cstring>
-
 #include "vboard/board/text.h"
+
+#include <string.h>
 
 namespace vboard {
 
@@ -22,20 +22,20 @@ std::string_view first_component(std::string_view path) {
 
 Territory territory_of(std::string_view path) {
   path.remove_prefix(1);
-  std::string_view root = first_component(path);
+  const std::string_view root = first_component(path);
   if (root == "sys")
     return Territory::kBoard;
   if (root == "dev") {
     if (path.size() == root.size())
       return Territory::kBoard;
-    std::string_view device = first_component(path.substr(root.size() + 1));
-    for (std::string_view one : kPcDevices) {
+    const std::string_view device = first_component(path.substr(root.size() + 1));
+    for (const std::string_view one : kPcDevices) {
       if (device == one)
         return Territory::kPc;
     }
     return Territory::kBoard;
   }
-  for (std::string_view one : kOverlayRoots) {
+  for (const std::string_view one : kOverlayRoots) {
     if (root == one)
       return Territory::kOverlay;
   }
@@ -48,11 +48,11 @@ std::size_t normalise_path(std::string_view base, std::string_view path, std::sp
   if (path.empty())
     return 0;
   std::size_t length = 0;
-  std::string_view sources[] = {path[0] == '/' ? std::string_view() : base, path};
+  const std::string_view sources[] = {path[0] == '/' ? std::string_view() : base, path};
   for (std::string_view rest : sources) {
     while (!rest.empty()) {
-      std::size_t end = rest.find('/');
-      std::string_view part = rest.substr(0, end);
+      const std::size_t end = rest.find('/');
+      const std::string_view part = rest.substr(0, end);
       rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + 1);
       names_directory = end != std::string_view::npos && rest.empty();
       if (part.empty())
@@ -70,7 +70,7 @@ std::size_t normalise_path(std::string_view base, std::string_view path, std::sp
       if (length + part.size() + 2 > out.size())
         return 0;
       out[length++] = '/';
-      std::memcpy(out.data() + length, part.data(), part.size());
+      memcpy(out.data() + length, part.data(), part.size());
       length += part.size();
     }
   }
@@ -86,10 +86,10 @@ bool is_reboot_command(std::string_view command) {
     word = take_word(command);
   // "reboot;", "reboot&" end the word for a shell as well.
   word = word.substr(0, word.find_first_of(";&|\n"));
-  std::size_t slash = word.rfind('/');
+  const std::size_t slash = word.rfind('/');
   if (slash != std::string_view::npos)
     word.remove_prefix(slash + 1);
-  for (std::string_view one : kRestartCommands) {
+  for (const std::string_view one : kRestartCommands) {
     if (word == one)
       return true;
   }

@@ -1,6 +1,6 @@
 #include "vboard/board/calendar.h"
 
-#include <cstdio>
+#include <stdio.h>
 
 namespace vboard {
 namespace {
@@ -22,7 +22,7 @@ bool take_digits(std::string_view &text, std::size_t digits, int &out) {
   if (text.size() < digits)
     return false;
   int value = 0;
-  for (char c : text.substr(0, digits)) {
+  for (const char c : text.substr(0, digits)) {
     if (c < '0' || c > '9')
       return false;
     value = value * 10 + (c - '0');
@@ -46,21 +46,21 @@ CalendarTime calendar_of(std::int64_t nanoseconds) {
   std::int64_t rest = nanoseconds % kSecond;
   if (rest < 0) {
     rest += kSecond;
-    seconds--;
+    --seconds;
   }
   std::int64_t days = seconds / kDay;
   std::int64_t of_day = seconds % kDay;
   if (of_day < 0) {
     of_day += kDay;
-    days--;
+    --days;
   }
   int year = 1970;
-  for (; days < 0; year--)
+  for (; days < 0; --year)
     days += is_leap(year - 1) ? 366 : 365;
-  for (; days >= (is_leap(year) ? 366 : 365); year++)
+  for (; days >= (is_leap(year) ? 366 : 365); ++year)
     days -= is_leap(year) ? 366 : 365;
   int month = 1;
-  for (; days >= days_in_month(year, month); month++)
+  for (; days >= days_in_month(year, month); ++month)
     days -= days_in_month(year, month);
   return {.year = year,
           .month = month,
@@ -78,9 +78,9 @@ bool nanoseconds_of(const CalendarTime &time, std::int64_t &out) {
       time.nanosecond < 0 || time.nanosecond >= kSecond)
     return false;
   std::int64_t days = time.day - 1;
-  for (int year = 1970; year < time.year; year++)
+  for (int year = 1970; year < time.year; ++year)
     days += is_leap(year) ? 366 : 365;
-  for (int month = 1; month < time.month; month++)
+  for (int month = 1; month < time.month; ++month)
     days += days_in_month(time.year, month);
   out =
       (days * kDay + time.hour * 3600 + time.minute * 60 + time.second) * kSecond + time.nanosecond;
@@ -106,12 +106,11 @@ bool parse_calendar(std::string_view text, std::int64_t &out) {
 }
 
 void print_calendar(std::int64_t nanoseconds, char (&out)[40]) {
-  CalendarTime time = calendar_of(nanoseconds);
-  int length = std::snprintf(out, sizeof(out), "%04d-%02d-%02d %02d:%02d:%02d", time.year,
-                             time.month, time.day, time.hour, time.minute, time.second);
+  const CalendarTime time = calendar_of(nanoseconds);
+  const int length = snprintf(out, sizeof out, "%04d-%02d-%02d %02d:%02d:%02d", time.year,
+                              time.month, time.day, time.hour, time.minute, time.second);
   if (time.nanosecond != 0 && length > 0)
-    std::snprintf(out + length, sizeof(out) - static_cast<std::size_t>(length), ".%09d",
-                  time.nanosecond);
+    snprintf(out + length, sizeof out - static_cast<std::size_t>(length), ".%09d", time.nanosecond);
 }
 
 }  // namespace vboard

@@ -6,16 +6,16 @@ bool take_decimal(std::string_view &text, double &out) {
   std::size_t at = text.find_first_not_of(" \t\r");
   if (at == std::string_view::npos)
     return false;
-  bool negative = text[at] == '-';
+  const bool negative = text[at] == '-';
   if (text[at] == '-' || text[at] == '+')
-    at++;
+    ++at;
 
   double value = 0;
   double scale = 1;
   bool digits = false;
   bool fraction = false;
-  for (; at < text.size(); at++) {
-    char c = text[at];
+  for (; at < text.size(); ++at) {
+    const char c = text[at];
     if (c == '.' && !fraction) {
       fraction = true;
     } else if (c >= '0' && c <= '9') {

@@ -4,8 +4,9 @@
 
 #include "vboard/board/device_tree_blob.h"
 
+#include <errno.h>
+
 #include <algorithm>
-#include <cerrno>
 
 namespace vboard {
 namespace {
@@ -53,7 +54,7 @@ bool take_bytes(Reader &reader, std::size_t size, std::string_view &out) {
 bool text_at(std::string_view bytes, std::size_t at, std::string_view &out) {
   if (at >= bytes.size())
     return false;
-  std::size_t end = bytes.find('\0', at);
+  const std::size_t end = bytes.find('\0', at);
   if (end == std::string_view::npos)
     return false;
   out = bytes.substr(at, end - at);
@@ -77,7 +78,7 @@ bool enter(Walk &walk) {
   if (!text_at(walk.structure.bytes, walk.structure.at, name) ||
       !take_bytes(walk.structure, name.size() + 1, ignored))
     return false;
-  walk.depth++;
+  ++walk.depth;
   if (walk.depth == 2)
     walk.target_length = 0;
   if (walk.depth == 3) {
@@ -86,8 +87,8 @@ bool enter(Walk &walk) {
     return !walk.in_overlay || walk.target_length > 0;
   }
   if (walk.depth > 3 && walk.in_overlay) {
-    bool slash = walk.path[walk.length - 1] != '/';
-    if (walk.length + name.size() + 1 >= sizeof(walk.path) || name.empty())
+    const bool slash = walk.path[walk.length - 1] != '/';
+    if (walk.length + name.size() + 1 >= sizeof walk.path || name.empty())
       return false;
     if (slash)
       walk.path[walk.length++] = '/';
@@ -100,18 +101,18 @@ bool leave(Walk &walk) {
   if (walk.depth == 0)
     return false;
   if (walk.depth > 3 && walk.in_overlay) {
-    std::size_t slash = std::string_view(walk.path, walk.length).rfind('/');
+    const std::size_t slash = std::string_view(walk.path, walk.length).rfind('/');
     walk.length = std::max(slash, walk.target_length);
   }
   if (walk.depth == 3)
     walk.in_overlay = false;
-  walk.depth--;
+  --walk.depth;
   return true;
 }
 
 bool take_target(Walk &walk, std::string_view value) {
   if (value.size() < 2 || value.back() != '\0' || value.front() != '/' ||
-      value.size() > sizeof(walk.path))
+      value.size() > sizeof walk.path)
     return false;
   walk.target_length = value.copy(walk.path, value.size() - 1);
   return true;
@@ -127,12 +128,12 @@ std::size_t blob_size(std::span<const unsigned char> blob) {
 
 int read_overlay(std::span<const unsigned char> blob,
                  int (*take)(const OverlayProperty &property, void *context), void *context) {
-  std::size_t size = blob_size(blob);
+  const std::size_t size = blob_size(blob);
   if (size < kHeaderSize || size > blob.size())
     return -EINVAL;
-  std::string_view whole(reinterpret_cast<const char *>(blob.data()), size);
-  std::size_t structure = big_endian(blob.data() + 8);
-  std::size_t strings = big_endian(blob.data() + 12);
+  const std::string_view whole(reinterpret_cast<const char *>(blob.data()), size);
+  const std::size_t structure = big_endian(blob.data() + 8);
+  const std::size_t strings = big_endian(blob.data() + 12);
   if (structure % 4 != 0 || structure > size || strings > size)
     return -EINVAL;
 
@@ -164,7 +165,7 @@ int read_overlay(std::span<const unsigned char> blob,
           return -EINVAL;
         if (walk.depth >= 3 && walk.in_overlay) {
           property.node = {walk.path, walk.length};
-          if (int error = take(property, context); error < 0)
+          if (const int error = take(property, context); error < 0)
             return error;
         }
         break;

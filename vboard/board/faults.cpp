@@ -1,8 +1,8 @@
 #include "vboard/board/faults.h"
 
-#include <cstring>
-
 #include "vboard/board/text.h"
+
+#include <string.h>
 
 namespace vboard {
 
@@ -23,16 +23,16 @@ FaultLine wrong(std::span<char> reason, std::string_view what, std::string_view 
 }
 
 bool parse_call(std::string_view word, Fault &out) {
-  std::size_t colon = word.find(':');
-  std::string_view call = word.substr(0, colon);
+  const std::size_t colon = word.find(':');
+  const std::string_view call = word.substr(0, colon);
   bool known = false;
-  for (std::string_view one : kCalls)
+  for (const std::string_view one : kCalls)
     known = known || call == one;
   if (!known || !copy_text(out.call, call))
     return false;
   if (colon == std::string_view::npos)
     return true;
-  std::string_view request = word.substr(colon + 1);
+  const std::string_view request = word.substr(colon + 1);
   if (call != "ioctl" || request.empty() || !copy_text(out.request, request))
     return false;
   std::int64_t number;
@@ -56,19 +56,20 @@ bool parse_effect(std::string_view word, Fault &out) {
   if (word.starts_with("short=")) {
     out.effect = FaultEffect::kShort;
     // Only bytes can be cut short.
-    bool bytes = std::string_view(out.call) == "read" || std::string_view(out.call) == "write";
+    const bool bytes =
+        std::string_view(out.call) == "read" || std::string_view(out.call) == "write";
     return bytes && parse_number(word.substr(6), out.value) && out.value >= 0;
   }
   return false;
 }
 
 bool parse_window(std::string_view word, Fault &out) {
-  std::size_t dots = word.find("..");
+  const std::size_t dots = word.find("..");
   if (dots == std::string_view::npos || out.window_count == std::size(out.windows))
     return false;
   FaultWindow window = {0, INT64_MAX};
-  std::string_view from = word.substr(0, dots);
-  std::string_view to = word.substr(dots + 2);
+  const std::string_view from = word.substr(0, dots);
+  const std::string_view to = word.substr(dots + 2);
   if ((!from.empty() && !parse_seconds(from, window.from)) ||
       (!to.empty() && !parse_seconds(to, window.to)) || window.to < window.from)
     return false;
@@ -82,13 +83,12 @@ bool parse_when(std::string_view word, Fault &out) {
   std::int64_t n;
   if (out.effect == FaultEffect::kAbsent || out.count != FaultCount::kEvery)
     return false;
-  if (word.starts_with("nth=") && parse_number(word.substr(4), n) && n > 0) {
+  if (word.starts_with("nth=") && parse_number(word.substr(4), n) && n > 0)
     out.count = FaultCount::kNth;
-  } else if (word.starts_with("from=") && parse_number(word.substr(5), n) && n > 0) {
+  else if (word.starts_with("from=") && parse_number(word.substr(5), n) && n > 0)
     out.count = FaultCount::kFrom;
-  } else {
+  else
     return false;
-  }
   out.n = static_cast<std::uint64_t>(n);
   return true;
 }
@@ -97,7 +97,7 @@ bool parse_when(std::string_view word, Fault &out) {
 
 FaultLine parse_fault(std::string_view line, Fault &out, std::span<char> reason) {
   std::string_view rest = line.substr(0, line.find_first_of("#\n"));
-  std::string_view node = take_word(rest);
+  const std::string_view node = take_word(rest);
   if (node.empty())
     return FaultLine::kNothing;
 
@@ -107,7 +107,7 @@ FaultLine parse_fault(std::string_view line, Fault &out, std::span<char> reason)
   if (!copy_text(fault.node, node))
     return wrong(reason, "the node's name is too long", {});
 
-  std::string_view call = take_word(rest);
+  const std::string_view call = take_word(rest);
   if (call.empty())
     return wrong(reason, "the call is missing", {});
   if (call == "absent") {
@@ -115,7 +115,7 @@ FaultLine parse_fault(std::string_view line, Fault &out, std::span<char> reason)
   } else {
     if (!parse_call(call, fault))
       return wrong(reason, "unknown call", call);
-    std::string_view effect = take_word(rest);
+    const std::string_view effect = take_word(rest);
     if (effect.empty())
       return wrong(reason, "the effect is missing", {});
     if (!parse_effect(effect, fault))
@@ -130,7 +130,7 @@ FaultLine parse_fault(std::string_view line, Fault &out, std::span<char> reason)
 }
 
 bool fault_names_node(const Fault &fault, std::string_view node) {
-  std::string_view name = fault.node;
+  const std::string_view name = fault.node;
   if (name.ends_with('*'))
     return node.starts_with(name.substr(0, name.size() - 1));
   if (!node.starts_with(name))
@@ -148,7 +148,7 @@ bool fault_names_call(const Fault &fault, std::string_view call, const char *req
     return number == fault.number;
   if (fault.request[0] == '\0')
     return true;
-  return request != nullptr && std::strcmp(request, fault.request) == 0;
+  return request != nullptr && strcmp(request, fault.request) == 0;
 }
 
 bool fault_is_due(const Fault &fault, std::uint64_t nth, std::int64_t now) {
@@ -157,7 +157,7 @@ bool fault_is_due(const Fault &fault, std::uint64_t nth, std::int64_t now) {
     return false;
   if (fault.window_count == 0)
     return true;
-  for (std::size_t i = 0; i < fault.window_count; i++) {
+  for (std::size_t i = 0; i < fault.window_count; ++i) {
     if (now >= fault.windows[i].from && now < fault.windows[i].to)
       return true;
   }

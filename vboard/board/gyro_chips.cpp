@@ -1,9 +1,9 @@
 #include "vboard/board/gyro_chips.h"
 
+#include "vboard/board/decimal.h"
+
 #include <algorithm>
 #include <iterator>
-
-#include "vboard/board/decimal.h"
 
 namespace vboard {
 namespace {
@@ -27,12 +27,12 @@ constexpr GyroChip kChips[] = {
 
 // Rounded by hand: floor() would be the only reason to load the mathematics library.
 std::int16_t to_raw(double steps) {
-  double clamped = std::clamp(steps, -32768.0, 32767.0);
+  const double clamped = std::clamp(steps, -32768.0, 32767.0);
   return static_cast<std::int16_t>(clamped < 0 ? clamped - 0.5 : clamped + 0.5);
 }
 
 void to_raw(const double (&values)[3], double steps_per_unit, std::int16_t (&out)[3]) {
-  for (int axis = 0; axis < 3; axis++)
+  for (int axis = 0; axis < 3; ++axis)
     out[axis] = to_raw(values[axis] * steps_per_unit);
 }
 
@@ -43,9 +43,10 @@ std::span<const GyroChip> gyro_chips() {
 }
 
 const GyroChip *find_gyro_chip(std::string_view name) {
-  for (const GyroChip &chip : kChips)
+  for (const GyroChip &chip : kChips) {
     if (name == chip.name)
       return &chip;
+  }
   return nullptr;
 }
 
@@ -79,7 +80,7 @@ bool next_motion(std::string_view &text, Motion &out, int &bad_lines) {
       out = motion;
       return true;
     }
-    bad_lines++;
+    ++bad_lines;
   }
   return false;
 }

@@ -1,7 +1,9 @@
 #include "vboard/board/kernel.h"
 
+#include <errno.h>
 #include <fcntl.h>
 #include <linux/stat.h>
+#include <string.h>
 #include <sys/mman.h>
 #include <sys/syscall.h>
 #include <sys/uio.h>
@@ -9,8 +11,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <cerrno>
-#include <cstring>
 #include <initializer_list>
 
 namespace vboard {
@@ -21,7 +21,7 @@ namespace {
 // an address in the upper half of a 32-bit machine's memory is negative as well.
 template <typename... Arguments>
 long call(long number, Arguments... arguments) {
-  int kept = errno;
+  const int kept = errno;
   long result = syscall(number, arguments...);
   if (result == -1)
     result = -errno;
@@ -46,7 +46,7 @@ void fill(const struct statx &from, FileStatus &out) {
 
 int status_of(int directory, const char *path, int flags, FileStatus &out) {
   struct statx status;
-  long result =
+  const long result =
       call(SYS_statx, directory, path, flags, STATX_TYPE | STATX_MODE | STATX_SIZE, &status);
   if (result < 0)
     return static_cast<int>(result);
@@ -69,11 +69,11 @@ std::int64_t clock_now(clockid_t clock) {
 
 }  // namespace
 
-int sys_open(const char *path, int flags, unsigned mode) {
+int sys_open(const char *path, int flags, unsigned int mode) {
   return sys_openat(AT_FDCWD, path, flags, mode);
 }
 
-int sys_openat(int directory, const char *path, int flags, unsigned mode) {
+int sys_openat(int directory, const char *path, int flags, unsigned int mode) {
 #if __SIZEOF_POINTER__ == 4
   flags |= 0400000;  // O_LARGEFILE, which the header hides behind 64-bit offsets
 #endif
@@ -150,7 +150,7 @@ void *sys_mmap(void *address, std::size_t size, int protection, int flags, int f
   long result =
       call(SYS_mmap2, address, size, protection, flags, fd, static_cast<long>(offset >> 12));
 #else
-  long result = call(SYS_mmap, address, size, protection, flags, fd, offset);
+  const long result = call(SYS_mmap, address, size, protection, flags, fd, offset);
 #endif
   if (result < 0 && result > -4096) {
     error = static_cast<int>(result);
@@ -173,7 +173,7 @@ int sys_fstat(int fd, FileStatus &out) {
 
 std::int64_t sys_size(int fd) {
   FileStatus status;
-  int result = sys_fstat(fd, status);
+  const int result = sys_fstat(fd, status);
   return result < 0 ? result : static_cast<std::int64_t>(status.size);
 }
 
@@ -185,7 +185,7 @@ ssize_t sys_readlink(const char *path, char *buffer, std::size_t size) {
   return call(SYS_readlinkat, AT_FDCWD, path, buffer, size);
 }
 
-int sys_mkdir(const char *path, unsigned mode) {
+int sys_mkdir(const char *path, unsigned int mode) {
   return static_cast<int>(call(SYS_mkdirat, AT_FDCWD, path, mode));
 }
 
@@ -205,7 +205,7 @@ ssize_t sys_getcwd(char *buffer, std::size_t size) {
   return call(SYS_getcwd, buffer, size);
 }
 
-int sys_memfd(const char *name, unsigned flags) {
+int sys_memfd(const char *name, unsigned int flags) {
   return static_cast<int>(call(SYS_memfd_create, name, flags));
 }
 
@@ -216,7 +216,7 @@ ssize_t sys_getdents(int fd, void *buffer, std::size_t size) {
 int sys_move_high(int fd, int lowest) {
   // A small limit of open files leaves no room up there; half of what is usual must do then.
   for (int from = lowest; from >= 16; from /= 2) {
-    long moved = call(kFcntl, fd, F_DUPFD_CLOEXEC, from);
+    const long moved = call(kFcntl, fd, F_DUPFD_CLOEXEC, from);
     if (moved >= 0) {
       sys_close(fd);
       return static_cast<int>(moved);
@@ -235,7 +235,7 @@ int copy_through_pipe(void *to, const void *from, std::size_t size) {
   if (result < 0)
     return static_cast<int>(result);
   for (std::size_t done = 0; done < size && result >= 0;) {
-    std::size_t piece = size - done < 4096 ? size - done : 4096;
+    const std::size_t piece = size - done < 4096 ? size - done : 4096;
     result = sys_write(ends[1], static_cast<const char *>(from) + done, piece);
     if (result > 0)
       result = sys_read(ends[0], static_cast<char *>(to) + done, static_cast<std::size_t>(result));
@@ -253,7 +253,7 @@ int copy_user(long number, void *to, const void *from, void *own, const void *us
     return 0;
   iovec local = {own, size};
   iovec remote = {const_cast<void *>(user), size};
-  long result = call(number, static_cast<long>(getpid()), &local, 1L, &remote, 1L, 0L);
+  const long result = call(number, static_cast<long>(getpid()), &local, 1L, &remote, 1L, 0L);
   if (result == static_cast<long>(size))
     return 0;
   return result == -ENOSYS || result == -EPERM ? copy_through_pipe(to, from, size) : -EFAULT;
@@ -285,20 +285,20 @@ int write_user(void *user, const void *in, std::size_t size) {
 int check_user(const void *user, std::size_t size, bool writing) {
   if (size == 0)
     return 0;
-  std::uintptr_t first = reinterpret_cast<std::uintptr_t>(user);
-  std::uintptr_t last = first + size - 1;
+  const std::uintptr_t first = reinterpret_cast<std::uintptr_t>(user);
+  const std::uintptr_t last = first + size - 1;
   if (last < first)
     return -EFAULT;
 #if defined(MADV_POPULATE_READ) && defined(MADV_POPULATE_WRITE)
   // One cheap call that settles nearly every case. Its errors do not tell enough (an older kernel
   // does not know it, mappings of devices refuse it).
-  std::uintptr_t page = first & ~std::uintptr_t{4095};
-  int advice = writing ? MADV_POPULATE_WRITE : MADV_POPULATE_READ;
+  const std::uintptr_t page = first & ~std::uintptr_t{4095};
+  const int advice = writing ? MADV_POPULATE_WRITE : MADV_POPULATE_READ;
   if (is_advice_checked() && call(SYS_madvise, page, last + 1 - page, advice) == 0)
     return 0;
 #endif
   // The pages between the ends are taken for granted: a program's buffer is one mapping.
-  for (std::uintptr_t end : {first, last}) {
+  for (const std::uintptr_t end : {first, last}) {
     unsigned char byte;
     void *place = reinterpret_cast<void *>(end);
     int result = read_user(&byte, place, 1);

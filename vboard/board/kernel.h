@@ -6,15 +6,15 @@
 #ifndef VBOARD_BOARD_KERNEL_H
 #define VBOARD_BOARD_KERNEL_H
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <cstdint>
 
-#include <sys/types.h>
-
 namespace vboard {
 
-int sys_open(const char *path, int flags, unsigned mode = 0);
-int sys_openat(int directory, const char *path, int flags, unsigned mode = 0);
+int sys_open(const char *path, int flags, unsigned int mode = 0);
+int sys_openat(int directory, const char *path, int flags, unsigned int mode = 0);
 int sys_close(int fd);
 ssize_t sys_read(int fd, void *buffer, std::size_t size);
 ssize_t sys_write(int fd, const void *buffer, std::size_t size);
@@ -43,12 +43,12 @@ std::int64_t sys_size(int fd);
 
 int sys_access(const char *path, int mode);
 ssize_t sys_readlink(const char *path, char *buffer, std::size_t size);
-int sys_mkdir(const char *path, unsigned mode);
+int sys_mkdir(const char *path, unsigned int mode);
 int sys_unlink(const char *path);
 int sys_rmdir(const char *path);
 int sys_rename(const char *from, const char *to);
 ssize_t sys_getcwd(char *buffer, std::size_t size);
-int sys_memfd(const char *name, unsigned flags);
+int sys_memfd(const char *name, unsigned int flags);
 ssize_t sys_getdents(int fd, void *buffer, std::size_t size);
 // Moves a descriptor to the lowest free number from `lowest` on, closed on exec. The new number;
 // the old one is closed. On failure the descriptor stays where it is and its number is returned.

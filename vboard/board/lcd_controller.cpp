@@ -68,17 +68,18 @@ std::uint8_t flag(std::uint8_t command) {
 void lcd_load(const Node &node, LcdRegisters &out) {
   LcdRegisters registers = {};
   for (const Setting &setting : kSettings) {
-    std::int64_t value = node_number(node, setting.key, setting.at_power_on);
-    bool possible = value >= 0 && value <= setting.most;
+    const std::int64_t value = node_number(node, setting.key, setting.at_power_on);
+    const bool possible = value >= 0 && value <= setting.most;
     registers.*setting.field = possible ? static_cast<std::uint8_t>(value) : setting.at_power_on;
   }
   out = registers;
 }
 
 bool lcd_store(const LcdRegisters &registers, Node &node) {
-  for (const Setting &setting : kSettings)
+  for (const Setting &setting : kSettings) {
     if (!set_node_number(node, setting.key, registers.*setting.field))
       return false;
+  }
   return true;
 }
 
@@ -166,7 +167,7 @@ void lcd_data(LcdRegisters &registers, unsigned char *frame, std::uint8_t data) 
     frame[registers.page * kLcdColumns + registers.column] = data;
   // The column stops behind the last one; it does not go on with the next page.
   if (registers.column < kMemoryColumns)
-    registers.column++;
+    ++registers.column;
 }
 
 bool lcd_is_dark(const LcdRegisters &registers, const unsigned char *frame, int column, int row) {
@@ -174,10 +175,10 @@ bool lcd_is_dark(const LcdRegisters &registers, const unsigned char *frame, int 
     return false;
   if (registers.all_points)
     return true;
-  int line = registers.rows_reversed ? row : kLcdRows - 1 - row;
-  int memory_row = (line + registers.start_line) % kLcdRows;
-  int memory_column = registers.columns_reversed ? kLcdColumns - 1 - column : column;
-  bool set = (frame[memory_row / 8 * kLcdColumns + memory_column] >> (memory_row % 8)) & 1;
+  const int line = registers.rows_reversed ? row : kLcdRows - 1 - row;
+  const int memory_row = (line + registers.start_line) % kLcdRows;
+  const int memory_column = registers.columns_reversed ? kLcdColumns - 1 - column : column;
+  const bool set = (frame[memory_row / 8 * kLcdColumns + memory_column] >> (memory_row % 8)) & 1;
   return set != (registers.inverse != 0);
 }
 

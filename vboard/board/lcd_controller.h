@@ -4,10 +4,10 @@
 #ifndef VBOARD_BOARD_LCD_CONTROLLER_H
 #define VBOARD_BOARD_LCD_CONTROLLER_H
 
+#include "vboard/board/node.h"
+
 #include <cstddef>
 #include <cstdint>
-
-#include "vboard/board/node.h"
 
 namespace vboard {
 

@@ -1,14 +1,13 @@
 #include "vboard/board/node.h"
 
-#include <fcntl.h>
-#include <sys/file.h>
-
-#include <cerrno>
-#include <cstring>
-
 #include "vboard/board/board_files.h"
 #include "vboard/board/kernel.h"
 #include "vboard/board/text.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <string.h>
+#include <sys/file.h>
 
 namespace vboard {
 
@@ -24,8 +23,8 @@ bool find_setting(const Node &node, std::string_view key, Place &out) {
   std::string_view rest(node.text, node.length);
   std::string_view line;
   while (take_line(rest, line)) {
-    std::size_t equals = line.find('=');
-    std::string_view name = trimmed(line.substr(0, equals));
+    const std::size_t equals = line.find('=');
+    const std::string_view name = trimmed(line.substr(0, equals));
     if (equals == std::string_view::npos || name.empty() || name[0] == '#' || name != key)
       continue;
     out.line = static_cast<std::size_t>(line.data() - node.text);
@@ -39,14 +38,14 @@ bool find_setting(const Node &node, std::string_view key, Place &out) {
 // Reads all of an open file.
 int read_whole(int fd, Node &out) {
   std::size_t length = 0;
-  while (length < sizeof(out.text)) {
-    ssize_t count = sys_pread(fd, out.text + length, sizeof(out.text) - length,
-                              static_cast<std::int64_t>(length));
+  while (length < sizeof out.text) {
+    const ssize_t count = sys_pread(fd, out.text + length, sizeof out.text - length,
+                                    static_cast<std::int64_t>(length));
     if (count == -EINTR)
       continue;
     if (count < 0)
       return static_cast<int>(count);
-    std::size_t wanted = sizeof(out.text) - length;
+    const std::size_t wanted = sizeof out.text - length;
     length += static_cast<std::size_t>(count);
     // A regular file gives less than was asked for only at its end.
     if (static_cast<std::size_t>(count) < wanted) {
@@ -61,7 +60,7 @@ int read_whole(int fd, Node &out) {
 int write_whole(int fd, const Node &node) {
   std::size_t done = 0;
   while (done < node.length) {
-    ssize_t count =
+    const ssize_t count =
         sys_pwrite(fd, node.text + done, node.length - done, static_cast<std::int64_t>(done));
     if (count == -EINTR)
       continue;
@@ -75,7 +74,7 @@ int write_whole(int fd, const Node &node) {
 }  // namespace
 
 int load_node(const char *file, Node &out) {
-  int fd = board_open(file, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+  const int fd = board_open(file, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
   if (fd < 0)
     return fd;
   int result = sys_flock(fd, LOCK_SH);
@@ -83,7 +82,7 @@ int load_node(const char *file, Node &out) {
     Node fresh;
     result = read_whole(fd, fresh);
     if (result == 0) {
-      std::memcpy(out.text, fresh.text, fresh.length + 1);
+      memcpy(out.text, fresh.text, fresh.length + 1);
       out.length = fresh.length;
     }
   }
@@ -105,8 +104,8 @@ bool set_node_text(Node &node, std::string_view key, std::string_view value) {
   if (key.empty() || key.find_first_of("=\n#") != std::string_view::npos ||
       value.find('\n') != std::string_view::npos)
     return false;
-  char text[sizeof(node.text)];
-  TextBuffer line = {text, sizeof(text), 0, false};
+  char text[sizeof node.text];
+  TextBuffer line = {text, sizeof text, 0, false};
   Place place = {node.length, node.length, {}};
   // A last line without its end is ended before another one follows.
   if (!find_setting(node, key, place) && node.length > 0 && node.text[node.length - 1] != '\n')
@@ -116,11 +115,11 @@ bool set_node_text(Node &node, std::string_view key, std::string_view value) {
   append_text(line, value);
   append_text(line, "\n");
 
-  std::size_t tail = node.length - place.line_end;
-  if (line.overflow || place.line + line.length + tail >= sizeof(node.text))
+  const std::size_t tail = node.length - place.line_end;
+  if (line.overflow || place.line + line.length + tail >= sizeof node.text)
     return false;
-  std::memmove(node.text + place.line + line.length, node.text + place.line_end, tail);
-  std::memcpy(node.text + place.line, text, line.length);
+  memmove(node.text + place.line + line.length, node.text + place.line_end, tail);
+  memcpy(node.text + place.line, text, line.length);
   node.length = place.line + line.length + tail;
   node.text[node.length] = '\0';
   return true;
@@ -128,13 +127,13 @@ bool set_node_text(Node &node, std::string_view key, std::string_view value) {
 
 bool set_node_number(Node &node, std::string_view key, std::int64_t value) {
   char text[24];
-  TextBuffer buffer = {text, sizeof(text), 0, false};
+  TextBuffer buffer = {text, sizeof text, 0, false};
   append_decimal(buffer, value);
   return set_node_text(node, key, {text, buffer.length});
 }
 
 int update_node(const char *file, void (*change)(Node &node, void *context), void *context) {
-  int fd = board_open(file, O_RDWR | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+  const int fd = board_open(file, O_RDWR | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
   if (fd < 0)
     return fd;
   int result = sys_flock(fd, LOCK_EX);
@@ -144,8 +143,8 @@ int update_node(const char *file, void (*change)(Node &node, void *context), voi
   if (result == 0) {
     Node after = before;
     change(after, context);
-    bool same =
-        after.length == before.length && std::memcmp(after.text, before.text, after.length) == 0;
+    const bool same =
+        after.length == before.length && memcmp(after.text, before.text, after.length) == 0;
     if (!same) {
       result = write_whole(fd, after);
       // A full disk: what was there before fits in any case.

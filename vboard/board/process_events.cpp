@@ -1,9 +1,10 @@
 #include "vboard/board/process_events.h"
 
-#include <algorithm>
-#include <cstring>
-
 #include "vboard/board/text.h"
+
+#include <string.h>
+
+#include <algorithm>
 
 namespace vboard {
 namespace {
@@ -24,7 +25,7 @@ constexpr std::size_t kName = 60;  // of a rename
 constexpr std::size_t kNameSize = 16;
 
 void put(unsigned char *at, std::uint32_t value) {
-  std::memcpy(at, &value, sizeof(value));  // the kernel's own byte order
+  memcpy(at, &value, sizeof value);  // the kernel's own byte order
 }
 
 int hex_digit(char c) {
@@ -36,11 +37,11 @@ int hex_digit(char c) {
 bool parse_datagram(std::string_view digits, ProcessEventLine &out) {
   out.size = 0;
   int high = -1;
-  for (char c : digits) {
+  for (const char c : digits) {
     if (c == ' ' || c == '.')
       continue;
-    int digit = hex_digit(c);
-    if (digit < 0 || out.size == sizeof(out.datagram))
+    const int digit = hex_digit(c);
+    if (digit < 0 || out.size == sizeof out.datagram)
       return false;
     if (high >= 0)
       out.datagram[out.size++] = static_cast<unsigned char>(high << 4 | digit);
@@ -64,8 +65,8 @@ bool find_kind(std::string_view word, std::string_view &line, std::uint32_t &wha
 }
 
 bool parse_event(std::string_view line, ProcessEventLine &out) {
-  std::string_view time = take_word(line);
-  std::string_view word = take_word(line);
+  const std::string_view time = take_word(line);
+  const std::string_view word = take_word(line);
   if (!parse_seconds(time, out.at))
     return false;
   if (word == "raw")
@@ -74,17 +75,17 @@ bool parse_event(std::string_view line, ProcessEventLine &out) {
   if (!find_kind(word, line, what))
     return false;
   std::int32_t data[4] = {};
-  int words = word == "comm" ? 2 : 4;
-  for (int i = 0; i < words; i++) {
+  const int words = word == "comm" ? 2 : 4;
+  for (int i = 0; i < words; ++i) {
     std::int64_t number;
     if (parse_number(take_word(line), number))
       data[i] = static_cast<std::int32_t>(number);
   }
   build_process_event(what, data, std::span(out.datagram).first<kEventMessage>());
   out.size = kEventMessage;
-  std::string_view name = trimmed(line);
+  const std::string_view name = trimmed(line);
   if (word == "comm")
-    std::memcpy(out.datagram + kName, name.data(), std::min(name.size(), kNameSize));
+    memcpy(out.datagram + kName, name.data(), std::min(name.size(), kNameSize));
   return true;
 }
 
@@ -99,15 +100,16 @@ void build_process_event(std::uint32_t what, const std::int32_t (&data)[4],
   put(&out[20], 1);  // CN_VAL_PROC
   put(&out[32], 40);
   put(&out[36], what);
-  for (std::size_t i = 0; i < std::size(data); i++)
+  for (std::size_t i = 0; i < std::size(data); ++i)
     put(&out[52 + 4 * i], static_cast<std::uint32_t>(data[i]));
 }
 
 bool next_process_event(std::string_view &text, ProcessEventLine &out) {
   std::string_view line;
-  while (take_line(text, line))
+  while (take_line(text, line)) {
     if (parse_event(line.substr(0, line.find('#')), out))
       return true;
+  }
   return false;
 }
 

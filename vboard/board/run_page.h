@@ -4,10 +4,10 @@
 #ifndef VBOARD_BOARD_RUN_PAGE_H
 #define VBOARD_BOARD_RUN_PAGE_H
 
+#include "vboard/board/story_record.h"
+
 #include <atomic>
 #include <cstdint>
-
-#include "vboard/board/story_record.h"
 
 namespace vboard {
 

@@ -1,13 +1,12 @@
 #include "vboard/board/state_files.h"
 
-#include <cerrno>
-#include <cstdio>
-
-#include <fcntl.h>
-#include <sys/file.h>
-
 #include "vboard/board/board_files.h"
 #include "vboard/board/kernel.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <sys/file.h>
 
 namespace vboard {
 namespace {
@@ -17,9 +16,9 @@ struct FilePath {
 };
 
 bool find_file(const char *board, std::string_view name, FilePath &out) {
-  int length = std::snprintf(out.text, sizeof(out.text), "%s/%.*s", board,
-                             static_cast<int>(name.size()), name.data());
-  return length > 0 && static_cast<std::size_t>(length) < sizeof(out.text) &&
+  const int length = snprintf(out.text, sizeof out.text, "%s/%.*s", board,
+                              static_cast<int>(name.size()), name.data());
+  return length > 0 && static_cast<std::size_t>(length) < sizeof out.text &&
          name.find("..") == std::string_view::npos;
 }
 
@@ -33,18 +32,18 @@ int with_file(const char *board, std::string_view name, Call call) {
 }  // namespace
 
 ssize_t load_state(const char *board, std::string_view name, std::span<char> out) {
-  int fd = with_file(board, name,
-                     [](const char *path) { return board_open(path, O_RDONLY | O_CLOEXEC); });
+  const int fd = with_file(board, name,
+                           [](const char *path) { return board_open(path, O_RDONLY | O_CLOEXEC); });
   if (fd < 0)
     return fd;
   sys_flock(fd, LOCK_SH);
-  ssize_t length = sys_pread(fd, out.data(), out.size(), 0);
+  const ssize_t length = sys_pread(fd, out.data(), out.size(), 0);
   sys_close(fd);
   return length;
 }
 
 int store_state(const char *board, std::string_view name, std::string_view bytes) {
-  int fd = with_file(board, name, [](const char *path) {
+  const int fd = with_file(board, name, [](const char *path) {
     return board_open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0666);
   });
   if (fd < 0)
@@ -59,14 +58,14 @@ int store_state(const char *board, std::string_view name, std::string_view bytes
 
 int remove_state(const char *board, std::string_view name) {
   return with_file(board, name, [](const char *path) {
-    int result = prepare_removal(path);
+    int const result = prepare_removal(path);
     return result < 0 ? result : sys_unlink(path);
   });
 }
 
 int make_state_directory(const char *board, std::string_view name) {
-  int result = with_file(board, name, [](const char *path) {
-    int owned = own_board_file(path);
+  const int result = with_file(board, name, [](const char *path) {
+    int const owned = own_board_file(path);
     return owned < 0 ? owned : sys_mkdir(path, 0777);
   });
   return result == -EEXIST ? 0 : result;
@@ -74,7 +73,7 @@ int make_state_directory(const char *board, std::string_view name) {
 
 int remove_state_directory(const char *board, std::string_view name) {
   return with_file(board, name, [](const char *path) {
-    int result = prepare_removal(path);
+    int const result = prepare_removal(path);
     return result < 0 ? result : sys_rmdir(path);
   });
 }
@@ -96,12 +95,12 @@ int move_state(const char *board, std::string_view from, std::string_view to) {
 }
 
 int lock_state_directory(const char *board, std::string_view name) {
-  int fd = with_file(board, name, [](const char *path) {
+  const int fd = with_file(board, name, [](const char *path) {
     return board_open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   });
   if (fd < 0)
     return fd;
-  int locked = sys_flock(fd, LOCK_EX);
+  const int locked = sys_flock(fd, LOCK_EX);
   if (locked == 0)
     return fd;
   sys_close(fd);

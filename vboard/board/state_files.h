@@ -6,11 +6,11 @@
 #ifndef VBOARD_BOARD_STATE_FILES_H
 #define VBOARD_BOARD_STATE_FILES_H
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <span>
 #include <string_view>
-
-#include <sys/types.h>
 
 namespace vboard {
 

@@ -4,8 +4,6 @@
 #include <string.h>
 #include <time.h>
 
-#include <cstring>
-
 namespace vboard {
 
 namespace {
@@ -29,7 +27,7 @@ int digit_value(char c) {
 // Digits at a fixed place of a text.
 bool fixed_number(std::string_view text, std::size_t at, std::size_t count, int &out) {
   out = 0;
-  for (std::size_t i = at; i < at + count; i++) {
+  for (std::size_t i = at; i < at + count; ++i) {
     if (!is_digit(text[i]))
       return false;
     out = out * 10 + (text[i] - '0');
@@ -40,7 +38,7 @@ bool fixed_number(std::string_view text, std::size_t at, std::size_t count, int 
 }  // namespace
 
 std::string_view trimmed(std::string_view text) {
-  std::size_t first = text.find_first_not_of(kBlanks);
+  const std::size_t first = text.find_first_not_of(kBlanks);
   if (first == std::string_view::npos)
     return {};
   return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
@@ -51,7 +49,7 @@ std::string_view take_word(std::string_view &text) {
   std::size_t end = text.find_first_of(kBlanks);
   if (end == std::string_view::npos)
     end = text.size();
-  std::string_view word = text.substr(0, end);
+  const std::string_view word = text.substr(0, end);
   text.remove_prefix(end);
   return word;
 }
@@ -59,7 +57,7 @@ std::string_view take_word(std::string_view &text) {
 bool take_line(std::string_view &text, std::string_view &line) {
   if (text.empty())
     return false;
-  std::size_t end = text.find('\n');
+  const std::size_t end = text.find('\n');
   line = text.substr(0, end);
   text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
   return true;
@@ -79,8 +77,8 @@ bool parse_number(std::string_view word, std::int64_t &out) {
   if (word.empty())
     return false;
   std::uint64_t value = 0;
-  for (char c : word) {
-    std::uint64_t digit = static_cast<std::uint64_t>(digit_value(c));
+  for (const char c : word) {
+    const std::uint64_t digit = static_cast<std::uint64_t>(digit_value(c));
     if (digit >= base || value > (UINT64_MAX - digit) / base)
       return false;
     value = value * base + digit;
@@ -93,7 +91,7 @@ bool parse_number(std::string_view word, std::int64_t &out) {
 bool parse_seconds(std::string_view word, std::int64_t &out) {
   std::int64_t whole = 0;
   std::size_t at = 0;
-  for (; at < word.size() && is_digit(word[at]); at++) {
+  for (; at < word.size() && is_digit(word[at]); ++at) {
     if (whole > 8'000'000'000)  // 253 years: more would not fit in nanoseconds
       return false;
     whole = whole * 10 + (word[at] - '0');
@@ -104,7 +102,7 @@ bool parse_seconds(std::string_view word, std::int64_t &out) {
   std::int64_t fraction = 0;
   if (at < word.size() && word[at] == '.') {
     std::int64_t unit = 100'000'000;
-    for (at++; at < word.size() && is_digit(word[at]); at++, unit /= 10) {
+    for (++at; at < word.size() && is_digit(word[at]); ++at, unit /= 10) {
       fraction += unit * (word[at] - '0');
       digits = true;
     }
@@ -119,7 +117,7 @@ bool parse_date(std::string_view text, std::int64_t &out) {
   constexpr std::string_view pattern = "####-##-## ##:##:##";
   if (text.size() != pattern.size())
     return false;
-  for (std::size_t i = 0; i < pattern.size(); i++) {
+  for (std::size_t i = 0; i < pattern.size(); ++i) {
     if (pattern[i] != '#' && text[i] != pattern[i])
       return false;
   }
@@ -132,7 +130,7 @@ bool parse_date(std::string_view text, std::int64_t &out) {
   given.tm_year -= 1900;
   given.tm_mon -= 1;
   tm normal = given;
-  std::int64_t seconds = timegm(&normal);
+  const std::int64_t seconds = timegm(&normal);
   // A day that the calendar lacks comes back as another one.
   if (normal.tm_mday != given.tm_mday || normal.tm_mon != given.tm_mon ||
       normal.tm_hour != given.tm_hour || normal.tm_min != given.tm_min ||
@@ -146,7 +144,7 @@ int parse_errno(std::string_view word) {
   std::int64_t number;
   if (parse_number(word, number))
     return number > 0 && number < 4096 ? static_cast<int>(number) : 0;
-  for (int i = 1; i < 134; i++) {
+  for (int i = 1; i < 134; ++i) {
     const char *name = strerrorname_np(i);
     if (name != nullptr && word == name)
       return i;
@@ -162,7 +160,7 @@ int parse_signal(std::string_view word) {
     return number > 0 && number < NSIG ? static_cast<int>(number) : 0;
   if (word.starts_with("SIG"))
     word.remove_prefix(3);
-  for (int i = 1; i < 32; i++) {
+  for (int i = 1; i < 32; ++i) {
     const char *name = sigabbrev_np(i);
     if (name != nullptr && word == name)
       return i;
@@ -174,7 +172,7 @@ bool copy_text(std::span<char> out, std::string_view text) {
   out[0] = '\0';
   if (text.size() >= out.size())
     return false;
-  std::memcpy(out.data(), text.data(), text.size());
+  memcpy(out.data(), text.data(), text.size());
   out[text.size()] = '\0';
   return true;
 }
@@ -184,13 +182,13 @@ void append_text(TextBuffer &buffer, std::string_view text) {
     buffer.overflow = true;
     text = text.substr(0, buffer.capacity - buffer.length);
   }
-  std::memcpy(buffer.data + buffer.length, text.data(), text.size());
+  memcpy(buffer.data + buffer.length, text.data(), text.size());
   buffer.length += text.size();
 }
 
 void append_decimal(TextBuffer &buffer, std::int64_t value) {
   char digits[24];
-  std::size_t at = sizeof(digits);
+  std::size_t at = sizeof digits;
   std::uint64_t rest =
       value < 0 ? 0 - static_cast<std::uint64_t>(value) : static_cast<std::uint64_t>(value);
   do {
@@ -199,28 +197,28 @@ void append_decimal(TextBuffer &buffer, std::int64_t value) {
   } while (rest != 0);
   if (value < 0)
     digits[--at] = '-';
-  append_text(buffer, {digits + at, sizeof(digits) - at});
+  append_text(buffer, {digits + at, sizeof digits - at});
 }
 
 void append_hex(TextBuffer &buffer, std::uint64_t value) {
   char digits[20];
-  std::size_t at = sizeof(digits);
+  std::size_t at = sizeof digits;
   do {
     digits[--at] = "0123456789abcdef"[value & 15];
     value >>= 4;
   } while (value != 0);
   digits[--at] = 'x';
   digits[--at] = '0';
-  append_text(buffer, {digits + at, sizeof(digits) - at});
+  append_text(buffer, {digits + at, sizeof digits - at});
 }
 
 void append_seconds(TextBuffer &buffer, std::int64_t nanoseconds) {
   append_decimal(buffer, nanoseconds / 1'000'000'000);
   char fraction[7] = {'.'};
   std::int64_t micros = nanoseconds / 1000 % 1'000'000;
-  for (int i = 6; i > 0; i--, micros /= 10)
+  for (int i = 6; i > 0; --i, micros /= 10)
     fraction[i] = static_cast<char>('0' + micros % 10);
-  append_text(buffer, {fraction, sizeof(fraction)});
+  append_text(buffer, {fraction, sizeof fraction});
 }
 
 }  // namespace vboard

@@ -8,13 +8,13 @@ void append_bytes(TextBuffer &buffer, std::span<const unsigned char> bytes) {
   for (std::size_t at = 0; at < bytes.size();) {
     std::size_t end = at + 1;
     while (end < bytes.size() && bytes[end] == bytes[at])
-      end++;
-    std::size_t run = end - at;
-    bool is_run = run >= kShortestRun;
+      ++end;
+    const std::size_t run = end - at;
+    const bool is_run = run >= kShortestRun;
     if (at > 0 && (is_run || after_run))
       append_text(buffer, ".");
     char pair[2] = {digits[bytes[at] >> 4], digits[bytes[at] & 15]};
-    for (std::size_t i = 0; i < (is_run ? 1 : run); i++)
+    for (std::size_t i = 0; i < (is_run ? 1 : run); ++i)
       append_text(buffer, {pair, 2});
     if (is_run) {
       append_text(buffer, "*");

@@ -4,10 +4,10 @@
 #ifndef VBOARD_BOARD_TRACE_BYTES_H
 #define VBOARD_BOARD_TRACE_BYTES_H
 
+#include "vboard/board/text.h"
+
 #include <cstddef>
 #include <span>
-
-#include "vboard/board/text.h"
 
 namespace vboard {
 

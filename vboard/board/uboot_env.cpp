@@ -11,9 +11,9 @@ constexpr std::size_t kDataOffset = 4;
 
 std::uint32_t crc32_of(std::span<const unsigned char> bytes) {
   std::uint32_t crc = 0xFFFFFFFF;
-  for (unsigned char byte : bytes) {
+  for (const unsigned char byte : bytes) {
     crc ^= byte;
-    for (int bit = 0; bit < 8; bit++)
+    for (int bit = 0; bit < 8; ++bit)
       crc = (crc >> 1) ^ (crc & 1 ? 0xEDB88320 : 0);
   }
   return ~crc;
@@ -21,10 +21,10 @@ std::uint32_t crc32_of(std::span<const unsigned char> bytes) {
 
 bool next_uboot_variable(std::span<const unsigned char> image, std::size_t &offset,
                          std::string_view &out) {
-  std::size_t at = std::max(offset, kDataOffset);
+  const std::size_t at = std::max(offset, kDataOffset);
   std::size_t end = at;
   while (end < image.size() && image[end] != 0)
-    end++;
+    ++end;
   if (at >= image.size() || end == at)
     return false;
   out = {reinterpret_cast<const char *>(image.data()) + at, end - at};
@@ -37,7 +37,7 @@ UbootEnv inspect_uboot_env(std::span<const unsigned char> image) {
   if (image.size() < kDataOffset + 2)
     return env;
   std::uint32_t stored = 0;
-  for (int byte = 3; byte >= 0; byte--)
+  for (int byte = 3; byte >= 0; --byte)
     stored = (stored << 8) | image[static_cast<std::size_t>(byte)];
   env.valid = stored == crc32_of(image.subspan(kDataOffset));
   if (!env.valid)
@@ -45,7 +45,7 @@ UbootEnv inspect_uboot_env(std::span<const unsigned char> image) {
   std::size_t offset = 0;
   std::string_view entry;
   while (next_uboot_variable(image, offset, entry)) {
-    env.variables++;
+    ++env.variables;
     env.used += entry.size() + 1;
   }
   return env;

@@ -2,21 +2,21 @@
 // linkat mknod mknodat mkfifo mkfifoat chmod fchmodat chown lchown fchownat utime utimes lutimes
 // utimensat truncate truncate64.
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <sys/time.h>
-#include <unistd.h>
-#include <utime.h>
-
-#include <cerrno>
-#include <string_view>
-
 #include "vboard/board/board_files.h"
 #include "vboard/interposer/files.h"
 #include "vboard/interposer/models/attributes.h"
 #include "vboard/interposer/paths.h"
 #include "vboard/interposer/state.h"
 #include "vboard/interposer/wrap.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <unistd.h>
+#include <utime.h>
+
+#include <string_view>
 
 using namespace vboard;
 
@@ -49,7 +49,7 @@ int change(const char *call, int directory, const char *path, bool follow, bool 
       break;
     case Place::kFallback: {
       FileStatus status;
-      bool exists = sys_stat(resolved.asked, status, follow) == 0;
+      const bool exists = sys_stat(resolved.asked, status, follow) == 0;
       resolved.traced = true;
       if (makes && exists) {
         result = -EEXIST;
@@ -74,7 +74,7 @@ int change(const char *call, int directory, const char *path, bool follow, bool 
 
 // The board's own copy of what is to be removed or renamed, which the template must not bring back.
 int prepare(Resolved &resolved) {
-  int result = take_over(resolved);
+  const int result = take_over(resolved);
   return result == 0 ? prepare_removal(resolved.host) : result;
 }
 
@@ -130,12 +130,12 @@ WRAP(int, rmdir, const char *path) {
 }
 
 WRAP(int, remove, const char *path) {
-  int result = vboard_unlink(path);
+  const int result = vboard_unlink(path);
   return result < 0 && (errno == EISDIR || errno == EPERM) ? vboard_rmdir(path) : result;
 }
 
 WRAP(int, renameat2, int from_directory, const char *from, int to_directory, const char *to,
-     unsigned flags) {
+     unsigned int flags) {
   if (!on_board())
     return REAL(renameat2)(from_directory, from, to_directory, to, flags);
   Resolved source;
@@ -148,17 +148,16 @@ WRAP(int, renameat2, int from_directory, const char *from, int to_directory, con
   int result = 0;
   auto is_fixed = [](Place place) { return place == Place::kNode || place == Place::kAttribute; };
   auto is_pc = [](Place place) { return place == Place::kPc || place == Place::kPcByName; };
-  if (source.place == Place::kMissing) {
+  if (source.place == Place::kMissing)
     result = -source.error;
-  } else if (target.place == Place::kMissing && target.error != ENOENT) {
+  else if (target.place == Place::kMissing && target.error != ENOENT)
     result = -target.error;
-  } else if (is_fixed(source.place) || is_fixed(target.place) || target.place == Place::kMissing) {
+  else if (is_fixed(source.place) || is_fixed(target.place) || target.place == Place::kMissing)
     result = -EPERM;
-  } else if (is_pc(source.place) != is_pc(target.place)) {
+  else if (is_pc(source.place) != is_pc(target.place))
     result = -EXDEV;  // programs copy then
-  } else if (source.place == Place::kFallback) {
+  else if (source.place == Place::kFallback)
     result = sys_access(source.asked, F_OK) == 0 ? -EROFS : -ENOENT;
-  }
   if (result == 0)
     result = prepare(source);
   if (result == 0)
@@ -292,7 +291,7 @@ namespace {
 
 int set_times(const char *path, const timeval *times, int flags) {
   timespec converted[2];
-  for (int i = 0; times != nullptr && i < 2; i++)
+  for (int i = 0; times != nullptr && i < 2; ++i)
     converted[i] = {times[i].tv_sec, times[i].tv_usec * 1000};
   return vboard_utimensat(AT_FDCWD, path, times != nullptr ? converted : nullptr, flags);
 }

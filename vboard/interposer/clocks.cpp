@@ -3,17 +3,17 @@
 //
 // Setting the clock sets the board's: the PC's stays as it is.
 
-#include <sys/time.h>
-#include <sys/timex.h>
-#include <time.h>
-
-#include <cerrno>
-
 #include "vboard/interposer/clocks.h"
+
 #include "vboard/interposer/engine.h"
 #include "vboard/interposer/files.h"
 #include "vboard/interposer/trace.h"
 #include "vboard/interposer/wrap.h"
+
+#include <errno.h>
+#include <sys/time.h>
+#include <sys/timex.h>
+#include <time.h>
 
 using namespace vboard;
 
@@ -75,7 +75,7 @@ WRAP(int, gettimeofday, timeval *out, void *zone) {
   if (zone != nullptr)
     *static_cast<struct timezone *>(zone) = {};
   if (out != nullptr) {
-    std::int64_t now = read_calendar();
+    const std::int64_t now = read_calendar();
     out->tv_sec = static_cast<time_t>(now / kSecond);
     out->tv_usec = static_cast<suseconds_t>(now % kSecond / 1000);
   }
@@ -85,7 +85,7 @@ WRAP(int, gettimeofday, timeval *out, void *zone) {
 WRAP(time_t, time, time_t *out) {
   if (!on_board())
     return REAL(time)(out);
-  time_t now = static_cast<time_t>(read_calendar() / kSecond);
+  const time_t now = static_cast<time_t>(read_calendar() / kSecond);
   if (out != nullptr)
     *out = now;
   return now;
@@ -144,7 +144,7 @@ int adjust(timex *record, const char *call) {
     trace_call(call, {}, 0, 0);
     spend_call();
   }
-  std::int64_t now = board_calendar_time();
+  const std::int64_t now = board_calendar_time();
   record->time = {static_cast<time_t>(now / kSecond),
                   static_cast<suseconds_t>(now % kSecond / 1000)};
   record->status = STA_UNSYNC;

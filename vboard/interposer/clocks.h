@@ -3,9 +3,9 @@
 #ifndef VBOARD_INTERPOSER_CLOCKS_H
 #define VBOARD_INTERPOSER_CLOCKS_H
 
-#include <cstdint>
-
 #include <sys/types.h>
+
+#include <cstdint>
 
 namespace vboard {
 

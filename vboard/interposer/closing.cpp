@@ -1,17 +1,16 @@
 // Wraps close dup dup2 dup3 fcntl fcntl64 close_range closefrom.
 
-#include <fcntl.h>
-#include <stdarg.h>
-#include <sys/resource.h>
-#include <unistd.h>
-
-#include <cerrno>
-
 #include "vboard/interposer/engine.h"
 #include "vboard/interposer/epolls.h"
 #include "vboard/interposer/files.h"
 #include "vboard/interposer/state.h"
 #include "vboard/interposer/wrap.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdarg.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 using namespace vboard;
 
@@ -24,16 +23,16 @@ WRAP(int, close, int fd) {
   Description *description = acquire(fd);
   if (description == nullptr)
     return REAL(close)(fd);
-  int result = close_on_board(*description);
+  const int result = close_on_board(*description);
   release(description);
   // As with the kernel, the descriptor is gone even when close() tells of an error.
   detach(fd);
-  int closed = REAL(close)(fd);
+  const int closed = REAL(close)(fd);
   return result != 0 ? report(result) : closed;
 }
 
 WRAP(int, dup, int fd) {
-  int copy = REAL(dup)(fd);
+  const int copy = REAL(dup)(fd);
   if (copy >= 0 && on_board())
     attach_duplicate(fd, copy);
   return copy;
@@ -42,11 +41,11 @@ WRAP(int, dup, int fd) {
 WRAP(int, dup3, int from, int to, int flags) {
   if (on_board() && is_own_descriptor(to))
     return report(-EBADF);
-  bool replaces = on_board() && from != to && sys_flags(from) >= 0;
+  const bool replaces = on_board() && from != to && sys_flags(from) >= 0;
   // The device behind `to` is closed while its descriptor is still there.
   if (replaces)
     detach(to);
-  int copy = REAL(dup3)(from, to, flags);
+  const int copy = REAL(dup3)(from, to, flags);
   if (copy >= 0 && replaces)
     attach_duplicate(from, to);
   return copy;
@@ -55,10 +54,10 @@ WRAP(int, dup3, int from, int to, int flags) {
 WRAP(int, dup2, int from, int to) {
   if (on_board() && is_own_descriptor(to))
     return report(-EBADF);
-  bool replaces = on_board() && from != to && sys_flags(from) >= 0;
+  const bool replaces = on_board() && from != to && sys_flags(from) >= 0;
   if (replaces)
     detach(to);
-  int copy = REAL(dup2)(from, to);
+  const int copy = REAL(dup2)(from, to);
   if (copy >= 0 && replaces)
     attach_duplicate(from, to);
   return copy;
@@ -84,7 +83,7 @@ WRAP(int, fcntl64, int fd, int command, ...) {
       result = file.flags & ~(O_CREAT | O_EXCL | O_TRUNC | O_NOCTTY | O_CLOEXEC);
       break;
     case F_SETFL: {
-      int flags = static_cast<int>(reinterpret_cast<intptr_t>(argument));
+      const int flags = static_cast<int>(reinterpret_cast<std::intptr_t>(argument));
       file.flags = (file.flags & ~changeable) | (flags & changeable);
       result = 0;
       if (description->kind != Kind::kModel)
@@ -117,26 +116,25 @@ WRAP(int, fcntl, int fd, int command, ...) {
 namespace {
 
 // The interposer's own descriptors survive "close everything": its trace goes on.
-int close_between(unsigned first, unsigned last) {
+int close_between(unsigned int first, unsigned int last) {
   rlimit limit;
   if (getrlimit(RLIMIT_NOFILE, &limit) == 0 && last >= limit.rlim_cur)
-    last = static_cast<unsigned>(limit.rlim_cur - 1);
-  for (unsigned fd = first; fd <= last; fd++) {
-    int number = static_cast<int>(fd);
+    last = static_cast<unsigned int>(limit.rlim_cur - 1);
+  for (unsigned int fd = first; fd <= last; ++fd) {
+    const int number = static_cast<int>(fd);
     if (is_own_descriptor(number))
       continue;
-    if (is_board_descriptor(number)) {
+    if (is_board_descriptor(number))
       vboard_close(number);
-    } else {
+    else
       sys_close(number);
-    }
   }
   return 0;
 }
 
 }  // namespace
 
-WRAP(int, close_range, unsigned first, unsigned last, int flags) {
+WRAP(int, close_range, unsigned int first, unsigned int last, int flags) {
   if (!on_board() || flags != 0)
     return REAL(close_range)(first, last, flags);
   if (first > last)
@@ -149,5 +147,5 @@ WRAP(void, closefrom, int first) {
     REAL(closefrom)(first);
     return;
   }
-  close_between(first < 0 ? 0 : static_cast<unsigned>(first), ~0u);
+  close_between(first < 0 ? 0 : static_cast<unsigned int>(first), ~0u);
 }

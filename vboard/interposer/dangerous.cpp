@@ -5,15 +5,6 @@
 //
 // What would change the PC itself. The board answers that it has been done; nothing reaches the PC.
 
-#include <fcntl.h>
-#include <pthread.h>
-#include <sched.h>
-#include <stdarg.h>
-#include <sys/resource.h>
-#include <unistd.h>
-
-#include <cerrno>
-
 #include "vboard/board/text.h"
 #include "vboard/interposer/engine.h"
 #include "vboard/interposer/files.h"
@@ -21,6 +12,14 @@
 #include "vboard/interposer/state.h"
 #include "vboard/interposer/trace.h"
 #include "vboard/interposer/wrap.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <pthread.h>
+#include <sched.h>
+#include <stdarg.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 using namespace vboard;
 
@@ -98,11 +97,11 @@ WRAP(int, acct, const char *path) {
   return on_board() ? pretend("acct", path) : REAL(acct)(path);
 }
 
-WRAP(int, sethostname, const char *name, size_t size) {
+WRAP(int, sethostname, const char *name, std::size_t size) {
   return on_board() ? pretend("sethostname") : REAL(sethostname)(name, size);
 }
 
-WRAP(int, setdomainname, const char *name, size_t size) {
+WRAP(int, setdomainname, const char *name, std::size_t size) {
   return on_board() ? pretend("setdomainname") : REAL(setdomainname)(name, size);
 }
 
@@ -128,7 +127,7 @@ constexpr const char *kPolicies[] = {"OTHER", "FIFO", "RR", "BATCH", "ISO", "IDL
 // 0 or an errno, positive.
 int set_policy(const char *call, int policy, int priority) {
   policy &= ~SCHED_RESET_ON_FORK;
-  bool real_time = policy == SCHED_FIFO || policy == SCHED_RR;
+  const bool real_time = policy == SCHED_FIFO || policy == SCHED_RR;
   if (policy < 0 || policy > 6)
     return EINVAL;
   if (real_time ? priority < 1 || priority > 99 : priority != 0)
@@ -160,7 +159,7 @@ WRAP(int, sched_setscheduler, pid_t process, int policy, const sched_param *para
 WRAP(int, sched_setparam, pid_t process, const sched_param *parameters) {
   if (!on_board())
     return REAL(sched_setparam)(process, parameters);
-  int policy = parameters->sched_priority > 0 ? SCHED_RR : SCHED_OTHER;
+  const int policy = parameters->sched_priority > 0 ? SCHED_RR : SCHED_OTHER;
   return report(-set_policy("sched_setparam", policy, parameters->sched_priority));
 }
 

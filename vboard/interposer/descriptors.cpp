@@ -1,17 +1,17 @@
 #include "vboard/interposer/descriptors.h"
 
-#include <fcntl.h>
-#include <sys/mman.h>
-
-#include <atomic>
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
-
 #include "vboard/board/text.h"
 #include "vboard/interposer/kernel.h"
 #include "vboard/interposer/state.h"
 #include "vboard/interposer/wrap.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/mman.h>
+
+#include <atomic>
 
 DECLARE_WRAPPED(int, closedir, DIR *);
 
@@ -40,7 +40,7 @@ Description *acquire(int fd) {
   lock_board();
   Description *description = table[fd].load(std::memory_order_relaxed);
   if (description != nullptr)
-    description->users++;
+    ++description->users;
   unlock_board();
   return description;
 }
@@ -56,7 +56,7 @@ bool is_board_descriptor(int fd) {
 }
 
 Description *new_description(Kind kind, std::string_view asked, std::string_view real, int flags) {
-  Description *description = static_cast<Description *>(std::calloc(1, sizeof(Description)));
+  Description *description = static_cast<Description *>(calloc(1, sizeof(Description)));
   if (description == nullptr)
     return nullptr;
   description->kind = kind;
@@ -71,9 +71,9 @@ Description *new_description(Kind kind, std::string_view asked, std::string_view
 }
 
 void free_description(Description *description) {
-  for (std::size_t i = 0; i < description->layer_count; i++)
+  for (std::size_t i = 0; i < description->layer_count; ++i)
     REAL(closedir)(description->layers[i]);
-  std::free(description);
+  free(description);
 }
 
 int attach(Description *description, int fd) {
@@ -95,8 +95,8 @@ void attach_duplicate(int from, int to) {
   lock_board();
   Description *description = table[from].load(std::memory_order_relaxed);
   if (description != nullptr) {
-    description->descriptors++;
-    description->users++;
+    ++description->descriptors;
+    ++description->users;
     table[to].store(description, std::memory_order_release);
   }
   unlock_board();
@@ -114,7 +114,7 @@ void detach(int fd) {
         file.model->close(file);
     } else if (file.fd == fd) {
       // The model's descriptor is gone, a duplicate takes its place.
-      for (int other = 0; other < kMostDescriptors; other++) {
+      for (int other = 0; other < kMostDescriptors; ++other) {
         if (table[other].load(std::memory_order_relaxed) == description) {
           file.fd = other;
           break;
@@ -140,14 +140,14 @@ BoardTime ready_at(Description &description, BoardTime now) {
   if (file.model == nullptr || file.model->readable_at == nullptr)
     return now;
   lock_board();
-  BoardTime at = file.model->readable_at(file, now);
+  const BoardTime at = file.model->readable_at(file, now);
   unlock_board();
   return at;
 }
 
 void close_all() {
   lock_board();
-  for (int fd = 0; fd < kMostDescriptors; fd++) {
+  for (int fd = 0; fd < kMostDescriptors; ++fd) {
     Description *description = table[fd].load(std::memory_order_relaxed);
     if (description == nullptr || description->kind != Kind::kModel || description->inherited)
       continue;
@@ -168,7 +168,7 @@ void mark_inherited() {
 }
 
 int stand_in(int flags) {
-  int fd = sys_open("/dev/null", O_RDWR | (flags & O_CLOEXEC));
+  const int fd = sys_open("/dev/null", O_RDWR | (flags & O_CLOEXEC));
   return fd >= 0 ? fd : sys_memfd("vboard", flags & O_CLOEXEC ? MFD_CLOEXEC : 0);
 }
 

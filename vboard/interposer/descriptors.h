@@ -4,13 +4,13 @@
 #ifndef VBOARD_INTERPOSER_DESCRIPTORS_H
 #define VBOARD_INTERPOSER_DESCRIPTORS_H
 
+#include "vboard/interposer/fault_table.h"
+#include "vboard/interposer/model.h"
+
 #include <dirent.h>
 
 #include <cstddef>
 #include <cstdint>
-
-#include "vboard/interposer/fault_table.h"
-#include "vboard/interposer/model.h"
 
 namespace vboard {
 

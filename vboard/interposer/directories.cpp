@@ -4,16 +4,6 @@
 // A directory that both the board and the PC have (/etc, /proc) lists the board's names first, then
 // those that only the PC has. A fresh board's own names come before those of its template.
 
-#include <dirent.h>
-#include <fcntl.h>
-#include <ftw.h>
-#include <glob.h>
-#include <sys/stat.h>
-
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
-
 #include "vboard/board/board_files.h"
 #include "vboard/board/text.h"
 #include "vboard/interposer/descriptors.h"
@@ -23,6 +13,15 @@
 #include "vboard/interposer/state.h"
 #include "vboard/interposer/trace.h"
 #include "vboard/interposer/wrap.h"
+
+#include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <ftw.h>
+#include <glob.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
 
 using namespace vboard;
 
@@ -48,27 +47,27 @@ bool join(const Description &directory, const char *name, char *out, std::size_t
 
 bool is_absent_entry(const Description &directory, const char *name) {
   char path[1024];
-  return !join(directory, name, path, sizeof(path)) || is_absent({path, path});
+  return !join(directory, name, path, sizeof path) || is_absent({path, path});
 }
 
 // Whether a name of one layer was listed by a layer before it.
 bool is_listed(const Description &directory, const char *name) {
   char path[kPathSize];
-  TextBuffer text = {path, sizeof(path) - 1, 0, false};
+  TextBuffer text = {path, sizeof path - 1, 0, false};
   append_text(text, board_root());
   append_text(text, directory.real);
   append_text(text, "/");
   append_text(text, name);
   path[text.length] = '\0';
   FileStatus status;
-  bool after_template = directory.layer > 1;
+  const bool after_template = directory.layer > 1;
   return (after_template ? board_stat(path, status, false) : sys_stat(path, status, false)) == 0;
 }
 
 // A node file of /dev is a device in a listing.
 template <typename Entry>
 void show_type(const Description &directory, Entry &entry) {
-  std::string_view name(directory.real);
+  const std::string_view name(directory.real);
   if (entry.d_type == DT_REG && territory_of(directory.real) == Territory::kBoard &&
       name.starts_with("/dev"))
     entry.d_type = DT_CHR;
@@ -85,12 +84,12 @@ Entry *next_entry(DIR *stream, Entry *(*read_next)(DIR *)) {
   }
   Entry *entry;
   for (;;) {
-    std::size_t layer = directory->layer;
+    const std::size_t layer = directory->layer;
     entry = read_next(layer == 0 ? stream : directory->layers[layer - 1]);
     if (entry == nullptr) {
       if (layer == directory->layer_count)
         break;
-      directory->layer++;
+      ++directory->layer;
     } else if (is_dot(entry->d_name)) {
       if (layer == 0)
         break;
@@ -115,12 +114,12 @@ void open_layers(Description &directory) {
   if (directory.layer_count > 0)
     return;
   char own[kPathSize];
-  TextBuffer path = {own, sizeof(own) - 1, 0, false};
+  TextBuffer path = {own, sizeof own - 1, 0, false};
   append_text(path, board_root());
   append_text(path, directory.real);
   own[path.length] = '\0';
   char file[kPathSize];
-  if (template_path(own, file, sizeof(file)))
+  if (template_path(own, file, sizeof file))
     add_layer(directory, file);
   if (territory_of(directory.asked) == Territory::kOverlay)
     add_layer(directory, directory.asked);
@@ -146,7 +145,7 @@ WRAP(DIR *, opendir, const char *path) {
     resolved.place = Place::kMissing;
     resolved.error = ENOTDIR;
   }
-  int fd = open_on_board(resolved, O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0);
+  const int fd = open_on_board(resolved, O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0);
   if (fd < 0) {
     errno = -fd;
     return nullptr;
@@ -166,7 +165,7 @@ WRAP(DIR *, fdopendir, int fd) {
 
 WRAP(int, closedir, DIR *stream) {
   if (stream != nullptr && on_board()) {
-    int fd = dirfd(stream);
+    const int fd = dirfd(stream);
     Description *directory = acquire(fd);
     if (directory != nullptr) {
       close_on_board(*directory);
@@ -200,9 +199,9 @@ WRAP(Dirent32 *, readdir, DIR *stream) {
   if (entry == nullptr)
     return nullptr;
   dirent64 given = {};
-  std::memcpy(&given, entry, offsetof(dirent64, d_name));
+  memcpy(&given, entry, offsetof(dirent64, d_name));
   Dirent32 *out = reinterpret_cast<Dirent32 *>(entry);
-  std::memmove(out->d_name, entry->d_name, strlen(entry->d_name) + 1);
+  memmove(out->d_name, entry->d_name, strlen(entry->d_name) + 1);
   out->d_ino = static_cast<unsigned long>(given.d_ino);
   out->d_off = static_cast<long>(given.d_off);
   out->d_reclen = given.d_reclen;
@@ -214,7 +213,7 @@ WRAP(Dirent32 *, readdir, DIR *stream) {
 WRAP(void, rewinddir, DIR *stream) {
   Description *directory = on_board() ? acquire(dirfd(stream)) : nullptr;
   if (directory != nullptr) {
-    for (std::size_t i = 0; i < directory->layer_count; i++)
+    for (std::size_t i = 0; i < directory->layer_count; ++i)
       REAL(rewinddir)(directory->layers[i]);
     directory->layer = 0;
     release(directory);
@@ -239,28 +238,28 @@ int scan(const char *path, Entry ***list, int (*wanted)(const Entry *),
       continue;
     if (count == room) {
       room = room == 0 ? 32 : 2 * room;
-      Entry **larger = static_cast<Entry **>(std::realloc(entries, room * sizeof(Entry *)));
+      Entry **larger = static_cast<Entry **>(realloc(entries, room * sizeof(Entry *)));
       failed = larger == nullptr;
       entries = failed ? entries : larger;
     }
-    Entry *copy = failed ? nullptr : static_cast<Entry *>(std::malloc(sizeof(Entry)));
+    Entry *copy = failed ? nullptr : static_cast<Entry *>(malloc(sizeof(Entry)));
     failed = copy == nullptr;
     if (!failed) {
-      std::memcpy(copy, entry, entry->d_reclen < sizeof(Entry) ? entry->d_reclen : sizeof(Entry));
+      memcpy(copy, entry, entry->d_reclen < sizeof(Entry) ? entry->d_reclen : sizeof(Entry));
       entries[count++] = copy;
     }
   }
   vboard_closedir(stream);
   if (failed) {
     while (count > 0)
-      std::free(entries[--count]);
-    std::free(entries);
+      free(entries[--count]);
+    free(entries);
     errno = ENOMEM;
     return -1;
   }
   if (order != nullptr && count > 1)
-    std::qsort(entries, count, sizeof(Entry *),
-               reinterpret_cast<int (*)(const void *, const void *)>(order));
+    qsort(entries, count, sizeof(Entry *),
+          reinterpret_cast<int (*)(const void *, const void *)>(order));
   *list = entries;
   return static_cast<int>(count);
 }
@@ -333,7 +332,7 @@ int visit(const Walk &walk, const char *path, const struct stat64 &status, int t
 
 int walk_tree(const Walk &walk, const char *path, int level) {
   struct stat64 status;
-  bool physical = (walk.flags & FTW_PHYS) != 0;
+  const bool physical = (walk.flags & FTW_PHYS) != 0;
   if ((physical ? vboard_lstat64(path, &status) : vboard_stat64(path, &status)) < 0) {
     if (level == 0)
       return -1;
@@ -346,11 +345,11 @@ int walk_tree(const Walk &walk, const char *path, int level) {
   DIR *stream = vboard_opendir(path);
   if (stream == nullptr)
     return visit(walk, path, status, FTW_DNR, level);
-  bool after = walk.full != nullptr && (walk.flags & FTW_DEPTH) != 0;
+  const bool after = walk.full != nullptr && (walk.flags & FTW_DEPTH) != 0;
   int result = after ? 0 : visit(walk, path, status, FTW_D, level);
   while (dirent64 *entry = result == 0 ? vboard_readdir64(stream) : nullptr) {
     char name[kPathSize];
-    TextBuffer text = {name, sizeof(name) - 1, 0, false};
+    TextBuffer text = {name, sizeof name - 1, 0, false};
     append_text(text, path);
     append_text(text, strcmp(path, "/") == 0 ? "" : "/");
     append_text(text, entry->d_name);

@@ -1,17 +1,17 @@
 #include "vboard/interposer/engine.h"
 
-#include <alloca.h>
-
-#include <algorithm>
-#include <atomic>
-#include <cerrno>
-#include <cstring>
-
 #include "vboard/interposer/jumping.h"
 #include "vboard/interposer/kernel.h"
 #include "vboard/interposer/timers.h"
 #include "vboard/interposer/trace.h"
 #include "vboard/interposer/wrap.h"
+
+#include <alloca.h>
+#include <errno.h>
+#include <string.h>
+
+#include <algorithm>
+#include <atomic>
 
 DECLARE_WRAPPED(int, ppoll, pollfd *, nfds_t, const timespec *, const sigset_t *);
 DECLARE_WRAPPED(int, clock_gettime, clockid_t, timespec *);
@@ -55,7 +55,8 @@ BoardTime reset_time() {
 void spend_call() {
   if (!jumping())
     return;
-  BoardTime now = run_page().jumped.fetch_add(kCallCost, std::memory_order_relaxed) + kCallCost;
+  const BoardTime now =
+      run_page().jumped.fetch_add(kCallCost, std::memory_order_relaxed) + kCallCost;
   if (next_scheduled() > now)
     return;
   sigset_t saved;
@@ -65,7 +66,7 @@ void spend_call() {
 }
 
 bool handlers_restart() {
-  for (int number = 1; number < NSIG; number++) {
+  for (int number = 1; number < NSIG; ++number) {
     struct sigaction action;
     if (sigaction(number, nullptr, &action) < 0 || action.sa_handler == SIG_DFL ||
         action.sa_handler == SIG_IGN)
@@ -80,7 +81,7 @@ BoardTime next_scheduled() {
   RunPage &page = run_page();
   BoardTime next =
       std::min<BoardTime>(next_timer(), page.reset_time.load(std::memory_order_relaxed));
-  for (std::uint32_t i = 0; i < page.signal_count; i++) {
+  for (std::uint32_t i = 0; i < page.signal_count; ++i) {
     if (page.signals[i].sent.load(std::memory_order_relaxed) == 0)
       next = std::min<BoardTime>(next, page.signals[i].at);
   }
@@ -89,7 +90,7 @@ BoardTime next_scheduled() {
 
 void fire_scheduled(BoardTime now) {
   RunPage &page = run_page();
-  for (std::uint32_t i = 0; i < page.signal_count; i++) {
+  for (std::uint32_t i = 0; i < page.signal_count; ++i) {
     PlannedSignal &planned = page.signals[i];
     if (planned.at <= now && planned.sent.exchange(1) == 0)
       REAL(kill)(page.command.load(), planned.number);
@@ -103,18 +104,17 @@ void fire_scheduled(BoardTime now) {
 // be.
 bool look_at_watches(Wait &wait, BoardTime now, BoardTime &earliest) {
   bool any = false;
-  for (std::size_t i = 0; i < wait.watch_count; i++) {
+  for (std::size_t i = 0; i < wait.watch_count; ++i) {
     Watch &watch = wait.watches[i];
     int ready = watch.events & (POLLOUT | POLLWRNORM);
     if (is_gone(*watch.description)) {
       ready = POLLERR | POLLHUP;
     } else if (watch.events & (POLLIN | POLLRDNORM)) {
-      BoardTime at = ready_at(*watch.description, now);
-      if (at <= now) {
+      const BoardTime at = ready_at(*watch.description, now);
+      if (at <= now)
         ready |= watch.events & (POLLIN | POLLRDNORM);
-      } else {
+      else
         earliest = std::min(earliest, at);
-      }
     }
     watch.revents = static_cast<short>(ready);
     any = any || ready != 0;
@@ -123,12 +123,12 @@ bool look_at_watches(Wait &wait, BoardTime now, BoardTime &earliest) {
 }
 
 int poll_kernel(Wait &wait, int event_fd, const timespec *limit, const sigset_t *mask) {
-  std::size_t count = wait.fd_count;
+  const std::size_t count = wait.fd_count;
   pollfd *fds = wait.fds;
   if (event_fd >= 0) {
     fds = static_cast<pollfd *>(alloca((count + 1) * sizeof(pollfd)));
     if (count > 0)
-      std::memcpy(fds, wait.fds, count * sizeof(pollfd));
+      memcpy(fds, wait.fds, count * sizeof(pollfd));
     fds[count] = {event_fd, POLLIN, 0};
   }
   int result = REAL(ppoll)(fds, event_fd >= 0 ? count + 1 : count, limit, mask);
@@ -136,12 +136,12 @@ int poll_kernel(Wait &wait, int event_fd, const timespec *limit, const sigset_t 
     return errno == EINTR ? -1 : 0;
   if (event_fd < 0)
     return result;
-  for (std::size_t i = 0; i < count; i++)
+  for (std::size_t i = 0; i < count; ++i)
     wait.fds[i].revents = fds[i].revents;
   if (fds[count].revents != 0) {
     std::uint64_t rings;
-    sys_read(event_fd, &rings, sizeof(rings));
-    result--;
+    sys_read(event_fd, &rings, sizeof rings);
+    --result;
   }
   return result;
 }
@@ -156,22 +156,22 @@ namespace {
 
 WaitEnd wait_at_speed(Wait &wait) {
   for (;;) {
-    BoardTime now = board_time();
+    const BoardTime now = board_time();
     BoardTime until = wait.deadline;
     if (look_at_watches(wait, now, until)) {
-      timespec zero = {};
+      const timespec zero = {};
       if (wait.fd_count > 0)
         poll_kernel(wait, -1, &zero, wait.mask);
       return WaitEnd::kReady;
     }
-    BoardTime rest = until <= now ? 0 : until - now;
+    const BoardTime rest = until <= now ? 0 : until - now;
     timespec limit = pc_duration(rest);
     bool forever = until == kNever;
     if (wait.watch_count > 0 && (forever || nanoseconds_of(limit) > kLookAgain)) {
       limit = timespec_of(kLookAgain);
       forever = false;
     }
-    int polled = poll_kernel(wait, -1, forever ? nullptr : &limit, wait.mask);
+    const int polled = poll_kernel(wait, -1, forever ? nullptr : &limit, wait.mask);
     if (polled != 0)
       return polled < 0 ? WaitEnd::kInterrupted : WaitEnd::kReady;
     if (wait.deadline <= board_time()) {
@@ -186,7 +186,7 @@ WaitEnd wait_at_speed(Wait &wait) {
 WaitEnd wait_on_board(Wait &wait) {
   if (wait.asked == kNever)
     write_wait_line(wait);
-  WaitEnd end = jumping() ? wait_jumping(wait) : wait_at_speed(wait);
+  const WaitEnd end = jumping() ? wait_jumping(wait) : wait_at_speed(wait);
   write_wait_line(wait);
   return end;
 }
@@ -197,11 +197,10 @@ void trace_wait(const char *word, BoardTime asked) {
   TraceLine line;
   trace_begin(line, word, {});
   append_text(line.text, " ");
-  if (asked == kNever) {
+  if (asked == kNever)
     append_text(line.text, "forever");
-  } else {
+  else
     append_seconds(line.text, asked);
-  }
   trace_end(line);
 }
 
@@ -216,7 +215,7 @@ BoardTime board_duration(const timespec &pc) {
 }
 
 BoardTime deadline_after(BoardTime duration) {
-  BoardTime now = board_time();
+  const BoardTime now = board_time();
   return duration >= kNever - now ? kNever : now + duration;
 }
 

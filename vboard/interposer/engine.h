@@ -10,6 +10,10 @@
 #ifndef VBOARD_INTERPOSER_ENGINE_H
 #define VBOARD_INTERPOSER_ENGINE_H
 
+#include "vboard/interposer/descriptors.h"
+#include "vboard/interposer/model.h"
+#include "vboard/interposer/state.h"
+
 #include <poll.h>
 #include <pthread.h>
 #include <signal.h>
@@ -17,10 +21,6 @@
 
 #include <cstddef>
 #include <cstdint>
-
-#include "vboard/interposer/descriptors.h"
-#include "vboard/interposer/model.h"
-#include "vboard/interposer/state.h"
 
 namespace vboard {
 

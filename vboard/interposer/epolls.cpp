@@ -2,17 +2,17 @@
 
 #include "vboard/interposer/epolls.h"
 
-#include <sys/epoll.h>
-
-#include <algorithm>
-#include <atomic>
-#include <cerrno>
-#include <climits>
-
 #include "vboard/interposer/engine.h"
 #include "vboard/interposer/files.h"
 #include "vboard/interposer/trace.h"
 #include "vboard/interposer/wrap.h"
+
+#include <errno.h>
+#include <limits.h>
+#include <sys/epoll.h>
+
+#include <algorithm>
+#include <atomic>
 
 using namespace vboard;
 
@@ -50,7 +50,7 @@ int change_member(int set, int operation, int fd, const epoll_event *event) {
         if (one.used)
           continue;
         one = {true, set, fd, *event};
-        member_count++;
+        ++member_count;
         return 0;
       }
       return -ENOSPC;
@@ -63,7 +63,7 @@ int change_member(int set, int operation, int fd, const epoll_event *event) {
       if (member == nullptr)
         return -ENOENT;
       member->used = false;
-      member_count--;
+      --member_count;
       return 0;
     default:
       return -EINVAL;
@@ -95,10 +95,10 @@ int wait_on_set(int set, epoll_event *events, int room, BoardTime limit, const s
   wait.mask = mask;
   wait.word = "poll";
   wait.asked = limit;
-  WaitEnd end = wait_on_board(wait);
+  const WaitEnd end = wait_on_board(wait);
 
   int count = 0;
-  for (std::size_t i = 0; i < wait.watch_count; i++) {
+  for (std::size_t i = 0; i < wait.watch_count; ++i) {
     if (end == WaitEnd::kReady && watches[i].revents != 0 && count < room) {
       events[count].events = static_cast<std::uint32_t>(watches[i].revents);
       events[count++].data = watched[i]->event.data;
@@ -110,7 +110,7 @@ int wait_on_set(int set, epoll_event *events, int room, BoardTime limit, const s
   if (kernels.revents & POLLNVAL)
     return -EBADF;
   if (kernels.revents != 0 && count < room) {
-    int more = REAL(epoll_wait)(set, events + count, room - count, 0);
+    const int more = REAL(epoll_wait)(set, events + count, room - count, 0);
     count += std::max(more, 0);
   }
   return count;
@@ -131,7 +131,7 @@ void forget_epoll(int fd) {
   for (Member &one : members) {
     if (one.used && (one.set == fd || one.fd == fd)) {
       one.used = false;
-      member_count--;
+      --member_count;
     }
   }
   unlock_board();
@@ -141,13 +141,13 @@ void forget_epoll(int fd) {
 
 WRAP(int, epoll_ctl, int set, int operation, int fd, epoll_event *event) {
   Description *description = on_board() ? acquire(fd) : nullptr;
-  bool is_member = description != nullptr && description->kind == Kind::kModel;
+  const bool is_member = description != nullptr && description->kind == Kind::kModel;
   if (description != nullptr)
     release(description);
   if (!is_member)
     return REAL(epoll_ctl)(set, operation, fd, event);
   lock_board();
-  int result = change_member(set, operation, fd, event);
+  const int result = change_member(set, operation, fd, event);
   unlock_board();
   return report(result);
 }
@@ -157,7 +157,7 @@ DECLARE_WRAPPED(int, epoll_pwait, int, epoll_event *, int, int, const sigset_t *
 namespace {
 
 int milliseconds_of(const timespec &time) {
-  BoardTime milliseconds = (nanoseconds_of(time) + 999'999) / 1'000'000;
+  const BoardTime milliseconds = (nanoseconds_of(time) + 999'999) / 1'000'000;
   return milliseconds > INT_MAX ? INT_MAX : static_cast<int>(milliseconds);
 }
 
@@ -167,7 +167,7 @@ WRAP(int, epoll_pwait2, int set, epoll_event *events, int room, const timespec *
      const sigset_t *mask) {
   if (!on_board())
     return REAL(epoll_pwait2)(set, events, room, limit, mask);
-  BoardTime duration = limit != nullptr ? nanoseconds_of(*limit) : kNever;
+  const BoardTime duration = limit != nullptr ? nanoseconds_of(*limit) : kNever;
   if (!is_kernels())
     return report(wait_on_set(set, events, room, duration, mask));
   if (duration == kNever)
@@ -178,7 +178,7 @@ WRAP(int, epoll_pwait2, int set, epoll_event *events, int room, const timespec *
   if (result < 0 && errno == ENOSYS)
     result =
         REAL(epoll_pwait)(set, events, room, limit != nullptr ? milliseconds_of(pc) : -1, mask);
-  int error = errno;
+  const int error = errno;
   if (duration != kNever)
     trace_wait("poll", duration);
   errno = error;

@@ -1,15 +1,15 @@
 #include "vboard/interposer/fault_table.h"
 
-#include <fcntl.h>
-
-#include <atomic>
-#include <cstdlib>
-
 #include "vboard/board/board_files.h"
 #include "vboard/board/text.h"
 #include "vboard/interposer/kernel.h"
 #include "vboard/interposer/model.h"
 #include "vboard/interposer/state.h"
+
+#include <fcntl.h>
+#include <stdlib.h>
+
+#include <atomic>
 
 namespace vboard {
 
@@ -29,25 +29,25 @@ void add_faults(std::string_view text, std::size_t &count) {
   std::string_view line;
   while (count < kMostFaults && take_line(text, line)) {
     if (parse_fault(line, faults[count], reason) == FaultLine::kFault)
-      count++;
+      ++count;
   }
 }
 
 void load_file(std::size_t &count) {
   char path[1100];
-  TextBuffer name = {path, sizeof(path) - 1, 0, false};
+  TextBuffer name = {path, sizeof path - 1, 0, false};
   append_text(name, board_root());
   append_text(name, "/faults");
   path[name.length] = '\0';
-  int fd = board_open(path, O_RDONLY | O_CLOEXEC);
+  const int fd = board_open(path, O_RDONLY | O_CLOEXEC);
   if (fd < 0)
     return;
-  char *text = static_cast<char *>(std::malloc(kFileSize));
+  char *text = static_cast<char *>(malloc(kFileSize));
   if (text != nullptr) {
-    ssize_t length = sys_read(fd, text, kFileSize);
+    const ssize_t length = sys_read(fd, text, kFileSize);
     if (length > 0)
       add_faults({text, static_cast<std::size_t>(length)}, count);
-    std::free(text);
+    free(text);
   }
   sys_close(fd);
 }
@@ -76,8 +76,8 @@ bool names_node(const Fault &fault, NodeNames names) {
 }  // namespace
 
 bool has_faults(NodeNames names) {
-  std::size_t count = all_faults();
-  for (std::size_t i = 0; i < count; i++) {
+  const std::size_t count = all_faults();
+  for (std::size_t i = 0; i < count; ++i) {
     if (names_node(faults[i], names))
       return true;
   }
@@ -85,8 +85,8 @@ bool has_faults(NodeNames names) {
 }
 
 bool is_absent(NodeNames names) {
-  std::size_t count = all_faults();
-  for (std::size_t i = 0; i < count; i++) {
+  const std::size_t count = all_faults();
+  for (std::size_t i = 0; i < count; ++i) {
     if (faults[i].effect == FaultEffect::kAbsent && names_node(faults[i], names) &&
         fault_is_due(faults[i], 1, board_time()))
       return true;
@@ -97,11 +97,11 @@ bool is_absent(NodeNames names) {
 const Fault *meet_fault(NodeNames names, const char *call, const char *request,
                         std::uint32_t number) {
   const Fault *first = nullptr;
-  std::size_t count = all_faults();
-  for (std::size_t i = 0; i < count; i++) {
+  const std::size_t count = all_faults();
+  for (std::size_t i = 0; i < count; ++i) {
     if (!fault_names_call(faults[i], call, request, number) || !names_node(faults[i], names))
       continue;
-    std::uint64_t nth = met[i].fetch_add(1, std::memory_order_relaxed) + 1;
+    const std::uint64_t nth = met[i].fetch_add(1, std::memory_order_relaxed) + 1;
     if (first == nullptr && fault_is_due(faults[i], nth, board_time()))
       first = &faults[i];
   }

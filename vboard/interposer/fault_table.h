@@ -3,10 +3,10 @@
 #ifndef VBOARD_INTERPOSER_FAULT_TABLE_H
 #define VBOARD_INTERPOSER_FAULT_TABLE_H
 
+#include "vboard/board/faults.h"
+
 #include <cstdint>
 #include <string_view>
-
-#include "vboard/board/faults.h"
 
 namespace vboard {
 

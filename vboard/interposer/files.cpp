@@ -2,21 +2,21 @@
 
 #include "vboard/interposer/files.h"
 
-#include <fcntl.h>
-#include <stdarg.h>
-#include <sys/stat.h>
-
-#include <atomic>
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
-
 #include "vboard/board/board_files.h"
 #include "vboard/board/text.h"
 #include "vboard/interposer/engine.h"
 #include "vboard/interposer/state.h"
 #include "vboard/interposer/trace.h"
 #include "vboard/interposer/wrap.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdarg.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+
+#include <atomic>
 
 namespace vboard {
 
@@ -37,7 +37,7 @@ constexpr FlagName kFlagNames[] = {
 
 void complain(const Resolved &resolved, std::string_view what) {
   char text[1400];
-  TextBuffer line = {text, sizeof(text) - 1, 0, false};
+  TextBuffer line = {text, sizeof text - 1, 0, false};
   append_text(line, "vboard: ");
   append_text(line, resolved.host);
   append_text(line, ": ");
@@ -62,10 +62,10 @@ int fill_medium(int fd, std::size_t size, unsigned char fill) {
   if (fill == 0)
     return sys_ftruncate(fd, static_cast<std::int64_t>(size));
   unsigned char block[4096];
-  std::memset(block, fill, sizeof(block));
+  memset(block, fill, sizeof block);
   for (std::size_t done = 0; done < size;) {
-    std::size_t piece = size - done < sizeof(block) ? size - done : sizeof(block);
-    ssize_t count = sys_write(fd, block, piece);
+    const std::size_t piece = size - done < sizeof block ? size - done : sizeof block;
+    const ssize_t count = sys_write(fd, block, piece);
     if (count < 0)
       return static_cast<int>(count);
     done += static_cast<std::size_t>(count);
@@ -76,14 +76,14 @@ int fill_medium(int fd, std::size_t size, unsigned char fill) {
 // Makes a missing medium under another name first: a second run must not see half of one.
 int make_medium(const char *path, std::size_t size, unsigned char fill) {
   char fresh[1200];
-  TextBuffer name = {fresh, sizeof(fresh) - 1, 0, false};
+  TextBuffer name = {fresh, sizeof fresh - 1, 0, false};
   append_text(name, path);
   append_text(name, ".new.");
   append_decimal(name, pc_monotonic());
   fresh[name.length] = '\0';
   if (name.overflow)
     return -ENAMETOOLONG;
-  int fd = board_open(fresh, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+  const int fd = board_open(fresh, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
   if (fd < 0)
     return fd;
   int result = fill_medium(fd, size, fill);
@@ -98,21 +98,21 @@ int make_medium(const char *path, std::size_t size, unsigned char fill) {
 // The kernel's descriptor behind a node: its medium, or an empty stand-in.
 int open_behind(const Resolved &resolved, Description &description) {
   OpenFile &file = description.file;
-  int flags = file.flags & O_CLOEXEC;
-  std::string_view medium = node_text(file.node, "medium");
+  const int flags = file.flags & O_CLOEXEC;
+  const std::string_view medium = node_text(file.node, "medium");
   if (medium.empty())
     return stand_in(flags);
   char path[1100];
-  if (!medium_path(medium, path, sizeof(path))) {
+  if (!medium_path(medium, path, sizeof path)) {
     complain(resolved, "the medium's name is wrong");
     return -ENXIO;
   }
   description.has_medium = true;
   int fd = board_open(path, O_RDWR | O_NOCTTY | flags);
   if (fd == -ENOENT) {
-    std::int64_t size =
+    const std::int64_t size =
         node_number(file.node, "medium_size", static_cast<std::int64_t>(file.model->medium_size));
-    int result =
+    const int result =
         make_medium(path, size > 0 ? static_cast<std::size_t>(size) : 0, file.model->medium_fill);
     fd = result < 0 ? result : board_open(path, O_RDWR | O_NOCTTY | flags);
   }
@@ -138,7 +138,7 @@ int open_model(const Resolved &resolved, Description &description) {
     complain(resolved, "no such model, or no \"model = NAME\"");
     return -ENXIO;
   }
-  int fd = open_behind(resolved, description);
+  const int fd = open_behind(resolved, description);
   if (fd < 0)
     return fd;
   file.fd = fd;
@@ -154,17 +154,17 @@ int open_model(const Resolved &resolved, Description &description) {
   return fd;
 }
 
-int open_kind(Resolved &resolved, Kind kind, int flags, unsigned mode) {
-  if (std::strlen(resolved.asked) >= sizeof(Description::asked) ||
-      std::strlen(resolved.real) >= sizeof(Description::real))
+int open_kind(Resolved &resolved, Kind kind, int flags, unsigned int mode) {
+  if (strlen(resolved.asked) >= sizeof(Description::asked) ||
+      strlen(resolved.real) >= sizeof(Description::real))
     return -ENAMETOOLONG;
   name_own(resolved);
   Description *description = new_description(kind, resolved.asked, resolved.real, flags);
   if (description == nullptr)
     return -ENOMEM;
-  int fd = kind == Kind::kModel ? open_model(resolved, *description)
-                                : board_open(resolved.host, flags, mode);
-  int result = fd < 0 ? fd : attach(description, fd);
+  const int fd = kind == Kind::kModel ? open_model(resolved, *description)
+                                      : board_open(resolved.host, flags, mode);
+  const int result = fd < 0 ? fd : attach(description, fd);
   if (result < 0) {
     if (fd >= 0) {
       if (kind == Kind::kModel && description->file.model->close != nullptr)
@@ -178,10 +178,10 @@ int open_kind(Resolved &resolved, Kind kind, int flags, unsigned mode) {
 }
 
 // The PC's file for reading; the board's own copy of it as soon as it is to be written.
-int open_fallback(Resolved &resolved, int flags, unsigned mode) {
+int open_fallback(Resolved &resolved, int flags, unsigned int mode) {
   bool writes = (flags & O_ACCMODE) != O_RDONLY || (flags & (O_CREAT | O_TRUNC)) != 0;
   FileStatus status;
-  int found = sys_stat(resolved.asked, status);
+  const int found = sys_stat(resolved.asked, status);
   if (found == 0 && S_ISDIR(status.mode))
     writes = false;
   if (!writes)
@@ -191,15 +191,15 @@ int open_fallback(Resolved &resolved, int flags, unsigned mode) {
     return -EEXIST;
   if (found < 0 && !(flags & O_CREAT))
     return found;
-  int result = copy_up(resolved, (flags & O_TRUNC) == 0);
+  const int result = copy_up(resolved, (flags & O_TRUNC) == 0);
   if (result < 0)
     return result;
-  std::memcpy(resolved.real, resolved.asked, sizeof(resolved.real));
+  memcpy(resolved.real, resolved.asked, sizeof resolved.real);
   return open_kind(resolved, Kind::kFile, flags & ~O_EXCL, mode);
 }
 
-int open_place(Resolved &resolved, int flags, unsigned mode) {
-  bool exclusive = (flags & O_CREAT) && (flags & O_EXCL);
+int open_place(Resolved &resolved, int flags, unsigned int mode) {
+  const bool exclusive = (flags & O_CREAT) && (flags & O_EXCL);
   switch (resolved.place) {
     case Place::kMissing:
       return -resolved.error;
@@ -264,10 +264,10 @@ void notice_full(std::int64_t result) {
   if (result != -ENOSPC || told.exchange(true))
     return;
   char text[1400];
-  TextBuffer line = {text, sizeof(text) - 1, 0, false};
+  TextBuffer line = {text, sizeof text - 1, 0, false};
   append_text(line, "vboard: no space is left for the board's files in ");
   append_text(line, board_root());
-  if (std::getenv(kTemplateVariable) != nullptr)
+  if (getenv(kTemplateVariable) != nullptr)
     append_text(line, " (TMPDIR names another place for a board of one run)");
   text[line.length++] = '\n';
   sys_write(2, text, line.length);
@@ -282,7 +282,7 @@ int end_by_name(const char *call, const Resolved &resolved, int result) {
   return report(result);
 }
 
-int open_on_board(Resolved &resolved, int flags, unsigned mode) {
+int open_on_board(Resolved &resolved, int flags, unsigned int mode) {
   const Fault *fault = nullptr;
   if (resolved.place != Place::kMissing)
     fault = meet_fault(NodeNames{resolved.asked, resolved.real}, "open");
@@ -337,7 +337,8 @@ WRAP(int, openat, int directory, const char *path, int flags, ...) {
     const char *name = host_path(resolved, path);
     if (name != nullptr && directory == AT_FDCWD && is_foreign_device(name))
       return report(-ENOENT);
-    int fd = REAL(openat)(resolved.place == Place::kPc ? directory : AT_FDCWD, name, flags, mode);
+    const int fd =
+        REAL(openat)(resolved.place == Place::kPc ? directory : AT_FDCWD, name, flags, mode);
     // libc may have closed a descriptor of the board by itself; its number is another file's now.
     detach(fd);
     return fd;

@@ -4,14 +4,14 @@
 #ifndef VBOARD_INTERPOSER_FILES_H
 #define VBOARD_INTERPOSER_FILES_H
 
-#include <sys/types.h>
-
-#include <cerrno>
-#include <cstddef>
-#include <cstdint>
-
 #include "vboard/interposer/descriptors.h"
 #include "vboard/interposer/paths.h"
+
+#include <errno.h>
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
 
 namespace vboard {
 
@@ -25,7 +25,7 @@ Result report(Result result) {
 }
 
 // Opens what resolve() found, faults and trace included. kPc is left to the caller.
-int open_on_board(Resolved &resolved, int flags, unsigned mode);
+int open_on_board(Resolved &resolved, int flags, unsigned int mode);
 
 // Whether a path of the PC is a device that the board must not reach.
 bool is_foreign_device(const char *path);

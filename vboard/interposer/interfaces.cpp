@@ -4,18 +4,6 @@
 // libc asks the kernel about interfaces through sockets of its own. The board's interfaces are the
 // files of its net directory, numbered in the order of their names (or by a setting "index").
 
-#include <arpa/inet.h>
-#include <ifaddrs.h>
-#include <net/if.h>
-#include <netdb.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-
-#include <algorithm>
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
-
 #include "vboard/board/board_files.h"
 #include "vboard/board/node.h"
 #include "vboard/board/text.h"
@@ -23,6 +11,18 @@
 #include "vboard/interposer/kernel.h"
 #include "vboard/interposer/state.h"
 #include "vboard/interposer/wrap.h"
+
+#include <arpa/inet.h>
+#include <errno.h>
+#include <ifaddrs.h>
+#include <net/if.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/socket.h>
+
+#include <algorithm>
 
 using namespace vboard;
 
@@ -32,7 +32,7 @@ constexpr std::size_t kMostInterfaces = 64;
 
 struct Interface {
   char name[IF_NAMESIZE];
-  unsigned index;
+  unsigned int index;
   bool has_address;
   in_addr address;
 };
@@ -47,25 +47,25 @@ bool add_interface(const char *name, void *context) {
   if (name[0] == '.' || !copy_text(list.interfaces[list.count].name, name))
     return true;
   char node[4 + IF_NAMESIZE] = "net:";
-  std::memcpy(node + 4, name, std::strlen(name) + 1);
+  memcpy(node + 4, name, strlen(name) + 1);
   if (!is_absent({node, node}))
-    list.count++;
+    ++list.count;
   return list.count < kMostInterfaces;
 }
 
 std::size_t list_interfaces(Interface *out) {
   char path[1200];
-  TextBuffer directory = {path, sizeof(path) - 1, 0, false};
+  TextBuffer directory = {path, sizeof path - 1, 0, false};
   append_text(directory, board_root());
   append_text(directory, "/net");
   path[directory.length] = '\0';
   InterfaceList list = {out, 0};
   each_board_entry(path, add_interface, &list);
-  std::size_t count = list.count;
+  const std::size_t count = list.count;
   std::sort(out, out + count, [](const Interface &left, const Interface &right) {
-    return std::strcmp(left.name, right.name) < 0;
+    return strcmp(left.name, right.name) < 0;
   });
-  for (std::size_t i = 0; i < count; i++) {
+  for (std::size_t i = 0; i < count; ++i) {
     TextBuffer file = directory;
     append_text(file, "/");
     append_text(file, out[i].name);
@@ -73,7 +73,7 @@ std::size_t list_interfaces(Interface *out) {
     Node node;
     node.length = 0;
     load_node(path, node);
-    out[i].index = static_cast<unsigned>(node_number(node, "index", static_cast<long>(i + 1)));
+    out[i].index = static_cast<unsigned int>(node_number(node, "index", static_cast<long>(i + 1)));
     char text[INET_ADDRSTRLEN];
     out[i].has_address =
         copy_text(text, node_text(node, "ipv4")) && inet_pton(AF_INET, text, &out[i].address) == 1;
@@ -83,27 +83,27 @@ std::size_t list_interfaces(Interface *out) {
 
 }  // namespace
 
-WRAP(unsigned, if_nametoindex, const char *name) {
+WRAP(unsigned int, if_nametoindex, const char *name) {
   if (!on_board())
     return REAL(if_nametoindex)(name);
   Interface interfaces[kMostInterfaces];
-  std::size_t count = list_interfaces(interfaces);
-  for (std::size_t i = 0; i < count; i++) {
-    if (std::strcmp(interfaces[i].name, name) == 0)
+  const std::size_t count = list_interfaces(interfaces);
+  for (std::size_t i = 0; i < count; ++i) {
+    if (strcmp(interfaces[i].name, name) == 0)
       return interfaces[i].index;
   }
   errno = ENODEV;
   return 0;
 }
 
-WRAP(char *, if_indextoname, unsigned index, char *name) {
+WRAP(char *, if_indextoname, unsigned int index, char *name) {
   if (!on_board())
     return REAL(if_indextoname)(index, name);
   Interface interfaces[kMostInterfaces];
-  std::size_t count = list_interfaces(interfaces);
-  for (std::size_t i = 0; i < count; i++) {
+  const std::size_t count = list_interfaces(interfaces);
+  for (std::size_t i = 0; i < count; ++i) {
     if (interfaces[i].index == index) {
-      std::memcpy(name, interfaces[i].name, IF_NAMESIZE);
+      memcpy(name, interfaces[i].name, IF_NAMESIZE);
       return name;
     }
   }
@@ -116,15 +116,15 @@ WRAP(struct if_nameindex *, if_nameindex, void) {
   if (!on_board())
     return REAL(if_nameindex)();
   Interface interfaces[kMostInterfaces];
-  std::size_t count = list_interfaces(interfaces);
-  std::size_t head = (count + 1) * sizeof(struct if_nameindex);
-  void *block = std::calloc(1, head + count * IF_NAMESIZE);
+  const std::size_t count = list_interfaces(interfaces);
+  const std::size_t head = (count + 1) * sizeof(struct if_nameindex);
+  void *block = calloc(1, head + count * IF_NAMESIZE);
   if (block == nullptr)
     return nullptr;
   struct if_nameindex *list = static_cast<struct if_nameindex *>(block);
-  for (std::size_t i = 0; i < count; i++) {
+  for (std::size_t i = 0; i < count; ++i) {
     char *name = static_cast<char *>(block) + head + i * IF_NAMESIZE;
-    std::memcpy(name, interfaces[i].name, IF_NAMESIZE);
+    memcpy(name, interfaces[i].name, IF_NAMESIZE);
     list[i] = {interfaces[i].index, name};
   }
   return list;
@@ -135,7 +135,7 @@ WRAP(void, if_freenameindex, struct if_nameindex *list) {
     REAL(if_freenameindex)(list);
     return;
   }
-  std::free(list);
+  free(list);
 }
 
 namespace {
@@ -152,18 +152,18 @@ WRAP(int, getifaddrs, ifaddrs **out) {
   if (!on_board())
     return REAL(getifaddrs)(out);
   Interface interfaces[kMostInterfaces];
-  std::size_t count = list_interfaces(interfaces);
+  const std::size_t count = list_interfaces(interfaces);
   *out = nullptr;
   if (count == 0)
     return 0;
-  Entry *entries = static_cast<Entry *>(std::calloc(count, sizeof(Entry)));
+  Entry *entries = static_cast<Entry *>(calloc(count, sizeof(Entry)));
   if (entries == nullptr) {
     errno = ENOMEM;
     return -1;
   }
-  for (std::size_t i = 0; i < count; i++) {
+  for (std::size_t i = 0; i < count; ++i) {
     Entry &entry = entries[i];
-    std::memcpy(entry.name, interfaces[i].name, IF_NAMESIZE);
+    memcpy(entry.name, interfaces[i].name, IF_NAMESIZE);
     entry.item.ifa_name = entry.name;
     entry.item.ifa_flags = IFF_UP | IFF_RUNNING;
     entry.item.ifa_next = i + 1 < count ? &entries[i + 1].item : nullptr;
@@ -185,7 +185,7 @@ WRAP(void, freeifaddrs, ifaddrs *list) {
     REAL(freeifaddrs)(list);
     return;
   }
-  std::free(list);
+  free(list);
 }
 
 // Names are not looked up: libc would ask the PC's name servers. Numbers are no names.
@@ -208,7 +208,7 @@ WRAP(hostent *, gethostbyname, const char *name) {
   return nullptr;
 }
 
-WRAP(int, gethostbyname_r, const char *name, hostent *entry, char *buffer, size_t size,
+WRAP(int, gethostbyname_r, const char *name, hostent *entry, char *buffer, std::size_t size,
      hostent **result, int *error) {
   in_addr address;
   if (!on_board() || inet_pton(AF_INET, name, &address) == 1)

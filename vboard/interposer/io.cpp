@@ -1,18 +1,17 @@
 // Wraps read __read_chk readv pread pread64 __pread_chk __pread64_chk preadv preadv64 preadv2
 // preadv64v2 write writev pwrite pwrite64 pwritev pwritev64 pwritev2 pwritev64v2.
 
-#include <fcntl.h>
-#include <poll.h>
-#include <sys/uio.h>
-#include <unistd.h>
-
-#include <cerrno>
-
 #include "vboard/interposer/engine.h"
 #include "vboard/interposer/files.h"
 #include "vboard/interposer/state.h"
 #include "vboard/interposer/story.h"
 #include "vboard/interposer/wrap.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/uio.h>
+#include <unistd.h>
 
 using namespace vboard;
 
@@ -23,7 +22,7 @@ namespace {
 int wait_for_kernel(int fd) {
   if (!jumping())
     return 0;
-  int flags = sys_flags(fd);
+  const int flags = sys_flags(fd);
   if (flags < 0 || (flags & O_NONBLOCK))
     return 0;
   for (;;) {
@@ -40,35 +39,36 @@ int wait_for_kernel(int fd) {
 
 }  // namespace
 
-WRAP(ssize_t, read, int fd, void *buffer, size_t size) {
+WRAP(ssize_t, read, int fd, void *buffer, std::size_t size) {
   Description *description = on_board() ? acquire(fd) : nullptr;
   if (description == nullptr || description->kind == Kind::kKernelSocket) {
     if (description != nullptr)
       release(description);
-    int waited = on_board() ? wait_for_kernel(fd) : 0;
+    const int waited = on_board() ? wait_for_kernel(fd) : 0;
     return waited < 0 ? report(static_cast<ssize_t>(waited)) : REAL(read)(fd, buffer, size);
   }
-  ssize_t result = read_on_board(*description, buffer, size, kAtPosition);
+  const ssize_t result = read_on_board(*description, buffer, size, kAtPosition);
   release(description);
   return report(result);
 }
 
-WRAP(ssize_t, __read_chk, int fd, void *buffer, size_t size, size_t room) {
+WRAP(ssize_t, __read_chk, int fd, void *buffer, std::size_t size, std::size_t room) {
   if (size > room)
     return REAL(__read_chk)(fd, buffer, size, room);
   return vboard_read(fd, buffer, size);
 }
 
-WRAP(ssize_t, pread64, int fd, void *buffer, size_t size, off64_t offset) {
+WRAP(ssize_t, pread64, int fd, void *buffer, std::size_t size, off64_t offset) {
   Description *description = on_board() ? acquire(fd) : nullptr;
   if (description == nullptr)
     return REAL(pread64)(fd, buffer, size, offset);
-  ssize_t result = offset < 0 ? -EINVAL : read_on_board(*description, buffer, size, offset);
+  const ssize_t result = offset < 0 ? -EINVAL : read_on_board(*description, buffer, size, offset);
   release(description);
   return report(result);
 }
 
-WRAP(ssize_t, __pread64_chk, int fd, void *buffer, size_t size, off64_t offset, size_t room) {
+WRAP(ssize_t, __pread64_chk, int fd, void *buffer, std::size_t size, off64_t offset,
+     std::size_t room) {
   if (size > room)
     return REAL(__pread64_chk)(fd, buffer, size, offset, room);
   return vboard_pread64(fd, buffer, size, offset);
@@ -79,10 +79,10 @@ namespace {
 // A story notes where a text on the standard streams belongs.
 template <typename Write>
 ssize_t write_in_place(int fd, Write write) {
-  bool noted = on_board() && telling() && (fd == STDOUT_FILENO || fd == STDERR_FILENO);
+  const bool noted = on_board() && telling() && (fd == STDOUT_FILENO || fd == STDERR_FILENO);
   if (noted)
     tell_streams();
-  ssize_t result = write();
+  const ssize_t result = write();
   if (noted)
     tell_streams();
   return result;
@@ -90,23 +90,23 @@ ssize_t write_in_place(int fd, Write write) {
 
 }  // namespace
 
-WRAP(ssize_t, write, int fd, const void *buffer, size_t size) {
+WRAP(ssize_t, write, int fd, const void *buffer, std::size_t size) {
   Description *description = on_board() ? acquire(fd) : nullptr;
   if (description == nullptr || description->kind == Kind::kKernelSocket) {
     if (description != nullptr)
       release(description);
     return write_in_place(fd, [&] { return REAL(write)(fd, buffer, size); });
   }
-  ssize_t result = write_on_board(*description, buffer, size, kAtPosition);
+  const ssize_t result = write_on_board(*description, buffer, size, kAtPosition);
   release(description);
   return report(result);
 }
 
-WRAP(ssize_t, pwrite64, int fd, const void *buffer, size_t size, off64_t offset) {
+WRAP(ssize_t, pwrite64, int fd, const void *buffer, std::size_t size, off64_t offset) {
   Description *description = on_board() ? acquire(fd) : nullptr;
   if (description == nullptr)
     return REAL(pwrite64)(fd, buffer, size, offset);
-  ssize_t result = offset < 0 ? -EINVAL : write_on_board(*description, buffer, size, offset);
+  const ssize_t result = offset < 0 ? -EINVAL : write_on_board(*description, buffer, size, offset);
   release(description);
   return report(result);
 }
@@ -116,13 +116,14 @@ WRAP_ALIAS(pread, pread64);
 WRAP_ALIAS(__pread_chk, __pread64_chk);
 WRAP_ALIAS(pwrite, pwrite64);
 #else
-WRAP(ssize_t, pread, int fd, void *buffer, size_t size, __off_t offset) {
+WRAP(ssize_t, pread, int fd, void *buffer, std::size_t size, __off_t offset) {
   return vboard_pread64(fd, buffer, size, offset);
 }
-WRAP(ssize_t, __pread_chk, int fd, void *buffer, size_t size, __off_t offset, size_t room) {
+WRAP(ssize_t, __pread_chk, int fd, void *buffer, std::size_t size, __off_t offset,
+     std::size_t room) {
   return vboard___pread64_chk(fd, buffer, size, offset, room);
 }
-WRAP(ssize_t, pwrite, int fd, const void *buffer, size_t size, __off_t offset) {
+WRAP(ssize_t, pwrite, int fd, const void *buffer, std::size_t size, __off_t offset) {
   return vboard_pwrite64(fd, buffer, size, offset);
 }
 #endif
@@ -134,12 +135,12 @@ namespace {
 template <typename Transfer>
 ssize_t each_piece(const iovec *pieces, int count, off64_t offset, Transfer transfer) {
   ssize_t total = 0;
-  for (int i = 0; i < count; i++) {
-    ssize_t moved = transfer(pieces[i], offset < 0 ? offset : offset + total);
+  for (int i = 0; i < count; ++i) {
+    const ssize_t moved = transfer(pieces[i], offset < 0 ? offset : offset + total);
     if (moved < 0)
       return total > 0 ? total : moved;
     total += moved;
-    if (static_cast<size_t>(moved) < pieces[i].iov_len)
+    if (static_cast<std::size_t>(moved) < pieces[i].iov_len)
       break;
   }
   return total;

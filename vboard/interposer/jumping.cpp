@@ -1,17 +1,17 @@
 #include "vboard/interposer/jumping.h"
 
+#include "vboard/board/text.h"
+#include "vboard/interposer/kernel.h"
+#include "vboard/interposer/wrap.h"
+
 #include <fcntl.h>
+#include <string.h>
 #include <sys/eventfd.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
-#include <cstring>
-
-#include "vboard/board/text.h"
-#include "vboard/interposer/kernel.h"
-#include "vboard/interposer/wrap.h"
 
 DECLARE_WRAPPED(int, ppoll, pollfd *, nfds_t, const timespec *, const sigset_t *);
 
@@ -50,7 +50,7 @@ void jump_to(BoardTime when) {
 
 int event_fd_of_thread() {
   if (thread_event_fd < 0) {
-    int fd = static_cast<int>(syscall(SYS_eventfd2, 0, EFD_CLOEXEC | EFD_NONBLOCK));
+    const int fd = static_cast<int>(syscall(SYS_eventfd2, 0, EFD_CLOEXEC | EFD_NONBLOCK));
     if (fd >= 0) {
       thread_event_fd = sys_move_high(fd, kOwnDescriptors);
       add_own_descriptor(thread_event_fd);
@@ -62,13 +62,13 @@ int event_fd_of_thread() {
 void ring(const Waiter &waiter) {
   std::uint64_t one = 1;
   if (waiter.event_fd >= 0)
-    sys_write(waiter.event_fd, &one, sizeof(one));
+    sys_write(waiter.event_fd, &one, sizeof one);
 }
 
 void set_running(Waiter &waiter) {
   if (waiter.waiting) {
     waiter.waiting = false;
-    running++;
+    ++running;
   }
 }
 
@@ -107,18 +107,18 @@ void drop_left_waiters(const Waiter &mine) {
 bool is_kernel_ready(const Wait &wait) {
   constexpr std::size_t limit = 64;
   pollfd fds[limit];
-  std::size_t count = std::min(wait.fd_count, limit);
+  const std::size_t count = std::min(wait.fd_count, limit);
   if (count == 0)
     return false;
-  std::memcpy(fds, wait.fds, count * sizeof(pollfd));
-  timespec zero = {};
+  memcpy(fds, wait.fds, count * sizeof(pollfd));
+  const timespec zero = {};
   return REAL(ppoll)(fds, count, &zero, nullptr) > 0;
 }
 
 // What happens next is decided by the thread that is the last to wait. True when time has moved, or
 // a thread has been told to run: this one looks at its own wait again.
 bool decide(Waiter &mine) {
-  BoardTime now = run_page().jumped.load(std::memory_order_relaxed);
+  const BoardTime now = run_page().jumped.load(std::memory_order_relaxed);
   BoardTime next = next_scheduled();
   for (Waiter *one = waiters; one != nullptr; one = one->next) {
     if (!one->waiting)
@@ -152,20 +152,20 @@ bool decide(Waiter &mine) {
 // "Z": it has ended before the others.
 bool is_asleep(const char *directory, const char *name) {
   char path[64];
-  TextBuffer text = {path, sizeof(path) - 1, 0, false};
+  TextBuffer text = {path, sizeof path - 1, 0, false};
   append_text(text, directory);
   append_text(text, "/");
   append_text(text, name);
   append_text(text, "/stat");
   path[text.length] = '\0';
-  int fd = sys_open(path, O_RDONLY | O_CLOEXEC);
+  const int fd = sys_open(path, O_RDONLY | O_CLOEXEC);
   if (fd < 0)
     return true;  // it has ended
   char status[128];
-  ssize_t length = sys_read(fd, status, sizeof(status));
+  const ssize_t length = sys_read(fd, status, sizeof status);
   sys_close(fd);
-  std::string_view line(status, length > 0 ? static_cast<std::size_t>(length) : 0);
-  std::size_t name_end = line.rfind(") ");
+  const std::string_view line(status, length > 0 ? static_cast<std::size_t>(length) : 0);
+  const std::size_t name_end = line.rfind(") ");
   return name_end != std::string_view::npos && name_end + 2 < line.size() &&
          std::string_view("SZX").find(line[name_end + 2]) != std::string_view::npos;
 }
@@ -174,19 +174,19 @@ bool is_asleep(const char *directory, const char *name) {
 // child. Board time must not stand still for those.
 bool others_are_asleep(const Waiter &mine) {
   constexpr char directory[] = "/proc/self/task";
-  int fd = sys_open(directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  const int fd = sys_open(directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (fd < 0)
     return false;
   alignas(8) char entries[2048];
   bool asleep = true;
   for (;;) {
-    ssize_t size = sys_getdents(fd, entries, sizeof(entries));
+    const ssize_t size = sys_getdents(fd, entries, sizeof entries);
     if (size <= 0)
       break;
     for (ssize_t at = 0; at < size && asleep;) {
       // struct linux_dirent64: inode 8, offset 8, length of the entry 2, type 1, name.
       std::uint16_t entry_size;
-      std::memcpy(&entry_size, entries + at + 16, sizeof(entry_size));
+      memcpy(&entry_size, entries + at + 16, sizeof entry_size);
       const char *name = entries + at + 19;
       std::int64_t number = 0;
       if (parse_number(name, number)) {
@@ -228,13 +228,13 @@ WaitEnd wait_jumping(Wait &wait) {
       end = WaitEnd::kWoken;
       break;
     }
-    BoardTime now = run_page().jumped.load(std::memory_order_relaxed);
+    const BoardTime now = run_page().jumped.load(std::memory_order_relaxed);
     BoardTime ignored = kNever;
-    bool ready = look_at_watches(wait, now, ignored);
+    const bool ready = look_at_watches(wait, now, ignored);
     if (thread_count > 1)
       mine.event_fd = event_fd_of_thread();
     pthread_mutex_unlock(&engine_lock);
-    timespec zero = {};
+    const timespec zero = {};
     int polled = poll_kernel(wait, -1, &zero, mask);
     pthread_mutex_lock(&engine_lock);
     if (polled < 0) {
@@ -253,12 +253,12 @@ WaitEnd wait_jumping(Wait &wait) {
       continue;
 
     mine.waiting = true;
-    running--;
-    bool idle = running == 0;
+    --running;
+    const bool idle = running == 0;
     if (idle || asleep >= 2) {
       asleep = 0;
       if (decide(mine)) {
-        bool others_run = running > (mine.waiting ? 0 : 1);
+        const bool others_run = running > (mine.waiting ? 0 : 1);
         if (!mine.waiting || !others_run) {
           set_running(mine);
           continue;
@@ -268,13 +268,14 @@ WaitEnd wait_jumping(Wait &wait) {
     // Nothing of the board can end this wait. Otherwise it looks again now and then: at threads
     // that sleep in calls which the engine does not know, at devices that another process may
     // change.
-    bool forever = wait.watch_count == 0 &&
-                   (thread_count == 1 || (wait.deadline == kNever && next_scheduled() == kNever));
+    const bool forever =
+        wait.watch_count == 0 &&
+        (thread_count == 1 || (wait.deadline == kNever && next_scheduled() == kNever));
     pthread_mutex_unlock(&engine_lock);
     timespec limit = timespec_of(pause);
     polled = poll_kernel(wait, mine.event_fd, forever ? nullptr : &limit, mask);
     pthread_mutex_lock(&engine_lock);
-    bool told = !mine.waiting;
+    const bool told = !mine.waiting;
     set_running(mine);
     if (polled < 0) {
       end = WaitEnd::kInterrupted;
@@ -328,15 +329,15 @@ void unlock_engine(const sigset_t &saved) {
 }
 
 void thread_begins(pthread_t thread) {
-  thread_count++;
-  running++;
+  ++thread_count;
+  ++running;
   if (live_count < kMostThreads)
     live_threads[live_count++] = thread;
 }
 
 bool thread_has_ended(const void *key) {
-  pthread_t thread = reinterpret_cast<pthread_t>(key);
-  for (std::size_t i = 0; i < live_count; i++) {
+  const pthread_t thread = reinterpret_cast<pthread_t>(key);
+  for (std::size_t i = 0; i < live_count; ++i) {
     if (pthread_equal(live_threads[i], thread))
       return false;
   }
@@ -346,9 +347,9 @@ bool thread_has_ended(const void *key) {
 void thread_ends(pthread_t thread) {
   sigset_t saved;
   lock_engine(saved);
-  thread_count--;
-  running--;
-  for (std::size_t i = 0; i < live_count; i++) {
+  --thread_count;
+  --running;
+  for (std::size_t i = 0; i < live_count; ++i) {
     if (pthread_equal(live_threads[i], thread))
       live_threads[i--] = live_threads[--live_count];
   }

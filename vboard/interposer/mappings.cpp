@@ -1,16 +1,15 @@
 // Wraps lseek lseek64 ftruncate ftruncate64 mmap mmap64.
 
-#include <fcntl.h>
-#include <sys/mman.h>
-#include <unistd.h>
-
-#include <cerrno>
-
 #include "vboard/interposer/engine.h"
 #include "vboard/interposer/files.h"
 #include "vboard/interposer/state.h"
 #include "vboard/interposer/trace.h"
 #include "vboard/interposer/wrap.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 using namespace vboard;
 
@@ -18,7 +17,7 @@ WRAP(off64_t, lseek64, int fd, off64_t offset, int whence) {
   Description *description = on_board() ? acquire(fd) : nullptr;
   if (description == nullptr)
     return REAL(lseek64)(fd, offset, whence);
-  bool stream = description->kind == Kind::kModel && !description->has_medium;
+  const bool stream = description->kind == Kind::kModel && !description->has_medium;
   release(description);
   return stream ? report<off64_t>(-ESPIPE) : report<off64_t>(sys_lseek(fd, offset, whence));
 }
@@ -27,7 +26,7 @@ WRAP(int, ftruncate64, int fd, off64_t size) {
   Description *description = on_board() ? acquire(fd) : nullptr;
   if (description == nullptr)
     return REAL(ftruncate64)(fd, size);
-  bool device = description->kind == Kind::kModel || description->kind == Kind::kAttribute;
+  const bool device = description->kind == Kind::kModel || description->kind == Kind::kAttribute;
   release(description);
   return device ? report(-EINVAL) : REAL(ftruncate64)(fd, size);
 }
@@ -40,7 +39,7 @@ int may_map(Description &description, std::size_t size, std::int64_t offset) {
   if (description.kind != Kind::kModel || model->map == nullptr)
     return 0;
   lock_board();
-  int result = model->map(description.file, size, offset);
+  const int result = model->map(description.file, size, offset);
   unlock_board();
   return result;
 }
@@ -49,20 +48,18 @@ void *map_on_board(Description &description, void *address, std::size_t size, in
                    int flags, int fd, std::int64_t offset, int &error) {
   const Fault *fault = meet_fault(description, "mmap");
   void *result = nullptr;
-  bool shared = (flags & MAP_TYPE) != MAP_PRIVATE;
-  int mode = description.file.flags & O_ACCMODE;
-  if (fault != nullptr && fault->effect == FaultEffect::kErrno) {
+  const bool shared = (flags & MAP_TYPE) != MAP_PRIVATE;
+  const int mode = description.file.flags & O_ACCMODE;
+  if (fault != nullptr && fault->effect == FaultEffect::kErrno)
     error = static_cast<int>(-fault->value);
-  } else if (is_gone(description) ||
-             (description.kind == Kind::kModel && !description.has_medium)) {
+  else if (is_gone(description) || (description.kind == Kind::kModel && !description.has_medium))
     error = -ENODEV;
-  } else if (mode == O_WRONLY || (mode == O_RDONLY && shared && (protection & PROT_WRITE))) {
+  else if (mode == O_WRONLY || (mode == O_RDONLY && shared && (protection & PROT_WRITE)))
     error = -EACCES;
-  } else if (size > 0 && (error = may_map(description, size, offset)) < 0) {
+  else if (size > 0 && (error = may_map(description, size, offset)) < 0)
     result = nullptr;
-  } else {
+  else
     result = sys_mmap(address, size, protection, flags, fd, offset, error);
-  }
   if (tracing()) {
     char rights[4];
     int count = 0;
@@ -85,7 +82,7 @@ void *map_on_board(Description &description, void *address, std::size_t size, in
 
 }  // namespace
 
-WRAP(void *, mmap64, void *address, size_t size, int protection, int flags, int fd,
+WRAP(void *, mmap64, void *address, std::size_t size, int protection, int flags, int fd,
      off64_t offset) {
   Description *description = fd >= 0 && on_board() ? acquire(fd) : nullptr;
   if (description == nullptr)
@@ -110,7 +107,8 @@ WRAP(__off_t, lseek, int fd, __off_t offset, int whence) {
 WRAP(int, ftruncate, int fd, __off_t size) {
   return vboard_ftruncate64(fd, size);
 }
-WRAP(void *, mmap, void *address, size_t size, int protection, int flags, int fd, __off_t offset) {
+WRAP(void *, mmap, void *address, std::size_t size, int protection, int flags, int fd,
+     __off_t offset) {
   return vboard_mmap64(address, size, protection, flags, fd, offset);
 }
 #endif

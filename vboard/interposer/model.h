@@ -12,13 +12,13 @@
 #ifndef VBOARD_INTERPOSER_MODEL_H
 #define VBOARD_INTERPOSER_MODEL_H
 
-#include <cstddef>
-#include <cstdint>
-#include <span>
+#include "vboard/board/node.h"
 
 #include <sys/types.h>
 
-#include "vboard/board/node.h"
+#include <cstddef>
+#include <cstdint>
+#include <span>
 
 namespace vboard {
 
@@ -61,7 +61,7 @@ struct OpenFile {
 
 template <typename State>
 State &state_of(OpenFile &file) {
-  static_assert(sizeof(State) <= sizeof(file.state) && alignof(State) <= 16);
+  static_assert(sizeof(State) <= sizeof file.state && alignof(State) <= 16);
   return *static_cast<State *>(static_cast<void *>(file.state));
 }
 
@@ -90,7 +90,7 @@ struct Model {
 // Every model, in one table (models.cpp); null for an unknown name.
 const Model *find_model(const char *name);
 
-// --- What the interposer offers to models -------------------------------------------------------
+// What the interposer offers to models.
 //
 // Models reach the kernel only through kernel.h (sys_pread(), sys_mmap(), ...): libc's own names
 // are the interposer's inside this library.

@@ -2,14 +2,6 @@
 // realpath __realpath_chk canonicalize_file_name chdir fchdir getcwd get_current_dir_name
 // inotify_add_watch.
 
-#include <fcntl.h>
-#include <limits.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
-
 #include "vboard/board/text.h"
 #include "vboard/interposer/descriptors.h"
 #include "vboard/interposer/engine.h"
@@ -18,6 +10,13 @@
 #include "vboard/interposer/state.h"
 #include "vboard/interposer/trace.h"
 #include "vboard/interposer/wrap.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <limits.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
 
 using namespace vboard;
 
@@ -62,18 +61,18 @@ namespace {
 
 // "/proc/self/fd/3" of a modelled descriptor leads to the board's name, not to a file on the PC.
 ssize_t board_link(const char *path, char *buffer, std::size_t size) {
-  std::string_view name(path);
+  const std::string_view name(path);
   constexpr std::string_view prefixes[] = {"/proc/self/fd/", "/dev/fd/"};
-  for (std::string_view prefix : prefixes) {
+  for (const std::string_view prefix : prefixes) {
     std::int64_t fd;
     if (!name.starts_with(prefix) || !parse_number(name.substr(prefix.size()), fd))
       continue;
     Description *description = fd >= 0 && fd < INT_MAX ? acquire(static_cast<int>(fd)) : nullptr;
     if (description == nullptr)
       return -1;
-    std::size_t length = std::strlen(description->asked);
+    std::size_t length = strlen(description->asked);
     length = length < size ? length : size;
-    std::memcpy(buffer, description->asked, length);
+    memcpy(buffer, description->asked, length);
     release(description);
     return static_cast<ssize_t>(length);
   }
@@ -82,13 +81,13 @@ ssize_t board_link(const char *path, char *buffer, std::size_t size) {
 
 }  // namespace
 
-WRAP(ssize_t, readlinkat, int directory, const char *path, char *buffer, size_t size) {
+WRAP(ssize_t, readlinkat, int directory, const char *path, char *buffer, std::size_t size) {
   if (!on_board())
     return REAL(readlinkat)(directory, path, buffer, size);
   Resolved resolved;
   resolve(directory, path, false, resolved);
   if (resolved.place == Place::kPc || resolved.place == Place::kFallback) {
-    ssize_t length = path != nullptr ? board_link(path, buffer, size) : -1;
+    const ssize_t length = path != nullptr ? board_link(path, buffer, size) : -1;
     if (length >= 0)
       return length;
   }
@@ -98,25 +97,25 @@ WRAP(ssize_t, readlinkat, int directory, const char *path, char *buffer, size_t 
     case Place::kMissing:
       return end_by_name("readlink", resolved, -resolved.error);
     default: {
-      ssize_t length = sys_readlink(host_path(resolved, path), buffer, size);
+      const ssize_t length = sys_readlink(host_path(resolved, path), buffer, size);
       end_by_name("readlink", resolved, static_cast<int>(length < 0 ? length : 0));
       return report(length);
     }
   }
 }
 
-WRAP(ssize_t, readlink, const char *path, char *buffer, size_t size) {
+WRAP(ssize_t, readlink, const char *path, char *buffer, std::size_t size) {
   return vboard_readlinkat(AT_FDCWD, path, buffer, size);
 }
 
-WRAP(ssize_t, __readlink_chk, const char *path, char *buffer, size_t size, size_t room) {
+WRAP(ssize_t, __readlink_chk, const char *path, char *buffer, std::size_t size, std::size_t room) {
   if (size > room)
     return REAL(__readlink_chk)(path, buffer, size, room);
   return vboard_readlink(path, buffer, size);
 }
 
-WRAP(ssize_t, __readlinkat_chk, int directory, const char *path, char *buffer, size_t size,
-     size_t room) {
+WRAP(ssize_t, __readlinkat_chk, int directory, const char *path, char *buffer, std::size_t size,
+     std::size_t room) {
   if (size > room)
     return REAL(__readlinkat_chk)(directory, path, buffer, size, room);
   return vboard_readlinkat(directory, path, buffer, size);
@@ -129,11 +128,11 @@ WRAP(char *, realpath, const char *path, char *out) {
   resolve(AT_FDCWD, path, true, resolved);
   if (resolved.place == Place::kPc) {
     char target[kPathSize];
-    ssize_t length = board_link(path, target, sizeof(target) - 1);
+    const ssize_t length = board_link(path, target, sizeof target - 1);
     if (length < 0)
       return REAL(realpath)(path, out);
     target[length] = '\0';
-    std::memcpy(resolved.real, target, static_cast<std::size_t>(length) + 1);
+    memcpy(resolved.real, target, static_cast<std::size_t>(length) + 1);
   } else if (resolved.place == Place::kPcByName || resolved.place == Place::kFallback) {
     return REAL(realpath)(resolved.asked, out);
   } else if (resolved.place == Place::kMissing) {
@@ -142,11 +141,11 @@ WRAP(char *, realpath, const char *path, char *out) {
   }
   if (out == nullptr)
     return strdup(resolved.real);
-  std::memcpy(out, resolved.real, std::strlen(resolved.real) + 1);
+  memcpy(out, resolved.real, strlen(resolved.real) + 1);
   return out;
 }
 
-WRAP(char *, __realpath_chk, const char *path, char *out, size_t room) {
+WRAP(char *, __realpath_chk, const char *path, char *out, std::size_t room) {
   if (room < PATH_MAX)
     return REAL(__realpath_chk)(path, out, room);
   return vboard_realpath(path, out);
@@ -163,9 +162,9 @@ WRAP(int, chdir, const char *path) {
   resolve(AT_FDCWD, path, true, resolved);
   if (resolved.place == Place::kMissing)
     return end_by_name("chdir", resolved, -resolved.error);
-  if (int owned = take_over(resolved); owned < 0)
+  if (const int owned = take_over(resolved); owned < 0)
     return report(owned);
-  int result = REAL(chdir)(host_path(resolved, path));
+  const int result = REAL(chdir)(host_path(resolved, path));
   if (result == 0)
     set_board_directory(resolved.place == Place::kDirectory ? std::string_view(resolved.asked)
                                                             : std::string_view());
@@ -173,7 +172,7 @@ WRAP(int, chdir, const char *path) {
 }
 
 WRAP(int, fchdir, int fd) {
-  int result = REAL(fchdir)(fd);
+  const int result = REAL(fchdir)(fd);
   if (result == 0 && on_board()) {
     Description *description = acquire(fd);
     set_board_directory(description != nullptr ? std::string_view(description->asked)
@@ -184,11 +183,11 @@ WRAP(int, fchdir, int fd) {
   return result;
 }
 
-WRAP(char *, getcwd, char *buffer, size_t size) {
+WRAP(char *, getcwd, char *buffer, std::size_t size) {
   if (!on_board() || !is_in_board())
     return REAL(getcwd)(buffer, size);
   char name[kPathSize];
-  std::string_view directory = working_directory(name, sizeof(name));
+  const std::string_view directory = working_directory(name, sizeof name);
   if (buffer == nullptr && size == 0)
     return strdup(name);
   if (directory.size() >= size) {
@@ -196,9 +195,9 @@ WRAP(char *, getcwd, char *buffer, size_t size) {
     return nullptr;
   }
   if (buffer == nullptr)
-    buffer = static_cast<char *>(std::malloc(size));
+    buffer = static_cast<char *>(malloc(size));
   if (buffer != nullptr)
-    std::memcpy(buffer, name, directory.size() + 1);
+    memcpy(buffer, name, directory.size() + 1);
   return buffer;
 }
 
@@ -208,7 +207,7 @@ WRAP(char *, get_current_dir_name, void) {
   return vboard_getcwd(nullptr, 0);
 }
 
-WRAP(int, inotify_add_watch, int fd, const char *path, uint32_t mask) {
+WRAP(int, inotify_add_watch, int fd, const char *path, std::uint32_t mask) {
   if (!on_board())
     return REAL(inotify_add_watch)(fd, path, mask);
   Resolved resolved;
@@ -216,7 +215,7 @@ WRAP(int, inotify_add_watch, int fd, const char *path, uint32_t mask) {
   if (resolved.place == Place::kMissing)
     return end_by_name("inotify_add_watch", resolved, -resolved.error);
   // What changes is the board's own copy.
-  if (int owned = take_over(resolved); owned < 0)
+  if (const int owned = take_over(resolved); owned < 0)
     return report(owned);
   return REAL(inotify_add_watch)(fd, host_path(resolved, path), mask);
 }

@@ -1,17 +1,17 @@
 #include "vboard/interposer/paths.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-
-#include <algorithm>
-#include <cerrno>
-#include <cstring>
-
 #include "vboard/board/board_files.h"
 #include "vboard/board/text.h"
 #include "vboard/interposer/descriptors.h"
 #include "vboard/interposer/fault_table.h"
 #include "vboard/interposer/state.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <string.h>
+#include <sys/stat.h>
+
+#include <algorithm>
 
 namespace vboard {
 
@@ -26,7 +26,7 @@ std::size_t inside_length;
 bool append(char *path, std::size_t &length, std::string_view piece) {
   if (length + piece.size() >= kPathSize)
     return false;
-  std::memcpy(path + length, piece.data(), piece.size());
+  memcpy(path + length, piece.data(), piece.size());
   length += piece.size();
   path[length] = '\0';
   return true;
@@ -48,11 +48,11 @@ std::string_view base_of(int directory, char *buffer, bool &is_board) {
     return {buffer, length};
   }
   char link[40];
-  TextBuffer text = {link, sizeof(link) - 1, 0, false};
+  TextBuffer text = {link, sizeof link - 1, 0, false};
   append_text(text, "/proc/self/fd/");
   append_decimal(text, directory);
   link[text.length] = '\0';
-  ssize_t length = sys_readlink(link, buffer, kPathSize);
+  const ssize_t length = sys_readlink(link, buffer, kPathSize);
   if (length <= 0 || buffer[0] != '/')
     return {};
   return {buffer, static_cast<std::size_t>(length)};
@@ -66,7 +66,7 @@ int walk(bool follow, Resolved &out) {
   if (!append(rest_buffer, rest_length, out.asked))
     return ENAMETOOLONG;
   std::string_view rest(rest_buffer, rest_length);
-  std::string_view root = board_root();
+  const std::string_view root = board_root();
   std::size_t host_length = 0;
   if (!append(out.host, host_length, root))
     return ENAMETOOLONG;
@@ -76,7 +76,7 @@ int walk(bool follow, Resolved &out) {
     rest.remove_prefix(std::min(rest.find_first_not_of('/'), rest.size()));
     if (rest.empty())
       break;
-    std::string_view part = rest.substr(0, rest.find('/'));
+    const std::string_view part = rest.substr(0, rest.find('/'));
     rest.remove_prefix(part.size());
     if (part == ".")
       continue;
@@ -86,35 +86,35 @@ int walk(bool follow, Resolved &out) {
       out.host[host_length] = '\0';
       continue;
     }
-    std::size_t above = host_length;
+    const std::size_t above = host_length;
     if (!append(out.host, host_length, "/") || !append(out.host, host_length, part))
       return ENAMETOOLONG;
     if (rest.find_first_not_of('/') == std::string_view::npos && !follow)
       break;
     char target[kPathSize];
-    ssize_t size = board_readlink(out.host, target, sizeof(target));
+    const ssize_t size = board_readlink(out.host, target, sizeof target);
     if (size <= 0)
       continue;
     if (++links > kMostLinks)
       return ELOOP;
     std::size_t length = static_cast<std::size_t>(size);
-    if (length == sizeof(target) || !append(target, length, rest))
+    if (length == sizeof target || !append(target, length, rest))
       return ENAMETOOLONG;
-    std::memcpy(rest_buffer, target, length + 1);
+    memcpy(rest_buffer, target, length + 1);
     rest = {rest_buffer, length};
     host_length = rest[0] == '/' ? root.size() : above;
     out.host[host_length] = '\0';
   }
-  std::memcpy(out.real, out.host + root.size(), host_length - root.size() + 1);
+  memcpy(out.real, out.host + root.size(), host_length - root.size() + 1);
   if (out.real[0] == '\0')
-    std::memcpy(out.real, "/", 2);
+    memcpy(out.real, "/", 2);
   return 0;
 }
 
 // Whether an absolute name lies in the directory that the run began in: that one is the PC's,
 // wherever it lies, as long as it is named relatively.
 bool is_in_work(std::string_view name) {
-  std::string_view work = work_directory();
+  const std::string_view work = work_directory();
   // "/", "/var": whoever starts there does not mean all of it.
   if (work.size() < 2 || work.find('/', 1) == std::string_view::npos)
     return false;
@@ -125,9 +125,9 @@ bool is_in_work(std::string_view name) {
 int look_up(Resolved &out) {
   char file[kPathSize];
   int result = sys_stat(out.host, out.status, false);
-  if (result == -ENOENT && template_path(out.host, file, sizeof(file)) &&
+  if (result == -ENOENT && template_path(out.host, file, sizeof file) &&
       sys_stat(file, out.status, false) == 0) {
-    std::memcpy(out.host, file, std::strlen(file) + 1);
+    memcpy(out.host, file, strlen(file) + 1);
     out.from_template = true;
     result = 0;
   }
@@ -146,7 +146,7 @@ bool is_plainly_pc(const char *path) {
   if (path == nullptr || path[0] != '/')
     return path == nullptr;
   // An absolute path whose first component is none of the board's and which cannot turn back.
-  std::string_view text(path);
+  const std::string_view text(path);
   return text.find("/.") == std::string_view::npos && text.find("//") == std::string_view::npos &&
          text.size() > 1 && territory_of(text) == Territory::kPc;
 }
@@ -180,15 +180,15 @@ void resolve(int directory, const char *path, bool follow, Resolved &out) {
   }
   out.traced = territory == Territory::kBoard;
 
-  int error = walk(follow || names_directory, out);
+  const int error = walk(follow || names_directory, out);
   if (error != 0) {
     miss(out, error);
     return;
   }
-  Territory end = territory_of(out.real);
-  if (end == Territory::kPc && std::strcmp(out.asked, out.real) != 0) {
+  const Territory end = territory_of(out.real);
+  if (end == Territory::kPc && strcmp(out.asked, out.real) != 0) {
     // A link of the board leads to the PC: "/dev/console -> null", "/etc/image -> /tmp/image".
-    std::memcpy(out.asked, out.real, sizeof(out.asked));
+    memcpy(out.asked, out.real, sizeof out.asked);
     out.place = Place::kPcByName;
     out.traced = false;
     return;
@@ -200,17 +200,16 @@ void resolve(int directory, const char *path, bool follow, Resolved &out) {
   }
   if (look_up(out) == 0) {
     out.traced = true;
-    if (S_ISDIR(out.status.mode)) {
+    if (S_ISDIR(out.status.mode))
       out.place = Place::kDirectory;
-    } else if (names_directory) {
+    else if (names_directory)
       miss(out, ENOTDIR);
-    } else if (!S_ISREG(out.status.mode)) {
+    else if (!S_ISREG(out.status.mode))
       out.place = Place::kFile;
-    } else {
+    else
       out.place = end != Territory::kBoard                          ? Place::kFile
                   : std::string_view(out.real).starts_with("/sys/") ? Place::kAttribute
                                                                     : Place::kNode;
-    }
     return;
   }
   if (territory == Territory::kOverlay && (out.error == ENOENT || out.error == ENOTDIR)) {
@@ -238,10 +237,10 @@ namespace {
 // Makes the directories above the board's file that exist on the PC.
 int make_parents(const Resolved &resolved) {
   char host[kPathSize];
-  std::size_t root = board_root().size();
-  std::size_t length = std::strlen(resolved.host);
-  std::memcpy(host, resolved.host, length + 1);
-  for (std::size_t at = root + 1; at < length; at++) {
+  const std::size_t root = board_root().size();
+  const std::size_t length = strlen(resolved.host);
+  memcpy(host, resolved.host, length + 1);
+  for (std::size_t at = root + 1; at < length; ++at) {
     if (host[at] != '/')
       continue;
     host[at] = '\0';
@@ -264,11 +263,11 @@ int make_parents(const Resolved &resolved) {
 int copy_content(int from, int to) {
   char buffer[16384];
   for (;;) {
-    ssize_t size = sys_read(from, buffer, sizeof(buffer));
+    const ssize_t size = sys_read(from, buffer, sizeof buffer);
     if (size <= 0)
       return static_cast<int>(size);
     for (ssize_t done = 0; done < size;) {
-      ssize_t count = sys_write(to, buffer + done, static_cast<std::size_t>(size - done));
+      const ssize_t count = sys_write(to, buffer + done, static_cast<std::size_t>(size - done));
       if (count < 0)
         return static_cast<int>(count);
       done += count;
@@ -306,11 +305,12 @@ int copy_up(Resolved &resolved, bool with_content) {
     return 0;
   if (S_ISDIR(status.mode))
     return -EISDIR;
-  int to = sys_open(resolved.host, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, status.mode & 0777);
+  const int to =
+      sys_open(resolved.host, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, status.mode & 0777);
   if (to < 0)
     return to == -EEXIST ? 0 : to;
   if (with_content && S_ISREG(status.mode)) {
-    int from = sys_open(resolved.asked, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    const int from = sys_open(resolved.asked, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     if (from >= 0) {
       copy_content(from, to);
       sys_close(from);
@@ -330,12 +330,12 @@ void set_board_directory(std::string_view name) {
 std::string_view working_directory(char *buffer, std::size_t size) {
   if (inside_length > 0) {
     lock_board();
-    std::memcpy(buffer, inside, inside_length + 1);
-    std::size_t length = inside_length;
+    memcpy(buffer, inside, inside_length + 1);
+    const std::size_t length = inside_length;
     unlock_board();
     return {buffer, length};
   }
-  ssize_t length = sys_getcwd(buffer, size);
+  const ssize_t length = sys_getcwd(buffer, size);
   // The kernel counts the end of the text, and writes "(unreachable)" before some.
   if (length <= 1 || buffer[0] != '/')
     return {};

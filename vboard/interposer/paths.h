@@ -3,11 +3,11 @@
 #ifndef VBOARD_INTERPOSER_PATHS_H
 #define VBOARD_INTERPOSER_PATHS_H
 
-#include <cstdint>
-#include <string_view>
-
 #include "vboard/board/board_paths.h"
 #include "vboard/interposer/kernel.h"
+
+#include <cstdint>
+#include <string_view>
 
 namespace vboard {
 

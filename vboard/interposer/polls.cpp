@@ -1,18 +1,17 @@
 // Wraps select pselect poll ppoll __poll_chk __ppoll_chk.
 
-#include <alloca.h>
-#include <poll.h>
-#include <sys/select.h>
-#include <sys/time.h>
-#include <time.h>
-
-#include <cerrno>
-#include <cstring>
-
 #include "vboard/interposer/engine.h"
 #include "vboard/interposer/files.h"
 #include "vboard/interposer/trace.h"
 #include "vboard/interposer/wrap.h"
+
+#include <alloca.h>
+#include <errno.h>
+#include <poll.h>
+#include <string.h>
+#include <sys/select.h>
+#include <sys/time.h>
+#include <time.h>
 
 using namespace vboard;
 
@@ -29,7 +28,7 @@ int poll_on_board(pollfd *fds, std::size_t count, BoardTime limit, const sigset_
   Wait wait;
   wait.fds = kernels;
   wait.watches = watches;
-  for (std::size_t i = 0; i < count; i++) {
+  for (std::size_t i = 0; i < count; ++i) {
     Description *description = fds[i].fd >= 0 ? acquire(fds[i].fd) : nullptr;
     if (description != nullptr && description->kind == Kind::kModel) {
       watches[wait.watch_count++] = {description, fds[i].events, 0};
@@ -43,19 +42,19 @@ int poll_on_board(pollfd *fds, std::size_t count, BoardTime limit, const sigset_
   wait.mask = mask;
   wait.word = word;
   wait.asked = limit;
-  WaitEnd end = wait_on_board(wait);
+  const WaitEnd end = wait_on_board(wait);
 
   int ready = 0;
   std::size_t kernel = 0;
   std::size_t watch = 0;
-  for (std::size_t i = 0; i < count; i++) {
-    bool is_watch =
+  for (std::size_t i = 0; i < count; ++i) {
+    const bool is_watch =
         watch < wait.watch_count && (kernel >= wait.fd_count || kernels[kernel].fd != fds[i].fd);
     fds[i].revents = is_watch ? watches[watch++].revents : kernels[kernel++].revents;
     if (fds[i].revents != 0)
-      ready++;
+      ++ready;
   }
-  for (std::size_t i = 0; i < wait.watch_count; i++)
+  for (std::size_t i = 0; i < wait.watch_count; ++i)
     release(watches[i].description);
   if (end == WaitEnd::kInterrupted)
     return -EINTR;
@@ -63,7 +62,7 @@ int poll_on_board(pollfd *fds, std::size_t count, BoardTime limit, const sigset_
 }
 
 bool has_board_descriptor(const pollfd *fds, std::size_t count) {
-  for (std::size_t i = 0; i < count; i++) {
+  for (std::size_t i = 0; i < count; ++i) {
     if (is_board_descriptor(fds[i].fd))
       return true;
   }
@@ -80,8 +79,8 @@ int poll_kernels(pollfd *fds, std::size_t count, BoardTime limit, const sigset_t
   if (limit == kNever)
     trace_wait(word, limit);
   timespec pc = pc_duration(limit);
-  int result = REAL(ppoll)(fds, count, limit == kNever ? nullptr : &pc, mask);
-  int error = errno;
+  const int result = REAL(ppoll)(fds, count, limit == kNever ? nullptr : &pc, mask);
+  const int error = errno;
   if (limit != kNever)
     trace_wait(word, limit);
   errno = error;
@@ -108,18 +107,18 @@ WRAP(int, ppoll, pollfd *fds, nfds_t count, const timespec *limit, const sigset_
 WRAP(int, poll, pollfd *fds, nfds_t count, int milliseconds) {
   if (!on_board())
     return REAL(poll)(fds, count, milliseconds);
-  BoardTime limit = milliseconds < 0 ? kNever : BoardTime{milliseconds} * 1'000'000;
+  const BoardTime limit = milliseconds < 0 ? kNever : BoardTime{milliseconds} * 1'000'000;
   return poll_any(fds, count, limit, nullptr, "poll");
 }
 
-WRAP(int, __poll_chk, pollfd *fds, nfds_t count, int milliseconds, size_t room) {
+WRAP(int, __poll_chk, pollfd *fds, nfds_t count, int milliseconds, std::size_t room) {
   if (room / sizeof(pollfd) < count)
     return REAL(__poll_chk)(fds, count, milliseconds, room);
   return vboard_poll(fds, count, milliseconds);
 }
 
 WRAP(int, __ppoll_chk, pollfd *fds, nfds_t count, const timespec *limit, const sigset_t *mask,
-     size_t room) {
+     std::size_t room) {
   if (room / sizeof(pollfd) < count)
     return REAL(__ppoll_chk)(fds, count, limit, mask, room);
   return vboard_ppoll(fds, count, limit, mask);
@@ -136,7 +135,7 @@ int select_any(int count, fd_set *reads, fd_set *writes, fd_set *excepts, BoardT
     count = FD_SETSIZE;
   pollfd fds[FD_SETSIZE];
   std::size_t used = 0;
-  for (int fd = 0; fd < count; fd++) {
+  for (int fd = 0; fd < count; ++fd) {
     int events = 0;
     if (reads != nullptr && FD_ISSET(fd, reads))
       events |= POLLIN;
@@ -147,17 +146,17 @@ int select_any(int count, fd_set *reads, fd_set *writes, fd_set *excepts, BoardT
     if (events != 0)
       fds[used++] = {fd, static_cast<short>(events), 0};
   }
-  int result = poll_any(fds, used, limit, mask, "select");
+  const int result = poll_any(fds, used, limit, mask, "select");
   if (result < 0)
     return result;
-  for (std::size_t i = 0; i < used; i++) {
+  for (std::size_t i = 0; i < used; ++i) {
     if (fds[i].revents & POLLNVAL)
       return report(-EBADF);
   }
 
   // The sets shrink to what is ready; the answer counts each descriptor once a set.
   auto clear = [count](fd_set *set) {
-    for (int fd = 0; set != nullptr && fd < count; fd++)
+    for (int fd = 0; set != nullptr && fd < count; ++fd)
       FD_CLR(fd, set);
   };
   clear(reads);
@@ -167,10 +166,10 @@ int select_any(int count, fd_set *reads, fd_set *writes, fd_set *excepts, BoardT
   auto mark = [&ready](fd_set *set, const pollfd &one, short wanted, int answers) {
     if ((one.events & wanted) && (one.revents & answers)) {
       FD_SET(one.fd, set);
-      ready++;
+      ++ready;
     }
   };
-  for (std::size_t i = 0; i < used && result > 0; i++) {
+  for (std::size_t i = 0; i < used && result > 0; ++i) {
     mark(reads, fds[i], POLLIN, POLLIN | POLLHUP | POLLERR);
     mark(writes, fds[i], POLLOUT, POLLOUT | POLLERR);
     mark(excepts, fds[i], POLLPRI, POLLPRI);
@@ -189,13 +188,13 @@ WRAP(int, select, int count, fd_set *reads, fd_set *writes, fd_set *excepts, tim
       return report(-EINVAL);
     duration = BoardTime{limit->tv_sec} * kSecond + BoardTime{limit->tv_usec} * 1000;
   }
-  BoardTime deadline = duration == kNever ? kNever : deadline_after(duration);
-  int result = select_any(count, reads, writes, excepts, duration, nullptr);
+  const BoardTime deadline = duration == kNever ? kNever : deadline_after(duration);
+  const int result = select_any(count, reads, writes, excepts, duration, nullptr);
   if (limit != nullptr) {
     // Linux leaves in the record what was left of the time.
-    int error = errno;
-    BoardTime now = board_time();
-    BoardTime rest = deadline > now ? deadline - now : 0;
+    const int error = errno;
+    const BoardTime now = board_time();
+    const BoardTime rest = deadline > now ? deadline - now : 0;
     limit->tv_sec = static_cast<time_t>(rest / kSecond);
     limit->tv_usec = static_cast<suseconds_t>(rest % kSecond / 1000);
     errno = error;

@@ -5,13 +5,13 @@
 // error belongs among that on standard output, so each call that writes there is noted before and
 // after. What goes to other streams is in place by itself.
 
-#include <signal.h>
-#include <stdarg.h>
-#include <stdio.h>
-
 #include "vboard/interposer/state.h"
 #include "vboard/interposer/story.h"
 #include "vboard/interposer/wrap.h"
+
+#include <signal.h>
+#include <stdarg.h>
+#include <stdio.h>
 
 // The headers may define some of them as macros.
 #undef putc
@@ -30,7 +30,7 @@ namespace {
 // Performs `print`, which writes to `stream`.
 template <typename Print>
 auto in_place(FILE *stream, Print print) {
-  bool noted = stream == stderr && on_board() && telling();
+  const bool noted = stream == stderr && on_board() && telling();
   if (noted)
     tell_streams();
   auto result = print();
@@ -48,7 +48,7 @@ WRAP(int, vfprintf, FILE *stream, const char *format, va_list arguments) {
 WRAP(int, fprintf, FILE *stream, const char *format, ...) {
   va_list arguments;
   va_start(arguments, format);
-  int result = vboard_vfprintf(stream, format, arguments);
+  const int result = vboard_vfprintf(stream, format, arguments);
   va_end(arguments);
   return result;
 }
@@ -60,7 +60,7 @@ WRAP(int, __vfprintf_chk, FILE *stream, int flag, const char *format, va_list ar
 WRAP(int, __fprintf_chk, FILE *stream, int flag, const char *format, ...) {
   va_list arguments;
   va_start(arguments, format);
-  int result = vboard___vfprintf_chk(stream, flag, format, arguments);
+  const int result = vboard___vfprintf_chk(stream, flag, format, arguments);
   va_end(arguments);
   return result;
 }
@@ -92,11 +92,12 @@ WRAP(int, __overflow, FILE *stream, int byte) {
   return in_place(stream, [&] { return REAL(__overflow)(stream, byte); });
 }
 
-WRAP(size_t, fwrite, const void *items, size_t size, size_t count, FILE *stream) {
+WRAP(std::size_t, fwrite, const void *items, std::size_t size, std::size_t count, FILE *stream) {
   return in_place(stream, [&] { return REAL(fwrite)(items, size, count, stream); });
 }
 
-WRAP(size_t, fwrite_unlocked, const void *items, size_t size, size_t count, FILE *stream) {
+WRAP(std::size_t, fwrite_unlocked, const void *items, std::size_t size, std::size_t count,
+     FILE *stream) {
   return in_place(stream, [&] { return REAL(fwrite_unlocked)(items, size, count, stream); });
 }
 

@@ -4,16 +4,7 @@
 // Children stay on the board: what they are started with names it, whatever environment the program
 // made for them. Restarting the system, in any of these ways, restarts the board.
 
-#include <alloca.h>
-#include <pthread.h>
-#include <spawn.h>
-#include <stdarg.h>
-#include <stdio.h>
-#include <stdlib.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstring>
+#include "vboard/interposer/processes.h"
 
 #include "vboard/board/emulation.h"
 #include "vboard/board/text.h"
@@ -21,11 +12,20 @@
 #include "vboard/interposer/engine.h"
 #include "vboard/interposer/files.h"
 #include "vboard/interposer/paths.h"
-#include "vboard/interposer/processes.h"
 #include "vboard/interposer/state.h"
 #include "vboard/interposer/timers.h"
 #include "vboard/interposer/trace.h"
 #include "vboard/interposer/wrap.h"
+
+#include <alloca.h>
+#include <errno.h>
+#include <pthread.h>
+#include <spawn.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
 
 using namespace vboard;
 
@@ -59,7 +59,7 @@ void check_program(const char *path) {
 }
 
 bool is_setting_of(const char *entry, const char *name) {
-  std::size_t length = strlen(name);
+  const std::size_t length = strlen(name);
   return strncmp(entry, name, length) == 0 && entry[length] == '=';
 }
 
@@ -68,17 +68,17 @@ bool is_setting_of(const char *entry, const char *name) {
 std::size_t count_environment(char *const given[]) {
   std::size_t count = 0;
   while (given != nullptr && given[count] != nullptr)
-    count++;
+    ++count;
   return count + std::size(kNames) + 1;
 }
 
 char *const *complete(char *const given[], char **room) {
   std::size_t count = 0;
-  for (; given != nullptr && given[count] != nullptr; count++)
+  for (; given != nullptr && given[count] != nullptr; ++count)
     room[count] = given[count];
-  for (std::size_t i = 0; i < std::size(kNames); i++) {
+  for (std::size_t i = 0; i < std::size(kNames); ++i) {
     bool found = settings[i] == nullptr;
-    for (std::size_t at = 0; at < count && !found; at++) {
+    for (std::size_t at = 0; at < count && !found; ++at) {
       if (!is_setting_of(room[at], kNames[i]))
         continue;
       // A preload of the program's own must not push the board's out.
@@ -96,17 +96,17 @@ char *const *complete(char *const given[], char **room) {
 std::size_t count_words(char *const words[]) {
   std::size_t count = 0;
   while (words != nullptr && words[count] != nullptr)
-    count++;
+    ++count;
   return count;
 }
 
 char *const *emulated(const char *path, char *const words[], char **room) {
-  std::size_t count = count_words(words);
+  const std::size_t count = count_words(words);
   room[0] = const_cast<char *>(emulator);
   room[1] = const_cast<char *>("-0");
   room[2] = count > 0 ? words[0] : const_cast<char *>("");
   room[3] = const_cast<char *>(path);
-  for (std::size_t i = 1; i < count; i++)
+  for (std::size_t i = 1; i < count; ++i)
     room[kEmulatorWords + i] = words[i];
   room[kEmulatorWords + (count > 0 ? count : 1)] = nullptr;
   return room;
@@ -114,8 +114,8 @@ char *const *emulated(const char *path, char *const words[], char **room) {
 
 // The path when what it names is an ARM program that can be executed, else null.
 const char *arm_program(const char *path) {
-  bool is_one = on_board() && emulator != nullptr && path != nullptr &&
-                sys_access(path, X_OK) == 0 && is_arm_program(path);
+  const bool is_one = on_board() && emulator != nullptr && path != nullptr &&
+                      sys_access(path, X_OK) == 0 && is_arm_program(path);
   return is_one ? path : nullptr;
 }
 
@@ -128,8 +128,8 @@ const char *find_arm_program(const char *name, char (&out)[kPathSize]) {
     return nullptr;
   std::string_view path = variable;
   while (!path.empty()) {
-    std::size_t end = path.find(':');
-    TextBuffer file = {out, sizeof(out) - 1, 0, false};
+    const std::size_t end = path.find(':');
+    TextBuffer file = {out, sizeof out - 1, 0, false};
     append_text(file, end == 0 ? "." : path.substr(0, end));
     append_text(file, "/");
     append_text(file, name);
@@ -146,8 +146,8 @@ const char *find_arm_program(const char *name, char (&out)[kPathSize]) {
 namespace vboard {
 
 void keep_settings() {
-  for (char **entry = environ; entry != nullptr && *entry != nullptr; entry++) {
-    for (std::size_t i = 0; i < std::size(kNames); i++) {
+  for (char **entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
+    for (std::size_t i = 0; i < std::size(kNames); ++i) {
       if (is_setting_of(*entry, kNames[i]))
         settings[i] = *entry;
     }
@@ -247,7 +247,7 @@ WRAP(int, posix_spawnp, pid_t *child, const char *file, const posix_spawn_file_a
   char **words = static_cast<char **>(alloca((words##_count + 1) * sizeof(char *))); \
   words[0] = const_cast<char *>(first);                                              \
   va_start(arguments, first);                                                        \
-  for (std::size_t i = 1; i <= words##_count; i++) {                                 \
+  for (std::size_t i = 1; i <= words##_count; ++i) {                                 \
     words[i] = va_arg(arguments, char *);                                            \
   }
 

@@ -2,19 +2,18 @@
 
 #include "vboard/interposer/requests.h"
 
-#include <stdarg.h>
-#include <sys/ioctl.h>
-#include <sys/stat.h>
-
-#include <cerrno>
-#include <cstring>
-
 #include "vboard/board/text.h"
 #include "vboard/interposer/engine.h"
 #include "vboard/interposer/files.h"
 #include "vboard/interposer/state.h"
 #include "vboard/interposer/trace.h"
 #include "vboard/interposer/wrap.h"
+
+#include <errno.h>
+#include <stdarg.h>
+#include <string.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
 
 namespace vboard {
 
@@ -29,8 +28,8 @@ constexpr std::uint32_t kGetInterfaces = 0x8912;     // SIOCGIFCONF: of all inte
 int check_argument(const Request &request, const void *argument) {
   if (request.direction == Direction::kNone || request.size == 0)
     return 0;
-  std::uintptr_t frame = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
-  std::uintptr_t address = reinterpret_cast<std::uintptr_t>(argument);
+  const std::uintptr_t frame = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
+  const std::uintptr_t address = reinterpret_cast<std::uintptr_t>(argument);
   if (address > frame && address - frame < 4096)
     return 0;
   return check_user(argument, request.size, request.direction != Direction::kIn);
@@ -45,15 +44,15 @@ struct RequestNames {
 void name_node(const Description &description, std::uint32_t number, const Request *request,
                const void *argument, RequestNames &out) {
   out.names = names_of(description);
-  bool by_name = is_interface_request(number) && request != nullptr &&
-                 request->size >= kInterfaceName && number != kGetInterfaceName &&
-                 number != kGetInterfaces;
+  const bool by_name = is_interface_request(number) && request != nullptr &&
+                       request->size >= kInterfaceName && number != kGetInterfaceName &&
+                       number != kGetInterfaces;
   if (!by_name)
     return;
-  std::memcpy(out.text, "net:", 4);
-  std::memcpy(out.text + 4, argument, kInterfaceName);
+  memcpy(out.text, "net:", 4);
+  memcpy(out.text + 4, argument, kInterfaceName);
   out.text[4 + kInterfaceName] = '\0';
-  std::string_view name(out.text);
+  const std::string_view name(out.text);
   // The answer may be a socket's as such, too: "socket ioctl ..." in a faults file.
   if (name.size() > 4)
     out.names = {name, out.names.asked};
@@ -65,7 +64,7 @@ int perform(Description &description, std::uint32_t number, const Request *reque
   if (file.model == nullptr || file.model->ioctl == nullptr || request == nullptr)
     return -ENOTTY;
   lock_board();
-  int result = file.model->ioctl(file, number, argument);
+  const int result = file.model->ioctl(file, number, argument);
   unlock_board();
   return result;
 }
@@ -92,12 +91,12 @@ int request_on_board(Description &description, std::uint32_t number, void *argum
   TraceLine line;
   line.text.capacity = 0;
   if (tracing()) {
-    std::size_t size = request != nullptr ? 2 * request->size : 0;
+    const std::size_t size = request != nullptr ? 2 * request->size : 0;
     trace_begin(line, "ioctl", node.names.asked, size);
     if (request != nullptr) {
       trace_word(line, request->name);
       // A small number is a parameter; anything else is a pointer that the driver does not look at.
-      std::uintptr_t value = reinterpret_cast<std::uintptr_t>(argument);
+      const std::uintptr_t value = reinterpret_cast<std::uintptr_t>(argument);
       if (request->direction == Direction::kNone && value > 0 && value < 4096)
         trace_number(line, "arg=", static_cast<std::int64_t>(value));
       if (result == 0 &&
@@ -108,7 +107,7 @@ int request_on_board(Description &description, std::uint32_t number, void *argum
     }
   }
 
-  bool has_socket_names = node.names.asked.starts_with("net:");
+  const bool has_socket_names = node.names.asked.starts_with("net:");
   const Fault *fault = nullptr;
   if (description.faulty || has_socket_names)
     fault = meet_fault(node.names, "ioctl", request != nullptr ? request->name : nullptr, number);
@@ -162,7 +161,7 @@ namespace {
 
 // An emulator answers ENOSYS for requests that it does not know: a kernel says ENOTTY, or EBADF.
 int request_of_pc(int fd, unsigned long request, void *argument) {
-  int result = REAL(ioctl)(fd, request, argument);
+  const int result = REAL(ioctl)(fd, request, argument);
   if (result < 0 && errno == ENOSYS)
     errno = sys_flags(fd) < 0 ? EBADF : ENOTTY;
   return result;
@@ -179,17 +178,16 @@ WRAP(int, ioctl, int fd, unsigned long request, ...) {
     return REAL(ioctl)(fd, request, argument);
 
   // A request number written as a negative int comes sign-extended; the kernel takes 32 bits.
-  std::uint32_t number = static_cast<std::uint32_t>(request);
+  const std::uint32_t number = static_cast<std::uint32_t>(request);
   Description *description = is_interface_request(number) ? acquire_kernel_socket(fd) : acquire(fd);
   if (description == nullptr)
     return request_of_pc(fd, request, argument);
   int result;
-  bool is_kernels = description->kind == Kind::kKernelSocket && !is_interface_request(number);
-  if (is_kernels || (description->kind == Kind::kFile && !description->faulty)) {
+  const bool is_kernels = description->kind == Kind::kKernelSocket && !is_interface_request(number);
+  if (is_kernels || (description->kind == Kind::kFile && !description->faulty))
     result = request_of_pc(fd, request, argument);
-  } else {
+  else
     result = report(request_on_board(*description, number, argument));
-  }
   release(description);
   return result;
 }

@@ -3,9 +3,9 @@
 #ifndef VBOARD_INTERPOSER_REQUESTS_H
 #define VBOARD_INTERPOSER_REQUESTS_H
 
-#include <cstdint>
-
 #include "vboard/interposer/descriptors.h"
+
+#include <cstdint>
 
 namespace vboard {
 

@@ -1,9 +1,9 @@
 // Storing a device's state in its node file.
 
-#include <cerrno>
-
 #include "vboard/board/text.h"
 #include "vboard/interposer/model.h"
+
+#include <errno.h>
 
 namespace vboard {
 
@@ -26,13 +26,13 @@ int store_text(OpenFile &file, std::string_view key, std::string_view value) {
   if (!set_node_text(file.node, key, value))
     return -E2BIG;
   Setting setting = {key, value, false};
-  int result = update_node(file.file, store, &setting);
+  const int result = update_node(file.file, store, &setting);
   return result == 0 && !setting.fits ? -E2BIG : result;
 }
 
 int store_number(OpenFile &file, std::string_view key, std::int64_t value) {
   char text[24];
-  TextBuffer buffer = {text, sizeof(text), 0, false};
+  TextBuffer buffer = {text, sizeof text, 0, false};
   append_decimal(buffer, value);
   return store_text(file, key, {text, buffer.length});
 }

@@ -1,17 +1,16 @@
 // Wraps sigwait sigwaitinfo sigtimedwait.
 
+#include "vboard/interposer/engine.h"
+#include "vboard/interposer/files.h"
+#include "vboard/interposer/wrap.h"
+
+#include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/signalfd.h>
 #include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
-
-#include <cerrno>
-
-#include "vboard/interposer/engine.h"
-#include "vboard/interposer/files.h"
-#include "vboard/interposer/wrap.h"
 
 using namespace vboard;
 
@@ -30,23 +29,23 @@ WaitEnd wait_for_pending(const sigset_t *set, BoardTime deadline) {
   wait.fds = &pending;
   wait.fd_count = 1;
   wait.deadline = deadline;
-  WaitEnd end = wait_on_board(wait);
+  const WaitEnd end = wait_on_board(wait);
   sys_close(fd);
   return end;
 }
 
 // The signal's number, or a negated errno.
 int wait_for(const sigset_t *set, siginfo_t *info, BoardTime limit) {
-  BoardTime deadline = limit == kNever ? kNever : deadline_after(limit);
+  const BoardTime deadline = limit == kNever ? kNever : deadline_after(limit);
   if (!jumping()) {
     timespec pc = pc_duration(limit == kNever ? 0 : limit);
-    int number = REAL(sigtimedwait)(set, info, limit == kNever ? nullptr : &pc);
+    const int number = REAL(sigtimedwait)(set, info, limit == kNever ? nullptr : &pc);
     return number < 0 ? -errno : number;
   }
   for (;;) {
-    WaitEnd end = wait_for_pending(set, deadline);
-    timespec zero = {};
-    int number = REAL(sigtimedwait)(set, info, &zero);
+    const WaitEnd end = wait_for_pending(set, deadline);
+    const timespec zero = {};
+    const int number = REAL(sigtimedwait)(set, info, &zero);
     if (number > 0)
       return number;
     if (end == WaitEnd::kInterrupted)

@@ -1,16 +1,15 @@
 // Wraps sleep usleep nanosleep clock_nanosleep thrd_sleep pause sigsuspend.
 
-#include <signal.h>
-#include <threads.h>
-#include <time.h>
-#include <unistd.h>
-
-#include <cerrno>
-
 #include "vboard/interposer/engine.h"
 #include "vboard/interposer/files.h"
 #include "vboard/interposer/trace.h"
 #include "vboard/interposer/wrap.h"
+
+#include <errno.h>
+#include <signal.h>
+#include <threads.h>
+#include <time.h>
+#include <unistd.h>
 
 using namespace vboard;
 
@@ -20,7 +19,7 @@ namespace {
 
 // Sleeps; `rest` is what was left when a signal came in. 0 or -EINTR.
 int sleep_for(BoardTime duration, BoardTime &rest) {
-  BoardTime deadline = deadline_after(duration);
+  const BoardTime deadline = deadline_after(duration);
   rest = 0;
   bool interrupted;
   if (jumping()) {
@@ -31,13 +30,13 @@ int sleep_for(BoardTime duration, BoardTime &rest) {
     interrupted = wait_on_board(wait) == WaitEnd::kInterrupted;
   } else {
     // The kernel's own sleep: after a stop and a continuation it goes on by itself.
-    timespec pc = pc_duration(duration);
+    const timespec pc = pc_duration(duration);
     interrupted = REAL(clock_nanosleep)(CLOCK_MONOTONIC, 0, &pc, nullptr) == EINTR;
     trace_wait("sleep", duration);
   }
   if (!interrupted)
     return 0;
-  BoardTime now = board_time();
+  const BoardTime now = board_time();
   rest = deadline > now ? deadline - now : 0;
   return -EINTR;
 }
@@ -57,7 +56,7 @@ WRAP(int, nanosleep, const timespec *request, timespec *remaining) {
     return report(-EINVAL);
   BoardTime rest;
   // The two may be one record: the request has been read by now.
-  int result = sleep_for(nanoseconds_of(*request), rest);
+  const int result = sleep_for(nanoseconds_of(*request), rest);
   if (result < 0 && remaining != nullptr)
     *remaining = timespec_of(rest);
   return report(result);
@@ -71,27 +70,27 @@ WRAP(int, clock_nanosleep, clockid_t clock, int flags, const timespec *request,
   if (!is_valid_time(*request))
     return EINVAL;
   BoardTime duration = nanoseconds_of(*request);
-  bool absolute = (flags & TIMER_ABSTIME) != 0;
+  const bool absolute = (flags & TIMER_ABSTIME) != 0;
   if (absolute) {
-    BoardTime start =
+    const BoardTime start =
         is_calendar(clock) ? run_page().calendar_start.load() : run_page().monotonic_start;
     duration -= start + board_time();
     if (duration < 0)
       duration = 0;
   }
   BoardTime rest;
-  int result = sleep_for(duration, rest);
+  const int result = sleep_for(duration, rest);
   if (result < 0 && remaining != nullptr && !absolute)
     *remaining = timespec_of(rest);
   return -result;
 }
 
-WRAP(unsigned, sleep, unsigned seconds) {
+WRAP(unsigned int, sleep, unsigned int seconds) {
   if (!on_board())
     return REAL(sleep)(seconds);
   BoardTime rest;
   sleep_for(BoardTime{seconds} * kSecond, rest);
-  return static_cast<unsigned>(rest / kSecond);
+  return static_cast<unsigned int>(rest / kSecond);
 }
 
 WRAP(int, usleep, useconds_t microseconds) {
@@ -104,7 +103,7 @@ WRAP(int, usleep, useconds_t microseconds) {
 WRAP(int, thrd_sleep, const timespec *request, timespec *remaining) {
   if (!on_board())
     return REAL(thrd_sleep)(request, remaining);
-  int result = vboard_clock_nanosleep(CLOCK_REALTIME, 0, request, remaining);
+  const int result = vboard_clock_nanosleep(CLOCK_REALTIME, 0, request, remaining);
   return result == 0 ? 0 : result == EINTR ? -1 : -2;
 }
 

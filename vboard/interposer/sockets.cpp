@@ -4,16 +4,7 @@
 // Sockets of the internet, packet and netlink families are the board's: a stand-in descriptor whose
 // model answers. AF_UNIX is the PC's kernel's, with names under the board's roots led to the board.
 
-#include <fcntl.h>
-#include <netinet/in.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstddef>
-#include <cstring>
+#include "vboard/interposer/sockets.h"
 
 #include "vboard/board/board_files.h"
 #include "vboard/board/text.h"
@@ -21,15 +12,25 @@
 #include "vboard/interposer/engine.h"
 #include "vboard/interposer/files.h"
 #include "vboard/interposer/requests.h"
-#include "vboard/interposer/sockets.h"
 #include "vboard/interposer/state.h"
 #include "vboard/interposer/trace.h"
 #include "vboard/interposer/wrap.h"
 
+#include <errno.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstddef>
+
 using namespace vboard;
 
-DECLARE_WRAPPED(ssize_t, read, int, void *, size_t);
-DECLARE_WRAPPED(ssize_t, write, int, const void *, size_t);
+DECLARE_WRAPPED(ssize_t, read, int, void *, std::size_t);
+DECLARE_WRAPPED(ssize_t, write, int, const void *, std::size_t);
 
 namespace {
 
@@ -145,9 +146,9 @@ const sockaddr *lead(const sockaddr *address, socklen_t &size, sockaddr_un &room
       address->sa_family != AF_UNIX)
     return address;
   room = {};
-  std::memcpy(&room, address, size);
-  char path[sizeof(room.sun_path) + 1] = {};
-  std::memcpy(path, room.sun_path, size - before_path);
+  memcpy(&room, address, size);
+  char path[sizeof room.sun_path + 1] = {};
+  memcpy(path, room.sun_path, size - before_path);
   if (path[0] == '\0')
     return address;
   Resolved resolved;
@@ -161,7 +162,7 @@ const sockaddr *lead(const sockaddr *address, socklen_t &size, sockaddr_un &room
   if (!copy_text(room.sun_path,
                  resolved.place == Place::kPcByName ? resolved.asked : resolved.host))
     copy_text(room.sun_path, "/dev/null/too-long-a-name");
-  size = static_cast<socklen_t>(before_path + std::strlen(room.sun_path) + 1);
+  size = static_cast<socklen_t>(before_path + strlen(room.sun_path) + 1);
   return reinterpret_cast<const sockaddr *>(&room);
 }
 
@@ -203,7 +204,7 @@ WRAP(int, bind, int fd, const sockaddr *address, socklen_t size) {
     sockaddr_un room;
     return REAL(bind)(fd, on_board() ? lead(address, size, room) : address, size);
   }
-  int result = ask_model(*socket, "bind", kSocketBind, address, size);
+  const int result = ask_model(*socket, "bind", kSocketBind, address, size);
   release(socket);
   return report(result);
 }
@@ -214,7 +215,7 @@ WRAP(int, connect, int fd, const sockaddr *address, socklen_t size) {
     sockaddr_un room;
     return REAL(connect)(fd, on_board() ? lead(address, size, room) : address, size);
   }
-  int result = ask_model(*socket, "connect", kSocketConnect, address, size);
+  const int result = ask_model(*socket, "connect", kSocketConnect, address, size);
   release(socket);
   return report(result);
 }
@@ -259,9 +260,9 @@ ssize_t receive_bytes(Description &socket, void *bytes, std::size_t size, int fl
     spend_call();
     return -ENOTCONN;
   }
-  bool waits = (flags & MSG_DONTWAIT) == 0 || (socket.file.flags & O_NONBLOCK) != 0;
+  const bool waits = (flags & MSG_DONTWAIT) == 0 || (socket.file.flags & O_NONBLOCK) != 0;
   if (!waits) {
-    BoardTime now = board_time();
+    const BoardTime now = board_time();
     if (ready_at(socket, now) > now)
       return -EAGAIN;
   }
@@ -270,24 +271,24 @@ ssize_t receive_bytes(Description &socket, void *bytes, std::size_t size, int fl
 
 }  // namespace
 
-WRAP(ssize_t, sendto, int fd, const void *bytes, size_t size, int flags, const sockaddr *address,
-     socklen_t address_size) {
+WRAP(ssize_t, sendto, int fd, const void *bytes, std::size_t size, int flags,
+     const sockaddr *address, socklen_t address_size) {
   Description *socket = acquire_socket(fd);
   if (socket == nullptr) {
     sockaddr_un room;
     const sockaddr *to = on_board() ? lead(address, address_size, room) : address;
     return REAL(sendto)(fd, bytes, size, flags, to, address_size);
   }
-  ssize_t result = send_bytes(*socket, bytes, size);
+  const ssize_t result = send_bytes(*socket, bytes, size);
   release(socket);
   return report(result);
 }
 
-WRAP(ssize_t, send, int fd, const void *bytes, size_t size, int flags) {
+WRAP(ssize_t, send, int fd, const void *bytes, std::size_t size, int flags) {
   Description *socket = acquire_socket(fd);
   if (socket == nullptr)
     return REAL(send)(fd, bytes, size, flags);
-  ssize_t result = send_bytes(*socket, bytes, size);
+  const ssize_t result = send_bytes(*socket, bytes, size);
   release(socket);
   return report(result);
 }
@@ -300,9 +301,9 @@ WRAP(ssize_t, sendmsg, int fd, const msghdr *message, int flags) {
   unsigned char bytes[8192];
   std::size_t size = 0;
   ssize_t result = 0;
-  for (std::size_t i = 0; i < message->msg_iovlen && result == 0; i++) {
+  for (std::size_t i = 0; i < message->msg_iovlen && result == 0; ++i) {
     const iovec &piece = message->msg_iov[i];
-    if (piece.iov_len > sizeof(bytes) - size) {
+    if (piece.iov_len > sizeof bytes - size) {
       result = -EMSGSIZE;
     } else {
       result = read_user(bytes + size, piece.iov_base, piece.iov_len);
@@ -315,34 +316,34 @@ WRAP(ssize_t, sendmsg, int fd, const msghdr *message, int flags) {
   return report(result);
 }
 
-WRAP(ssize_t, recvfrom, int fd, void *bytes, size_t size, int flags, sockaddr *address,
+WRAP(ssize_t, recvfrom, int fd, void *bytes, std::size_t size, int flags, sockaddr *address,
      socklen_t *address_size) {
   Description *socket = acquire_socket(fd);
   if (socket == nullptr)
     return REAL(recvfrom)(fd, bytes, size, flags, address, address_size);
-  ssize_t result = receive_bytes(*socket, bytes, size, flags);
+  const ssize_t result = receive_bytes(*socket, bytes, size, flags);
   if (result >= 0 && address_size != nullptr)
     *address_size = 0;
   release(socket);
   return report(result);
 }
 
-WRAP(ssize_t, recv, int fd, void *bytes, size_t size, int flags) {
+WRAP(ssize_t, recv, int fd, void *bytes, std::size_t size, int flags) {
   Description *socket = acquire_socket(fd);
   if (socket == nullptr)
     return REAL(recv)(fd, bytes, size, flags);
-  ssize_t result = receive_bytes(*socket, bytes, size, flags);
+  const ssize_t result = receive_bytes(*socket, bytes, size, flags);
   release(socket);
   return report(result);
 }
 
-WRAP(ssize_t, __recv_chk, int fd, void *bytes, size_t size, size_t room, int flags) {
+WRAP(ssize_t, __recv_chk, int fd, void *bytes, std::size_t size, std::size_t room, int flags) {
   if (size > room)
     return REAL(__recv_chk)(fd, bytes, size, room, flags);
   return vboard_recv(fd, bytes, size, flags);
 }
 
-WRAP(ssize_t, __recvfrom_chk, int fd, void *bytes, size_t size, size_t room, int flags,
+WRAP(ssize_t, __recvfrom_chk, int fd, void *bytes, std::size_t size, std::size_t room, int flags,
      sockaddr *address, socklen_t *address_size) {
   if (size > room)
     return REAL(__recvfrom_chk)(fd, bytes, size, room, flags, address, address_size);
@@ -355,15 +356,15 @@ WRAP(ssize_t, recvmsg, int fd, msghdr *message, int flags) {
     return REAL(recvmsg)(fd, message, flags);
   unsigned char bytes[8192];
   std::size_t room = 0;
-  for (std::size_t i = 0; i < message->msg_iovlen; i++)
+  for (std::size_t i = 0; i < message->msg_iovlen; ++i)
     room += message->msg_iov[i].iov_len;
-  ssize_t result =
-      receive_bytes(*socket, bytes, room < sizeof(bytes) ? room : sizeof(bytes), flags);
+  ssize_t result = receive_bytes(*socket, bytes, room < sizeof bytes ? room : sizeof bytes, flags);
   std::size_t done = 0;
-  for (std::size_t i = 0; i < message->msg_iovlen && result > 0; i++) {
-    std::size_t rest = static_cast<std::size_t>(result) - done;
-    std::size_t piece = message->msg_iov[i].iov_len < rest ? message->msg_iov[i].iov_len : rest;
-    int error = write_user(message->msg_iov[i].iov_base, bytes + done, piece);
+  for (std::size_t i = 0; i < message->msg_iovlen && result > 0; ++i) {
+    const std::size_t rest = static_cast<std::size_t>(result) - done;
+    const std::size_t piece =
+        message->msg_iov[i].iov_len < rest ? message->msg_iov[i].iov_len : rest;
+    const int error = write_user(message->msg_iov[i].iov_base, bytes + done, piece);
     if (error < 0)
       result = error;
     done += piece;
@@ -379,12 +380,12 @@ namespace {
 
 int unnamed(Description &socket, sockaddr *address, socklen_t *size) {
   sockaddr_storage name = {};
-  std::int64_t family = node_number(socket.file.node, "domain", AF_UNSPEC);
+  const std::int64_t family = node_number(socket.file.node, "domain", AF_UNSPEC);
   name.ss_family = static_cast<sa_family_t>(family);
-  socklen_t full = family == AF_INET6  ? sizeof(sockaddr_in6)
-                   : family == AF_INET ? sizeof(sockaddr_in)
-                                       : 12;
-  std::memcpy(address, &name, *size < full ? *size : full);
+  const socklen_t full = family == AF_INET6  ? sizeof(sockaddr_in6)
+                         : family == AF_INET ? sizeof(sockaddr_in)
+                                             : 12;
+  memcpy(address, &name, *size < full ? *size : full);
   *size = full;
   return 0;
 }
@@ -395,7 +396,7 @@ WRAP(int, getsockname, int fd, sockaddr *address, socklen_t *size) {
   Description *socket = acquire_socket(fd);
   if (socket == nullptr)
     return REAL(getsockname)(fd, address, size);
-  int result = unnamed(*socket, address, size);
+  const int result = unnamed(*socket, address, size);
   release(socket);
   return result;
 }
@@ -421,8 +422,8 @@ WRAP(int, getsockopt, int fd, int level, int option, void *value, socklen_t *siz
     answer = node_number(socket->file.node, "protocol", 0);
   release(socket);
   int number = static_cast<int>(answer);
-  socklen_t copied = *size < sizeof(number) ? *size : static_cast<socklen_t>(sizeof(number));
-  std::memcpy(value, &number, copied);
+  const socklen_t copied = *size < sizeof number ? *size : static_cast<socklen_t>(sizeof number);
+  memcpy(value, &number, copied);
   *size = copied;
   return 0;
 }

@@ -1,21 +1,20 @@
 #include "vboard/interposer/state.h"
 
-#include <fcntl.h>
-#include <pthread.h>
-#include <signal.h>
-#include <sys/mman.h>
-#include <sys/syscall.h>
-#include <unistd.h>
-
-#include <cstdlib>
-#include <cstring>
-
 #include "vboard/board/board_files.h"
 #include "vboard/interposer/kernel.h"
 #include "vboard/interposer/model.h"
 #include "vboard/interposer/processes.h"
 #include "vboard/interposer/story.h"
 #include "vboard/interposer/trace.h"
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/mman.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 namespace vboard {
 
@@ -48,10 +47,10 @@ void map_page() {
   own_page.calendar_start = pc_calendar();
   own_page.reset_time = kNoTime;
   own_page.story_records = -1;
-  const char *file = std::getenv(kRunVariable);
+  const char *file = getenv(kRunVariable);
   if (file == nullptr)
     return;
-  int fd = sys_open(file, O_RDWR | O_CLOEXEC);
+  const int fd = sys_open(file, O_RDWR | O_CLOEXEC);
   if (fd < 0)
     return;
   int error;
@@ -74,22 +73,22 @@ int start_run() {
   int expected = kUnknown;
   if (!run_state.compare_exchange_strong(expected, kStarting))
     return expected;
-  const char *directory = std::getenv(kBoardVariable);
-  std::size_t length = directory == nullptr ? 0 : std::strlen(directory);
+  const char *directory = getenv(kBoardVariable);
+  const std::size_t length = directory == nullptr ? 0 : strlen(directory);
   if (length == 0 || length >= kRootSize || directory[0] != '/') {
     run_state.store(kInactive, std::memory_order_release);
     return kInactive;
   }
-  std::memcpy(root, directory, length + 1);
+  memcpy(root, directory, length + 1);
   root_length = length;
   map_page();
-  if (const char *value = std::getenv(kTemplateVariable))
+  if (const char *value = getenv(kTemplateVariable))
     set_template(root, value, &page->board_is_whole);
-  if (const char *value = std::getenv(kWorkVariable))
+  if (const char *value = getenv(kWorkVariable))
     work = value;
-  if (const char *value = std::getenv(kFaultsVariable))
+  if (const char *value = getenv(kFaultsVariable))
     faults = value;
-  open_trace(std::getenv(kTraceVariable));
+  open_trace(getenv(kTraceVariable));
   open_story();
   keep_settings();
   run_state.store(kActive, std::memory_order_release);
@@ -160,7 +159,7 @@ void end_run(std::uint32_t outcome) {
     syscall(SYS_nanosleep, &pause, nullptr);
   }
   const char *text = outcome == kBoardReset ? "board reset\n" : "board reboot\n";
-  sys_write(2, text, std::strlen(text));
+  sys_write(2, text, strlen(text));
   for (;;)
     syscall(SYS_exit_group, static_cast<int>(outcome));
 }

@@ -3,11 +3,11 @@
 #ifndef VBOARD_INTERPOSER_STATE_H
 #define VBOARD_INTERPOSER_STATE_H
 
+#include "vboard/board/run_page.h"
+
 #include <atomic>
 #include <cstdint>
 #include <string_view>
-
-#include "vboard/board/run_page.h"
 
 namespace vboard {
 

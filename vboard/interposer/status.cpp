@@ -4,14 +4,6 @@
 // The headers' own names for the two layouts of struct stat are wanted here, not their redirection.
 #undef _FILE_OFFSET_BITS
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <sys/statfs.h>
-#include <sys/statvfs.h>
-#include <sys/sysmacros.h>
-
-#include <cerrno>
-
 #include "vboard/board/text.h"
 #include "vboard/interposer/descriptors.h"
 #include "vboard/interposer/engine.h"
@@ -21,34 +13,41 @@
 #include "vboard/interposer/trace.h"
 #include "vboard/interposer/wrap.h"
 
+#include <errno.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/statfs.h>
+#include <sys/statvfs.h>
+#include <sys/sysmacros.h>
+
 using namespace vboard;
 
 namespace {
 
 // A device node is a text file of the board directory; to the program it is a device.
 struct Device {
-  unsigned type;  // S_IFCHR or S_IFBLK
-  unsigned major_number, minor_number;
+  unsigned int type;  // S_IFCHR or S_IFBLK
+  unsigned int major_number, minor_number;
 };
 
 Device device_of(const Node &node) {
   Device device = {S_IFCHR, 0, 0};
   if (node_text(node, "type") == "block")
     device.type = S_IFBLK;
-  std::string_view number = node_text(node, "number");
-  std::size_t colon = number.find(':');
+  const std::string_view number = node_text(node, "number");
+  const std::size_t colon = number.find(':');
   std::int64_t major_number, minor_number;
   if (colon != std::string_view::npos && parse_number(number.substr(0, colon), major_number) &&
       parse_number(number.substr(colon + 1), minor_number)) {
-    device.major_number = static_cast<unsigned>(major_number);
-    device.minor_number = static_cast<unsigned>(minor_number);
+    device.major_number = static_cast<unsigned int>(major_number);
+    device.minor_number = static_cast<unsigned int>(minor_number);
   }
   return device;
 }
 
 template <typename Stat>
 void show_device(const Node &node, Stat &out) {
-  Device device = device_of(node);
+  const Device device = device_of(node);
   out.st_mode = device.type | (out.st_mode & 0666);
   out.st_rdev = makedev(device.major_number, device.minor_number);
   out.st_size = 0;
@@ -88,7 +87,7 @@ int stat_at(int directory, const char *path, int flags, Stat *out,
 
 template <typename Stat>
 int stat_descriptor(int fd, Stat *out, int (*plain)(int, Stat *)) {
-  int result = plain(fd, out);
+  const int result = plain(fd, out);
   Description *description = result == 0 && on_board() ? acquire(fd) : nullptr;
   if (description != nullptr) {
     if (description->kind == Kind::kModel)
@@ -201,7 +200,7 @@ WRAP(int, __fxstatat64, int, int directory, const char *path, struct stat64 *out
   return vboard_fstatat64(directory, path, out, flags);
 }
 
-WRAP(int, statx, int directory, const char *path, int flags, unsigned mask, struct statx *out) {
+WRAP(int, statx, int directory, const char *path, int flags, unsigned int mask, struct statx *out) {
   if (!on_board())
     return REAL(statx)(directory, path, flags, mask, out);
   Node node;
@@ -229,14 +228,14 @@ WRAP(int, statx, int directory, const char *path, int flags, unsigned mask, stru
       load_node(resolved.host, node);
     }
     if (resolved.traced) {
-      int error = errno;
+      const int error = errno;
       trace_call("stat", resolved.asked, result, error);
       spend_call();
       errno = error;
     }
   }
   if (result == 0 && device) {
-    Device shown = device_of(node);
+    const Device shown = device_of(node);
     out->stx_mode = static_cast<std::uint16_t>(shown.type | (out->stx_mode & 0666));
     out->stx_rdev_major = shown.major_number;
     out->stx_rdev_minor = shown.minor_number;

@@ -1,5 +1,11 @@
 #include "vboard/interposer/story.h"
 
+#include "vboard/board/story_record.h"
+#include "vboard/board/text.h"
+#include "vboard/interposer/kernel.h"
+#include "vboard/interposer/state.h"
+
+#include <errno.h>
 #include <fcntl.h>
 #include <linux/sockios.h>
 #include <sched.h>
@@ -9,12 +15,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <cerrno>
-
-#include "vboard/board/story_record.h"
-#include "vboard/board/text.h"
-#include "vboard/interposer/kernel.h"
-#include "vboard/interposer/state.h"
 
 namespace vboard {
 
@@ -29,7 +29,7 @@ std::atomic<std::uint64_t> noted[kStoryStreams];
 // Opens a descriptor of the launcher's once more.
 int open_of_launcher(int number, int flags) {
   char path[64];
-  TextBuffer text = {path, sizeof(path) - 1, 0, false};
+  TextBuffer text = {path, sizeof path - 1, 0, false};
   append_text(text, "/proc/");
   append_decimal(text, run_page().launcher);
   append_text(text, "/fd/");
@@ -45,9 +45,9 @@ int open_of_launcher(int number, int flags) {
 
 // The bytes that are still in a stream's pipe.
 std::uint64_t waiting_in(int pipe) {
-  int kept = errno;
+  const int kept = errno;
   int bytes = 0;
-  long result = syscall(SYS_ioctl, pipe, FIONREAD, &bytes);
+  const long result = syscall(SYS_ioctl, pipe, FIONREAD, &bytes);
   errno = kept;
   return result == 0 && bytes > 0 ? static_cast<std::uint64_t>(bytes) : 0;
 }
@@ -57,9 +57,9 @@ std::uint64_t waiting_in(int pipe) {
 void count_written(std::uint64_t (&out)[kStoryStreams]) {
   constexpr int kMostTries = 10'000;  // the launcher may have been killed in between
   RunPage &page = run_page();
-  for (int i = 0; i < kMostTries; i++) {
-    std::uint32_t before = page.story_sequence.load();
-    for (int stream = 0; stream < kStoryStreams; stream++)
+  for (int i = 0; i < kMostTries; ++i) {
+    const std::uint32_t before = page.story_sequence.load();
+    for (int stream = 0; stream < kStoryStreams; ++stream)
       out[stream] = page.story_read[stream].load() + waiting_in(streams[stream]);
     if (before % 2 == 0 && page.story_sequence.load() == before)
       return;
@@ -69,11 +69,11 @@ void count_written(std::uint64_t (&out)[kStoryStreams]) {
 
 void append_record(const std::uint64_t (&written)[kStoryStreams], std::string_view line) {
   StoryRecord record = {{written[0], written[1]}, static_cast<std::uint32_t>(line.size()), 0};
-  iovec pieces[] = {{&record, sizeof(record)}, {const_cast<char *>(line.data()), line.size()}};
-  int kept = errno;
+  iovec pieces[] = {{&record, sizeof record}, {const_cast<char *>(line.data()), line.size()}};
+  const int kept = errno;
   syscall(SYS_writev, records, pieces, line.empty() ? 1 : 2);
   errno = kept;
-  for (int stream = 0; stream < kStoryStreams; stream++)
+  for (int stream = 0; stream < kStoryStreams; ++stream)
     noted[stream].store(written[stream], std::memory_order_relaxed);
 }
 
@@ -83,7 +83,7 @@ void open_story() {
   const RunPage &page = run_page();
   if (page.story_records < 0)
     return;
-  for (int stream = 0; stream < kStoryStreams; stream++)
+  for (int stream = 0; stream < kStoryStreams; ++stream)
     streams[stream] = open_of_launcher(page.story_streams[stream], O_WRONLY | O_NONBLOCK);
   records = open_of_launcher(page.story_records, O_WRONLY | O_APPEND);
 }

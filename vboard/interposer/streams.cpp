@@ -3,25 +3,25 @@
 // libc's streams read, write and close without passing read(), write() and close(). One on a file
 // of the board gets its bytes through functions of its own instead (fopencookie).
 
-#include <fcntl.h>
-#include <stdio.h>
-#include <unistd.h>
-
-#include <atomic>
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
-
 #include "vboard/interposer/descriptors.h"
 #include "vboard/interposer/files.h"
 #include "vboard/interposer/paths.h"
 #include "vboard/interposer/state.h"
 #include "vboard/interposer/wrap.h"
 
+#include <errno.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <atomic>
+
 using namespace vboard;
 
-DECLARE_WRAPPED(ssize_t, read, int, void *, size_t);
-DECLARE_WRAPPED(ssize_t, write, int, const void *, size_t);
+DECLARE_WRAPPED(ssize_t, read, int, void *, std::size_t);
+DECLARE_WRAPPED(ssize_t, write, int, const void *, std::size_t);
 DECLARE_WRAPPED(off64_t, lseek64, int, off64_t, int);
 DECLARE_WRAPPED(int, close, int);
 DECLARE_WRAPPED(FILE *, fopen64, const char *, const char *);
@@ -51,12 +51,12 @@ ssize_t read_stream(void *cookie, char *buffer, std::size_t size) {
 
 // A cookie's write tells of an error by 0; libc sets the stream's error flag then.
 ssize_t write_stream(void *cookie, const char *buffer, std::size_t size) {
-  ssize_t written = vboard_write(fd_of(cookie), buffer, size);
+  const ssize_t written = vboard_write(fd_of(cookie), buffer, size);
   return written < 0 ? 0 : written;
 }
 
 int seek_stream(void *cookie, off64_t *position, int whence) {
-  off64_t result = vboard_lseek64(fd_of(cookie), *position, whence);
+  const off64_t result = vboard_lseek64(fd_of(cookie), *position, whence);
   if (result < 0)
     return -1;
   *position = result;
@@ -65,7 +65,7 @@ int seek_stream(void *cookie, off64_t *position, int whence) {
 
 int close_stream(void *cookie) {
   Stream &stream = *static_cast<Stream *>(cookie);
-  int fd = stream.fd;
+  const int fd = stream.fd;
   stream.file.store(nullptr, std::memory_order_release);
   stream_count.fetch_sub(1);
   return vboard_close(fd);
@@ -89,7 +89,7 @@ FILE *open_stream(int fd, const char *mode) {
     errno = EMFILE;
     return nullptr;
   }
-  cookie_io_functions_t functions = {read_stream, write_stream, seek_stream, close_stream};
+  const cookie_io_functions_t functions = {read_stream, write_stream, seek_stream, close_stream};
   FILE *file = fopencookie(free_stream, mode, functions);
   free_stream->file.store(file, std::memory_order_release);
   if (file != nullptr)
@@ -113,7 +113,7 @@ int flags_of(const char *mode) {
     default:
       return -1;
   }
-  for (const char *one = mode + 1; *one != '\0' && *one != ','; one++) {
+  for (const char *one = mode + 1; *one != '\0' && *one != ','; ++one) {
     if (*one == '+')
       flags = (flags & ~O_ACCMODE) | O_RDWR;
     if (*one == 'x')
@@ -140,15 +140,15 @@ WRAP(FILE *, fopen64, const char *path, const char *mode) {
     }
     return REAL(fopen64)(name, mode);
   }
-  int flags = flags_of(mode);
-  int fd = flags < 0 ? -EINVAL : open_on_board(resolved, flags, 0666);
+  const int flags = flags_of(mode);
+  const int fd = flags < 0 ? -EINVAL : open_on_board(resolved, flags, 0666);
   if (fd < 0) {
     errno = -fd;
     return nullptr;
   }
   FILE *file = vboard_fdopen(fd, mode);
   if (file == nullptr) {
-    int error = errno;
+    const int error = errno;
     vboard_close(fd);
     errno = error;
   }
@@ -179,9 +179,9 @@ WRAP(FILE *, freopen64, const char *path, const char *mode, FILE *file) {
   }
   // libc cannot turn a stream into another kind: on a device it reads and writes the medium as
   // such.
-  int flags = flags_of(mode);
+  const int flags = flags_of(mode);
   if (resolved.place == Place::kFallback && (flags & O_ACCMODE) != O_RDONLY) {
-    int result = copy_up(resolved, (flags & O_TRUNC) == 0);
+    const int result = copy_up(resolved, (flags & O_TRUNC) == 0);
     if (result < 0) {
       fclose(file);
       errno = -result;
@@ -190,7 +190,7 @@ WRAP(FILE *, freopen64, const char *path, const char *mode, FILE *file) {
     return REAL(freopen64)(resolved.host, mode, file);
   }
   if ((flags & O_ACCMODE) != O_RDONLY) {
-    if (int owned = take_over(resolved); owned < 0) {
+    if (const int owned = take_over(resolved); owned < 0) {
       fclose(file);
       errno = -owned;
       return nullptr;

@@ -3,12 +3,12 @@
 // The board's files are the PC's: writing all of its caches back would make every run wait for
 // whatever else the PC is doing.
 
-#include <unistd.h>
-
 #include "vboard/interposer/engine.h"
 #include "vboard/interposer/state.h"
 #include "vboard/interposer/trace.h"
 #include "vboard/interposer/wrap.h"
+
+#include <unistd.h>
 
 using namespace vboard;
 

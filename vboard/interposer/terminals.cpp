@@ -4,18 +4,18 @@
 // libc turns these into requests without passing ioctl(); on a port of the board they become the
 // same requests here.
 
-#include <termios.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstdint>
-#include <cstring>
-
 #include "vboard/interposer/descriptors.h"
 #include "vboard/interposer/files.h"
 #include "vboard/interposer/requests.h"
 #include "vboard/interposer/state.h"
 #include "vboard/interposer/wrap.h"
+
+#include <errno.h>
+#include <string.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <cstdint>
 
 using namespace vboard;
 
@@ -45,7 +45,7 @@ bool request_if_board(int fd, std::uint32_t number, void *argument, int &out_res
   Description *description = on_board() ? acquire(fd) : nullptr;
   if (description == nullptr)
     return false;
-  bool ours = description->kind == Kind::kModel;
+  const bool ours = description->kind == Kind::kModel;
   if (ours)
     out_result = report(request_on_board(*description, number, argument));
   release(description);
@@ -71,7 +71,7 @@ WRAP(int, tcgetattr, int fd, termios *out) {
   out->c_cflag = record.control_flags;
   out->c_lflag = record.local_flags;
   out->c_line = record.line;
-  std::memcpy(out->c_cc, record.control_characters, sizeof(record.control_characters));
+  memcpy(out->c_cc, record.control_characters, sizeof record.control_characters);
   out->c_ispeed = record.control_flags & kSpeedBits;
   out->c_ospeed = record.control_flags & kSpeedBits;
   return 0;
@@ -88,9 +88,9 @@ WRAP(int, tcsetattr, int fd, int when, const termios *settings) {
   record.control_flags = settings->c_cflag;
   record.local_flags = settings->c_lflag;
   record.line = settings->c_line;
-  std::memcpy(record.control_characters, settings->c_cc, sizeof(record.control_characters));
+  memcpy(record.control_characters, settings->c_cc, sizeof record.control_characters);
   int result;
-  std::uint32_t number = kSetSettings + static_cast<std::uint32_t>(when);
+  const std::uint32_t number = kSetSettings + static_cast<std::uint32_t>(when);
   return request_if_board(fd, number, &record, result) ? result
                                                        : REAL(tcsetattr)(fd, when, settings);
 }
@@ -133,31 +133,30 @@ WRAP(int, isatty, int fd) {
   Description *description = on_board() ? acquire(fd) : nullptr;
   if (description == nullptr)
     return REAL(isatty)(fd);
-  bool terminal = is_terminal(*description);
+  const bool terminal = is_terminal(*description);
   release(description);
   if (!terminal)
     errno = ENOTTY;
   return terminal;
 }
 
-WRAP(int, ttyname_r, int fd, char *buffer, size_t size) {
+WRAP(int, ttyname_r, int fd, char *buffer, std::size_t size) {
   Description *description = on_board() ? acquire(fd) : nullptr;
   if (description == nullptr)
     return REAL(ttyname_r)(fd, buffer, size);
   int error = 0;
-  std::size_t length = std::strlen(description->asked) + 1;
-  if (!is_terminal(*description)) {
+  const std::size_t length = strlen(description->asked) + 1;
+  if (!is_terminal(*description))
     error = ENOTTY;
-  } else if (length > size) {
+  else if (length > size)
     error = ERANGE;
-  } else {
-    std::memcpy(buffer, description->asked, length);
-  }
+  else
+    memcpy(buffer, description->asked, length);
   release(description);
   return error;
 }
 
-WRAP(int, __ttyname_r_chk, int fd, char *buffer, size_t size, size_t room) {
+WRAP(int, __ttyname_r_chk, int fd, char *buffer, std::size_t size, std::size_t room) {
   if (size > room)
     return REAL(__ttyname_r_chk)(fd, buffer, size, room);
   return vboard_ttyname_r(fd, buffer, size);
@@ -167,7 +166,7 @@ WRAP(char *, ttyname, int fd) {
   if (!on_board() || !is_board_descriptor(fd))
     return REAL(ttyname)(fd);
   static char name[256];
-  int error = vboard_ttyname_r(fd, name, sizeof(name));
+  const int error = vboard_ttyname_r(fd, name, sizeof name);
   if (error != 0)
     errno = error;
   return error == 0 ? name : nullptr;

@@ -6,16 +6,15 @@
 // At a fixed speed waiting between threads is the kernel's, with absolute times turned into the
 // PC's. In a jumping run the engine must know who waits: these waits are its own.
 
-#include <pthread.h>
-#include <semaphore.h>
-#include <time.h>
-
-#include <cerrno>
-#include <cstdlib>
-
 #include "vboard/interposer/engine.h"
 #include "vboard/interposer/files.h"
 #include "vboard/interposer/wrap.h"
+
+#include <errno.h>
+#include <pthread.h>
+#include <semaphore.h>
+#include <stdlib.h>
+#include <time.h>
 
 using namespace vboard;
 
@@ -38,8 +37,8 @@ void make_end_key() {
 
 // The first of a thread in a jumping run. Its creator had every signal blocked.
 void *begin(void *context) {
-  Start start = *static_cast<Start *>(context);
-  std::free(context);
+  const Start start = *static_cast<Start *>(context);
+  free(context);
   pthread_setspecific(end_key, &end_key);
   pthread_sigmask(SIG_SETMASK, &start.mask, nullptr);
   return start.function(start.argument);
@@ -48,21 +47,21 @@ void *begin(void *context) {
 // Board time of an absolute time of the program. Whether it is the calendar or the time since the
 // start is seen from its size: they lie decades apart.
 BoardTime board_moment(const timespec &absolute) {
-  BoardTime time = nanoseconds_of(absolute);
-  std::int64_t calendar = run_page().calendar_start.load();
-  bool is_calendar = time > calendar / 2;
+  const BoardTime time = nanoseconds_of(absolute);
+  const std::int64_t calendar = run_page().calendar_start.load();
+  const bool is_calendar = time > calendar / 2;
   return time - (is_calendar ? calendar : run_page().monotonic_start);
 }
 
 BoardTime board_moment(clockid_t clock, const timespec &absolute) {
-  bool is_calendar = clock == CLOCK_REALTIME;
+  const bool is_calendar = clock == CLOCK_REALTIME;
   return nanoseconds_of(absolute) -
          (is_calendar ? run_page().calendar_start.load() : run_page().monotonic_start);
 }
 
 // The same moment on the PC's CLOCK_MONOTONIC.
 timespec pc_moment(BoardTime moment) {
-  timespec rest = pc_duration(moment - board_time());
+  const timespec rest = pc_duration(moment - board_time());
   timespec now;
   REAL(clock_gettime)(CLOCK_MONOTONIC, &now);
   return timespec_of(nanoseconds_of(now) + nanoseconds_of(rest));
@@ -79,7 +78,7 @@ WRAP(int, pthread_create, pthread_t *thread, const pthread_attr_t *attributes,
   if (!on_board() || !jumping())
     return REAL(pthread_create)(thread, attributes, function, argument);
   pthread_once(&end_key_made, make_end_key);
-  Start *start = static_cast<Start *>(std::malloc(sizeof(Start)));
+  Start *start = static_cast<Start *>(malloc(sizeof(Start)));
   if (start == nullptr)
     return EAGAIN;
   start->function = function;
@@ -87,13 +86,13 @@ WRAP(int, pthread_create, pthread_t *thread, const pthread_attr_t *attributes,
   // The thread is counted before it can run: its first act would be to wait for this lock if it
   // ended at once.
   lock_engine(start->mask);
-  sigset_t saved = start->mask;
-  int result = REAL(pthread_create)(thread, attributes, begin, start);
+  const sigset_t saved = start->mask;
+  const int result = REAL(pthread_create)(thread, attributes, begin, start);
   if (result == 0)
     thread_begins(*thread);
   unlock_engine(saved);
   if (result != 0)
-    std::free(start);
+    free(start);
   return result;
 }
 
@@ -116,7 +115,7 @@ bool await_end(pthread_t thread, BoardTime deadline) {
     wait.deadline = deadline;
     wait.key = reinterpret_cast<const void *>(thread);
     wait.done = thread_has_ended;
-    WaitEnd end = wait_on_board(wait);
+    const WaitEnd end = wait_on_board(wait);
     if (end == WaitEnd::kWoken)
       return true;
     if (end == WaitEnd::kTimeout)
@@ -136,7 +135,7 @@ WRAP(int, pthread_clockjoin_np, pthread_t thread, void **value, clockid_t clock,
      const timespec *limit) {
   if (!on_board() || limit == nullptr)
     return REAL(pthread_clockjoin_np)(thread, value, clock, limit);
-  BoardTime deadline = board_moment(clock, *limit);
+  const BoardTime deadline = board_moment(clock, *limit);
   if (jumping() && !await_end(thread, deadline))
     return ETIMEDOUT;
   timespec pc = pc_moment(deadline);
@@ -159,7 +158,7 @@ int wait_for_condition(pthread_cond_t *condition, pthread_mutex_t *mutex, BoardT
   wait.deadline = deadline;
   wait.key = condition;
   wait.release = mutex;
-  WaitEnd end = wait_on_board(wait);
+  const WaitEnd end = wait_on_board(wait);
   pthread_mutex_lock(mutex);
   pthread_testcancel();
   return end == WaitEnd::kTimeout ? ETIMEDOUT : 0;
@@ -173,10 +172,10 @@ WRAP(int, pthread_cond_clockwait, pthread_cond_t *condition, pthread_mutex_t *mu
     return REAL(pthread_cond_clockwait)(condition, mutex, clock, limit);
   if (is_bad_fraction(*limit))
     return EINVAL;
-  BoardTime deadline = board_moment(clock, *limit);
+  const BoardTime deadline = board_moment(clock, *limit);
   if (jumping())
     return wait_for_condition(condition, mutex, deadline);
-  timespec pc = pc_moment(deadline);
+  const timespec pc = pc_moment(deadline);
   return REAL(pthread_cond_clockwait)(condition, mutex, CLOCK_MONOTONIC, &pc);
 }
 
@@ -186,10 +185,10 @@ WRAP(int, pthread_cond_timedwait, pthread_cond_t *condition, pthread_mutex_t *mu
     return REAL(pthread_cond_timedwait)(condition, mutex, limit);
   if (is_bad_fraction(*limit))
     return EINVAL;
-  BoardTime deadline = board_moment(*limit);
+  const BoardTime deadline = board_moment(*limit);
   if (jumping())
     return wait_for_condition(condition, mutex, deadline);
-  timespec pc = pc_moment(deadline);
+  const timespec pc = pc_moment(deadline);
   return REAL(pthread_cond_clockwait)(condition, mutex, CLOCK_MONOTONIC, &pc);
 }
 
@@ -216,8 +215,8 @@ WRAP(int, pthread_cond_broadcast, pthread_cond_t *condition) {
 namespace {
 
 bool took_semaphore(const void *key) {
-  int kept = errno;
-  bool took = sem_trywait(static_cast<sem_t *>(const_cast<void *>(key))) == 0;
+  const int kept = errno;
+  const bool took = sem_trywait(static_cast<sem_t *>(const_cast<void *>(key))) == 0;
   errno = kept;
   return took;
 }
@@ -258,10 +257,10 @@ WRAP(int, sem_clockwait, sem_t *semaphore, clockid_t clock, const timespec *limi
     return 0;
   if (is_bad_fraction(*limit))
     return report(-EINVAL);
-  BoardTime deadline = board_moment(clock, *limit);
+  const BoardTime deadline = board_moment(clock, *limit);
   if (jumping())
     return wait_for_semaphore(semaphore, deadline);
-  timespec pc = pc_moment(deadline);
+  const timespec pc = pc_moment(deadline);
   return REAL(sem_clockwait)(semaphore, CLOCK_MONOTONIC, &pc);
 }
 
@@ -272,7 +271,7 @@ WRAP(int, sem_timedwait, sem_t *semaphore, const timespec *limit) {
 }
 
 WRAP(int, sem_post, sem_t *semaphore) {
-  int result = REAL(sem_post)(semaphore);
+  const int result = REAL(sem_post)(semaphore);
   if (result == 0 && on_board() && jumping())
     wake_waiters(semaphore, false);
   return result;
@@ -285,9 +284,9 @@ WRAP(int, pthread_mutex_clocklock, pthread_mutex_t *mutex, clockid_t clock, cons
     return 0;
   if (is_bad_fraction(*limit))
     return EINVAL;
-  BoardTime deadline = board_moment(clock, *limit);
+  const BoardTime deadline = board_moment(clock, *limit);
   if (!jumping()) {
-    timespec pc = pc_moment(deadline);
+    const timespec pc = pc_moment(deadline);
     return REAL(pthread_mutex_clocklock)(mutex, CLOCK_MONOTONIC, &pc);
   }
   for (;;) {
@@ -295,7 +294,7 @@ WRAP(int, pthread_mutex_clocklock, pthread_mutex_t *mutex, clockid_t clock, cons
     wait.deadline = deadline;
     wait.key = mutex;
     wait.done = took_mutex;
-    WaitEnd end = wait_on_board(wait);
+    const WaitEnd end = wait_on_board(wait);
     if (end == WaitEnd::kWoken)
       return 0;
     if (end == WaitEnd::kTimeout)

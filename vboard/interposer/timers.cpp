@@ -7,7 +7,13 @@
 
 #include "vboard/interposer/timers.h"
 
+#include "vboard/interposer/engine.h"
+#include "vboard/interposer/state.h"
+#include "vboard/interposer/wrap.h"
+
+#include <errno.h>
 #include <signal.h>
+#include <string.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
 #include <time.h>
@@ -15,12 +21,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cerrno>
-#include <cstring>
-
-#include "vboard/interposer/engine.h"
-#include "vboard/interposer/state.h"
-#include "vboard/interposer/wrap.h"
 
 using namespace vboard;
 
@@ -64,11 +64,10 @@ void raise_for(const PosixTimer &timer) {
     info.si_pid = getpid();
     info.si_uid = getuid();
     info.si_value = event.sigev_value;
-    if (event.sigev_notify == SIGEV_SIGNAL) {
+    if (event.sigev_notify == SIGEV_SIGNAL)
       syscall(SYS_rt_sigqueueinfo, getpid(), event.sigev_signo, &info);
-    } else {
+    else
       syscall(SYS_rt_tgsigqueueinfo, getpid(), event._sigev_un._tid, event.sigev_signo, &info);
-    }
   }
 }
 
@@ -82,7 +81,7 @@ PosixTimer *find_timer(timer_t id) {
 
 // What is left until the next expiry; a running timer never shows zero.
 BoardTime rest_of(const Timer &timer) {
-  BoardTime expiry = timer.expiry.load(std::memory_order_relaxed);
+  const BoardTime expiry = timer.expiry.load(std::memory_order_relaxed);
   return expiry == kNever ? 0 : std::max<BoardTime>(expiry - board_time(), 1000);
 }
 
@@ -125,7 +124,7 @@ itimerval exchange_alarm(const itimerval *value) {
   lock_engine(saved);
   itimerval old = {timeval_of(alarm_timer.interval), timeval_of(rest_of(alarm_timer))};
   if (value != nullptr) {
-    BoardTime first = nanoseconds_of(value->it_value);
+    const BoardTime first = nanoseconds_of(value->it_value);
     set_timer(alarm_timer, first == 0 ? kNever : deadline_after(first),
               first == 0 ? 0 : nanoseconds_of(value->it_interval));
   }
@@ -176,7 +175,7 @@ WRAP(int, setitimer, int which, const itimerval *value, itimerval *old) {
     return -1;
   }
   if (jumping()) {
-    itimerval before = exchange_alarm(value);
+    const itimerval before = exchange_alarm(value);
     if (old != nullptr)
       *old = before;
     return 0;
@@ -184,7 +183,7 @@ WRAP(int, setitimer, int which, const itimerval *value, itimerval *old) {
   itimerval pc;
   if (value != nullptr)
     pc = scaled(*value, to_pc);
-  int result = REAL(setitimer)(which, value != nullptr ? &pc : nullptr, old);
+  const int result = REAL(setitimer)(which, value != nullptr ? &pc : nullptr, old);
   if (result == 0 && old != nullptr)
     *old = scaled(*old, to_board);
   return result;
@@ -197,38 +196,39 @@ WRAP(int, getitimer, int which, itimerval *value) {
     *value = exchange_alarm(nullptr);
     return 0;
   }
-  int result = REAL(getitimer)(which, value);
+  const int result = REAL(getitimer)(which, value);
   if (result == 0)
     *value = scaled(*value, to_board);
   return result;
 }
 
-WRAP(unsigned, alarm, unsigned seconds) {
+WRAP(unsigned int, alarm, unsigned int seconds) {
   if (!on_board())
     return REAL(alarm)(seconds);
-  itimerval value = {{0, 0}, {static_cast<time_t>(seconds), 0}};
+  const itimerval value = {{0, 0}, {static_cast<time_t>(seconds), 0}};
   itimerval old = {};
   vboard_setitimer(ITIMER_REAL, &value, &old);
   // The kernel rounds to the nearest second, but never down to zero.
-  unsigned rest = static_cast<unsigned>(old.it_value.tv_sec);
+  unsigned int rest = static_cast<unsigned int>(old.it_value.tv_sec);
   if (old.it_value.tv_usec >= 500'000 || (rest == 0 && old.it_value.tv_usec > 0))
-    rest++;
+    ++rest;
   return rest;
 }
 
 WRAP(useconds_t, ualarm, useconds_t value, useconds_t interval) {
   if (!on_board())
     return REAL(ualarm)(value, interval);
-  itimerval timer = {timeval_of(BoardTime{interval} * 1000), timeval_of(BoardTime{value} * 1000)};
+  const itimerval timer = {timeval_of(BoardTime{interval} * 1000),
+                           timeval_of(BoardTime{value} * 1000)};
   itimerval old = {};
   vboard_setitimer(ITIMER_REAL, &timer, &old);
   return static_cast<useconds_t>(nanoseconds_of(old.it_value) / 1000);
 }
 
 WRAP(int, timer_create, clockid_t clock, sigevent *event, timer_t *out) {
-  bool ours = on_board() && jumping() && clock != CLOCK_PROCESS_CPUTIME_ID &&
-              clock != CLOCK_THREAD_CPUTIME_ID &&
-              (event == nullptr || event->sigev_notify != SIGEV_THREAD);
+  const bool ours = on_board() && jumping() && clock != CLOCK_PROCESS_CPUTIME_ID &&
+                    clock != CLOCK_THREAD_CPUTIME_ID &&
+                    (event == nullptr || event->sigev_notify != SIGEV_THREAD);
   if (!ours)
     return REAL(timer_create)(clock, event, out);
   // The kernel gives the number; its own timer never runs.
@@ -251,7 +251,7 @@ WRAP(int, timer_create, clockid_t clock, sigevent *event, timer_t *out) {
       one.event = {};
       one.event.sigev_notify = SIGEV_SIGNAL;
       one.event.sigev_signo = SIGALRM;
-      std::memcpy(&one.event.sigev_value, out, sizeof(*out));
+      memcpy(&one.event.sigev_value, out, sizeof(*out));
     }
     set_timer(one.timer, kNever, 0);
     one.used.store(true, std::memory_order_relaxed);
@@ -266,7 +266,7 @@ WRAP(int, timer_create, clockid_t clock, sigevent *event, timer_t *out) {
 
 WRAP(int, timer_settime, timer_t id, int flags, const itimerspec *value, itimerspec *old) {
   PosixTimer *timer = on_board() ? find_timer(id) : nullptr;
-  bool at_speed = timer == nullptr && on_board() && !jumping();
+  const bool at_speed = timer == nullptr && on_board() && !jumping();
   if (value == nullptr || !is_valid_time(value->it_value) || !is_valid_time(value->it_interval)) {
     errno = EINVAL;
     return -1;
@@ -275,16 +275,17 @@ WRAP(int, timer_settime, timer_t id, int flags, const itimerspec *value, itimers
     return REAL(timer_settime)(id, flags, value, old);
 
   BoardTime first = nanoseconds_of(value->it_value);
-  BoardTime interval = nanoseconds_of(value->it_interval);
+  const BoardTime interval = nanoseconds_of(value->it_interval);
   if (at_speed) {
     if (first != 0 && (flags & TIMER_ABSTIME)) {
       // Which clock it belongs to is not known here; the two differ by decades.
-      bool calendar = first > board_calendar_time() / 2;
-      BoardTime now = calendar ? board_calendar_time() : run_page().monotonic_start + board_time();
+      const bool calendar = first > board_calendar_time() / 2;
+      const BoardTime now =
+          calendar ? board_calendar_time() : run_page().monotonic_start + board_time();
       first = std::max<BoardTime>(first - now, 1);
     }
-    itimerspec pc = {timespec_of(to_pc(interval)), timespec_of(to_pc(first))};
-    int result = REAL(timer_settime)(id, 0, &pc, old);
+    const itimerspec pc = {timespec_of(to_pc(interval)), timespec_of(to_pc(first))};
+    const int result = REAL(timer_settime)(id, 0, &pc, old);
     if (result == 0 && old != nullptr)
       *old = {timespec_of(to_board(nanoseconds_of(old->it_interval))),
               timespec_of(to_board(nanoseconds_of(old->it_value)))};
@@ -296,7 +297,7 @@ WRAP(int, timer_settime, timer_t id, int flags, const itimerspec *value, itimers
     *old = {timespec_of(timer->timer.interval), timespec_of(rest_of(timer->timer))};
   BoardTime expiry = kNever;
   if (first != 0 && (flags & TIMER_ABSTIME)) {
-    bool calendar = timer->clock == CLOCK_REALTIME || timer->clock == CLOCK_REALTIME_ALARM;
+    const bool calendar = timer->clock == CLOCK_REALTIME || timer->clock == CLOCK_REALTIME_ALARM;
     expiry = std::max<BoardTime>(
         first - (calendar ? run_page().calendar_start.load() : run_page().monotonic_start), 0);
   } else if (first != 0) {
@@ -310,7 +311,7 @@ WRAP(int, timer_settime, timer_t id, int flags, const itimerspec *value, itimers
 WRAP(int, timer_gettime, timer_t id, itimerspec *value) {
   PosixTimer *timer = on_board() ? find_timer(id) : nullptr;
   if (timer == nullptr) {
-    int result = REAL(timer_gettime)(id, value);
+    const int result = REAL(timer_gettime)(id, value);
     if (result == 0 && on_board() && !jumping())
       *value = {timespec_of(to_board(nanoseconds_of(value->it_interval))),
                 timespec_of(to_board(nanoseconds_of(value->it_value)))};

@@ -1,15 +1,14 @@
 #include "vboard/interposer/trace.h"
 
-#include <fcntl.h>
-#include <string.h>
-
-#include <cstdlib>
-
 #include "vboard/board/trace_bytes.h"
 #include "vboard/interposer/kernel.h"
 #include "vboard/interposer/model.h"
 #include "vboard/interposer/state.h"
 #include "vboard/interposer/story.h"
+
+#include <fcntl.h>
+#include <stdlib.h>
+#include <string.h>
 
 namespace vboard {
 
@@ -25,7 +24,7 @@ int trace_fd = -1;
 void open_trace(const char *file) {
   if (file == nullptr || *file == '\0')
     return;
-  int fd = sys_open(file, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY, 0666);
+  const int fd = sys_open(file, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY, 0666);
   if (fd < 0)
     return;
   trace_fd = sys_move_high(fd, kOwnDescriptors);
@@ -41,10 +40,10 @@ void trace_begin(TraceLine &line, const char *call, std::string_view node, std::
   line.text = {line.fixed, 0, 0, false};
   if (!tracing())
     return;
-  line.text.capacity = sizeof(line.fixed) - 1;
-  std::size_t needed = trace_bytes_limit(bytes < kMostBytes ? bytes : kMostBytes) + 512;
+  line.text.capacity = sizeof line.fixed - 1;
+  const std::size_t needed = trace_bytes_limit(bytes < kMostBytes ? bytes : kMostBytes) + 512;
   if (needed > line.text.capacity) {
-    line.heap = static_cast<char *>(std::malloc(needed));
+    line.heap = static_cast<char *>(malloc(needed));
     if (line.heap != nullptr)
       line.text = {line.heap, needed - 1, 0, false};
   }
@@ -82,7 +81,7 @@ void trace_data(TraceLine &line, const char *label, const void *data, std::size_
   if (line.text.capacity == 0 || size == 0)
     return;
   trace_word(line, label);
-  bool cut = size > kMostBytes;
+  const bool cut = size > kMostBytes;
   append_bytes(line.text, {static_cast<const unsigned char *>(data), cut ? kMostBytes : size});
   if (cut)
     append_text(line.text, "...");
@@ -93,11 +92,10 @@ void trace_end(TraceLine &line, std::int64_t result, int error) {
     return;
   append_text(line.text, " = ");
   const char *name = result < 0 && error > 0 ? strerrorname_np(error) : nullptr;
-  if (name != nullptr) {
+  if (name != nullptr)
     append_text(line.text, name);
-  } else {
+  else
     append_decimal(line.text, result);
-  }
   trace_end(line);
 }
 
@@ -105,14 +103,14 @@ void trace_end(TraceLine &line) {
   if (line.text.capacity == 0)
     return;
   if (telling()) {
-    std::string_view text(line.text.data, line.text.length);
+    const std::string_view text(line.text.data, line.text.length);
     tell(text.substr(text.find(' ') + 1));  // without the time
   }
   // The capacity is one less than the room.
   line.text.data[line.text.length++] = '\n';
   if (trace_fd >= 0)
     sys_write(trace_fd, line.text.data, line.text.length);
-  std::free(line.heap);
+  free(line.heap);
 }
 
 void trace_call(const char *call, std::string_view node, std::int64_t result, int error) {

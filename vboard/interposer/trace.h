@@ -4,12 +4,12 @@
 #ifndef VBOARD_INTERPOSER_TRACE_H
 #define VBOARD_INTERPOSER_TRACE_H
 
+#include "vboard/board/text.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string_view>
-
-#include "vboard/board/text.h"
 
 namespace vboard {
 

@@ -1,15 +1,14 @@
-#include <fcntl.h>
-#include <poll.h>
-#include <unistd.h>
-
-#include <cerrno>
-
 #include "vboard/board/text.h"
 #include "vboard/interposer/engine.h"
 #include "vboard/interposer/files.h"
 #include "vboard/interposer/models/attributes.h"
 #include "vboard/interposer/state.h"
 #include "vboard/interposer/trace.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
 
 namespace vboard {
 
@@ -21,10 +20,10 @@ template <typename Call>
 ssize_t at_offset(const OpenFile &file, std::int64_t offset, Call call) {
   if (offset == kAtPosition)
     return call();
-  std::int64_t kept = sys_lseek(file.fd, 0, SEEK_CUR);
+  const std::int64_t kept = sys_lseek(file.fd, 0, SEEK_CUR);
   if (kept < 0 || sys_lseek(file.fd, offset, SEEK_SET) < 0)
     return -ESPIPE;
-  ssize_t result = call();
+  const ssize_t result = call();
   sys_lseek(file.fd, kept, SEEK_SET);
   return result;
 }
@@ -39,19 +38,20 @@ ssize_t read_model(Description &description, void *buffer, std::size_t size, std
     return description.has_medium ? read_file(file.fd, buffer, size, offset) : -EINVAL;
   if (offset != kAtPosition && !description.has_medium)
     return -ESPIPE;
-  int memory = check_user(buffer, size, true);
+  const int memory = check_user(buffer, size, true);
   if (memory < 0)
     return memory;
   for (;;) {
     if (offset == kAtPosition) {
-      int waited = wait_readable(description);
+      const int waited = wait_readable(description);
       if (waited < 0)
         return waited;
       if (is_gone(description))
         return -ENODEV;
     }
     lock_board();
-    ssize_t result = at_offset(file, offset, [&] { return file.model->read(file, buffer, size); });
+    const ssize_t result =
+        at_offset(file, offset, [&] { return file.model->read(file, buffer, size); });
     unlock_board();
     if (result != -EAGAIN || (file.flags & O_NONBLOCK))
       return result;
@@ -69,25 +69,27 @@ ssize_t write_model(Description &description, const void *buffer, std::size_t si
   }
   if (offset != kAtPosition && !description.has_medium)
     return -ESPIPE;
-  int memory = check_user(buffer, size, false);
+  const int memory = check_user(buffer, size, false);
   if (memory < 0)
     return memory;
   lock_board();
-  ssize_t result = at_offset(file, offset, [&] { return file.model->write(file, buffer, size); });
+  const ssize_t result =
+      at_offset(file, offset, [&] { return file.model->write(file, buffer, size); });
   unlock_board();
   return result;
 }
 
 ssize_t write_attribute_file(Description &description, const void *buffer, std::size_t size,
                              std::int64_t offset) {
-  int memory = check_user(buffer, size, false);
+  const int memory = check_user(buffer, size, false);
   if (memory < 0)
     return memory;
-  std::int64_t at = offset == kAtPosition ? sys_lseek(description.file.fd, 0, SEEK_CUR) : offset;
+  const std::int64_t at =
+      offset == kAtPosition ? sys_lseek(description.file.fd, 0, SEEK_CUR) : offset;
   if (at < 0)
     return static_cast<ssize_t>(at);
   lock_board();
-  ssize_t result = write_attribute(board_directory(), description.real, buffer, size, at);
+  const ssize_t result = write_attribute(board_directory(), description.real, buffer, size, at);
   unlock_board();
   if (result > 0 && offset == kAtPosition)
     sys_lseek(description.file.fd, at + result, SEEK_SET);
@@ -181,11 +183,11 @@ int wait_readable(Description &description) {
 
 ssize_t read_on_board(Description &description, void *buffer, std::size_t size,
                       std::int64_t offset) {
-  Transfer transfer = begin_transfer(description, "read", size);
+  const Transfer transfer = begin_transfer(description, "read", size);
   ssize_t result = fails(transfer) ? static_cast<ssize_t>(-transfer.fault->value)
                                    : read_kind(description, buffer, transfer.size, offset);
   if (tracing()) {
-    std::size_t got = result > 0 ? static_cast<std::size_t>(result) : 0;
+    const std::size_t got = result > 0 ? static_cast<std::size_t>(result) : 0;
     TraceLine line;
     trace_begin(line, "read", description.asked, got);
     trace_offset(line, offset);
@@ -199,7 +201,7 @@ ssize_t read_on_board(Description &description, void *buffer, std::size_t size,
 
 ssize_t write_on_board(Description &description, const void *buffer, std::size_t size,
                        std::int64_t offset) {
-  Transfer transfer = begin_transfer(description, "write", size);
+  const Transfer transfer = begin_transfer(description, "write", size);
   // The line is begun first: the buffer may be gone when the call has been made.
   TraceLine line;
   line.text.capacity = 0;

@@ -1,15 +1,15 @@
 #include "vboard/launcher/board_clock.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <cerrno>
-#include <cstring>
-
 #include "vboard/board/kernel.h"
 #include "vboard/board/node.h"
 #include "vboard/launcher/boards.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <algorithm>
 
 namespace vboard {
 
@@ -32,7 +32,7 @@ void update_clock(const char *board, void (*change)(Node &node, void *context), 
     return;
   int result = update_node(file, change, context);
   if (result == -ENOENT) {
-    int fd = open(file, O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
+    const int fd = open(file, O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
     if (fd >= 0)
       close(fd);
     result = fd >= 0 ? update_node(file, change, context) : -errno;
@@ -56,7 +56,7 @@ BoardClock start_board_clock(const char *board, std::int64_t date) {
     return clock;
   if (date < 0)
     clock.calendar_start += node_number(node, "ahead_ns", 0);
-  std::int64_t reset_at = node_number(node, "reset_at", kNoTime);
+  const std::int64_t reset_at = node_number(node, "reset_at", kNoTime);
   if (reset_at == kNoTime)
     return clock;
   if (reset_at > clock.calendar_start) {
@@ -70,13 +70,14 @@ BoardClock start_board_clock(const char *board, std::int64_t date) {
 
 void stop_board_clock(const char *board, const RunPage &page, const BoardClock &started,
                       bool own_date) {
-  std::int64_t elapsed = pc_monotonic() - page.monotonic_start;
-  std::int64_t board_elapsed = page.jumping ? page.jumped.load() : board_from_pc(page, elapsed);
+  const std::int64_t elapsed = pc_monotonic() - page.monotonic_start;
+  const std::int64_t board_elapsed =
+      page.jumping ? page.jumped.load() : board_from_pc(page, elapsed);
   // A slow board must not fall behind: its calendar never goes backward. Setting it may.
-  std::int64_t ahead = std::max<std::int64_t>(board_elapsed - elapsed, 0) +
-                       (page.calendar_start.load() - started.calendar_start);
+  const std::int64_t ahead = std::max<std::int64_t>(board_elapsed - elapsed, 0) +
+                             (page.calendar_start.load() - started.calendar_start);
   Left left = {&page, own_date ? 0 : ahead};
-  bool armed = page.reset_time.load() != kNoTime || started.reset_time != kNoTime;
+  const bool armed = page.reset_time.load() != kNoTime || started.reset_time != kNoTime;
   if (left.ahead == 0 && !armed && page.outcome.load() == kGoingOn)
     return;
   update_clock(
@@ -85,14 +86,13 @@ void stop_board_clock(const char *board, const RunPage &page, const BoardClock &
         const Left &run = *static_cast<const Left *>(context);
         if (run.ahead != 0)
           set_node_number(node, "ahead_ns", node_number(node, "ahead_ns", 0) + run.ahead);
-        std::int64_t reset_time = run.page->reset_time.load();
-        if (run.page->outcome.load() != kGoingOn) {
+        const std::int64_t reset_time = run.page->reset_time.load();
+        if (run.page->outcome.load() != kGoingOn)
           count_boot(node);
-        } else if (reset_time == kNoTime) {
+        else if (reset_time == kNoTime)
           disarm(node);
-        } else {
+        else
           set_node_number(node, "reset_at", run.page->calendar_start.load() + reset_time);
-        }
       },
       &left);
 }

@@ -7,9 +7,9 @@
 #ifndef VBOARD_LAUNCHER_BOARD_CLOCK_H
 #define VBOARD_LAUNCHER_BOARD_CLOCK_H
 
-#include <cstdint>
-
 #include "vboard/board/run_page.h"
+
+#include <cstdint>
 
 namespace vboard {
 

@@ -1,22 +1,21 @@
 #include "vboard/launcher/boards.h"
 
-#include <dirent.h>
-#include <fcntl.h>
-#include <limits.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstdarg>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-
 #include "vboard/board/board_paths.h"
 #include "vboard/board/gyro_chips.h"
 #include "vboard/board/kernel.h"
 #include "vboard/board/node.h"
 #include "vboard/board/text.h"
+
+#include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <limits.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace vboard {
 
@@ -25,11 +24,11 @@ namespace {
 constexpr std::string_view kBoardFormat = "vboard board, format 1";
 
 int copy_file(const char *from, const char *to, mode_t mode) {
-  int in = open(from, O_RDONLY | O_CLOEXEC);
+  const int in = open(from, O_RDONLY | O_CLOEXEC);
   if (in < 0)
     return fail("%s: %s", from, strerror(errno));
   // Templates may be installed read-only; a board is for changing.
-  int out = open(to, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, (mode & 0777) | 0600);
+  const int out = open(to, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, (mode & 0777) | 0600);
   if (out < 0) {
     close(in);
     return fail("%s: %s", to, strerror(errno));
@@ -37,8 +36,8 @@ int copy_file(const char *from, const char *to, mode_t mode) {
   char buffer[65536];
   ssize_t size;
   int result = 0;
-  while (result == 0 && (size = read(in, buffer, sizeof(buffer))) > 0) {
-    if (write(out, buffer, static_cast<size_t>(size)) != size)
+  while (result == 0 && (size = read(in, buffer, sizeof buffer)) > 0) {
+    if (write(out, buffer, static_cast<std::size_t>(size)) != size)
       result = fail("%s: %s", to, strerror(errno));
   }
   close(in);
@@ -59,7 +58,7 @@ int copy_entry(const char *from, const char *to) {
   }
   if (S_ISLNK(status.st_mode)) {
     char target[kFileName];
-    ssize_t length = readlink(from, target, sizeof(target) - 1);
+    const ssize_t length = readlink(from, target, sizeof target - 1);
     if (length < 0)
       return fail("%s: %s", from, strerror(errno));
     target[length] = '\0';
@@ -93,7 +92,7 @@ bool is_empty(const char *path) {
     return false;
   int entries = 0;
   while (readdir(directory) != nullptr)
-    entries++;
+    ++entries;
   closedir(directory);
   return entries <= 2;
 }
@@ -102,7 +101,7 @@ int set_gyro(const char *board, const char *chip) {
   char file[kFileName];
   if (!join_path(file, board, "dev/gyro"))
     return kFailed;
-  int result = update_node(
+  const int result = update_node(
       file,
       [](Node &node, void *context) {
         set_node_text(node, "chip", static_cast<const char *>(context));
@@ -117,7 +116,7 @@ int fail(const char *format, ...) {
   char text[8192];
   va_list arguments;
   va_start(arguments, format);
-  vsnprintf(text, sizeof(text), format, arguments);
+  vsnprintf(text, sizeof text, format, arguments);
   va_end(arguments);
   fflush(stdout);
   fprintf(stderr, "vboard: %s\n", text);
@@ -137,12 +136,12 @@ bool join_path(char *out, const char *directory, std::string_view name) {
 
 bool find_own_file(const char *const *places, std::size_t count, char *out) {
   char self[kFileName];
-  ssize_t length = readlink("/proc/self/exe", self, sizeof(self) - 1);
+  const ssize_t length = readlink("/proc/self/exe", self, sizeof self - 1);
   if (length <= 0)
     return false;
   self[length] = '\0';
   *strrchr(self, '/') = '\0';
-  for (std::size_t i = 0; i < count; i++) {
+  for (std::size_t i = 0; i < count; ++i) {
     char path[kFileName];
     char found[PATH_MAX];
     if (join_path(path, self, places[i]) && realpath(path, found) != nullptr)
@@ -159,7 +158,7 @@ int open_board(const char *directory, char *out) {
   if (!join_path(file, absolute, "board"))
     return kFailed;
   Node content;
-  int result = load_node(file, content);
+  const int result = load_node(file, content);
   if (result < 0)
     return fail("%s: not a board directory (%s)", directory, strerror(-result));
   std::string_view text(content.text, content.length);
@@ -201,7 +200,7 @@ int make_board(const char *directory, const char *gyro) {
     return kFailed;
   }
   char from[kFileName];
-  if (int result = find_template(from); result != 0)
+  if (const int result = find_template(from); result != 0)
     return result;
   if (mkdir(directory, 0777) < 0) {
     if (errno != EEXIST)
@@ -236,9 +235,9 @@ void remove_tree(const char *path) {
 
 bool find_node_file(const char *board, const char *node, char *out) {
   char name[kFileName];
-  std::string_view text(node);
+  const std::string_view text(node);
   if (text.starts_with("net:")) {
-    TextBuffer path = {name, sizeof(name) - 1, 0, false};
+    TextBuffer path = {name, sizeof name - 1, 0, false};
     append_text(path, "/net/");
     append_text(path, text.substr(4));
     name[path.length] = '\0';
@@ -252,7 +251,7 @@ bool find_node_file(const char *board, const char *node, char *out) {
   // The second is the file of a storage device that is switched off.
   for (const char *folder : {"", "unpowered/"}) {
     char file[kFileName];
-    TextBuffer path = {file, sizeof(file) - 1, 0, false};
+    TextBuffer path = {file, sizeof file - 1, 0, false};
     append_text(path, folder);
     append_text(path, name + 1);
     file[path.length] = '\0';

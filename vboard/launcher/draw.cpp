@@ -1,11 +1,5 @@
 #include "vboard/launcher/draw.h"
 
-#include <algorithm>
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
-#include <string_view>
-
 #include "vboard/board/gyro_chips.h"
 #include "vboard/board/kernel.h"
 #include "vboard/board/text.h"
@@ -15,6 +9,13 @@
 #include "vboard/launcher/draw_lcd.h"
 #include "vboard/launcher/draw_system.h"
 
+#include <errno.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <algorithm>
+#include <string_view>
+
 namespace vboard {
 namespace {
 
@@ -22,164 +23,162 @@ constexpr std::size_t kFlashSize = 64 << 10;
 constexpr std::size_t kEnvironmentSize = 16 << 10;
 constexpr std::size_t kBlockSize = 256;
 
-void print(std::FILE *out, std::string_view text) {
-  std::fwrite(text.data(), 1, text.size(), out);
+void print(FILE *out, std::string_view text) {
+  fwrite(text.data(), 1, text.size(), out);
 }
 
-void print_label(std::FILE *out, std::string_view label) {
-  std::fprintf(out, "%-18.*s ", static_cast<int>(label.size()), label.data());
+void print_label(FILE *out, std::string_view label) {
+  fprintf(out, "%-18.*s ", static_cast<int>(label.size()), label.data());
 }
 
-void print_setting(std::FILE *out, const Node &node, std::string_view key, const char *otherwise) {
-  std::string_view value = node_text(node, key);
+void print_setting(FILE *out, const Node &node, std::string_view key, const char *otherwise) {
+  const std::string_view value = node_text(node, key);
   print(out, value.empty() ? otherwise : value);
 }
 
-void print_hex(std::FILE *out, const unsigned char *bytes, std::size_t size) {
-  for (std::size_t i = 0; i < size; i++)
-    std::fprintf(out, i == 0 ? "%02x" : " %02x", bytes[i]);
+void print_hex(FILE *out, const unsigned char *bytes, std::size_t size) {
+  for (std::size_t i = 0; i < size; ++i)
+    fprintf(out, i == 0 ? "%02x" : " %02x", bytes[i]);
 }
 
-void print_ascii(std::FILE *out, const unsigned char *bytes, std::size_t size) {
-  for (std::size_t i = 0; i < size; i++)
-    std::fputc(bytes[i] >= 0x20 && bytes[i] < 0x7F ? bytes[i] : '.', out);
+void print_ascii(FILE *out, const unsigned char *bytes, std::size_t size) {
+  for (std::size_t i = 0; i < size; ++i)
+    fputc(bytes[i] >= 0x20 && bytes[i] < 0x7F ? bytes[i] : '.', out);
 }
 
-void dump(std::FILE *out, const unsigned char *bytes, std::size_t size) {
+void dump(FILE *out, const unsigned char *bytes, std::size_t size) {
   for (std::size_t at = 0; at < size; at += 16) {
-    std::size_t piece = std::min<std::size_t>(16, size - at);
-    std::fprintf(out, "%04zx  ", at);
+    const std::size_t piece = std::min<std::size_t>(16, size - at);
+    fprintf(out, "%04zx  ", at);
     print_hex(out, bytes + at, piece);
-    std::fprintf(out, "%*s  ", static_cast<int>(3 * (16 - piece)), "");
+    fprintf(out, "%*s  ", static_cast<int>(3 * (16 - piece)), "");
     print_ascii(out, bytes + at, piece);
-    std::fputc('\n', out);
+    fputc('\n', out);
   }
 }
 
 // An attribute's value, "absent" when the board lacks it.
 std::string_view load_attribute(const char *board, std::string_view name, char (&text)[256]) {
-  std::ptrdiff_t length = read_board_file(board, name, text, sizeof(text));
+  const std::ptrdiff_t length = read_board_file(board, name, text, sizeof text);
   return length < 0 ? "absent" : attribute_value({text, static_cast<std::size_t>(length)});
 }
 
-// --- Devices: a line of the page, and what there is beside the settings
-// -----------------------------
+// Devices: a line of the page, and what there is beside the settings.
 
-void rtc_line(const char *, const Node &node, std::FILE *out) {
-  if (node_number(node, "time_valid", 1) == 0)
-    std::fputs("lost its supply, time invalid", out);
-  else if (node_text(node, "set_to").empty())
-    std::fputs("follows the board's calendar", out);
-  else {
-    std::fputs("set to ", out);
+void rtc_line(const char *, const Node &node, FILE *out) {
+  if (node_number(node, "time_valid", 1) == 0) {
+    fputs("lost its supply, time invalid", out);
+  } else if (node_text(node, "set_to").empty()) {
+    fputs("follows the board's calendar", out);
+  } else {
+    fputs("set to ", out);
     print_setting(out, node, "set_to", "");
-    std::fputs(" at ", out);
+    fputs(" at ", out);
     print_setting(out, node, "set_at", "?");
   }
   if (node_number(node, "stopped", 0) != 0)
-    std::fputs(", stopped", out);
-  else if (std::string_view rate = node_text(node, "rate");
+    fputs(", stopped", out);
+  else if (const std::string_view rate = node_text(node, "rate");
            !rate.empty() && rate != "1.0" && rate != "1")
-    std::fprintf(out, ", runs at %.*s", static_cast<int>(rate.size()), rate.data());
+    fprintf(out, ", runs at %.*s", static_cast<int>(rate.size()), rate.data());
 }
 
 // The board's clock file knows a watchdog that the last run left armed.
-void watchdog_line(const char *board, const Node &node, std::FILE *out) {
+void watchdog_line(const char *board, const Node &node, FILE *out) {
   char path[1024];
   Node clock;
   std::int64_t reset_at = 0;
   if (board_file(board, "clock", path) && load_node(path, clock) == 0)
     reset_at = node_number(clock, "reset_at", 0);
   if (reset_at == 0) {
-    std::fputs("stopped", out);
+    fputs("stopped", out);
   } else {
-    std::int64_t left = reset_at - (pc_calendar() + node_number(clock, "ahead_ns", 0));
+    const std::int64_t left = reset_at - (pc_calendar() + node_number(clock, "ahead_ns", 0));
     if (left > 0)
-      std::fprintf(out, "armed, resets the board in %lld s",
-                   static_cast<long long>(left / 1'000'000'000));
+      fprintf(out, "armed, resets the board in %lld s",
+              static_cast<long long>(left / 1'000'000'000));
     else
-      std::fputs("has run out, the board is reset", out);
+      fputs("has run out, the board is reset", out);
   }
-  std::fputs(", limit ", out);
+  fputs(", limit ", out);
   print_setting(out, node, "timeout_s", "60");
-  std::fputs(" s, ", out);
+  fputs(" s, ", out);
   print_setting(out, node, "identity", "no name");
   if (node_number(node, "bites", 1) == 0)
-    std::fputs(", never bites", out);
+    fputs(", never bites", out);
 }
 
-void iccard_line(const char *board, const Node &node, std::FILE *out) {
+void iccard_line(const char *board, const Node &node, FILE *out) {
   unsigned char bytes[16];
-  std::ptrdiff_t size = read_medium_of(board, node, bytes, sizeof(bytes));
+  const std::ptrdiff_t size = read_medium_of(board, node, bytes, sizeof bytes);
   if (size <= 0) {
-    std::fputs("blank", out);
+    fputs("blank", out);
     return;
   }
   print_hex(out, bytes, static_cast<std::size_t>(size));
-  std::fputs(" ...  ", out);
+  fputs(" ...  ", out);
   print_ascii(out, bytes, static_cast<std::size_t>(size));
   if (node_number(node, "stuck_byte", -1) >= 0 || node_number(node, "inverted", 0) != 0)
-    std::fputs(", worn", out);
+    fputs(", worn", out);
   if (node_number(node, "protected", 0) != 0)
-    std::fputs(", protected", out);
+    fputs(", protected", out);
 }
 
-void iccard_detail(const char *board, const Node &node, std::FILE *out) {
+void iccard_detail(const char *board, const Node &node, FILE *out) {
   unsigned char bytes[kBlockSize];
-  std::ptrdiff_t size = read_medium_of(board, node, bytes, sizeof(bytes));
+  const std::ptrdiff_t size = read_medium_of(board, node, bytes, sizeof bytes);
   dump(out, bytes, static_cast<std::size_t>(std::max<std::ptrdiff_t>(size, 0)));
 }
 
-void gyro_line(const char *, const Node &node, std::FILE *out) {
-  std::string_view chip = node_text(node, "chip");
+void gyro_line(const char *, const Node &node, FILE *out) {
+  const std::string_view chip = node_text(node, "chip");
   print_setting(out, node, "chip", gyro_chips()[0].name);
   if (!chip.empty() && !is_gyro_chip(chip))
-    std::fputs(" (unknown)", out);
-  std::fputs(", ", out);
+    fputs(" (unknown)", out);
+  fputs(", ", out);
   print_setting(out, node, "accel_g", "2");
-  std::fputs(" g, ", out);
+  fputs(" g, ", out);
   print_setting(out, node, "gyro_dps", "250");
-  std::fputs(" dps, every ", out);
+  fputs(" dps, every ", out);
   print_setting(out, node, "poll_ms", "50");
-  std::fputs(" ms, moved by ", out);
+  fputs(" ms, moved by ", out);
   print_setting(out, node, "medium", "nobody");
   if (node_number(node, "silent", 0) != 0)
-    std::fputs(", silent", out);
+    fputs(", silent", out);
 }
 
-void gyro_detail(const char *board, const Node &node, std::FILE *out) {
+void gyro_detail(const char *board, const Node &node, FILE *out) {
   static char text[kFlashSize];
-  std::ptrdiff_t size = read_medium_of(board, node, text, sizeof(text));
+  const std::ptrdiff_t size = read_medium_of(board, node, text, sizeof text);
   std::string_view rest(text, static_cast<std::size_t>(std::max<std::ptrdiff_t>(size, 0)));
-  std::fputs("   seconds      ax g      ay g      az g    gx dps    gy dps    gz dps\n", out);
+  fputs("   seconds      ax g      ay g      az g    gx dps    gy dps    gz dps\n", out);
   Motion motion;
   int bad_lines = 0;
   while (next_motion(rest, motion, bad_lines))
-    std::fprintf(out, "%10.3f%10.4f%10.4f%10.4f%10.2f%10.2f%10.2f\n", motion.seconds,
-                 motion.accel[0], motion.accel[1], motion.accel[2], motion.gyro[0], motion.gyro[1],
-                 motion.gyro[2]);
+    fprintf(out, "%10.3f%10.4f%10.4f%10.4f%10.2f%10.2f%10.2f\n", motion.seconds, motion.accel[0],
+            motion.accel[1], motion.accel[2], motion.gyro[0], motion.gyro[1], motion.gyro[2]);
   if (bad_lines > 0)
-    std::fprintf(out, "%d lines are not seven numbers and count as nothing\n", bad_lines);
+    fprintf(out, "%d lines are not seven numbers and count as nothing\n", bad_lines);
 }
 
-void mtd_line(const char *board, const Node &node, std::FILE *out) {
+void mtd_line(const char *board, const Node &node, FILE *out) {
   static unsigned char flash[kFlashSize];
-  std::ptrdiff_t size = read_medium_of(board, node, flash, sizeof(flash));
-  std::fprintf(out, "NOR flash, erase block %lld",
-               static_cast<long long>(node_number(node, "erase_size", 4096)));
+  const std::ptrdiff_t size = read_medium_of(board, node, flash, sizeof flash);
+  fprintf(out, "NOR flash, erase block %lld",
+          static_cast<long long>(node_number(node, "erase_size", 4096)));
   if (size >= static_cast<std::ptrdiff_t>(kEnvironmentSize)) {
-    UbootEnv env = inspect_uboot_env(std::span(flash).first(kEnvironmentSize));
+    const UbootEnv env = inspect_uboot_env(std::span(flash).first(kEnvironmentSize));
     if (env.valid)
-      std::fprintf(out, ", environment of %d variables, %zu of %zu bytes", env.variables, env.used,
-                   kEnvironmentSize - 4);
+      fprintf(out, ", environment of %d variables, %zu of %zu bytes", env.variables, env.used,
+              kEnvironmentSize - 4);
     else
-      std::fputs(", no valid environment", out);
+      fputs(", no valid environment", out);
   }
 }
 
-void mtd_detail(const char *board, const Node &node, std::FILE *out) {
+void mtd_detail(const char *board, const Node &node, FILE *out) {
   static unsigned char flash[kFlashSize];
-  std::ptrdiff_t size = read_medium_of(board, node, flash, sizeof(flash));
+  const std::ptrdiff_t size = read_medium_of(board, node, flash, sizeof flash);
   if (size < static_cast<std::ptrdiff_t>(kEnvironmentSize))
     return;
   auto image = std::span(flash).first(kEnvironmentSize);
@@ -191,28 +190,29 @@ void mtd_detail(const char *board, const Node &node, std::FILE *out) {
   std::string_view entry;
   while (next_uboot_variable(image, offset, entry)) {
     print(out, entry);
-    std::fputc('\n', out);
+    fputc('\n', out);
   }
 }
 
-void lcd_line(const char *board, const Node &node, std::FILE *out) {
+void lcd_line(const char *board, const Node &node, FILE *out) {
   LcdView view = lcd_view(board, node);
   std::size_t dark = 0;
-  for (int row = 0; row < kLcdRows; row++)
-    for (int column = 0; column < kLcdColumns; column++)
+  for (int row = 0; row < kLcdRows; ++row) {
+    for (int column = 0; column < kLcdColumns; ++column)
       dark += lcd_is_dark(view.registers, view.frame, column, row);
-  std::fprintf(out, "%zu of %d points dark", dark, kLcdColumns * kLcdRows);
+  }
+  fprintf(out, "%zu of %d points dark", dark, kLcdColumns * kLcdRows);
 }
 
-void lcd_detail(const char *board, const Node &node, std::FILE *out) {
+void lcd_detail(const char *board, const Node &node, FILE *out) {
   draw_lcd(lcd_view(board, node), out);
 }
 
 struct Drawing {
   std::string_view model;
-  void (*line)(const char *board, const Node &node, std::FILE *out);
+  void (*line)(const char *board, const Node &node, FILE *out);
   void (*detail)(const char *board, const Node &node,
-                 std::FILE *out);  // null for the settings alone
+                 FILE *out);  // null for the settings alone
 };
 
 constexpr Drawing kDrawings[] = {
@@ -229,45 +229,45 @@ constexpr Drawing kDrawings[] = {
 };
 
 const Drawing *find_drawing(const Node &node) {
-  std::string_view model = node_text(node, "model");
-  for (const Drawing &drawing : kDrawings)
+  const std::string_view model = node_text(node, "model");
+  for (const Drawing &drawing : kDrawings) {
     if (drawing.model == model)
       return &drawing;
+  }
   return nullptr;
 }
 
-void draw_devices(const char *board, std::FILE *out) {
+void draw_devices(const char *board, FILE *out) {
   dirent **names;
-  int count = list_folder(board, "dev", names);
-  for (int i = 0; i < count; i++) {
+  const int count = list_folder(board, "dev", names);
+  for (int i = 0; i < count; ++i) {
     char path[1024];
     char label[300];
     Node node;
-    std::snprintf(label, sizeof(label), "dev/%s", names[i]->d_name);
+    snprintf(label, sizeof label, "dev/%s", names[i]->d_name);
     if (!board_file(board, label, path) || load_node(path, node) < 0)
       continue;
-    std::fputc('/', out);
-    std::fprintf(out, "%-17s ", label);
+    fputc('/', out);
+    fprintf(out, "%-17s ", label);
     const Drawing *drawing = find_drawing(node);
     if (drawing != nullptr)
       drawing->line(board, node, out);
     else
       print_setting(out, node, "model", "no model");
-    std::fputc('\n', out);
+    fputc('\n', out);
   }
   free_names(names, count);
 }
 
-void draw_displays(const char *board, std::FILE *out) {
+void draw_displays(const char *board, FILE *out) {
   char path[1024];
   Node node;
   if (board_file(board, "dev/lcd", path) && load_node(path, node) == 0)
     draw_lcd(lcd_view(board, node), out);
-  std::fputc('\n', out);
+  fputc('\n', out);
 }
 
-// --- Attributes
-// -------------------------------------------------------------------------------------
+// Attributes.
 
 int count_wires(const char *board, std::string_view from) {
   char path[1024];
@@ -282,94 +282,94 @@ int count_wires(const char *board, std::string_view from) {
   return count;
 }
 
-void draw_alarm(const char *board, std::FILE *out) {
+void draw_alarm(const char *board, FILE *out) {
   char text[256];
   print_label(out, "alarm");
-  std::fputs("inputs", out);
-  for (int input = 0; input < 8; input++) {
+  fputs("inputs", out);
+  for (int input = 0; input < 8; ++input) {
     char name[64];
-    std::snprintf(name, sizeof(name), "sys/class/gpio/gpio%d/value", 40 + input);
-    std::fputc(' ', out);
+    snprintf(name, sizeof name, "sys/class/gpio/gpio%d/value", 40 + input);
+    fputc(' ', out);
     print(out, load_attribute(board, name, text));
   }
-  std::fputs(", output ", out);
+  fputs(", output ", out);
   print(out, load_attribute(board, "sys/class/gpio/gpio48/value", text));
-  int wires = count_wires(board, "/sys/class/gpio/gpio48/value");
+  const int wires = count_wires(board, "/sys/class/gpio/gpio48/value");
   if (wires > 0)
-    std::fprintf(out, ", plug loops it to %d inputs", wires);
-  std::fputc('\n', out);
+    fprintf(out, ", plug loops it to %d inputs", wires);
+  fputc('\n', out);
 }
 
-void draw_attribute(const char *board, std::FILE *out, const char *label, const char *name) {
+void draw_attribute(const char *board, FILE *out, const char *label, const char *name) {
   char text[256];
   print_label(out, label);
   print(out, load_attribute(board, name, text));
-  std::fputc('\n', out);
+  fputc('\n', out);
 }
 
-void draw_boot_block(const char *board, std::FILE *out) {
+void draw_boot_block(const char *board, FILE *out) {
   unsigned char block[kBlockSize];
   print_label(out, "boot parameters");
-  std::ptrdiff_t size =
-      read_board_file(board, "sys/bus/nvmem/devices/bootparam0/nvmem", block, sizeof(block));
-  if (size == static_cast<std::ptrdiff_t>(sizeof(block)))
-    std::fprintf(out, "boot counter (byte 250) %d\n", block[250]);
+  const std::ptrdiff_t size =
+      read_board_file(board, "sys/bus/nvmem/devices/bootparam0/nvmem", block, sizeof block);
+  if (size == static_cast<std::ptrdiff_t>(sizeof block))
+    fprintf(out, "boot counter (byte 250) %d\n", block[250]);
   else
-    std::fputs("absent\n", out);
+    fputs("absent\n", out);
 }
 
-void draw_cpld(const char *board, std::FILE *out) {
+void draw_cpld(const char *board, FILE *out) {
   char text[256];
   char path[1024];
   Node node;
   print_label(out, "cpld");
   print(out, load_attribute(board, "sys/class/firmware/cpld/status", text));
-  std::string_view error = load_attribute(board, "sys/class/firmware/cpld/error", text);
+  const std::string_view error = load_attribute(board, "sys/class/firmware/cpld/error", text);
   if (!error.empty()) {
-    std::fputs(", error ", out);
+    fputs(", error ", out);
     print(out, error);
   }
   unsigned char head[16];
   std::ptrdiff_t size = -ENOENT;
   if (board_file(board, "firmware/cpld", path) && load_node(path, node) == 0)
-    size = read_medium_of(board, node, head, sizeof(head));
+    size = read_medium_of(board, node, head, sizeof head);
   if (size > 0) {
-    std::fputs(", holds ", out);
+    fputs(", holds ", out);
     print_hex(out, head, static_cast<std::size_t>(size));
-    std::fputs(" ...\n", out);
+    fputs(" ...\n", out);
   } else {
-    std::fputs(", as delivered\n", out);
+    fputs(", as delivered\n", out);
   }
 }
 
-void draw_interfaces(const char *board, std::FILE *out) {
+void draw_interfaces(const char *board, FILE *out) {
   dirent **names;
-  int count = list_folder(board, "net", names);
+  const int count = list_folder(board, "net", names);
   print_label(out, "network");
-  for (int i = 0; i < count; i++) {
+  for (int i = 0; i < count; ++i) {
     char name[300];
     char path[1024];
     Node node;
-    std::snprintf(name, sizeof(name), "net/%s", names[i]->d_name);
+    snprintf(name, sizeof name, "net/%s", names[i]->d_name);
     if (!board_file(board, name, path) || load_node(path, node) < 0)
       continue;
-    std::fprintf(out, i == 0 ? "%s " : ", %s ", names[i]->d_name);
+    fprintf(out, i == 0 ? "%s " : ", %s ", names[i]->d_name);
     print_setting(out, node, "ipv4", "no address");
   }
-  std::fputs(count == 0 ? "no interface\n" : "\n", out);
+  fputs(count == 0 ? "no interface\n" : "\n", out);
   free_names(names, count);
 }
 
-void draw_system(const char *board, std::FILE *out, const char *label,
-                 void (*line)(const char *board, std::FILE *out)) {
+void draw_system(const char *board, FILE *out, const char *label,
+                 void (*line)(const char *board, FILE *out)) {
   print_label(out, label);
   line(board, out);
-  std::fputc('\n', out);
+  fputc('\n', out);
 }
 
-void draw_faults(const char *board, std::FILE *out) {
+void draw_faults(const char *board, FILE *out) {
   static char text[kFlashSize];
-  std::ptrdiff_t size = read_board_file(board, "faults", text, sizeof(text));
+  const std::ptrdiff_t size = read_board_file(board, "faults", text, sizeof text);
   std::string_view rest(text, static_cast<std::size_t>(std::max<std::ptrdiff_t>(size, 0)));
   std::string_view line;
   int count = 0;
@@ -379,11 +379,11 @@ void draw_faults(const char *board, std::FILE *out) {
       continue;
     print_label(out, count++ == 0 ? "faults" : "");
     print(out, line);
-    std::fputc('\n', out);
+    fputc('\n', out);
   }
   if (count == 0) {
     print_label(out, "faults");
-    std::fputs("none\n", out);
+    fputs("none\n", out);
   }
 }
 
@@ -394,12 +394,12 @@ bool is_text(const unsigned char *bytes, std::size_t size) {
 }
 
 // A file of the board as it stands, as text or in hexadecimal.
-int draw_file(const char *board, std::string_view name, std::FILE *out) {
+int draw_file(const char *board, std::string_view name, FILE *out) {
   static unsigned char bytes[kFlashSize];
-  std::ptrdiff_t size = read_board_file(board, name, bytes, sizeof(bytes));
+  const std::ptrdiff_t size = read_board_file(board, name, bytes, sizeof bytes);
   if (size < 0)
     return static_cast<int>(size);
-  std::size_t length = static_cast<std::size_t>(size);
+  const std::size_t length = static_cast<std::size_t>(size);
   if (is_text(bytes, length))
     print(out, {reinterpret_cast<const char *>(bytes), length});
   else
@@ -409,17 +409,17 @@ int draw_file(const char *board, std::string_view name, std::FILE *out) {
 
 }  // namespace
 
-int draw_board(const char *board, std::FILE *out) {
+int draw_board(const char *board, FILE *out) {
   char text[256];
-  std::ptrdiff_t size = read_board_file(board, "board", text, sizeof(text));
+  const std::ptrdiff_t size = read_board_file(board, "board", text, sizeof text);
   if (size < 0)
     return static_cast<int>(size);
-  std::fprintf(out, "%s: ", board);
+  fprintf(out, "%s: ", board);
   print(out, attribute_value({text, static_cast<std::size_t>(size)}));
-  std::fputc('\n', out);
+  fputc('\n', out);
   draw_displays(board, out);
   draw_devices(board, out);
-  std::fputc('\n', out);
+  fputc('\n', out);
   draw_attribute(board, out, "buzzer", "sys/class/leds/buzzer/brightness");
   draw_alarm(board, out);
   draw_attribute(board, out, "vga", "sys/class/drm/card0-VGA-1/status");
@@ -433,19 +433,19 @@ int draw_board(const char *board, std::FILE *out) {
   return 0;
 }
 
-int draw_node(const char *board, const char *node, std::FILE *out) {
+int draw_node(const char *board, const char *node, FILE *out) {
   std::string_view name = node;
   while (name.starts_with("/"))
     name.remove_prefix(1);
   char interface[300];
   if (name.starts_with("net:")) {
-    std::snprintf(interface, sizeof(interface), "net/%.*s",
-                  static_cast<int>(std::min<std::size_t>(name.size() - 4, 255)), name.data() + 4);
+    snprintf(interface, sizeof interface, "net/%.*s",
+             static_cast<int>(std::min<std::size_t>(name.size() - 4, 255)), name.data() + 4);
     name = interface;
   }
   if (name.empty() || name.find("..") != std::string_view::npos)
     return -ENOENT;
-  if (int error = draw_file(board, name, out))
+  if (const int error = draw_file(board, name, out))
     return error;
 
   char path[1024];
@@ -455,13 +455,13 @@ int draw_node(const char *board, const char *node, std::FILE *out) {
   const Drawing *drawing = find_drawing(settings);
   if (drawing == nullptr)
     return 0;
-  std::fputc('\n', out);
+  fputc('\n', out);
   if (drawing->detail != nullptr)
     drawing->detail(board, settings, out);
   else
     drawing->line(board, settings, out);
   if (drawing->detail == nullptr)
-    std::fputc('\n', out);
+    fputc('\n', out);
   return 0;
 }
 

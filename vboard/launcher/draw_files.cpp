@@ -1,20 +1,20 @@
 #include "vboard/launcher/draw_files.h"
 
-#include <algorithm>
-#include <cerrno>
-#include <cstdio>
-#include <cstdlib>
-
-#include <fcntl.h>
-
 #include "vboard/board/kernel.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <stdlib.h>
+
+#include <algorithm>
 
 namespace vboard {
 
 bool board_file(const char *board, std::string_view name, char (&out)[1024]) {
-  int length =
-      std::snprintf(out, sizeof(out), "%s/%.*s", board, static_cast<int>(name.size()), name.data());
-  return length > 0 && static_cast<std::size_t>(length) < sizeof(out);
+  const int length =
+      snprintf(out, sizeof out, "%s/%.*s", board, static_cast<int>(name.size()), name.data());
+  return length > 0 && static_cast<std::size_t>(length) < sizeof out;
 }
 
 std::ptrdiff_t read_board_file(const char *board, std::string_view name, void *out,
@@ -22,7 +22,7 @@ std::ptrdiff_t read_board_file(const char *board, std::string_view name, void *o
   char path[1024];
   if (!board_file(board, name, path))
     return -ENAMETOOLONG;
-  int fd = sys_open(path, O_RDONLY | O_CLOEXEC);
+  const int fd = sys_open(path, O_RDONLY | O_CLOEXEC);
   if (fd < 0)
     return fd;
   std::size_t done = 0;
@@ -39,13 +39,13 @@ std::ptrdiff_t read_board_file(const char *board, std::string_view name, void *o
 }
 
 std::ptrdiff_t read_medium_of(const char *board, const Node &node, void *out, std::size_t size) {
-  std::string_view medium = node_text(node, "medium");
+  const std::string_view medium = node_text(node, "medium");
   if (medium.empty())
     return -ENOENT;
   char name[512];
-  int length = std::snprintf(name, sizeof(name), "media/%.*s", static_cast<int>(medium.size()),
-                             medium.data());
-  if (length < 0 || static_cast<std::size_t>(length) >= sizeof(name))
+  const int length =
+      snprintf(name, sizeof name, "media/%.*s", static_cast<int>(medium.size()), medium.data());
+  if (length < 0 || static_cast<std::size_t>(length) >= sizeof name)
     return -ENAMETOOLONG;
   return read_board_file(board, name, out, size);
 }
@@ -54,14 +54,15 @@ int list_folder(const char *board, const char *folder, dirent **&names) {
   char path[1024];
   auto visible = [](const dirent *entry) { return entry->d_name[0] == '.' ? 0 : 1; };
   names = nullptr;
-  int count = board_file(board, folder, path) ? scandir(path, &names, visible, versionsort) : 0;
+  const int count =
+      board_file(board, folder, path) ? scandir(path, &names, visible, versionsort) : 0;
   return std::max(count, 0);
 }
 
 void free_names(dirent **names, int count) {
-  for (int i = 0; i < count; i++)
-    std::free(names[i]);
-  std::free(names);
+  for (int i = 0; i < count; ++i)
+    free(names[i]);
+  free(names);
 }
 
 }  // namespace vboard

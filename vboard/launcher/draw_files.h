@@ -3,12 +3,12 @@
 #ifndef VBOARD_LAUNCHER_DRAW_FILES_H
 #define VBOARD_LAUNCHER_DRAW_FILES_H
 
-#include <cstddef>
-#include <string_view>
+#include "vboard/board/node.h"
 
 #include <dirent.h>
 
-#include "vboard/board/node.h"
+#include <cstddef>
+#include <string_view>
 
 namespace vboard {
 

@@ -3,11 +3,12 @@
 #ifndef VBOARD_LAUNCHER_DRAW_LCD_H
 #define VBOARD_LAUNCHER_DRAW_LCD_H
 
+#include "vboard/board/lcd_controller.h"
+
+#include <stdio.h>
+
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-
-#include "vboard/board/lcd_controller.h"
 
 namespace vboard {
 
@@ -25,7 +26,7 @@ inline constexpr int kBrailleLines = kLcdRows / 4;
 inline constexpr std::size_t kBrailleSize = kLcdColumns / 2 * 3 + 1;
 void braille_line(const LcdView &view, int line, char (&out)[kBrailleSize]);
 
-void draw_lcd(const LcdView &view, std::FILE *out);
+void draw_lcd(const LcdView &view, FILE *out);
 
 }  // namespace vboard
 

@@ -1,13 +1,14 @@
 #include "vboard/launcher/draw_system.h"
 
-#include <algorithm>
-#include <cstring>
-#include <string_view>
-
 #include "vboard/board/process_events.h"
 #include "vboard/board/text.h"
 #include "vboard/interposer/models/attributes.h"
 #include "vboard/launcher/draw_files.h"
+
+#include <string.h>
+
+#include <algorithm>
+#include <string_view>
 
 namespace vboard {
 namespace {
@@ -24,13 +25,13 @@ constexpr std::size_t kModelSize = 40;
 constexpr std::int64_t kSmartPassed = 0xC24F;
 constexpr std::int64_t kSmartExceeded = 0x2CF4;
 
-void print(std::FILE *out, std::string_view text) {
-  std::fwrite(text.data(), 1, text.size(), out);
+void print(FILE *out, std::string_view text) {
+  fwrite(text.data(), 1, text.size(), out);
 }
 
 std::string_view numbered(const Node &node, const char *word, int number) {
   char key[24];
-  int length = std::snprintf(key, sizeof(key), "%s%d", word, number);
+  const int length = snprintf(key, sizeof key, "%s%d", word, number);
   return node_text(node, {key, static_cast<std::size_t>(length)});
 }
 
@@ -38,19 +39,19 @@ std::string_view numbered(const Node &node, const char *word, int number) {
 std::string_view load_timeline(const char *board, std::string_view medium) {
   static char text[kMostTimeline];
   char name[512];
-  int length = std::snprintf(name, sizeof(name), "media/%.*s", static_cast<int>(medium.size()),
-                             medium.data());
-  if (medium.empty() || static_cast<std::size_t>(length) >= sizeof(name))
+  const int length =
+      snprintf(name, sizeof name, "media/%.*s", static_cast<int>(medium.size()), medium.data());
+  if (medium.empty() || static_cast<std::size_t>(length) >= sizeof name)
     return {};
-  std::ptrdiff_t size = read_board_file(board, name, text, sizeof(text));
+  const std::ptrdiff_t size = read_board_file(board, name, text, sizeof text);
   return {text, static_cast<std::size_t>(std::max<std::ptrdiff_t>(size, 0))};
 }
 
 // Texts of IDENTIFY DEVICE have the two bytes of every word swapped, and blanks behind them.
-void print_identify_text(std::FILE *out, const unsigned char *bytes, std::size_t size) {
+void print_identify_text(FILE *out, const unsigned char *bytes, std::size_t size) {
   char text[kModelSize];
-  for (std::size_t i = 0; i < size; i++) {
-    unsigned char byte = bytes[i ^ 1];
+  for (std::size_t i = 0; i < size; ++i) {
+    const unsigned char byte = bytes[i ^ 1];
     text[i] = static_cast<char>(byte >= 0x20 && byte < 0x7F ? byte : '.');
   }
   print(out, trimmed({text, size}));
@@ -58,144 +59,143 @@ void print_identify_text(std::FILE *out, const unsigned char *bytes, std::size_t
 
 }  // namespace
 
-// --- Devices ------------------------------------------------------------------------------------
+// Devices.
 
-void phys_mem_line(const char *, const Node &node, std::FILE *out) {
+void phys_mem_line(const char *, const Node &node, FILE *out) {
   int count = 0;
-  for (; count < kMostRegions; count++) {
+  for (; count < kMostRegions; ++count) {
     std::string_view region = numbered(node, "region", count);
-    std::string_view name = take_word(region);
+    const std::string_view name = take_word(region);
     std::int64_t first;
     std::int64_t last;
     if (!parse_number(take_word(region), first) || !parse_number(take_word(region), last))
       break;
-    std::fputs(count == 0 ? "" : ", ", out);
+    fputs(count == 0 ? "" : ", ", out);
     print(out, name);
-    std::fprintf(out, " %08llx-%08llx", static_cast<long long>(first),
-                 static_cast<long long>(last));
+    fprintf(out, " %08llx-%08llx", static_cast<long long>(first), static_cast<long long>(last));
   }
   if (count == 0)
-    std::fputs("no regions", out);
+    fputs("no regions", out);
 }
 
 // A block that nobody has used since the board was made is told by its name alone.
-void korcmem_line(const char *, const Node &node, std::FILE *out) {
+void korcmem_line(const char *, const Node &node, FILE *out) {
   int count = 0;
-  for (int id = 0; id < kMostBlocks; id++) {
+  for (int id = 0; id < kMostBlocks; ++id) {
     std::string_view block = numbered(node, "block", id);
     if (block.empty())
       continue;
-    std::fprintf(out, count++ == 0 ? "%d " : ", %d ", id);
+    fprintf(out, count++ == 0 ? "%d " : ", %d ", id);
     print(out, take_word(block));
-    std::string_view state = numbered(node, "state", id);
+    const std::string_view state = numbered(node, "state", id);
     if (!state.empty() && state != "reserved") {
-      std::fputc(' ', out);
+      fputc(' ', out);
       print(out, state);
     }
   }
-  std::fputs(count == 0 ? "no blocks" : "", out);
+  fputs(count == 0 ? "no blocks" : "", out);
 }
 
-void sata_disk_line(const char *board, const Node &node, std::FILE *out) {
+void sata_disk_line(const char *board, const Node &node, FILE *out) {
   unsigned char identify[kIdentifySize];
   char name[512];
-  std::string_view medium = node_text(node, "identify");
-  std::snprintf(name, sizeof(name), "media/%.*s", static_cast<int>(medium.size()), medium.data());
+  const std::string_view medium = node_text(node, "identify");
+  snprintf(name, sizeof name, "media/%.*s", static_cast<int>(medium.size()), medium.data());
   if (medium.empty() ||
       read_board_file(board, name, identify, kIdentifySize) != std::ptrdiff_t{kIdentifySize}) {
-    std::fputs("no identity", out);
+    fputs("no identity", out);
   } else {
     print_identify_text(out, identify + kModelAt, kModelSize);
-    std::fputs(", firmware ", out);
+    fputs(", firmware ", out);
     print_identify_text(out, identify + kFirmwareAt, kFirmwareSize);
   }
-  bool exceeded = node_number(node, "smart_exceeded", 0) != 0;
-  std::int64_t told =
+  const bool exceeded = node_number(node, "smart_exceeded", 0) != 0;
+  const std::int64_t told =
       node_number(node, "smart_status", exceeded ? kSmartExceeded : kSmartPassed) & 0xFFFF;
   if (node_number(node, "smart_enabled", 1) == 0)
-    std::fputs(", SMART off", out);
+    fputs(", SMART off", out);
   else if (told == kSmartPassed)
-    std::fputs(", SMART passed", out);
+    fputs(", SMART passed", out);
   else if (told == kSmartExceeded)
-    std::fputs(", SMART threshold exceeded", out);
+    fputs(", SMART threshold exceeded", out);
   else
-    std::fprintf(out, ", SMART answers 0x%04llx", static_cast<long long>(told));
+    fprintf(out, ", SMART answers 0x%04llx", static_cast<long long>(told));
   if (node_number(node, "standby", 0) != 0)
-    std::fputs(", standby", out);
+    fputs(", standby", out);
 }
 
-void korstorage_line(const char *board, const Node &node, std::FILE *out) {
-  long long ports = node_number(node, "ports", 1);
-  std::fprintf(out, ports == 1 ? "%lld port" : "%lld ports", ports);
+void korstorage_line(const char *board, const Node &node, FILE *out) {
+  const long long ports = node_number(node, "ports", 1);
+  fprintf(out, ports == 1 ? "%lld port" : "%lld ports", ports);
   if (node_number(node, "scan_failed", 0) != 0)
-    std::fputs(", bus scan not done", out);
-  std::string_view devices = node_text(node, "devices");
-  std::fputs(", traces ", out);
+    fputs(", bus scan not done", out);
+  const std::string_view devices = node_text(node, "devices");
+  fputs(", traces ", out);
   print(out, devices.empty() ? "nothing" : devices);
   std::string_view rest = load_timeline(board, node_text(node, "medium"));
   std::string_view line;
   int events = 0;
   while (take_line(rest, line))
     events += !trimmed(line.substr(0, line.find('#'))).empty();
-  std::fprintf(out, events == 1 ? ", %d event" : ", %d events", events);
+  fprintf(out, events == 1 ? ", %d event" : ", %d events", events);
 }
 
-// --- What has no device -------------------------------------------------------------------------
+// What has no device.
 
-void memory_blocks_line(const char *board, std::FILE *out) {
+void memory_blocks_line(const char *board, FILE *out) {
   constexpr char kFolder[] = "sys/devices/system/memory";
   dirent **names;
-  int count = list_folder(board, kFolder, names);
+  const int count = list_folder(board, kFolder, names);
   int blocks = 0;
-  for (int i = 0; i < count; i++) {
+  for (int i = 0; i < count; ++i) {
     char file[512];
     char text[64];
-    std::snprintf(file, sizeof(file), "%s/%s/state", kFolder, names[i]->d_name);
-    std::ptrdiff_t size = read_board_file(board, file, text, sizeof(text));
+    snprintf(file, sizeof file, "%s/%s/state", kFolder, names[i]->d_name);
+    const std::ptrdiff_t size = read_board_file(board, file, text, sizeof text);
     if (!std::string_view(names[i]->d_name).starts_with("memory") || size < 0)
       continue;
-    std::fprintf(out, blocks++ == 0 ? "%s " : ", %s ", names[i]->d_name + std::strlen("memory"));
+    fprintf(out, blocks++ == 0 ? "%s " : ", %s ", names[i]->d_name + strlen("memory"));
     print(out, attribute_value({text, static_cast<std::size_t>(size)}));
   }
-  std::fputs(blocks == 0 ? "none" : "", out);
+  fputs(blocks == 0 ? "none" : "", out);
   free_names(names, count);
 }
 
-void overlays_line(const char *board, std::FILE *out) {
+void overlays_line(const char *board, FILE *out) {
   constexpr char kFolder[] = "sys/kernel/config/device-tree/overlays";
   dirent **names;
-  int count = list_folder(board, kFolder, names);
-  for (int i = 0; i < count; i++) {
+  const int count = list_folder(board, kFolder, names);
+  for (int i = 0; i < count; ++i) {
     char file[512];
     char text[64];
-    std::snprintf(file, sizeof(file), "%s/%s/status", kFolder, names[i]->d_name);
-    std::ptrdiff_t size = read_board_file(board, file, text, sizeof(text));
-    std::fprintf(out, i == 0 ? "%s " : ", %s ", names[i]->d_name);
+    snprintf(file, sizeof file, "%s/%s/status", kFolder, names[i]->d_name);
+    const std::ptrdiff_t size = read_board_file(board, file, text, sizeof text);
+    fprintf(out, i == 0 ? "%s " : ", %s ", names[i]->d_name);
     print(out,
           size < 0 ? "without a status" : attribute_value({text, static_cast<std::size_t>(size)}));
   }
-  std::fputs(count == 0 ? "none" : "", out);
+  fputs(count == 0 ? "none" : "", out);
   free_names(names, count);
 }
 
-void process_events_line(const char *board, std::FILE *out) {
+void process_events_line(const char *board, FILE *out) {
   static ProcessEventLine event;
   char path[1024];
   Node node;
   if (!board_file(board, "netlink/connector", path) || load_node(path, node) < 0) {
-    std::fputs("no connector", out);
+    fputs("no connector", out);
     return;
   }
   std::string_view rest = load_timeline(board, node_text(node, "events"));
   int count = 0;
   std::int64_t last = 0;
-  for (; next_process_event(rest, event); count++)
+  for (; next_process_event(rest, event); ++count)
     last = event.at;
-  std::fprintf(out, count == 1 ? "%d event" : "%d events", count);
+  fprintf(out, count == 1 ? "%d event" : "%d events", count);
   if (count > 0)
-    std::fprintf(out, " in %.3f s", static_cast<double>(last) / 1e9);
+    fprintf(out, " in %.3f s", static_cast<double>(last) / 1e9);
   if (node_number(node, "denied", 0) != 0)
-    std::fputs(", listening is not allowed", out);
+    fputs(", listening is not allowed", out);
 }
 
 }  // namespace vboard

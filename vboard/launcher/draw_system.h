@@ -3,22 +3,22 @@
 #ifndef VBOARD_LAUNCHER_DRAW_SYSTEM_H
 #define VBOARD_LAUNCHER_DRAW_SYSTEM_H
 
-#include <cstdio>
-
 #include "vboard/board/node.h"
+
+#include <stdio.h>
 
 namespace vboard {
 
 // What stands behind a device's name, without the line's end.
-void phys_mem_line(const char *board, const Node &node, std::FILE *out);
-void korcmem_line(const char *board, const Node &node, std::FILE *out);
-void sata_disk_line(const char *board, const Node &node, std::FILE *out);
-void korstorage_line(const char *board, const Node &node, std::FILE *out);
+void phys_mem_line(const char *board, const Node &node, FILE *out);
+void korcmem_line(const char *board, const Node &node, FILE *out);
+void sata_disk_line(const char *board, const Node &node, FILE *out);
+void korstorage_line(const char *board, const Node &node, FILE *out);
 
 // Likewise for what has no device.
-void memory_blocks_line(const char *board, std::FILE *out);
-void overlays_line(const char *board, std::FILE *out);
-void process_events_line(const char *board, std::FILE *out);
+void memory_blocks_line(const char *board, FILE *out);
+void overlays_line(const char *board, FILE *out);
+void process_events_line(const char *board, FILE *out);
 
 }  // namespace vboard
 

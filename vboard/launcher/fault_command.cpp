@@ -1,18 +1,17 @@
 // vboard fault DIR add NODE ... | list | clear
 
-#include <fcntl.h>
-#include <sys/file.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
-
 #include "vboard/board/faults.h"
 #include "vboard/board/text.h"
 #include "vboard/launcher/boards.h"
 #include "vboard/launcher/commands.h"
 #include "vboard/launcher/fault_lines.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/file.h>
+#include <unistd.h>
 
 namespace vboard {
 
@@ -41,7 +40,7 @@ int open_faults(const char *board) {
   char file[kFileName];
   if (!join_path(file, board, "faults"))
     return -1;
-  int fd = open(file, O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+  const int fd = open(file, O_RDWR | O_CREAT | O_CLOEXEC, 0666);
   if (fd < 0 || flock(fd, LOCK_EX) < 0) {
     fail("%s: %s", file, strerror(errno));
     if (fd >= 0)
@@ -53,8 +52,8 @@ int open_faults(const char *board) {
 
 int add_fault(const char *board, int argc, char **argv) {
   char text[1024];
-  TextBuffer line = {text, sizeof(text), 0, false};
-  for (int i = 0; i < argc; i++) {
+  TextBuffer line = {text, sizeof text, 0, false};
+  for (int i = 0; i < argc; ++i) {
     append_text(line, i > 0 ? " " : "");
     append_text(line, argv[i]);
   }
@@ -64,11 +63,11 @@ int add_fault(const char *board, int argc, char **argv) {
   int result = check_faults("fault", {text, line.length});
   if (result != 0)
     return result;
-  int fd = open_faults(board);
+  const int fd = open_faults(board);
   if (fd < 0)
     return kFailed;
   // A last line without its end is ended first.
-  off_t size = lseek(fd, 0, SEEK_END);
+  const off_t size = lseek(fd, 0, SEEK_END);
   char last = '\n';
   if (size > 0 && pread(fd, &last, 1, size - 1) == 1 && last != '\n' && write(fd, "\n", 1) != 1)
     result = fail("faults: %s", strerror(errno));
@@ -80,7 +79,7 @@ int add_fault(const char *board, int argc, char **argv) {
 
 int list_faults(const char *board) {
   static char text[kFaultsSize];
-  long length = read_faults(board, text);
+  const long length = read_faults(board, text);
   if (length < 0)
     return kFailed;
   std::string_view rest(text, static_cast<std::size_t>(length));
@@ -95,13 +94,13 @@ int list_faults(const char *board) {
 // Comments stay: they tell how a fault is written.
 int clear_faults(const char *board) {
   static char text[kFaultsSize];
-  int fd = open_faults(board);
+  const int fd = open_faults(board);
   if (fd < 0)
     return kFailed;
   int result = 0;
-  ssize_t length = pread(fd, text, sizeof(text), 0);
+  const ssize_t length = pread(fd, text, sizeof text, 0);
   static char kept_text[kFaultsSize + 1];
-  TextBuffer kept = {kept_text, sizeof(kept_text), 0, false};
+  TextBuffer kept = {kept_text, sizeof kept_text, 0, false};
   std::string_view rest(text, length > 0 ? static_cast<std::size_t>(length) : 0);
   std::string_view line;
   while (take_line(rest, line)) {
@@ -123,7 +122,7 @@ long read_faults(const char *board, char *out) {
   char file[kFileName];
   if (!join_path(file, board, "faults"))
     return -1;
-  int fd = open(file, O_RDONLY | O_CLOEXEC);
+  const int fd = open(file, O_RDONLY | O_CLOEXEC);
   if (fd < 0 && errno == ENOENT)
     return 0;
   ssize_t length = fd < 0 ? -1 : read(fd, out, kFaultsSize);
@@ -140,7 +139,7 @@ long read_faults(const char *board, char *out) {
 
 int check_faults(const char *origin, std::string_view text) {
   std::string_view line;
-  for (int number = 1; take_line(text, line); number++) {
+  for (int number = 1; take_line(text, line); ++number) {
     Fault fault;
     char reason[160];
     if (parse_fault(line, fault, reason) == FaultLine::kWrong)
@@ -157,7 +156,7 @@ int fault_command(int argc, char **argv) {
   if (argc < 2)
     return wrong_usage("fault");
   char board[kFileName];
-  int result = open_board(argv[0], board);
+  const int result = open_board(argv[0], board);
   if (result != 0)
     return result;
   if (strcmp(argv[1], "add") == 0 && argc > 2)

@@ -1,10 +1,10 @@
 // vboard: runs programs for the board on a PC, against a board that is a directory of files.
 
-#include <cstdio>
-#include <cstring>
-
 #include "vboard/launcher/boards.h"
 #include "vboard/launcher/commands.h"
+
+#include <stdio.h>
+#include <string.h>
 
 namespace vboard {
 

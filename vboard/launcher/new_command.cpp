@@ -1,10 +1,10 @@
 // vboard new DIR [--gyro CHIP]
 
-#include <cstdio>
-#include <cstring>
-
 #include "vboard/launcher/boards.h"
 #include "vboard/launcher/commands.h"
+
+#include <stdio.h>
+#include <string.h>
 
 namespace vboard {
 
@@ -24,14 +24,13 @@ int new_command(int argc, char **argv) {
   }
   const char *directory = nullptr;
   const char *gyro = nullptr;
-  for (int i = 0; i < argc; i++) {
-    if (strcmp(argv[i], "--gyro") == 0 && i + 1 < argc) {
+  for (int i = 0; i < argc; ++i) {
+    if (strcmp(argv[i], "--gyro") == 0 && i + 1 < argc)
       gyro = argv[++i];
-    } else if (argv[i][0] != '-' && directory == nullptr) {
+    else if (argv[i][0] != '-' && directory == nullptr)
       directory = argv[i];
-    } else {
+    else
       return wrong_usage("new");
-    }
   }
   if (directory == nullptr || *directory == '\0')
     return wrong_usage("new");

@@ -1,13 +1,13 @@
 #include "vboard/launcher/png.h"
 
-#include <cerrno>
-#include <cstdint>
-#include <cstring>
-
-#include <png.h>
-
 #include "vboard/launcher/draw_files.h"
 #include "vboard/launcher/draw_lcd.h"
+
+#include <errno.h>
+#include <png.h>
+#include <string.h>
+
+#include <cstdint>
 
 namespace vboard {
 namespace {
@@ -27,13 +27,16 @@ constexpr Colour kInk = {0x1E, 0x26, 0x18};
 
 void paint(const LcdView &view, Colour (&pixels)[kHeight][kWidth]) {
   const Colour glass = view.is_lit ? kLitGlass : kDarkGlass;
-  for (auto &line : pixels)
+  for (auto &line : pixels) {
     for (Colour &pixel : line)
       pixel = glass;
-  for (int y = 0; y < kLcdRows * kScale; y++)
-    for (int x = 0; x < kLcdColumns * kScale; x++)
+  }
+  for (int y = 0; y < kLcdRows * kScale; ++y) {
+    for (int x = 0; x < kLcdColumns * kScale; ++x) {
       if (lcd_is_dark(view.registers, view.frame, x / kScale, y / kScale))
         pixels[kBorder + y][kBorder + x] = kInk;
+    }
+  }
 }
 
 }  // namespace
@@ -45,7 +48,7 @@ int write_png(const char *board, const char *node, const char *file) {
   if (!board_file(board, node + 1, path))
     return -ENAMETOOLONG;
   Node settings;
-  int error = load_node(path, settings);
+  const int error = load_node(path, settings);
   // An attribute need not be a text that fits a node file.
   if (error < 0)
     return error == -E2BIG ? -ENOTSUP : error;
@@ -53,7 +56,7 @@ int write_png(const char *board, const char *node, const char *file) {
     return -ENOTSUP;
 
   static Colour pixels[kHeight][kWidth];
-  static_assert(sizeof(pixels) == std::size_t{3} * kWidth * kHeight);
+  static_assert(sizeof pixels == std::size_t{3} * kWidth * kHeight);
   paint(lcd_view(board, settings), pixels);
   png_image image = {};
   image.version = PNG_IMAGE_VERSION;

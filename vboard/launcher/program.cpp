@@ -1,19 +1,18 @@
 #include "vboard/launcher/program.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <climits>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-
 #include "vboard/board/emulation.h"
 #include "vboard/board/run_page.h"
 #include "vboard/board/text.h"
 #include "vboard/launcher/fault_lines.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <limits.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace vboard {
 
@@ -32,8 +31,8 @@ int find_command(const char *name, char *out) {
     std::string_view path = variable != nullptr ? variable : "/usr/bin:/bin";
     bool found = false;
     while (!found && !path.empty()) {
-      std::size_t end = path.find(':');
-      std::string_view directory = path.substr(0, end);
+      const std::size_t end = path.find(':');
+      const std::string_view directory = path.substr(0, end);
       path.remove_prefix(end == std::string_view::npos ? path.size() : end + 1);
       TextBuffer file = {out, kFileName - 1, 0, false};
       append_text(file, directory.empty() ? "." : directory);
@@ -75,7 +74,7 @@ int check_interposers(const char *chosen, std::size_t folder) {
     return fail("VBOARD_PRELOAD: %s: $LIB takes an absolute path", chosen);
   for (const char *kind : {VBOARD_LOADERS_FOLDER, kArmFolder}) {
     char path[kFileName];
-    snprintf(path, sizeof(path), "%.*s%s%s", static_cast<int>(folder), chosen, kind,
+    snprintf(path, sizeof path, "%.*s%s%s", static_cast<int>(folder), chosen, kind,
              chosen + folder + strlen(kLoadersFolder));
     if (access(path, R_OK) < 0)
       return fail("VBOARD_PRELOAD: %s: %s", path, strerror(errno));
@@ -88,7 +87,7 @@ int find_interposer(char *out) {
   if (chosen != nullptr && *chosen != '\0') {
     const char *folder = strstr(chosen, kLoadersFolder);
     if (folder != nullptr) {
-      int result = check_interposers(chosen, static_cast<std::size_t>(folder - chosen));
+      const int result = check_interposers(chosen, static_cast<std::size_t>(folder - chosen));
       return result != 0 || copy_text({out, kFileName}, chosen) ? result : kFailed;
     }
     char absolute[PATH_MAX];
@@ -113,11 +112,11 @@ int preload_name(const char *interposer, char *out, std::size_t size) {
   }
   const char *folder = strstr(interposer, kLoadersFolder);
   char opened[kFileName];
-  snprintf(opened, sizeof(opened), "%.*s",
+  snprintf(opened, sizeof opened, "%.*s",
            static_cast<int>(folder != nullptr ? static_cast<std::size_t>(folder - interposer)
                                               : strlen(interposer)),
            interposer);
-  int fd = open(opened, O_RDONLY | O_CLOEXEC);
+  const int fd = open(opened, O_RDONLY | O_CLOEXEC);
   if (fd < 0)
     return fail("%s: %s", opened, strerror(errno));
   snprintf(out, size, "/proc/%d/fd/%d%s%s", getpid(), fd, folder != nullptr ? "/" : "",
@@ -137,7 +136,7 @@ int prepare_emulator(const char *interposer, bool foreign) {
   const char *chosen = getenv(kEmulatorVariable);
   char file[kFileName];
   char absolute[PATH_MAX];
-  int result = find_command(chosen != nullptr && *chosen ? chosen : "qemu-arm-static", file);
+  const int result = find_command(chosen != nullptr && *chosen ? chosen : "qemu-arm-static", file);
   if (result != 0)
     return result;
   if (realpath(file, absolute) == nullptr)
@@ -158,7 +157,7 @@ int find_program(const char *name, Program &out) {
   char interposer[kFileName];
   result = find_interposer(interposer);
   if (result == 0)
-    result = preload_name(interposer, out.preload, sizeof(out.preload));
+    result = preload_name(interposer, out.preload, sizeof out.preload);
   return result != 0 ? result : prepare_emulator(interposer, out.foreign);
 }
 
@@ -166,15 +165,14 @@ void set_environment(const RunOptions &options, const char *board, const char *b
                      const Program &program, int page_fd) {
   char text[kFileName * 2];
   setenv(kBoardVariable, board, 1);
-  if (board_template != nullptr) {
+  if (board_template != nullptr)
     setenv(kTemplateVariable, board_template, 1);
-  } else {
+  else
     unsetenv(kTemplateVariable);
-  }
-  snprintf(text, sizeof(text), "/proc/%d/fd/%d", getpid(), page_fd);
+  snprintf(text, sizeof text, "/proc/%d/fd/%d", getpid(), page_fd);
   setenv(kRunVariable, text, 1);
   char work[PATH_MAX];
-  setenv(kWorkVariable, getcwd(work, sizeof(work)) != nullptr ? work : "/", 1);
+  setenv(kWorkVariable, getcwd(work, sizeof work) != nullptr ? work : "/", 1);
   unsetenv(kTraceVariable);
   if (options.trace != nullptr) {
     char absolute[PATH_MAX];
@@ -183,26 +181,25 @@ void set_environment(const RunOptions &options, const char *board, const char *b
   }
 
   static char faults[kFaultsSize];
-  TextBuffer lines = {faults, sizeof(faults) - 1, 0, false};
-  for (int i = 0; i < options.fault_count; i++) {
+  TextBuffer lines = {faults, sizeof faults - 1, 0, false};
+  for (int i = 0; i < options.fault_count; ++i) {
     append_text(lines, options.faults[i]);
     append_text(lines, "\n");
   }
   faults[lines.length] = '\0';
-  if (options.fault_count > 0) {
+  if (options.fault_count > 0)
     setenv(kFaultsVariable, faults, 1);
-  } else {
+  else
     unsetenv(kFaultsVariable);
-  }
 
   const char *before = getenv("LD_PRELOAD");
-  snprintf(text, sizeof(text), "%s%s%s", program.preload, before != nullptr && *before ? ":" : "",
+  snprintf(text, sizeof text, "%s%s%s", program.preload, before != nullptr && *before ? ":" : "",
            before != nullptr ? before : "");
   setenv("LD_PRELOAD", text, 1);
   constexpr char order[] = "verify_asan_link_order=0";
   const char *asan = getenv("ASAN_OPTIONS");
   if (asan == nullptr || strstr(asan, "verify_asan_link_order") == nullptr) {
-    snprintf(text, sizeof(text), "%s%s%s", order, asan != nullptr && *asan ? ":" : "",
+    snprintf(text, sizeof text, "%s%s%s", order, asan != nullptr && *asan ? ":" : "",
              asan != nullptr ? asan : "");
     setenv("ASAN_OPTIONS", text, 1);
   }
@@ -216,13 +213,13 @@ void set_environment(const RunOptions &options, const char *board, const char *b
     if (errno == ENOEXEC) {
       int count = 0;
       while (command[count] != nullptr)
-        count++;
+        ++count;
       char **words =
           static_cast<char **>(calloc(static_cast<std::size_t>(count) + 2, sizeof(char *)));
       if (words != nullptr) {
         words[0] = const_cast<char *>("sh");
         words[1] = const_cast<char *>(file);
-        for (int i = 1; i < count; i++)
+        for (int i = 1; i < count; ++i)
           words[i + 1] = command[i];
         execv("/bin/sh", words);
       }
@@ -230,7 +227,7 @@ void set_environment(const RunOptions &options, const char *board, const char *b
   } else {
     int count = 0;
     while (command[count] != nullptr)
-      count++;
+      ++count;
     const char *emulator = getenv(kEmulatorVariable);
     char **words = static_cast<char **>(
         calloc(static_cast<std::size_t>(count) + kEmulatorWords + 1, sizeof(char *)));
@@ -240,13 +237,13 @@ void set_environment(const RunOptions &options, const char *board, const char *b
       words[at++] = const_cast<char *>("-0");
       words[at++] = command[0];
       words[at++] = const_cast<char *>(file);
-      for (int i = 1; i < count; i++)
+      for (int i = 1; i < count; ++i)
         words[at++] = command[i];
       execv(words[0], words);
       file = words[0];
     }
   }
-  int error = errno;
+  const int error = errno;
   fail("%s: %s", file, strerror(error));
   _exit(error == ENOENT && program.foreign ? kNotFound : kNotRunnable);
 }

@@ -1,22 +1,5 @@
 // vboard run [OPTION...] -- COMMAND [ARGUMENT...]
 
-#include <fcntl.h>
-#include <signal.h>
-#include <sys/mman.h>
-#include <sys/prctl.h>
-#include <sys/signalfd.h>
-#include <sys/wait.h>
-#include <time.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <cerrno>
-#include <climits>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <new>
-
 #include "vboard/board/kernel.h"
 #include "vboard/board/run_page.h"
 #include "vboard/launcher/board_clock.h"
@@ -26,6 +9,23 @@
 #include "vboard/launcher/program.h"
 #include "vboard/launcher/run_options.h"
 #include "vboard/launcher/story.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <limits.h>
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/signalfd.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <new>
 
 namespace vboard {
 
@@ -69,7 +69,7 @@ RunPage *make_page(int &out_fd) {
 // Kills the children of a process, theirs first. Orphans of the run are children of the launcher.
 void kill_children(pid_t process) {
   char path[64];
-  snprintf(path, sizeof(path), "/proc/%d/task/%d/children", process, process);
+  snprintf(path, sizeof path, "/proc/%d/task/%d/children", process, process);
   FILE *file = fopen(path, "r");
   if (file == nullptr)
     return;
@@ -110,7 +110,7 @@ std::int64_t pc_moment(const RunPage &page, std::int64_t board) {
 
 void send_due_signals(Run &run, std::int64_t now) {
   RunPage &page = *run.page;
-  for (std::uint32_t i = 0; i < page.signal_count; i++) {
+  for (std::uint32_t i = 0; i < page.signal_count; ++i) {
     PlannedSignal &planned = page.signals[i];
     if (pc_moment(page, planned.at) <= now && planned.sent.exchange(1) == 0)
       kill(run.command, planned.number);
@@ -123,14 +123,14 @@ void send_due_signals(Run &run, std::int64_t now) {
 std::int64_t next_look(const Run &run, std::int64_t now) {
   const RunPage &page = *run.page;
   std::int64_t next = pc_moment(page, page.reset_time.load());
-  for (std::uint32_t i = 0; i < page.signal_count; i++) {
+  for (std::uint32_t i = 0; i < page.signal_count; ++i) {
     if (page.signals[i].sent.load() == 0)
       next = std::min(next, pc_moment(page, page.signals[i].at));
   }
   if (run.ended_at != kNoTime)
     next = std::min(next, run.ended_at + kGrace);
   // The watchdog may be armed at any time.
-  std::int64_t tick = page.jumping ? 20 * kTick : kTick;
+  const std::int64_t tick = page.jumping ? 20 * kTick : kTick;
   return std::clamp<std::int64_t>(next == kNoTime ? tick : next - now, 100'000, tick);
 }
 
@@ -138,13 +138,13 @@ std::int64_t next_look(const Run &run, std::int64_t now) {
 // 0.
 int wait_for_event(const Run &run, int signal_fd, std::int64_t pause) {
   pollfd fds[1 + kStoryStreams] = {{signal_fd, POLLIN, 0}};
-  std::size_t count = 1 + story_descriptors(fds + 1);
-  timespec limit = {static_cast<time_t>(pause / 1'000'000'000),
-                    static_cast<long>(pause % 1'000'000'000)};
+  const std::size_t count = 1 + story_descriptors(fds + 1);
+  const timespec limit = {static_cast<time_t>(pause / 1'000'000'000),
+                          static_cast<long>(pause % 1'000'000'000)};
   ppoll(fds, count, &limit, nullptr);
   continue_story(run.command);
   signalfd_siginfo received;
-  return read(signal_fd, &received, sizeof(received)) == sizeof(received)
+  return read(signal_fd, &received, sizeof received) == sizeof received
              ? static_cast<int>(received.ssi_signo)
              : 0;
 }
@@ -159,19 +159,19 @@ int attend(Run &run, int signal_fd) {
       if (ended == run.command)
         return status;
     }
-    std::int64_t now = pc_elapsed(page);
+    const std::int64_t now = pc_elapsed(page);
     send_due_signals(run, now);
     std::uint32_t going_on = kGoingOn;
     if (pc_moment(page, page.reset_time.load()) <= now)
       page.outcome.compare_exchange_strong(going_on, kBoardReset);
-    bool over = run.ended_at != kNoTime && now - run.ended_at >= kGrace;
+    const bool over = run.ended_at != kNoTime && now - run.ended_at >= kGrace;
     if (page.outcome.load() != kGoingOn || over) {
       kill_everything(run.command);
       while (waitpid(run.command, &status, 0) < 0 && errno == EINTR) {
       }
       return status;
     }
-    int received = wait_for_event(run, signal_fd, next_look(run, now));
+    const int received = wait_for_event(run, signal_fd, next_look(run, now));
     if (received == SIGTERM || received == SIGHUP)
       kill(run.command, received);
   }
@@ -197,7 +197,7 @@ void fill_page(const RunOptions &options, RunPage &page) {
   page.launcher = getpid();
   page.jumping = options.jumping;
   page.speed_milli = options.speed_milli;
-  for (int i = 0; i < options.signal_count; i++) {
+  for (int i = 0; i < options.signal_count; ++i) {
     page.signals[i].at = options.signals[i].at;
     page.signals[i].number = options.signals[i].number;
   }
@@ -212,7 +212,7 @@ int run_on(const RunOptions &options, const char *board, const char *board_templ
   if (result != 0)
     return result;
   if (options.trace != nullptr) {
-    int fd = open(options.trace, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    const int fd = open(options.trace, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
     if (fd < 0)
       return fail("%s: %s", options.trace, strerror(errno));
     close(fd);
@@ -226,14 +226,14 @@ int run_on(const RunOptions &options, const char *board, const char *board_templ
   if (result != 0)
     return result;
   set_environment(options, board, board_template, program, page_fd);
-  BoardClock clock = start_board_clock(board, options.date);
+  const BoardClock clock = start_board_clock(board, options.date);
   page->calendar_start.store(clock.calendar_start);
   page->reset_time.store(clock.reset_time);
 
   sigset_t signals;
   sigset_t before;
   sigemptyset(&signals);
-  for (int number : {SIGCHLD, SIGUSR1, SIGTERM, SIGHUP})
+  for (const int number : {SIGCHLD, SIGUSR1, SIGTERM, SIGHUP})
     sigaddset(&signals, number);
   sigprocmask(SIG_BLOCK, &signals, &before);
   // What a terminal sends reaches the command as well; the launcher waits for what it makes of it.
@@ -244,12 +244,12 @@ int run_on(const RunOptions &options, const char *board, const char *board_templ
   sigaction(SIGINT, &ignore, &interrupt);
   sigaction(SIGQUIT, &ignore, &quit);
   prctl(PR_SET_CHILD_SUBREAPER, 1);
-  int signal_fd = signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
+  const int signal_fd = signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
   if (signal_fd < 0)
     return fail("no signals: %s", strerror(errno));
 
   fflush(nullptr);
-  pid_t child = fork();
+  const pid_t child = fork();
   if (child < 0)
     return fail("fork: %s", strerror(errno));
   if (child == 0) {
@@ -279,11 +279,11 @@ int run_on(const RunOptions &options, const char *board, const char *board_templ
 
 int check_all_faults(const RunOptions &options, const char *board) {
   static char text[kFaultsSize];
-  long length = read_faults(board, text);
+  const long length = read_faults(board, text);
   if (length < 0)
     return kFailed;
   int result = check_faults("faults", {text, static_cast<std::size_t>(length)});
-  for (int i = 0; i < options.fault_count && result == 0; i++)
+  for (int i = 0; i < options.fault_count && result == 0; ++i)
     result = check_faults("--fault", options.faults[i]);
   return result;
 }

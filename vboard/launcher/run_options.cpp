@@ -1,13 +1,13 @@
 #include "vboard/launcher/run_options.h"
 
-#include <signal.h>
-
-#include <cstring>
-#include <string_view>
-
 #include "vboard/board/text.h"
 #include "vboard/launcher/boards.h"
 #include "vboard/launcher/commands.h"
+
+#include <signal.h>
+#include <string.h>
+
+#include <string_view>
 
 namespace vboard {
 
@@ -37,7 +37,7 @@ bool parse_planned(const char *word, RunOptions &out) {
   std::int64_t when;
   if (at == nullptr || !parse_seconds(at + 1, when))
     return false;
-  int number = parse_signal({word, static_cast<std::size_t>(at - word)});
+  const int number = parse_signal({word, static_cast<std::size_t>(at - word)});
   // One place is kept for --for.
   if (number == 0 || out.signal_count == kMaxSignals - 1)
     return false;
@@ -52,10 +52,10 @@ int parse_run_options(int argc, char **argv, RunOptions &out) {
   out.end_at = kNoTime;
   out.date = -1;
   int i = 0;
-  for (; i < argc && argv[i][0] == '-'; i++) {
-    std::string_view option(argv[i]);
+  for (; i < argc && argv[i][0] == '-'; ++i) {
+    const std::string_view option(argv[i]);
     if (option == "--") {
-      i++;
+      ++i;
       break;
     }
     if (i + 1 == argc)

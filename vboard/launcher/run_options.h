@@ -3,9 +3,9 @@
 #ifndef VBOARD_LAUNCHER_RUN_OPTIONS_H
 #define VBOARD_LAUNCHER_RUN_OPTIONS_H
 
-#include <cstdint>
-
 #include "vboard/board/run_page.h"
+
+#include <cstdint>
 
 namespace vboard {
 

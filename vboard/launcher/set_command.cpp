@@ -1,13 +1,13 @@
 // vboard set DIR NODE KEY VALUE, vboard set DIR /sys/ATTRIBUTE VALUE
 
-#include <cstdio>
-#include <cstring>
-
 #include "vboard/board/board_paths.h"
 #include "vboard/board/node.h"
 #include "vboard/interposer/models/attributes.h"
 #include "vboard/launcher/boards.h"
 #include "vboard/launcher/commands.h"
+
+#include <stdio.h>
+#include <string.h>
 
 namespace vboard {
 
@@ -24,7 +24,7 @@ int set_attribute(const char *board, const char *path, const char *value) {
   bool directory;
   if (normalise_path("/", path, name, directory) == 0 || strncmp(name, "/sys/", 5) != 0)
     return fail("%s: not an attribute below /sys", path);
-  ssize_t result = write_attribute(board, name, value, strlen(value), 0);
+  const ssize_t result = write_attribute(board, name, value, strlen(value), 0);
   return result < 0 ? fail("%s: %s", path, strerror(static_cast<int>(-result))) : 0;
 }
 
@@ -38,7 +38,7 @@ int set_setting(const char *board, const char *node, const char *key, const char
   if (!find_node_file(board, node, file))
     return kFailed;
   Setting setting = {key, value, false};
-  int result = update_node(
+  const int result = update_node(
       file,
       [](Node &content, void *context) {
         Setting &wanted = *static_cast<Setting *>(context);
@@ -60,7 +60,7 @@ int set_command(int argc, char **argv) {
   if (argc != 3 && argc != 4)
     return wrong_usage("set");
   char board[kFileName];
-  int result = open_board(argv[0], board);
+  const int result = open_board(argv[0], board);
   if (result != 0)
     return result;
   if (argc == 3)

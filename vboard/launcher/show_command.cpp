@@ -1,13 +1,13 @@
 // vboard show DIR [NODE] [--png FILE]
 
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
-
 #include "vboard/launcher/boards.h"
 #include "vboard/launcher/commands.h"
 #include "vboard/launcher/draw.h"
 #include "vboard/launcher/png.h"
+
+#include <errno.h>
+#include <stdio.h>
+#include <string.h>
 
 namespace vboard {
 
@@ -28,14 +28,13 @@ int show_command(int argc, char **argv) {
   const char *words[2] = {};
   int count = 0;
   const char *png = nullptr;
-  for (int i = 0; i < argc; i++) {
-    if (strcmp(argv[i], "--png") == 0 && i + 1 < argc) {
+  for (int i = 0; i < argc; ++i) {
+    if (strcmp(argv[i], "--png") == 0 && i + 1 < argc)
       png = argv[++i];
-    } else if (argv[i][0] != '-' && count < 2) {
+    else if (argv[i][0] != '-' && count < 2)
       words[count++] = argv[i];
-    } else {
+    else
       return wrong_usage("show");
-    }
   }
   if (count == 0 || (png != nullptr && count < 2))
     return wrong_usage("show");

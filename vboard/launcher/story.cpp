@@ -1,20 +1,20 @@
 #include "vboard/launcher/story.h"
 
+#include "vboard/board/kernel.h"
+#include "vboard/board/story_record.h"
+#include "vboard/launcher/boards.h"
+
+#include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <string_view>
-
-#include "vboard/board/kernel.h"
-#include "vboard/board/story_record.h"
-#include "vboard/launcher/boards.h"
 
 namespace vboard {
 
@@ -37,7 +37,7 @@ struct Stream {
 };
 
 struct Story {
-  std::FILE *file;
+  FILE *file;
   RunPage *page;
   int records;
   Bytes unread;             // records that have been read from their file
@@ -55,15 +55,15 @@ Story story;
 // Room for `size` bytes more at the end; the run ends without memory.
 char *reserve(Bytes &bytes, std::size_t size) {
   if (bytes.begin > 0) {
-    std::memmove(bytes.data, bytes.data + bytes.begin, bytes.end - bytes.begin);
+    memmove(bytes.data, bytes.data + bytes.begin, bytes.end - bytes.begin);
     bytes.end -= bytes.begin;
     bytes.begin = 0;
   }
   if (bytes.room - bytes.end < size) {
     bytes.room = std::max(2 * bytes.room, bytes.end + size);
-    bytes.data = static_cast<char *>(std::realloc(bytes.data, bytes.room));
+    bytes.data = static_cast<char *>(realloc(bytes.data, bytes.room));
     if (bytes.data == nullptr)
-      std::abort();
+      abort();
   }
   return bytes.data + bytes.end;
 }
@@ -73,23 +73,23 @@ std::string_view text_of(const Bytes &bytes) {
 }
 
 void write_line() {
-  std::string_view line = text_of(story.line);
+  const std::string_view line = text_of(story.line);
   if (story.repeats == 0)
     return;
-  std::fwrite(line.data(), 1, line.size(), story.file);
+  fwrite(line.data(), 1, line.size(), story.file);
   if (story.repeats > 1)
-    std::fprintf(story.file, " (%ld times)", story.repeats);
-  std::fputc('\n', story.file);
+    fprintf(story.file, " (%ld times)", story.repeats);
+  fputc('\n', story.file);
 }
 
 void add_line(std::string_view line) {
   if (story.repeats > 0 && line == text_of(story.line)) {
-    story.repeats++;
+    ++story.repeats;
     return;
   }
   write_line();
   story.line.begin = story.line.end = 0;
-  std::memcpy(reserve(story.line, line.size() + 1), line.data(), line.size());
+  memcpy(reserve(story.line, line.size() + 1), line.data(), line.size());
   story.line.end = line.size();
   story.repeats = 1;
 }
@@ -100,18 +100,18 @@ void add_text(const char *word, std::string_view text) {
   constexpr std::size_t kMostPerByte = 4;
   shown.begin = shown.end = 0;
   char *out = reserve(shown, text.size() * kMostPerByte + 16);
-  char *at = out + std::sprintf(out, "%s \"", word);
-  for (char one : text) {
-    unsigned char byte = static_cast<unsigned char>(one);
+  char *at = out + sprintf(out, "%s \"", word);
+  for (const char one : text) {
+    const unsigned char byte = static_cast<unsigned char>(one);
     switch (byte) {
       case '\n':
-        at += std::sprintf(at, "\\n");
+        at += sprintf(at, "\\n");
         break;
       case '\r':
-        at += std::sprintf(at, "\\r");
+        at += sprintf(at, "\\r");
         break;
       case '\t':
-        at += std::sprintf(at, "\\t");
+        at += sprintf(at, "\\t");
         break;
       case '"':
       case '\\':
@@ -122,7 +122,7 @@ void add_text(const char *word, std::string_view text) {
         if (byte >= ' ' && byte < 0x7F)
           *at++ = one;
         else
-          at += std::sprintf(at, "\\x%02x", byte);
+          at += sprintf(at, "\\x%02x", byte);
     }
   }
   *at++ = '"';
@@ -139,15 +139,15 @@ void end_text() {
 // Puts a stream's text into the story up to what had been written at some moment: a line for each
 // that has ended, and for the rest when something else comes.
 void tell_stream(Stream &stream, std::uint64_t written) {
-  std::string_view text = text_of(stream.bytes).substr(0, written - stream.told);
+  const std::string_view text = text_of(stream.bytes).substr(0, written - stream.told);
   if (text.empty())
     return;
   if (story.text_of_stream != &stream)
     end_text();
   story.text_of_stream = &stream;
-  for (char byte : text) {
+  for (const char byte : text) {
     *reserve(story.text, 1) = byte;
-    story.text.end++;
+    ++story.text.end;
     if (byte == '\n')
       end_text();
   }
@@ -163,16 +163,17 @@ void lose_reader(Stream &stream, pid_t command) {
 
 void pass_on(Stream &stream, std::string_view text, pid_t command) {
   while (!text.empty() && !stream.is_closed) {
-    ssize_t count = write(stream.real, text.data(), text.size());
-    if (count > 0)
+    const ssize_t count = write(stream.real, text.data(), text.size());
+    if (count > 0) {
       text.remove_prefix(static_cast<std::size_t>(count));
-    else if (count < 0 && errno == EPIPE)
+    } else if (count < 0 && errno == EPIPE) {
       lose_reader(stream, command);
-    else if (count < 0 && errno == EAGAIN) {
+    } else if (count < 0 && errno == EAGAIN) {
       pollfd writable = {stream.real, POLLOUT, 0};
       poll(&writable, 1, -1);
-    } else if (count < 0 && errno != EINTR)
+    } else if (count < 0 && errno != EINTR) {
       break;
+    }
   }
 }
 
@@ -183,7 +184,7 @@ void read_stream(int number, pid_t command) {
   for (;;) {
     char *room = reserve(stream.bytes, kPiece);
     story.page->story_sequence.fetch_add(1);
-    ssize_t count = read(stream.ends[0], room, kPiece);
+    const ssize_t count = read(stream.ends[0], room, kPiece);
     if (count > 0)
       story.page->story_read[number].fetch_add(static_cast<std::uint64_t>(count));
     story.page->story_sequence.fetch_add(1);
@@ -198,7 +199,7 @@ void read_records() {
   constexpr std::size_t kPiece = 65536;
   constexpr std::int64_t kGiveBack = 1 << 20;
   for (;;) {
-    ssize_t count = pread(story.records, reserve(story.unread, kPiece), kPiece, story.read);
+    const ssize_t count = pread(story.records, reserve(story.unread, kPiece), kPiece, story.read);
     if (count <= 0)
       break;
     story.unread.end += static_cast<std::size_t>(count);
@@ -215,23 +216,23 @@ void read_records() {
 void tell_records(pid_t command) {
   read_records();
   // Whatever a record counts is in the pipes by now.
-  for (int number = 0; number < kStoryStreams; number++)
+  for (int number = 0; number < kStoryStreams; ++number)
     read_stream(number, command);
   for (;;) {
-    std::string_view text = text_of(story.unread);
+    const std::string_view text = text_of(story.unread);
     StoryRecord record;
-    if (text.size() < sizeof(record))
+    if (text.size() < sizeof record)
       return;
-    std::memcpy(&record, text.data(), sizeof(record));
-    if (text.size() - sizeof(record) < record.size)
+    memcpy(&record, text.data(), sizeof record);
+    if (text.size() - sizeof record < record.size)
       return;
-    for (int number = 0; number < kStoryStreams; number++)
+    for (int number = 0; number < kStoryStreams; ++number)
       tell_stream(story.streams[number], record.written[number]);
     if (record.size > 0) {
       end_text();
-      add_line(text.substr(sizeof(record), record.size));
+      add_line(text.substr(sizeof record, record.size));
     }
-    story.unread.begin += sizeof(record) + record.size;
+    story.unread.begin += sizeof record + record.size;
   }
 }
 
@@ -241,14 +242,14 @@ int begin_story(const char *file, RunPage &page) {
   page.story_records = -1;
   if (file == nullptr)
     return 0;
-  story.file = std::fopen(file, "we");
+  story.file = fopen(file, "we");
   if (story.file == nullptr)
     return fail("%s: %s", file, strerror(errno));
   story.page = &page;
   story.records = sys_memfd("vboard-story", MFD_CLOEXEC);
   page.story_records = story.records;
   constexpr const char *words[kStoryStreams] = {"out", "err"};
-  for (int number = 0; number < kStoryStreams; number++) {
+  for (int number = 0; number < kStoryStreams; ++number) {
     Stream &stream = story.streams[number];
     stream.word = words[number];
     stream.real = number + STDOUT_FILENO;
@@ -272,7 +273,7 @@ void enter_story() {
 std::size_t story_descriptors(pollfd *fds) {
   if (story.file == nullptr)
     return 0;
-  for (int number = 0; number < kStoryStreams; number++)
+  for (int number = 0; number < kStoryStreams; ++number)
     fds[number] = {story.streams[number].ends[0], POLLIN, 0};
   return kStoryStreams;
 }
@@ -292,8 +293,8 @@ int end_story(pid_t command, const char *outcome) {
   if (outcome != nullptr)
     add_line(outcome);
   write_line();
-  bool failed = std::ferror(story.file) != 0;
-  failed = std::fclose(story.file) != 0 || failed;
+  bool failed = ferror(story.file) != 0;
+  failed = fclose(story.file) != 0 || failed;
   return failed ? fail("the story cannot be written: %s", strerror(errno)) : 0;
 }
 

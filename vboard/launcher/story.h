@@ -17,11 +17,11 @@
 #ifndef VBOARD_LAUNCHER_STORY_H
 #define VBOARD_LAUNCHER_STORY_H
 
+#include "vboard/board/run_page.h"
+
 #include <poll.h>
 
 #include <cstddef>
-
-#include "vboard/board/run_page.h"
 
 namespace vboard {
 

@@ -13,14 +13,6 @@
 
 #include "vboard/interposer/models/attributes.h"
 
-#include <algorithm>
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
-
-#include <fcntl.h>
-#include <sys/file.h>
-
 #include "vboard/board/board_files.h"
 #include "vboard/board/kernel.h"
 #include "vboard/board/node.h"
@@ -28,6 +20,14 @@
 #include "vboard/interposer/models/memory_blocks.h"
 #include "vboard/interposer/models/overlays.h"
 #include "vboard/interposer/models/power_switches.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/file.h>
+
+#include <algorithm>
 
 namespace vboard {
 namespace {
@@ -43,17 +43,17 @@ struct Path {
 
 // False for a path that is too long, and for one that leaves the board.
 bool board_path(const char *board, std::string_view name, Path &out) {
-  int length = std::snprintf(out.text, sizeof(out.text), "%s%.*s", board,
-                             static_cast<int>(name.size()), name.data());
-  return length > 0 && static_cast<std::size_t>(length) < sizeof(out.text) &&
+  const int length = snprintf(out.text, sizeof out.text, "%s%.*s", board,
+                              static_cast<int>(name.size()), name.data());
+  return length > 0 && static_cast<std::size_t>(length) < sizeof out.text &&
          name.find("/../") == std::string_view::npos;
 }
 
 int open_locked(const char *file) {
-  int fd = board_open(file, O_RDWR | O_CLOEXEC);
+  const int fd = board_open(file, O_RDWR | O_CLOEXEC);
   if (fd < 0)
     return fd;
-  int locked = sys_flock(fd, LOCK_EX);
+  const int locked = sys_flock(fd, LOCK_EX);
   if (locked < 0) {
     sys_close(fd);
     return locked;
@@ -61,13 +61,13 @@ int open_locked(const char *file) {
   return fd;
 }
 
-// --- Texts --------------------------------------------------------------------------------------
+// Texts.
 
 int store_value(const char *board, std::string_view path, std::string_view value) {
   Path file;
   if (!board_path(board, path, file))
     return -ENAMETOOLONG;
-  int fd = open_locked(file.text);
+  const int fd = open_locked(file.text);
   if (fd < 0)
     return fd;
   char text[kPageSize + 1];
@@ -86,10 +86,10 @@ std::string_view load_value(const char *board, std::string_view path, char (&tex
   Path file;
   if (!board_path(board, path, file))
     return {};
-  int fd = board_open(file.text, O_RDONLY | O_CLOEXEC);
+  const int fd = board_open(file.text, O_RDONLY | O_CLOEXEC);
   if (fd < 0)
     return {};
-  ssize_t length = sys_pread(fd, text, sizeof(text), 0);
+  const ssize_t length = sys_pread(fd, text, sizeof text, 0);
   sys_close(fd);
   return length > 0 ? attribute_value({text, static_cast<std::size_t>(length)})
                     : std::string_view();
@@ -97,11 +97,11 @@ std::string_view load_value(const char *board, std::string_view path, char (&tex
 
 // The attribute `name` beside `path`.
 bool sibling(std::string_view path, std::string_view name, Path &out) {
-  std::string_view directory = path.substr(0, path.rfind('/') + 1);
-  int length =
-      std::snprintf(out.text, sizeof(out.text), "%.*s%.*s", static_cast<int>(directory.size()),
-                    directory.data(), static_cast<int>(name.size()), name.data());
-  return length > 0 && static_cast<std::size_t>(length) < sizeof(out.text);
+  const std::string_view directory = path.substr(0, path.rfind('/') + 1);
+  const int length =
+      snprintf(out.text, sizeof out.text, "%.*s%.*s", static_cast<int>(directory.size()),
+               directory.data(), static_cast<int>(name.size()), name.data());
+  return length > 0 && static_cast<std::size_t>(length) < sizeof out.text;
 }
 
 int store_sibling(const char *board, std::string_view path, std::string_view name,
@@ -112,12 +112,11 @@ int store_sibling(const char *board, std::string_view path, std::string_view nam
 
 int store_decimal(const char *board, std::string_view path, std::int64_t value) {
   char text[24];
-  int length = std::snprintf(text, sizeof(text), "%lld", static_cast<long long>(value));
+  const int length = snprintf(text, sizeof text, "%lld", static_cast<long long>(value));
   return store_value(board, path, {text, static_cast<std::size_t>(length)});
 }
 
-// --- Hooks: what takes the place of storing the text as it came
-// ------------------------------------
+// Hooks: what takes the place of storing the text as it came.
 
 struct Write {
   const char *board;
@@ -153,10 +152,10 @@ ssize_t write_block(const Write &write) {
   Path file;
   if (!board_path(write.board, write.path, file))
     return -ENAMETOOLONG;
-  int fd = open_locked(file.text);
+  const int fd = open_locked(file.text);
   if (fd < 0)
     return fd;
-  std::int64_t size = sys_size(fd);
+  const std::int64_t size = sys_size(fd);
   ssize_t result = -ENOSPC;
   if (write.offset >= 0 && write.offset < size)
     result = sys_pwrite(fd, write.bytes.data(),
@@ -166,8 +165,7 @@ ssize_t write_block(const Write &write) {
   return result;
 }
 
-// --- The firmware class
-// -----------------------------------------------------------------------------
+// The firmware class.
 
 bool is_loading(const char *board, std::string_view path) {
   Path loading;
@@ -181,24 +179,25 @@ ssize_t write_image(const Write &write) {
   Path file;
   if (!board_path(write.board, write.path, file))
     return -ENAMETOOLONG;
-  int fd = open_locked(file.text);
+  const int fd = open_locked(file.text);
   if (fd < 0)
     return fd;
-  ssize_t result = sys_pwrite(fd, write.bytes.data(), write.bytes.size(), write.offset);
+  const ssize_t result = sys_pwrite(fd, write.bytes.data(), write.bytes.size(), write.offset);
   sys_close(fd);
   return result;
 }
 
 // Copies `size` bytes of the image to the part's medium, over what is there.
 int program(const char *image, const char *medium, std::int64_t size) {
-  int from = board_open(image, O_RDONLY | O_CLOEXEC);
+  const int from = board_open(image, O_RDONLY | O_CLOEXEC);
   if (from < 0)
     return from;
-  int to = board_open(medium, O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+  const int to = board_open(medium, O_RDWR | O_CREAT | O_CLOEXEC, 0644);
   ssize_t result = std::min(to, 0);
   for (std::int64_t at = 0; result >= 0 && at < size;) {
     char page[kPageSize];
-    std::size_t piece = static_cast<std::size_t>(std::min<std::int64_t>(sizeof(page), size - at));
+    const std::size_t piece =
+        static_cast<std::size_t>(std::min<std::int64_t>(sizeof page, size - at));
     result = sys_pread(from, page, piece, at);
     if (result == 0)
       result = -EIO;
@@ -218,19 +217,19 @@ std::string_view take_image(const char *board, std::string_view name, const char
                             std::int64_t size, Node &settings) {
   Path file;
   char relative[kPathSize];
-  int length = std::snprintf(relative, sizeof(relative), "/firmware/%.*s",
-                             static_cast<int>(name.size()), name.data());
+  int length = snprintf(relative, sizeof relative, "/firmware/%.*s", static_cast<int>(name.size()),
+                        name.data());
   if (length < 0 || !board_path(board, {relative, static_cast<std::size_t>(length)}, file) ||
       load_node(file.text, settings) < 0)
     return "preparing:hw-error";
-  std::string_view fails = node_text(settings, "fails");
-  std::string_view medium = node_text(settings, "medium");
+  const std::string_view fails = node_text(settings, "fails");
+  const std::string_view medium = node_text(settings, "medium");
   if (size > node_number(settings, "size", kDefaultPart))
     return "preparing:invalid-file-size";
-  bool starts = fails.empty() || fails.starts_with("programming");
+  const bool starts = fails.empty() || fails.starts_with("programming");
   if (starts && !medium.empty()) {
-    length = std::snprintf(relative, sizeof(relative), "/media/%.*s",
-                           static_cast<int>(medium.size()), medium.data());
+    length = snprintf(relative, sizeof relative, "/media/%.*s", static_cast<int>(medium.size()),
+                      medium.data());
     if (length < 0 || !board_path(board, {relative, static_cast<std::size_t>(length)}, file) ||
         program(image, file.text, fails.empty() ? size : size / 2) < 0)
       return "programming:hw-error";
@@ -239,7 +238,7 @@ std::string_view take_image(const char *board, std::string_view name, const char
 }
 
 void drop_image(const char *image) {
-  int fd = board_open(image, O_WRONLY | O_CLOEXEC);
+  const int fd = board_open(image, O_WRONLY | O_CLOEXEC);
   if (fd < 0)
     return;
   sys_ftruncate(fd, 0);
@@ -258,7 +257,7 @@ ssize_t end_loading(const Write &write, const char *image, bool hand_over) {
   Node settings;
   FileStatus status = {};
   if (hand_over && board_stat(image, status) == 0) {
-    std::string_view directory = write.path.substr(0, write.path.rfind('/'));
+    const std::string_view directory = write.path.substr(0, write.path.rfind('/'));
     error = take_image(write.board, directory.substr(directory.rfind('/') + 1), image,
                        static_cast<std::int64_t>(status.size), settings);
   }
@@ -344,14 +343,14 @@ constexpr AttributeHook kOrdinary = {
     .directory = {}, .name = {}, .counts = false, .write = write_text};
 
 const AttributeHook &hook_of(std::string_view path) {
-  for (const AttributeHook &hook : kHooks)
+  for (const AttributeHook &hook : kHooks) {
     if (path.starts_with(hook.directory) && path.ends_with(hook.name))
       return hook;
+  }
   return kOrdinary;
 }
 
-// --- Wires
-// ------------------------------------------------------------------------------------------
+// Wires.
 
 void follow_wires(const char *board, std::string_view from, std::string_view value, int hops) {
   Path file;
@@ -361,9 +360,9 @@ void follow_wires(const char *board, std::string_view from, std::string_view val
   std::string_view rest(wires.text, wires.length);
   std::string_view line;
   while (take_line(rest, line)) {
-    std::string_view source = take_word(line);
-    std::string_view arrow = take_word(line);
-    std::string_view target = take_word(line);
+    const std::string_view source = take_word(line);
+    const std::string_view arrow = take_word(line);
+    const std::string_view target = take_word(line);
     if (source != from || arrow != "->" || !target.starts_with("/sys/"))
       continue;
     if (store_value(board, target, value) == 0)
@@ -382,7 +381,7 @@ ssize_t write_attribute(const char *board, const char *path, const void *data, s
   const AttributeHook &hook = hook_of(write.path);
   if (!hook.counts)  // a text, which a NUL ends: programs write that too
     write.bytes = write.bytes.substr(0, write.bytes.find('\0'));
-  ssize_t result = hook.write(write);
+  const ssize_t result = hook.write(write);
   if (result < 0 || hook.counts)
     return result;
   char text[kPageSize];

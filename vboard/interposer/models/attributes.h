@@ -3,17 +3,17 @@
 #ifndef VBOARD_INTERPOSER_MODELS_ATTRIBUTES_H
 #define VBOARD_INTERPOSER_MODELS_ATTRIBUTES_H
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
-
-#include <sys/types.h>
 
 namespace vboard {
 
 // The value that an attribute's text holds: without its line end and other blanks around it.
 inline std::string_view attribute_value(std::string_view text) {
-  std::size_t begin = text.find_first_not_of(" \t\r\n");
+  const std::size_t begin = text.find_first_not_of(" \t\r\n");
   if (begin == std::string_view::npos)
     return {};
   return text.substr(begin, text.find_last_not_of(" \t\r\n") + 1 - begin);

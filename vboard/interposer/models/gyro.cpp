@@ -13,14 +13,15 @@
 
 #include "vboard/interposer/models/models.h"
 
-#include <algorithm>
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
-
 #include "platform/driver/gyro.h"
 #include "vboard/board/gyro_chips.h"
 #include "vboard/interposer/kernel.h"
+
+#include <errno.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <algorithm>
 
 namespace vboard {
 namespace {
@@ -58,11 +59,11 @@ bool is_poll(std::int64_t poll_ms) {
 
 // The whole file, in file.extra. No time line is a board at rest.
 std::string_view load_timeline(OpenFile &file) {
-  std::int64_t size = sys_size(file.fd);
+  const std::int64_t size = sys_size(file.fd);
   if (size <= 0 || size > static_cast<std::int64_t>(kLongestTimeline))
     return {};
-  std::size_t length = static_cast<std::size_t>(size);
-  file.extra = std::malloc(length);
+  const std::size_t length = static_cast<std::size_t>(size);
+  file.extra = malloc(length);
   if (file.extra == nullptr || read_medium(file, file.extra, length, 0) < 0)
     return {};
   return {static_cast<const char *>(file.extra), length};
@@ -79,21 +80,21 @@ int gyro_open(OpenFile &file) {
   // A name that no row has is still reported by HAT_GYRO_INIT: its scales are the first chip's.
   const GyroChip *chip = find_gyro_chip(node_text(node, "chip"));
   state.chip = chip != nullptr ? chip : &gyro_chips()[0];
-  std::int64_t accel = node_number(node, "accel_g", 2);
-  std::int64_t gyro = node_number(node, "gyro_dps", 250);
+  const std::int64_t accel = node_number(node, "accel_g", 2);
+  const std::int64_t gyro = node_number(node, "gyro_dps", 250);
   state.accel_g = is_accel_range(accel) ? static_cast<std::int32_t>(accel) : 2;
   state.gyro_dps = is_gyro_range(gyro) ? static_cast<std::int32_t>(gyro) : 250;
   state.silent = node_number(node, "silent", 0) != 0;
   state.current = kAtRest;
   state.rest = load_timeline(file);
   next_line(state);
-  std::int64_t poll = node_number(node, "poll_ms", kDefaultPoll);
+  const std::int64_t poll = node_number(node, "poll_ms", kDefaultPoll);
   start_sampling(state, is_poll(poll) ? poll : kDefaultPoll);
   return 0;
 }
 
 void gyro_close(OpenFile &file) {
-  std::free(file.extra);
+  free(file.extra);
   file.extra = nullptr;
 }
 
@@ -107,7 +108,7 @@ BoardTime gyro_readable_at(OpenFile &file, BoardTime) {
 }
 
 const Motion &motion_at(GyroState &state, BoardTime since_open) {
-  double seconds = static_cast<double>(since_open) / static_cast<double>(kSecond);
+  const double seconds = static_cast<double>(since_open) / static_cast<double>(kSecond);
   while (state.has_upcoming && state.upcoming.seconds <= seconds) {
     state.current = state.upcoming;
     next_line(state);
@@ -117,25 +118,25 @@ const Motion &motion_at(GyroState &state, BoardTime since_open) {
 
 ssize_t gyro_read(OpenFile &file, void *buffer, std::size_t size) {
   GyroState &state = state_of<GyroState>(file);
-  BoardTime now = board_time();
+  const BoardTime now = board_time();
   if (state.silent || due_at(state) > now)
     return -EAGAIN;
 
-  std::int64_t newest = (now - state.sampling_since) / state.period;
+  const std::int64_t newest = (now - state.sampling_since) / state.period;
   state.next = std::max(state.next, newest - kFifo + 1);
-  BoardTime taken_at = due_at(state);
-  state.next++;
+  const BoardTime taken_at = due_at(state);
+  ++state.next;
 
   const Motion &motion = motion_at(state, taken_at - file.opened_at);
   GyroSample sample = {};
   raw_acceleration(*state.chip, motion.accel, state.accel_g, sample.accel);
   raw_rate(*state.chip, motion.gyro, state.gyro_dps, sample.gyro);
-  std::int64_t calendar = board_calendar_time() - (now - taken_at);
+  const std::int64_t calendar = board_calendar_time() - (now - taken_at);
   sample.seconds = static_cast<std::int32_t>(calendar / kSecond);
   sample.microseconds = static_cast<std::int32_t>(calendar % kSecond / 1000);
   // A reader with less room loses the rest of the sample.
-  std::size_t taken = std::min(size, sizeof(sample));
-  std::memcpy(buffer, &sample, taken);
+  const std::size_t taken = std::min(size, sizeof sample);
+  memcpy(buffer, &sample, taken);
   return static_cast<ssize_t>(taken);
 }
 
@@ -144,7 +145,7 @@ void identify(const OpenFile &file, GyroIdentity &out) {
   std::string_view name = node_text(file.node, "chip");
   if (name.empty())
     name = gyro_chips()[0].name;
-  std::memcpy(out.name, name.data(), std::min(name.size(), sizeof(out.name) - 1));
+  memcpy(out.name, name.data(), std::min(name.size(), sizeof out.name - 1));
   const GyroChip *chip = find_gyro_chip(name);
   out.type = static_cast<std::uint32_t>(
       node_number(file.node, "chip_type", chip != nullptr ? chip->type : 0));
@@ -161,7 +162,7 @@ int set_ranges(OpenFile &file, const GyroConfig &config) {
   if (!is_accel_range(config.accel_g) || !is_gyro_range(config.gyro_dps))
     return -EINVAL;
   GyroState &state = state_of<GyroState>(file);
-  std::string_view keeps = node_text(file.node, "keeps_range");
+  const std::string_view keeps = node_text(file.node, "keeps_range");
   int error = 0;
   if (keeps != "1" && keeps != "accel") {
     state.accel_g = config.accel_g;
@@ -179,18 +180,18 @@ int gyro_ioctl(OpenFile &file, std::uint32_t request, void *argument) {
   if (request == HAT_GYRO_INIT) {
     GyroIdentity identity;
     identify(file, identity);
-    std::memcpy(argument, &identity, sizeof(identity));
+    memcpy(argument, &identity, sizeof identity);
     return 0;
   }
   GyroConfig config;
-  std::memcpy(&config, argument, sizeof(config));
+  memcpy(&config, argument, sizeof config);
   switch (request) {
     case HAT_GYRO_TMR_SET:
       return set_poll(file, config.poll_ms);
     case HAT_GYRO_READ_CONFIG:
       config.accel_g = state.accel_g;
       config.gyro_dps = state.gyro_dps;
-      std::memcpy(argument, &config, sizeof(config));
+      memcpy(argument, &config, sizeof config);
       return 0;
     case HAT_GYRO_SET_RNG:
       return set_ranges(file, config);

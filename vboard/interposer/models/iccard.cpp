@@ -8,22 +8,23 @@
 
 #include "vboard/interposer/models/models.h"
 
-#include <cerrno>
-
 #include "platform/driver/iccard.h"
+
+#include <errno.h>
 
 namespace vboard {
 namespace {
 
 int read_card(OpenFile &file, unsigned char *block) {
-  if (int error = read_medium(file, block, ICCARD_SIZE, 0))
+  if (const int error = read_medium(file, block, ICCARD_SIZE, 0))
     return error;
-  std::int64_t stuck = node_number(file.node, "stuck_byte", -1);
+  const std::int64_t stuck = node_number(file.node, "stuck_byte", -1);
   if (stuck >= 0 && stuck < ICCARD_SIZE)
     block[stuck] = static_cast<unsigned char>(node_number(file.node, "stuck_value", 0));
-  if (node_number(file.node, "inverted", 0) != 0)
-    for (int i = 0; i < ICCARD_SIZE; i++)
+  if (node_number(file.node, "inverted", 0) != 0) {
+    for (int i = 0; i < ICCARD_SIZE; ++i)
       block[i] = static_cast<unsigned char>(~block[i]);
+  }
   return 0;
 }
 

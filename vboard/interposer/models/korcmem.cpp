@@ -7,14 +7,15 @@
 
 #include "vboard/interposer/models/models.h"
 
-#include <algorithm>
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
-
 #include "platform/driver/korcmem.h"
 #include "vboard/board/text.h"
 #include "vboard/interposer/kernel.h"
+
+#include <errno.h>
+#include <stdio.h>
+#include <string.h>
+
+#include <algorithm>
 
 namespace vboard {
 namespace {
@@ -33,7 +34,7 @@ struct Key {
 
 Key numbered(const char *word, int id) {
   Key key;
-  std::snprintf(key.text, sizeof(key.text), "%s%d", word, id);
+  snprintf(key.text, sizeof key.text, "%s%d", word, id);
   return key;
 }
 
@@ -57,15 +58,16 @@ int store_state_of_block(OpenFile &file, int id, std::string_view state) {
 int korcmem_open(OpenFile &file) {
   std::int64_t end = sys_size(file.fd);
   Block block;
-  for (int id = 0; id < kMostBlocks; id++)
+  for (int id = 0; id < kMostBlocks; ++id) {
     if (find_block(file, id, block))
       end = std::max(end, block.base + block.size);
+  }
   return end > sys_size(file.fd) ? sys_ftruncate(file.fd, end) : 0;
 }
 
 int korcmem_map(OpenFile &file, std::size_t size, std::int64_t offset) {
   Block block;
-  for (int id = 0; id < kMostBlocks; id++) {
+  for (int id = 0; id < kMostBlocks; ++id) {
     if (!find_block(file, id, block) || offset < block.base)
       continue;
     if (offset - block.base + static_cast<std::int64_t>(size) <= block.size)
@@ -76,32 +78,34 @@ int korcmem_map(OpenFile &file, std::size_t size, std::int64_t offset) {
 
 int get_info(const OpenFile &file, void *argument) {
   CmemInfo info;
-  std::memcpy(&info, argument, sizeof(info));
+  memcpy(&info, argument, sizeof info);
   Block block;
   if (!find_block(file, info.id, block))
     return -EINVAL;
-  std::int32_t id = info.id;
+  const std::int32_t id = info.id;
   info = {};
   info.id = id;
-  block.name.copy(info.name, sizeof(info.name) - 1);
+  block.name.copy(info.name, sizeof info.name - 1);
   info.base = static_cast<std::uint64_t>(block.base);
   info.size = static_cast<std::uint64_t>(block.size);
-  std::memcpy(argument, &info, sizeof(info));
+  memcpy(argument, &info, sizeof info);
   return 0;
 }
 
 // Ends the use of every mapping.
 int finish(OpenFile &file) {
-  for (int id = 0; id < kMostBlocks; id++)
-    if (state_of_block(file, id) == "mapped")
-      if (int error = store_state_of_block(file, id, "finished"))
+  for (int id = 0; id < kMostBlocks; ++id) {
+    if (state_of_block(file, id) == "mapped") {
+      if (const int error = store_state_of_block(file, id, "finished"))
         return error;
+    }
+  }
   return 0;
 }
 
 int release(OpenFile &file, const void *argument) {
   CmemRange range;
-  std::memcpy(&range, argument, sizeof(range));
+  memcpy(&range, argument, sizeof range);
   Block block;
   if (!find_block(file, range.id, block) || range.base != static_cast<std::uint64_t>(block.base) ||
       range.size != static_cast<std::uint64_t>(block.size))
@@ -113,7 +117,7 @@ int release(OpenFile &file, const void *argument) {
 
 int free_pages(OpenFile &file, const void *argument) {
   CmemPages pages;
-  std::memcpy(&pages, argument, sizeof(pages));
+  memcpy(&pages, argument, sizeof pages);
   Block block;
   if (!find_block(file, pages.id, block))
     return -EINVAL;

@@ -15,14 +15,14 @@
 
 #include "vboard/interposer/models/models.h"
 
-#include <cerrno>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-
 #include "platform/driver/korstorage.h"
 #include "vboard/board/text.h"
 #include "vboard/interposer/kernel.h"
+
+#include <errno.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
 
 namespace vboard {
 namespace {
@@ -53,11 +53,11 @@ constexpr const char *kWords[] = {
     "ATABusError",      "TimeOutError",   "HSMviolation",   "SystemError",     "MediaError",
     "InvalidArgument",  "DeviceError",    "UnknownError",   "accessTime",
 };
-static_assert(sizeof(kWords) / sizeof(kWords[0]) == 54);
+static_assert(sizeof kWords / sizeof kWords[0] == 54);
 
 std::int64_t port_number(const OpenFile &file, std::int32_t port, const char *name) {
   char key[40];
-  std::snprintf(key, sizeof(key), "%d.%s", port, name);
+  snprintf(key, sizeof key, "%d.%s", port, name);
   return node_number(file.node, key, 0);
 }
 
@@ -69,7 +69,7 @@ void fill_statistics(const OpenFile &file, std::int32_t port, StorStatistics &ou
   out = {};
   for (std::size_t i = 0; i < 54; ++i) {
     const auto value = static_cast<std::int32_t>(port_number(file, port, kWords[i]));
-    std::memcpy(reinterpret_cast<unsigned char *>(&out) + 4 * i, &value, 4);
+    memcpy(reinterpret_cast<unsigned char *>(&out) + 4 * i, &value, 4);
   }
 }
 
@@ -88,7 +88,7 @@ void fill_error(const OpenFile &file, std::int32_t port, StorErrorRequest &out) 
 }
 
 bool is_traceable(const OpenFile &file, const StorTraceStart &start) {
-  const std::string_view name(start.name, strnlen(start.name, sizeof(start.name)));
+  const std::string_view name(start.name, strnlen(start.name, sizeof start.name));
   std::string_view devices = node_text(file.node, "devices");
   for (std::string_view word = take_word(devices); !word.empty(); word = take_word(devices)) {
     if (word == name)
@@ -126,9 +126,9 @@ std::string_view load_timeline(OpenFile &file) {
     const std::int64_t size = sys_size(file.fd);
     if (size <= 0 || size > static_cast<std::int64_t>(kLongestTimeline))
       return {};
-    char *text = static_cast<char *>(std::calloc(1, static_cast<std::size_t>(size) + 1));
+    char *text = static_cast<char *>(calloc(1, static_cast<std::size_t>(size) + 1));
     if (text == nullptr || sys_pread(file.fd, text, static_cast<std::size_t>(size), 0) != size) {
-      std::free(text);
+      free(text);
       return {};
     }
     file.extra = text;
@@ -175,7 +175,7 @@ int read_event(OpenFile &file, StorTraceEvent &out) {
   TraceState &state = state_of<TraceState>(file);
   if (!state.tracing || out.handle != kHandle)
     return -EINVAL;
-  std::string_view timeline = load_timeline(file);
+  const std::string_view timeline = load_timeline(file);
   out = {};
   out.handle = kHandle;
   std::string_view rest = timeline.substr(std::min(state.next, timeline.size()));
@@ -201,7 +201,7 @@ int read_event(OpenFile &file, StorTraceEvent &out) {
 
 int korstorage_ioctl(OpenFile &file, std::uint32_t request, void *argument) {
   std::int32_t port;
-  std::memcpy(&port, argument, sizeof(port));
+  memcpy(&port, argument, sizeof port);
   switch (request) {
     case STOR_CMD_SCAN_DONE:
       return node_number(file.node, "scan_failed", 0) != 0 ? -EAGAIN : 0;
@@ -228,7 +228,7 @@ int korstorage_ioctl(OpenFile &file, std::uint32_t request, void *argument) {
       return 0;
     case STOR_CMD_TRIM_SUPPORT:
       port = static_cast<std::int32_t>(port_number(file, port, "trim"));
-      std::memcpy(argument, &port, sizeof(port));
+      memcpy(argument, &port, sizeof port);
       return 0;
     default:
       return -ENOTTY;
@@ -236,7 +236,7 @@ int korstorage_ioctl(OpenFile &file, std::uint32_t request, void *argument) {
 }
 
 void korstorage_close(OpenFile &file) {
-  std::free(file.extra);
+  free(file.extra);
   file.extra = nullptr;
 }
 

@@ -11,15 +11,15 @@
 
 #include "vboard/interposer/models/models.h"
 
-#include <algorithm>
-#include <cerrno>
-#include <cstring>
-
-#include <sys/mman.h>
-
 #include "platform/driver/lcd.h"
 #include "vboard/board/lcd_controller.h"
 #include "vboard/interposer/kernel.h"
+
+#include <errno.h>
+#include <string.h>
+#include <sys/mman.h>
+
+#include <algorithm>
 
 namespace vboard {
 namespace {
@@ -61,8 +61,8 @@ void lcd_close(OpenFile &file) {
 
 ssize_t lcd_write(OpenFile &file, const void *buffer, std::size_t size) {
   LcdState &state = state_of<LcdState>(file);
-  std::size_t taken = std::min(size, kLcdFrameSize);
-  std::memcpy(state.frame, buffer, taken);
+  const std::size_t taken = std::min(size, kLcdFrameSize);
+  memcpy(state.frame, buffer, taken);
   return state.write_returns_count ? static_cast<ssize_t>(taken) : 0;
 }
 
@@ -74,7 +74,7 @@ int set_backlight(OpenFile &file, std::uint8_t value) {
 
 int lcd_ioctl(OpenFile &file, std::uint32_t request, void *argument) {
   LcdState &state = state_of<LcdState>(file);
-  std::uint8_t value = *static_cast<const std::uint8_t *>(argument);
+  const std::uint8_t value = *static_cast<const std::uint8_t *>(argument);
   switch (request) {
     case LCD_SET_CMD_WRITE:
       return lcd_command(state.registers, value) ? store_registers(file) : 0;

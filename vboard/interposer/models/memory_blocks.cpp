@@ -2,11 +2,11 @@
 
 #include "vboard/interposer/models/memory_blocks.h"
 
-#include <cerrno>
-#include <cstdio>
-
 #include "vboard/board/state_files.h"
 #include "vboard/board/text.h"
+
+#include <errno.h>
+#include <stdio.h>
 
 namespace vboard {
 namespace {
@@ -19,8 +19,8 @@ struct Name {
 
 Name name_of(std::string_view directory, std::string_view attribute) {
   Name name;
-  std::snprintf(name.text, sizeof(name.text), "%.*s/%.*s", static_cast<int>(directory.size()),
-                directory.data(), static_cast<int>(attribute.size()), attribute.data());
+  snprintf(name.text, sizeof name.text, "%.*s/%.*s", static_cast<int>(directory.size()),
+           directory.data(), static_cast<int>(attribute.size()), attribute.data());
   return name;
 }
 
@@ -31,35 +31,35 @@ std::string_view as_text(std::string_view value) {
 }
 
 std::string_view value_of(const char *board, const Name &name, std::span<char> room) {
-  ssize_t length = load_state(board, name.text, room);
+  const ssize_t length = load_state(board, name.text, room);
   return length > 0 ? as_text({room.data(), static_cast<std::size_t>(length)}) : std::string_view();
 }
 
 std::int64_t block_size(const char *board) {
   char text[32];
   char prefixed[40];
-  std::string_view value = value_of(board, name_of(kMemory, "block_size_bytes"), text);
-  int length = std::snprintf(prefixed, sizeof(prefixed), "0x%.*s", static_cast<int>(value.size()),
-                             value.data());
+  const std::string_view value = value_of(board, name_of(kMemory, "block_size_bytes"), text);
+  const int length =
+      snprintf(prefixed, sizeof prefixed, "0x%.*s", static_cast<int>(value.size()), value.data());
   std::int64_t size = 0;
   return parse_number({prefixed, static_cast<std::size_t>(length)}, size) ? size : 0;
 }
 
 int store_line(const char *board, const Name &name, std::string_view value) {
   char line[64];
-  int length =
-      std::snprintf(line, sizeof(line), "%.*s\n", static_cast<int>(value.size()), value.data());
+  const int length =
+      snprintf(line, sizeof line, "%.*s\n", static_cast<int>(value.size()), value.data());
   return store_state(board, name.text, {line, static_cast<std::size_t>(length)});
 }
 
 int make_block(const char *board, std::int64_t index, std::string_view state) {
   Name block;
-  std::snprintf(block.text, sizeof(block.text), "%.*s/memory%lld", static_cast<int>(kMemory.size()),
-                kMemory.data(), static_cast<long long>(index));
+  snprintf(block.text, sizeof block.text, "%.*s/memory%lld", static_cast<int>(kMemory.size()),
+           kMemory.data(), static_cast<long long>(index));
   if (has_state(board, block.text))
     return -EEXIST;
   char number[20];
-  int length = std::snprintf(number, sizeof(number), "%08llx", static_cast<long long>(index));
+  const int length = snprintf(number, sizeof number, "%08llx", static_cast<long long>(index));
   int error = make_state_directory(board, block.text);
   if (error == 0)
     error = store_line(board, name_of(block.text, "phys_index"),
@@ -74,11 +74,11 @@ int make_block(const char *board, std::int64_t index, std::string_view state) {
 
 int write_memory_probe(const char *board, std::string_view value) {
   std::int64_t address;
-  std::int64_t size = block_size(board);
+  const std::int64_t size = block_size(board);
   if (!parse_number(as_text(value), address) || address < 0 || size <= 0 || address % size != 0)
     return -EINVAL;
   char text[32];
-  bool online = value_of(board, name_of(kMemory, "auto_online_blocks"), text) == "online";
+  const bool online = value_of(board, name_of(kMemory, "auto_online_blocks"), text) == "online";
   return make_block(board, address / size, online ? "online" : "offline");
 }
 
@@ -88,9 +88,9 @@ int write_memory_state(const char *board, std::string_view path, std::string_vie
     wanted = "online";
   if (wanted != "online" && wanted != "offline")
     return -EINVAL;
-  Name name = name_of(path.substr(0, path.rfind('/')), "state");
+  const Name name = name_of(path.substr(0, path.rfind('/')), "state");
   char text[32];
-  std::string_view state = value_of(board, name, text);
+  const std::string_view state = value_of(board, name, text);
   if (state.empty())
     return -ENOENT;
   // Nothing to change is an error of the kernel's too.

@@ -2,14 +2,14 @@
 
 #include "vboard/interposer/models/models.h"
 
-#include <cerrno>
-#include <cstring>
-#include <fcntl.h>
-#include <sys/syscall.h>
-#include <unistd.h>
-
 #include "vboard/board/board_files.h"
 #include "vboard/interposer/kernel.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <string.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 namespace vboard {
 namespace {
@@ -32,8 +32,8 @@ bool lock_byte(int fd, std::int64_t offset) {
   constexpr long kCall = SYS_fcntl;
 #endif
   // fcntl() is the interposer's, and errno the program's.
-  int kept = errno;
-  long result = syscall(kCall, fd, F_OFD_SETLK, &lock);
+  const int kept = errno;
+  const long result = syscall(kCall, fd, F_OFD_SETLK, &lock);
   errno = kept;
   return result == 0;
 }
@@ -41,21 +41,22 @@ bool lock_byte(int fd, std::int64_t offset) {
 }  // namespace
 
 const Model *find_model(const char *name) {
-  for (const Model *model : kModels)
-    if (std::strcmp(model->name, name) == 0)
+  for (const Model *model : kModels) {
+    if (strcmp(model->name, name) == 0)
       return model;
+  }
   return nullptr;
 }
 
 int read_medium(const OpenFile &file, void *out, std::size_t size, std::int64_t offset) {
-  ssize_t got = sys_pread(file.fd, out, size, offset);
+  const ssize_t got = sys_pread(file.fd, out, size, offset);
   if (got < 0)
     return static_cast<int>(got);
   return static_cast<std::size_t>(got) == size ? 0 : -EIO;
 }
 
 int write_medium(const OpenFile &file, const void *bytes, std::size_t size, std::int64_t offset) {
-  ssize_t put = sys_pwrite(file.fd, bytes, size, offset);
+  const ssize_t put = sys_pwrite(file.fd, bytes, size, offset);
   if (put < 0)
     return static_cast<int>(put);
   return static_cast<std::size_t>(put) == size ? 0 : -EIO;
@@ -64,7 +65,7 @@ int write_medium(const OpenFile &file, const void *bytes, std::size_t size, std:
 // A lock of the open file description on a byte far behind the text: it goes with the process
 // however that ends, and does not meet the flock() that guards the settings.
 int claim_device(const OpenFile &file, int &out_claim) {
-  int fd = board_open(file.file, O_RDWR | O_CLOEXEC);
+  const int fd = board_open(file.file, O_RDWR | O_CLOEXEC);
   if (fd < 0)
     return fd;
   if (!lock_byte(fd, 1 << 30)) {

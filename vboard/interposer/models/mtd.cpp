@@ -10,15 +10,15 @@
 
 #include "vboard/interposer/models/models.h"
 
-#include <algorithm>
-#include <cerrno>
-#include <cstring>
+#include "vboard/interposer/kernel.h"
 
+#include <errno.h>
 #include <mtd/mtd-user.h>
+#include <string.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include "vboard/interposer/kernel.h"
+#include <algorithm>
 
 namespace vboard {
 namespace {
@@ -29,7 +29,7 @@ static_assert(MEMGETINFO == 0x80204D01 && sizeof(mtd_info_user) == 32 &&
 constexpr std::int64_t kDefaultEraseSize = 4096;
 
 std::int64_t erase_size_of(const OpenFile &file) {
-  std::int64_t size = node_number(file.node, "erase_size", kDefaultEraseSize);
+  const std::int64_t size = node_number(file.node, "erase_size", kDefaultEraseSize);
   return size >= 256 && size <= (1 << 24) ? size : kDefaultEraseSize;
 }
 
@@ -40,25 +40,25 @@ bool is_protected(const OpenFile &file) {
 ssize_t mtd_write(OpenFile &file, const void *buffer, std::size_t size) {
   if (is_protected(file))
     return -EROFS;
-  std::int64_t at = sys_lseek(file.fd, 0, SEEK_CUR);
-  std::int64_t flash = sys_size(file.fd);
+  const std::int64_t at = sys_lseek(file.fd, 0, SEEK_CUR);
+  const std::int64_t flash = sys_size(file.fd);
   if (at < 0 || flash < 0)
     return -EIO;
   if (at >= flash)
     return size == 0 ? 0 : -ENOSPC;
 
   const unsigned char *bytes = static_cast<const unsigned char *>(buffer);
-  std::size_t left = std::min(size, static_cast<std::size_t>(flash - at));
+  const std::size_t left = std::min(size, static_cast<std::size_t>(flash - at));
   std::size_t done = 0;
   while (done < left) {
     unsigned char page[512];
-    std::size_t piece = std::min(left - done, sizeof(page));
-    std::int64_t offset = at + static_cast<std::int64_t>(done);
-    if (int error = read_medium(file, page, piece, offset))
+    const std::size_t piece = std::min(left - done, sizeof page);
+    const std::int64_t offset = at + static_cast<std::int64_t>(done);
+    if (const int error = read_medium(file, page, piece, offset))
       return error;
-    for (std::size_t i = 0; i < piece; i++)
+    for (std::size_t i = 0; i < piece; ++i)
       page[i] = static_cast<unsigned char>(page[i] & bytes[done + i]);
-    if (int error = write_medium(file, page, piece, offset))
+    if (const int error = write_medium(file, page, piece, offset))
       return error;
     done += piece;
   }
@@ -69,21 +69,23 @@ ssize_t mtd_write(OpenFile &file, const void *buffer, std::size_t size) {
 int erase(OpenFile &file, std::uint64_t start, std::uint64_t length) {
   if (is_protected(file))
     return -EROFS;
-  std::uint64_t block = static_cast<std::uint64_t>(erase_size_of(file));
-  std::uint64_t flash = static_cast<std::uint64_t>(std::max<std::int64_t>(0, sys_size(file.fd)));
+  const std::uint64_t block = static_cast<std::uint64_t>(erase_size_of(file));
+  const std::uint64_t flash =
+      static_cast<std::uint64_t>(std::max<std::int64_t>(0, sys_size(file.fd)));
   if (length == 0 || start % block != 0 || length % block != 0 || start > flash ||
       length > flash - start)
     return -EINVAL;
-  std::int64_t worn = node_number(file.node, "worn_block", -1);
+  const std::int64_t worn = node_number(file.node, "worn_block", -1);
   unsigned char page[256];
-  std::memset(page, 0xFF, sizeof(page));
+  memset(page, 0xFF, sizeof page);
   for (std::uint64_t at = start; at < start + length; at += block) {
     if (worn >= 0 && at / block == static_cast<std::uint64_t>(worn))
       return -EIO;
-    for (std::uint64_t in_block = 0; in_block < block; in_block += sizeof(page)) {
-      std::size_t piece =
-          static_cast<std::size_t>(std::min<std::uint64_t>(sizeof(page), block - in_block));
-      if (int error = write_medium(file, page, piece, static_cast<std::int64_t>(at + in_block)))
+    for (std::uint64_t in_block = 0; in_block < block; in_block += sizeof page) {
+      const std::size_t piece =
+          static_cast<std::size_t>(std::min<std::uint64_t>(sizeof page, block - in_block));
+      if (const int error =
+              write_medium(file, page, piece, static_cast<std::int64_t>(at + in_block)))
         return error;
     }
   }
@@ -91,7 +93,8 @@ int erase(OpenFile &file, std::uint64_t start, std::uint64_t length) {
 }
 
 int set_protection(OpenFile &file, const erase_info_user &range, int on) {
-  std::uint64_t flash = static_cast<std::uint64_t>(std::max<std::int64_t>(0, sys_size(file.fd)));
+  const std::uint64_t flash =
+      static_cast<std::uint64_t>(std::max<std::int64_t>(0, sys_size(file.fd)));
   if (std::uint64_t{range.start} + range.length > flash)
     return -EINVAL;
   if (node_number(file.node, "locks", 0) == 0)
@@ -112,7 +115,7 @@ mtd_info_user info(const OpenFile &file) {
 // NOR flash has no bad blocks: none is bad, and none can be marked.
 int bad_block(const OpenFile &file, const void *argument, int answer) {
   std::int64_t offset;
-  std::memcpy(&offset, argument, sizeof(offset));
+  memcpy(&offset, argument, sizeof offset);
   return offset < 0 || offset >= sys_size(file.fd) ? -EINVAL : answer;
 }
 
@@ -122,24 +125,24 @@ int mtd_ioctl(OpenFile &file, std::uint32_t request, void *argument) {
   switch (request) {
     case MEMGETINFO: {
       mtd_info_user out = info(file);
-      std::memcpy(argument, &out, sizeof(out));
+      memcpy(argument, &out, sizeof out);
       return 0;
     }
     case MEMERASE:
-      std::memcpy(&range, argument, sizeof(range));
+      memcpy(&range, argument, sizeof range);
       return erase(file, range.start, range.length);
     case MEMERASE64:
-      std::memcpy(&long_range, argument, sizeof(long_range));
+      memcpy(&long_range, argument, sizeof long_range);
       return erase(file, long_range.start, long_range.length);
     case MEMLOCK:
     case MEMUNLOCK:
-      std::memcpy(&range, argument, sizeof(range));
+      memcpy(&range, argument, sizeof range);
       return set_protection(file, range, request == MEMLOCK);
     case MEMISLOCKED:
       return node_number(file.node, "locks", 0) == 0 ? -EOPNOTSUPP : is_protected(file);
     case MEMGETREGIONCOUNT:
       // One kind of erase block, and so no regions.
-      std::memset(argument, 0, sizeof(int));
+      memset(argument, 0, sizeof(int));
       return 0;
     case MEMGETBADBLOCK:
       return bad_block(file, argument, 0);

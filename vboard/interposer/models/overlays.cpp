@@ -2,14 +2,15 @@
 
 #include "vboard/interposer/models/overlays.h"
 
-#include <algorithm>
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
-
 #include "vboard/board/device_tree_blob.h"
 #include "vboard/board/state_files.h"
 #include "vboard/board/text.h"
+
+#include <errno.h>
+#include <stdio.h>
+#include <string.h>
+
+#include <algorithm>
 
 namespace vboard {
 namespace {
@@ -27,7 +28,7 @@ struct Name {
 // A name that is too long becomes an empty one, which no call takes.
 Name joined(std::string_view first, std::string_view second, std::string_view third = {}) {
   Name name;
-  TextBuffer text = {name.text, sizeof(name.text) - 1, 0, false};
+  TextBuffer text = {name.text, sizeof name.text - 1, 0, false};
   append_text(text, first);
   append_text(text, second);
   append_text(text, third);
@@ -48,7 +49,7 @@ Name property_file(std::string_view node, std::string_view property) {
   return joined(name.text, property);
 }
 
-// --- What an overlay changed --------------------------------------------------------------------
+// What an overlay changed.
 
 struct Application {
   const char *board;
@@ -58,8 +59,8 @@ struct Application {
 
 void append_value(TextBuffer &record, std::string_view bytes) {
   constexpr char digits[] = "0123456789abcdef";
-  for (char byte : bytes) {
-    unsigned value = static_cast<unsigned char>(byte);
+  for (const char byte : bytes) {
+    const unsigned int value = static_cast<unsigned char>(byte);
     char pair[2] = {digits[value >> 4], digits[value & 0xF]};
     append_text(record, {pair, 2});
   }
@@ -69,10 +70,11 @@ void append_value(TextBuffer &record, std::string_view bytes) {
 
 // Nodes below the target that the overlay brings along.
 int make_node(const char *board, std::string_view node) {
-  for (std::size_t at = 1; at <= node.size(); at++) {
+  for (std::size_t at = 1; at <= node.size(); ++at) {
     if (at < node.size() && node[at] != '/')
       continue;
-    if (int error = make_state_directory(board, joined(kTree, node.substr(0, at)).text); error < 0)
+    if (const int error = make_state_directory(board, joined(kTree, node.substr(0, at)).text);
+        error < 0)
       return error;
   }
   return 0;
@@ -82,8 +84,8 @@ int apply_property(const OverlayProperty &property, void *context) {
   Application &application = *static_cast<Application *>(context);
   Name file = property_file(property.node, property.name);
   char old[kMostValue];
-  ssize_t length = load_state(application.board, file.text, old);
-  if (int error = make_node(application.board, property.node); error < 0)
+  const ssize_t length = load_state(application.board, file.text, old);
+  if (const int error = make_node(application.board, property.node); error < 0)
     return error;
   append_text(application.record, property.node);
   append_text(application.record, " ");
@@ -102,17 +104,17 @@ int apply_property(const OverlayProperty &property, void *context) {
 int check_target(const OverlayProperty &property, void *context) {
   const char *board = static_cast<const char *>(context);
   // The first component is the target's or one above it: a new one hangs in the air.
-  std::string_view top = property.node.substr(0, property.node.find('/', 1));
+  const std::string_view top = property.node.substr(0, property.node.find('/', 1));
   return has_state(board, joined(kTree, top == "/" ? std::string_view() : top).text) ? 0 : -ENOENT;
 }
 
 int apply(const char *board, std::string_view name, std::span<const unsigned char> blob) {
-  if (int error = read_overlay(blob, check_target, const_cast<char *>(board)); error < 0)
+  if (const int error = read_overlay(blob, check_target, const_cast<char *>(board)); error < 0)
     return error;
   Application application;
   application.board = board;
-  application.record = {application.text, sizeof(application.text), 0, false};
-  int error = read_overlay(blob, apply_property, &application);
+  application.record = {application.text, sizeof application.text, 0, false};
+  const int error = read_overlay(blob, apply_property, &application);
   make_state_directory(board, "/overlays");
   store_state(board, joined("/overlays/", name).text,
               {application.text, application.record.length});
@@ -124,7 +126,7 @@ std::size_t parse_value(std::string_view word, char (&out)[kMostValue]) {
   std::size_t size = 0;
   if (word == "empty")
     return 0;
-  for (std::size_t at = 0; at + 1 < word.size() && size < sizeof(out); at += 2)
+  for (std::size_t at = 0; at + 1 < word.size() && size < sizeof out; at += 2)
     out[size++] = static_cast<char>(digit(word[at]) << 4 | digit(word[at + 1]));
   return size;
 }
@@ -135,10 +137,10 @@ void take_back(const char *board, std::string_view record) {
     std::string_view line = record.substr(0, record.size() - 1);  // without its end
     line.remove_prefix(line.rfind('\n') + 1);                     // 0 when it is the first
     record.remove_suffix(line.size() + 1);
-    std::string_view node = take_word(line);
-    std::string_view property = take_word(line);
+    const std::string_view node = take_word(line);
+    const std::string_view property = take_word(line);
     take_word(line);
-    std::string_view old = take_word(line);
+    const std::string_view old = take_word(line);
     Name file = property_file(node, property);
     char value[kMostValue];
     if (old == "-")
@@ -151,7 +153,7 @@ void take_back(const char *board, std::string_view record) {
 }  // namespace
 
 int make_overlay(const char *board, std::string_view path) {
-  std::string_view name = overlay_name(path);
+  const std::string_view name = overlay_name(path);
   if (name.empty() || path.size() != kOverlays.size() + name.size())
     return -EPERM;
   if (has_state(board, path))
@@ -165,14 +167,14 @@ int make_overlay(const char *board, std::string_view path) {
 }
 
 int remove_overlay(const char *board, std::string_view path) {
-  std::string_view name = overlay_name(path);
+  const std::string_view name = overlay_name(path);
   if (name.empty() || path.size() != kOverlays.size() + name.size())
     return -EPERM;
   if (!has_state(board, path))
     return -ENOENT;
   Name record = joined("/overlays/", name);
   static char text[kMostRecord];
-  ssize_t length = load_state(board, record.text, text);
+  const ssize_t length = load_state(board, record.text, text);
   if (length > 0)
     take_back(board, {text, static_cast<std::size_t>(length)});
   remove_state(board, record.text);
@@ -184,24 +186,24 @@ int remove_overlay(const char *board, std::string_view path) {
 ssize_t write_overlay_blob(const char *board, std::string_view path, std::string_view bytes,
                            std::int64_t offset) {
   static char blob[kMostBlob];
-  std::string_view name = overlay_name(path);
-  if (offset < 0 || static_cast<std::size_t>(offset) + bytes.size() > sizeof(blob))
+  const std::string_view name = overlay_name(path);
+  if (offset < 0 || static_cast<std::size_t>(offset) + bytes.size() > sizeof blob)
     return -ENOSPC;
-  std::size_t at = static_cast<std::size_t>(offset);
-  ssize_t before = load_state(board, path, blob);
+  const std::size_t at = static_cast<std::size_t>(offset);
+  const ssize_t before = load_state(board, path, blob);
   if (before < 0)
     return before;
   if (at > static_cast<std::size_t>(before))
     return -EINVAL;
-  std::memcpy(blob + at, bytes.data(), bytes.size());
-  std::size_t size = at + bytes.size();
-  if (int error = store_state(board, path, {blob, size}); error < 0)
+  memcpy(blob + at, bytes.data(), bytes.size());
+  const std::size_t size = at + bytes.size();
+  if (const int error = store_state(board, path, {blob, size}); error < 0)
     return error;
 
   // The kernel applies it when the file is closed; here it is as soon as it is whole. A blob that
   // it does not like leaves the status as it is.
-  std::span<const unsigned char> whole(reinterpret_cast<const unsigned char *>(blob), size);
-  std::size_t wanted = blob_size(whole);
+  const std::span<const unsigned char> whole(reinterpret_cast<const unsigned char *>(blob), size);
+  const std::size_t wanted = blob_size(whole);
   if (wanted != 0 && size >= wanted && apply(board, name, whole) == 0)
     store_state(board, joined(path.substr(0, path.rfind('/')), "/status").text, "applied\n");
   return static_cast<ssize_t>(bytes.size());

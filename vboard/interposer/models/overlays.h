@@ -12,11 +12,11 @@
 #ifndef VBOARD_INTERPOSER_MODELS_OVERLAYS_H
 #define VBOARD_INTERPOSER_MODELS_OVERLAYS_H
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
-
-#include <sys/types.h>
 
 namespace vboard {
 

@@ -7,12 +7,13 @@
 
 #include "vboard/interposer/models/models.h"
 
-#include <algorithm>
-#include <cerrno>
-#include <cstdio>
-
 #include "vboard/board/text.h"
 #include "vboard/interposer/kernel.h"
+
+#include <errno.h>
+#include <stdio.h>
+
+#include <algorithm>
 
 namespace vboard {
 namespace {
@@ -23,7 +24,7 @@ constexpr std::int64_t kPage = 4096;
 // False when there is no region of that number.
 bool find_region(const Node &node, int number, std::int64_t &first, std::int64_t &last) {
   char key[16];
-  int length = std::snprintf(key, sizeof(key), "region%d", number);
+  const int length = snprintf(key, sizeof key, "region%d", number);
   std::string_view region = node_text(node, {key, static_cast<std::size_t>(length)});
   take_word(region);
   return parse_number(take_word(region), first) && parse_number(take_word(region), last) &&
@@ -34,7 +35,7 @@ int phys_mem_open(OpenFile &file) {
   std::int64_t end = sys_size(file.fd);
   std::int64_t first;
   std::int64_t last;
-  for (int i = 0; i < kMostRegions && find_region(file.node, i, first, last); i++)
+  for (int i = 0; i < kMostRegions && find_region(file.node, i, first, last); ++i)
     end = std::max(end, last + 1);
   return end > sys_size(file.fd) ? sys_ftruncate(file.fd, end) : 0;
 }
@@ -47,11 +48,12 @@ int phys_mem_map(OpenFile &file, std::size_t size, std::int64_t offset) {
     std::int64_t first;
     std::int64_t last;
     std::int64_t reached = at;
-    for (int i = 0; i < kMostRegions && find_region(file.node, i, first, last); i++)
+    for (int i = 0; i < kMostRegions && find_region(file.node, i, first, last); ++i) {
       if (first <= at && at <= last)
         reached = last + 1;
+    }
     if (reached == at) {
-      int error = parse_errno(node_text(file.node, "refuses"));
+      const int error = parse_errno(node_text(file.node, "refuses"));
       return error != 0 ? -error : -EINVAL;
     }
     at = reached;

@@ -2,11 +2,11 @@
 
 #include "vboard/interposer/models/power_switches.h"
 
-#include <cerrno>
-
 #include "vboard/board/kernel.h"
 #include "vboard/board/state_files.h"
 #include "vboard/board/text.h"
+
+#include <errno.h>
 
 namespace vboard {
 namespace {
@@ -19,7 +19,7 @@ struct Name {
 };
 
 bool join(std::string_view first, std::string_view second, std::string_view third, Name &out) {
-  TextBuffer text = {out.text, sizeof(out.text) - 1, 0, false};
+  TextBuffer text = {out.text, sizeof out.text - 1, 0, false};
   append_text(text, first);
   append_text(text, second);
   append_text(text, third);
@@ -40,9 +40,10 @@ int move_file(const char *board, std::string_view directory, std::string_view de
 }
 
 int move_device(const char *board, std::string_view device, bool on) {
-  for (std::string_view directory : {"/dev/", "/sys/block/"})
-    if (int error = move_file(board, directory, device, on); error < 0)
+  for (const std::string_view directory : {"/dev/", "/sys/block/"}) {
+    if (const int error = move_file(board, directory, device, on); error < 0)
       return error;
+  }
   // A disk that is found anew has not been let go yet.
   Name let_go;
   if (on && join("/sys/block/", device, "/device/delete", let_go) && has_state(board, let_go.text))
@@ -53,21 +54,22 @@ int move_device(const char *board, std::string_view device, bool on) {
 }  // namespace
 
 int write_power_switch(const char *board, std::string_view path, std::string_view value) {
-  bool on = value == "enabled" || value == "1";
+  const bool on = value == "enabled" || value == "1";
   if (!on && value != "disabled" && value != "0")
     return -EINVAL;
   if (!has_state(board, path))
     return -ENOENT;
-  for (const char *directory : kWaiting)
-    if (int error = make_state_directory(board, directory); error < 0)
+  for (const char *directory : kWaiting) {
+    if (const int error = make_state_directory(board, directory); error < 0)
       return error;
+  }
   std::string_view device = path.substr(kPowerSwitches.size());
   device.remove_suffix(kPowerSwitch.size());
   if (device.empty() || device.find('/') != std::string_view::npos)
     return -ENODEV;
 
   // The files and the switch change together: two programs that switch wait for each other.
-  int lock = lock_state_directory(board, kWaiting[0]);
+  const int lock = lock_state_directory(board, kWaiting[0]);
   if (lock < 0)
     return lock;
   int error = move_device(board, device, on);

@@ -7,18 +7,18 @@
 
 #include "vboard/interposer/models/models.h"
 
-#include <algorithm>
-#include <cerrno>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-
-#include <fcntl.h>
-#include <linux/netlink.h>
-
 #include "vboard/board/process_events.h"
 #include "vboard/board/state_files.h"
 #include "vboard/interposer/sockets.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <linux/netlink.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <algorithm>
 
 namespace vboard {
 namespace {
@@ -56,24 +56,25 @@ int connector_open(OpenFile &file) {
   if (!state.is_connector)
     return 0;
   char path[512];
-  std::snprintf(path, sizeof(path), "%s/netlink/connector", board_directory());
+  snprintf(path, sizeof path, "%s/netlink/connector", board_directory());
   Node settings;
   if (load_node(path, settings) < 0)
     return -EPROTONOSUPPORT;
   state.denied = node_number(settings, "denied", 0) != 0;
-  file.extra = std::malloc(sizeof(Timeline));
+  file.extra = malloc(sizeof(Timeline));
   if (file.extra == nullptr)
     return -ENOMEM;
-  std::string_view events = node_text(settings, "events");
+  const std::string_view events = node_text(settings, "events");
   char name[300];
-  std::snprintf(name, sizeof(name), "media/%.*s", static_cast<int>(events.size()), events.data());
-  ssize_t size = events.empty() ? 0 : load_state(board_directory(), name, timeline_of(file).text);
+  snprintf(name, sizeof name, "media/%.*s", static_cast<int>(events.size()), events.data());
+  const ssize_t size =
+      events.empty() ? 0 : load_state(board_directory(), name, timeline_of(file).text);
   state.text = {timeline_of(file).text, static_cast<std::size_t>(std::max<ssize_t>(size, 0))};
   return 0;
 }
 
 void connector_close(OpenFile &file) {
-  std::free(file.extra);
+  free(file.extra);
   file.extra = nullptr;
 }
 
@@ -93,8 +94,8 @@ ssize_t connector_write(OpenFile &file, const void *buffer, std::size_t size) {
   std::uint32_t words[kSubscription / 4];
   if (size < kSubscription)
     return static_cast<ssize_t>(size);  // the kernel drops what it does not understand
-  std::memcpy(words, buffer, sizeof(words));
-  bool to_events = words[0] >= kSubscription && words[4] == 1 && words[5] == 1;
+  memcpy(words, buffer, sizeof words);
+  const bool to_events = words[0] >= kSubscription && words[4] == 1 && words[5] == 1;
   if (to_events && words[9] == kListen)
     listen(file);
   if (to_events && words[9] == kIgnore)
@@ -122,12 +123,12 @@ ssize_t connector_read(OpenFile &file, void *buffer, std::size_t size) {
     unsigned char answer[kEventMessage];
     build_process_event(0, {}, answer);
     state.acknowledges = false;
-    size = std::min(size, sizeof(answer));
-    std::memcpy(buffer, answer, size);
+    size = std::min(size, sizeof answer);
+    memcpy(buffer, answer, size);
     return static_cast<ssize_t>(size);
   }
   size = std::min(size, next.size);  // the rest of a datagram that is too long is lost
-  std::memcpy(buffer, next.datagram, size);
+  memcpy(buffer, next.datagram, size);
   state.has_next = next_process_event(state.rest, next);
   return static_cast<ssize_t>(size);
 }

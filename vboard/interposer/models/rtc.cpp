@@ -8,14 +8,13 @@
 
 #include "vboard/interposer/models/models.h"
 
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
-
-#include <linux/rtc.h>
-
 #include "vboard/board/calendar.h"
 #include "vboard/board/decimal.h"
+
+#include <errno.h>
+#include <linux/rtc.h>
+#include <stdio.h>
+#include <string.h>
 
 namespace vboard {
 namespace {
@@ -31,9 +30,9 @@ struct RtcState {
 
 int rtc_open(OpenFile &file) {
   RtcState &state = state_of<RtcState>(file);
-  if (int error = claim_device(file, state.claim))
+  if (const int error = claim_device(file, state.claim))
     return error;
-  bool stopped = node_number(file.node, "stopped", 0) != 0;
+  const bool stopped = node_number(file.node, "stopped", 0) != 0;
   state.rate = stopped ? 0 : decimal_or(node_text(file.node, "rate"), 1);
   // A clock that was never set begins, like the board, with the calendar; a wrong rate counts from
   // here on.
@@ -58,7 +57,7 @@ std::int64_t now_on_clock(const RtcState &state) {
 int read_time(OpenFile &file, rtc_time &out) {
   if (node_number(file.node, "time_valid", 1) == 0)
     return -EINVAL;
-  CalendarTime now = calendar_of(now_on_clock(state_of<RtcState>(file)));
+  const CalendarTime now = calendar_of(now_on_clock(state_of<RtcState>(file)));
   // Day of week, day of year and daylight saving are not the clock's: rtc(4) calls them unused.
   out = {};
   out.tm_sec = now.second;
@@ -71,13 +70,13 @@ int read_time(OpenFile &file, rtc_time &out) {
 }
 
 int set_time(OpenFile &file, const rtc_time &in) {
-  CalendarTime time = {.year = in.tm_year + 1900,
-                       .month = in.tm_mon + 1,
-                       .day = in.tm_mday,
-                       .hour = in.tm_hour,
-                       .minute = in.tm_min,
-                       .second = in.tm_sec,
-                       .nanosecond = 0};
+  const CalendarTime time = {.year = in.tm_year + 1900,
+                             .month = in.tm_mon + 1,
+                             .day = in.tm_mday,
+                             .hour = in.tm_hour,
+                             .minute = in.tm_min,
+                             .second = in.tm_sec,
+                             .nanosecond = 0};
   std::int64_t set_to;
   if (!nanoseconds_of(time, set_to))
     return -EINVAL;
@@ -87,10 +86,10 @@ int set_time(OpenFile &file, const rtc_time &in) {
   state.set_at = board_calendar_time();
   char text[40];
   print_calendar(state.set_to, text);
-  if (int error = store_text(file, "set_to", text))
+  if (const int error = store_text(file, "set_to", text))
     return error;
   print_calendar(state.set_at, text);
-  if (int error = store_text(file, "set_at", text))
+  if (const int error = store_text(file, "set_at", text))
     return error;
   return node_number(file.node, "time_valid", 1) == 0 ? store_number(file, "time_valid", 1) : 0;
 }

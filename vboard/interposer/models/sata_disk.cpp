@@ -8,19 +8,20 @@
 
 #include "vboard/interposer/models/models.h"
 
-#include <algorithm>
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
-#include <fcntl.h>
-#include <linux/fs.h>
-#include <linux/hdreg.h>
-#include <scsi/sg.h>
-
 #include "vboard/board/board_files.h"
 #include "vboard/board/text.h"
 #include "vboard/interposer/kernel.h"
 #include "vboard/interposer/models/sata_drive.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <linux/hdreg.h>
+#include <scsi/sg.h>
+#include <stdio.h>
+#include <string.h>
+
+#include <algorithm>
 
 namespace vboard {
 namespace {
@@ -32,7 +33,7 @@ constexpr std::uint8_t kGood = 0x00;
 constexpr std::uint8_t kCheckCondition = 0x02;
 constexpr unsigned short kDriverSense = 0x08;
 
-// --- The log ----------------------------------------------------------------------------------
+// The log.
 
 void log_command(const OpenFile &file, const char *transport, const std::uint8_t *bytes,
                  std::size_t count, std::size_t data_size) {
@@ -40,7 +41,7 @@ void log_command(const OpenFile &file, const char *transport, const std::uint8_t
   if (name.empty() || name.find('/') != name.npos)
     return;
   char text[512];
-  TextBuffer path = {text, sizeof(text) - 1, 0, false};
+  TextBuffer path = {text, sizeof text - 1, 0, false};
   append_text(path, board_directory());
   append_text(path, "/media/");
   append_text(path, name);
@@ -51,17 +52,17 @@ void log_command(const OpenFile &file, const char *transport, const std::uint8_t
   if (fd < 0)
     return;
   char line[128];
-  int length = std::snprintf(line, sizeof(line), "%s", transport);
+  int length = snprintf(line, sizeof line, "%s", transport);
   for (std::size_t i = 0; i < count; ++i)
-    length += std::snprintf(line + length, sizeof(line) - static_cast<std::size_t>(length), " %02x",
-                            bytes[i]);
-  length += std::snprintf(line + length, sizeof(line) - static_cast<std::size_t>(length), " %zu\n",
-                          data_size);
+    length +=
+        snprintf(line + length, sizeof line - static_cast<std::size_t>(length), " %02x", bytes[i]);
+  length +=
+      snprintf(line + length, sizeof line - static_cast<std::size_t>(length), " %zu\n", data_size);
   sys_write(fd, line, static_cast<std::size_t>(length));
   sys_close(fd);
 }
 
-// --- SCSI -------------------------------------------------------------------------------------
+// SCSI.
 
 // One SCSI command: its answer goes into `data`, `size` bytes of it at most.
 struct ScsiCommand {
@@ -90,7 +91,7 @@ void refuse_request(ScsiCommand &command) {
 
 void answer(ScsiCommand &command, const std::uint8_t *bytes, std::size_t size) {
   command.filled = std::min(size, command.size);
-  std::memcpy(command.data, bytes, command.filled);
+  memcpy(command.data, bytes, command.filled);
 }
 
 // Sense data that carry the drive's registers.
@@ -155,7 +156,7 @@ int inquiry(OpenFile &file, ScsiCommand &command) {
     out[2] = 0x05;  // SPC-3
     out[3] = 0x02;
     out[4] = 91;
-    std::memcpy(out + 8, "ATA     ", 8);
+    memcpy(out + 8, "ATA     ", 8);
     copy_swapped(out + 16, identify + 54, 16);     // model
     copy_swapped(out + 32, identify + 46 + 4, 4);  // the revision's last four characters
     answer(command, out, 96);
@@ -165,7 +166,7 @@ int inquiry(OpenFile &file, ScsiCommand &command) {
   switch (page) {
     case 0x00:
       out[3] = 4;
-      std::memcpy(out + 4, "\x00\x80\x83\x89", 4);
+      memcpy(out + 4, "\x00\x80\x83\x89", 4);
       answer(command, out, 8);
       return 0;
     case 0x80:
@@ -175,18 +176,18 @@ int inquiry(OpenFile &file, ScsiCommand &command) {
       return 0;
     case 0x83:
       out[3] = 12;  // one NAA designator: the world wide name
-      std::memcpy(out + 4, "\x01\x03\x00\x08", 4);
+      memcpy(out + 4, "\x01\x03\x00\x08", 4);
       copy_swapped(out + 8, identify + 216, 8);
       answer(command, out, 16);
       return 0;
     case 0x89:
       out[2] = 0x02;
       out[3] = 0x38;
-      std::memcpy(out + 8, "VBOARD  virtual SATL    1.0 ", 28);
+      memcpy(out + 8, "VBOARD  virtual SATL    1.0 ", 28);
       out[36] = 0x34;
       out[56] = 0xEC;
-      std::memcpy(out + 60, identify, sizeof(identify));
-      answer(command, out, sizeof(out));
+      memcpy(out + 60, identify, sizeof identify);
+      answer(command, out, sizeof out);
       return 0;
     default:
       refuse(command, 0x5, 0x24);  // invalid field
@@ -258,7 +259,7 @@ int move_data(OpenFile &file, sg_io_hdr &header, ScsiCommand &command) {
   const bool out = header.dxfer_direction == SG_DXFER_TO_DEV;
   const bool in = header.dxfer_direction == SG_DXFER_FROM_DEV;
   command.size = in || out ? header.dxfer_len : 0;
-  std::memset(transfer, 0, command.size);
+  memset(transfer, 0, command.size);
   if (out && read_user(transfer, header.dxferp, command.size) != 0)
     return -EFAULT;
   log_command(file, "SG", command.cdb, command.cdb_length, command.size);
@@ -305,17 +306,17 @@ int sg_io(OpenFile &file, sg_io_hdr &header) {
   return 0;
 }
 
-// --- HDIO -------------------------------------------------------------------------------------
+// HDIO.
 
 // As libata answers it: four bytes of arguments, then as many sectors as the fourth says.
 int drive_cmd(OpenFile &file, std::uint8_t *arguments) {
   std::uint8_t head[4];
-  if (read_user(head, arguments, sizeof(head)) != 0)
+  if (read_user(head, arguments, sizeof head) != 0)
     return -EFAULT;
   const std::size_t size = head[3] * kAtaSector;
   if (size > kLongestTransfer)
     return -EINVAL;
-  log_command(file, "HD", head, sizeof(head), size);
+  log_command(file, "HD", head, sizeof head, size);
   AtaRegisters registers = {};
   registers.features = head[2];
   registers.command = head[0];
@@ -333,7 +334,7 @@ int drive_cmd(OpenFile &file, std::uint8_t *arguments) {
   if (error < 0)
     return error;
   const std::uint8_t status[3] = {registers.command, registers.features, registers.count};
-  if (write_user(arguments, status, sizeof(status)) != 0)
+  if (write_user(arguments, status, sizeof status) != 0)
     return -EFAULT;
   if (registers.command == kAtaAborted)
     return -EIO;
@@ -342,9 +343,9 @@ int drive_cmd(OpenFile &file, std::uint8_t *arguments) {
 
 int drive_task(OpenFile &file, std::uint8_t *arguments) {
   std::uint8_t head[7];
-  if (read_user(head, arguments, sizeof(head)) != 0)
+  if (read_user(head, arguments, sizeof head) != 0)
     return -EFAULT;
-  log_command(file, "HD", head, sizeof(head), 0);
+  log_command(file, "HD", head, sizeof head, 0);
   AtaRegisters registers = {head[1], head[2], head[3], head[4], head[5], head[6], head[0]};
   const int error = run_ata_command(file, registers, AtaData::kNone, nullptr, 0);
   if (error < 0)
@@ -352,7 +353,7 @@ int drive_task(OpenFile &file, std::uint8_t *arguments) {
   const std::uint8_t out[7] = {registers.command, registers.features, registers.count,
                                registers.lba_low, registers.lba_mid,  registers.lba_high,
                                registers.device};
-  if (write_user(arguments, out, sizeof(out)) != 0)
+  if (write_user(arguments, out, sizeof out) != 0)
     return -EFAULT;
   return registers.command == kAtaAborted ? -EIO : 0;
 }

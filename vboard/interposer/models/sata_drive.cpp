@@ -15,15 +15,16 @@
 
 #include "vboard/interposer/models/sata_drive.h"
 
-#include <algorithm>
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
-#include <fcntl.h>
-
 #include "vboard/board/board_files.h"
 #include "vboard/board/text.h"
 #include "vboard/interposer/kernel.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <string.h>
+
+#include <algorithm>
 
 namespace vboard {
 namespace {
@@ -49,7 +50,7 @@ int open_medium(const OpenFile &file, const char *setting, int flags) {
   if (name.empty())
     return -ENOENT;
   char path[512];
-  TextBuffer text = {path, sizeof(path) - 1, 0, false};
+  TextBuffer text = {path, sizeof path - 1, 0, false};
   append_text(text, board_directory());
   append_text(text, "/media/");
   append_text(text, name);
@@ -65,7 +66,7 @@ int read_named(const OpenFile &file, const char *setting, void *out, std::size_t
   const int fd = open_medium(file, setting, O_RDONLY);
   if (fd < 0)
     return fd;
-  std::memset(out, 0, size);
+  memset(out, 0, size);
   const ssize_t count = sys_pread(fd, out, size, offset);
   sys_close(fd);
   return count < 0 ? static_cast<int>(count) : 0;
@@ -91,9 +92,8 @@ bool is_set(const OpenFile &file, const char *key, bool otherwise = false) {
 bool is_refused(const OpenFile &file, const AtaRegisters &registers) {
   char command[8];
   char with_features[8];
-  std::snprintf(command, sizeof(command), "%02x", registers.command);
-  std::snprintf(with_features, sizeof(with_features), "%02x/%02x", registers.command,
-                registers.features);
+  snprintf(command, sizeof command, "%02x", registers.command);
+  snprintf(with_features, sizeof with_features, "%02x/%02x", registers.command, registers.features);
   std::string_view list = node_text(file.node, "aborts");
   for (std::string_view word = take_word(list); !word.empty(); word = take_word(list)) {
     if (word == command || word == with_features)
@@ -132,7 +132,7 @@ int smart_command(OpenFile &file, AtaRegisters &registers, void *data, std::size
       registers.lba_mid = static_cast<std::uint8_t>(told);
       registers.lba_high = static_cast<std::uint8_t>(told >> 8);
       if (size > 0) {  // the vendor's form, with data
-        std::memset(data, 0, size);
+        memset(data, 0, size);
         *static_cast<unsigned char *>(data) = exceeded ? 2 : 1;
       }
       return 0;
@@ -181,9 +181,9 @@ int take_over(OpenFile &file, std::int64_t image_size) {
   unsigned char last = 0;
   unsigned char block[4096];
   std::uint8_t sum = 0;
-  for (std::int64_t at = 0; at < image_size - 2; at += static_cast<std::int64_t>(sizeof(block))) {
+  for (std::int64_t at = 0; at < image_size - 2; at += static_cast<std::int64_t>(sizeof block)) {
     const std::size_t piece =
-        static_cast<std::size_t>(std::min<std::int64_t>(sizeof(block), image_size - 2 - at));
+        static_cast<std::size_t>(std::min<std::int64_t>(sizeof block, image_size - 2 - at));
     if (const int error = read_named(file, "firmware", block, piece, at))
       return error;
     for (std::size_t i = 0; i < piece; ++i)
@@ -195,9 +195,9 @@ int take_over(OpenFile &file, std::int64_t image_size) {
     return kRefused;
 
   unsigned char identify[kAtaSector];
-  if (const int error = read_named(file, "firmware", identify, sizeof(identify), kTemplateAt))
+  if (const int error = read_named(file, "firmware", identify, sizeof identify, kTemplateAt))
     return error;
-  if (const int error = write_named(file, "identify", identify, sizeof(identify), 0))
+  if (const int error = write_named(file, "identify", identify, sizeof identify, 0))
     return error;
   if (const int error = store_number(file, "vendor_mode", 0))
     return error;
@@ -271,7 +271,7 @@ int run_ata_command(OpenFile &file, AtaRegisters &registers, AtaData direction, 
 }
 
 int load_identify(OpenFile &file, unsigned char (&out)[kAtaSector]) {
-  return read_named(file, "identify", out, sizeof(out), 0);
+  return read_named(file, "identify", out, sizeof out, 0);
 }
 
 }  // namespace vboard

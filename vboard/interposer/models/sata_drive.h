@@ -4,10 +4,10 @@
 #ifndef VBOARD_INTERPOSER_MODELS_SATA_DRIVE_H
 #define VBOARD_INTERPOSER_MODELS_SATA_DRIVE_H
 
+#include "vboard/interposer/model.h"
+
 #include <cstddef>
 #include <cstdint>
-
-#include "vboard/interposer/model.h"
 
 namespace vboard {
 

@@ -5,13 +5,12 @@
 
 #include "vboard/interposer/models/models.h"
 
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
-
 #include <arpa/inet.h>
+#include <errno.h>
 #include <net/if.h>
 #include <netinet/in.h>
+#include <stdio.h>
+#include <string.h>
 #include <sys/ioctl.h>
 
 namespace vboard {
@@ -19,15 +18,15 @@ namespace {
 
 int get_address(const Node &interface, ifreq &record) {
   char text[INET_ADDRSTRLEN];
-  std::string_view address = node_text(interface, "ipv4");
-  if (address.empty() || address.size() >= sizeof(text))
+  const std::string_view address = node_text(interface, "ipv4");
+  if (address.empty() || address.size() >= sizeof text)
     return -EADDRNOTAVAIL;
-  text[address.copy(text, sizeof(text) - 1)] = '\0';
+  text[address.copy(text, sizeof text - 1)] = '\0';
   sockaddr_in out = {};
   out.sin_family = AF_INET;
   if (inet_pton(AF_INET, text, &out.sin_addr) != 1)
     return -EADDRNOTAVAIL;
-  std::memcpy(&record.ifr_addr, &out, sizeof(out));
+  memcpy(&record.ifr_addr, &out, sizeof out);
   return 0;
 }
 
@@ -48,13 +47,13 @@ constexpr Request kRequests[] = {
 };
 
 bool load_interface(const char (&name)[IFNAMSIZ], Node &out) {
-  std::size_t length = strnlen(name, sizeof(name));
-  if (length == 0 || length == sizeof(name) || std::memchr(name, '/', length) != nullptr ||
+  const std::size_t length = strnlen(name, sizeof name);
+  if (length == 0 || length == sizeof name || memchr(name, '/', length) != nullptr ||
       name[0] == '.')
     return false;
   char file[512];
-  int printed = std::snprintf(file, sizeof(file), "%s/net/%s", board_directory(), name);
-  return printed > 0 && static_cast<std::size_t>(printed) < sizeof(file) &&
+  const int printed = snprintf(file, sizeof file, "%s/net/%s", board_directory(), name);
+  return printed > 0 && static_cast<std::size_t>(printed) < sizeof file &&
          load_node(file, out) == 0;
 }
 
@@ -63,13 +62,13 @@ int socket_ioctl(OpenFile &, std::uint32_t request, void *argument) {
     if (row.number != request)
       continue;
     ifreq record;
-    std::memcpy(&record, argument, sizeof(record));
+    memcpy(&record, argument, sizeof record);
     Node interface;
     if (!load_interface(record.ifr_name, interface))
       return -ENODEV;
-    int result = row.answer(interface, record);
+    const int result = row.answer(interface, record);
     if (result >= 0)
-      std::memcpy(argument, &record, sizeof(record));
+      memcpy(argument, &record, sizeof record);
     return result;
   }
   return -ENOTTY;

@@ -10,11 +10,11 @@
 
 #include "vboard/interposer/models/models.h"
 
-#include <algorithm>
-#include <cerrno>
-#include <cstring>
-
+#include <errno.h>
 #include <linux/watchdog.h>
+#include <string.h>
+
+#include <algorithm>
 
 namespace vboard {
 namespace {
@@ -55,9 +55,9 @@ void keep_alive(OpenFile &file, WatchdogState &state) {
 
 int watchdog_open(OpenFile &file) {
   WatchdogState &state = state_of<WatchdogState>(file);
-  if (int error = claim_device(file, state.claim))
+  if (const int error = claim_device(file, state.claim))
     return error;
-  std::int64_t timeout = node_number(file.node, "timeout_s", kDefaultTimeout);
+  const std::int64_t timeout = node_number(file.node, "timeout_s", kDefaultTimeout);
   state.timeout_s = static_cast<int>(timeout >= 1 && timeout <= 65535 ? timeout : kDefaultTimeout);
   state.options = static_cast<int>(node_number(file.node, "options", kDefaultOptions));
   start_limit(file, state);
@@ -66,7 +66,7 @@ int watchdog_open(OpenFile &file) {
 
 void watchdog_close(OpenFile &file) {
   WatchdogState &state = state_of<WatchdogState>(file);
-  bool may_stop = state.may_stop || (state.options & WDIOF_MAGICCLOSE) == 0;
+  const bool may_stop = state.may_stop || (state.options & WDIOF_MAGICCLOSE) == 0;
   if (state.reset_at != kNever && (!may_stop || stop(file, state) < 0))
     keep_alive(file, state);
   release_claim(state.claim);
@@ -76,7 +76,7 @@ ssize_t watchdog_write(OpenFile &file, const void *buffer, std::size_t size) {
   if (size == 0)
     return 0;
   WatchdogState &state = state_of<WatchdogState>(file);
-  state.may_stop = std::memchr(buffer, 'V', size) != nullptr;
+  state.may_stop = memchr(buffer, 'V', size) != nullptr;
   keep_alive(file, state);
   return static_cast<ssize_t>(size);
 }
@@ -85,8 +85,8 @@ void get_support(const OpenFile &file, const WatchdogState &state, watchdog_info
   out = {};
   out.options = static_cast<std::uint32_t>(state.options);
   out.firmware_version = static_cast<std::uint32_t>(node_number(file.node, "firmware_version", 0));
-  std::string_view identity = node_text(file.node, "identity");
-  identity.copy(reinterpret_cast<char *>(out.identity), sizeof(out.identity) - 1);
+  const std::string_view identity = node_text(file.node, "identity");
+  identity.copy(reinterpret_cast<char *>(out.identity), sizeof out.identity - 1);
 }
 
 int set_timeout(OpenFile &file, WatchdogState &state, int &timeout_s) {
@@ -104,9 +104,10 @@ int set_timeout(OpenFile &file, WatchdogState &state, int &timeout_s) {
 int set_options(OpenFile &file, WatchdogState &state, int options) {
   if ((options & (WDIOS_DISABLECARD | WDIOS_ENABLECARD)) == 0)
     return -EINVAL;
-  if (options & WDIOS_DISABLECARD)
-    if (int error = stop(file, state))
+  if (options & WDIOS_DISABLECARD) {
+    if (const int error = stop(file, state))
       return error;
+  }
   if (options & WDIOS_ENABLECARD)
     start_limit(file, state);
   return 0;

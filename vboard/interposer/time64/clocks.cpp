@@ -4,11 +4,11 @@
 
 #include "vboard/interposer/time64/time64.h"
 
-#include <signal.h>
-#include <sys/timex.h>
-
 #include "vboard/interposer/clocks.h"
 #include "vboard/interposer/files.h"
+
+#include <signal.h>
+#include <sys/timex.h>
 
 using namespace vboard;
 
@@ -26,7 +26,7 @@ WRAP(int, __gettimeofday64, timeval *out, void *zone) {
   if (zone != nullptr)
     *static_cast<struct timezone *>(zone) = {};
   if (out != nullptr) {
-    std::int64_t now = read_calendar();
+    const std::int64_t now = read_calendar();
     out->tv_sec = now / kSecond;
     out->tv_usec = now % kSecond / 1000;
   }
@@ -36,7 +36,7 @@ WRAP(int, __gettimeofday64, timeval *out, void *zone) {
 WRAP(time_t, __time64, time_t *out) {
   if (!on_board())
     return REAL(__time64)(out);
-  time_t now = read_calendar() / kSecond;
+  const time_t now = read_calendar() / kSecond;
   if (out != nullptr)
     *out = now;
   return now;
@@ -73,7 +73,7 @@ WRAP(int, __adjtime64, const timeval *delta, timeval *old) {
   if (!on_board())
     return REAL(__adjtime64)(delta, old);
   Out<Time32, timeval> before(old);
-  int result = vboard_narrow_adjtime(In<Time32>(delta).pointer, before.pointer);
+  const int result = vboard_narrow_adjtime(In<Time32>(delta).pointer, before.pointer);
   before.store();
   return result;
 }
@@ -81,7 +81,7 @@ WRAP(int, __adjtime64, const timeval *delta, timeval *old) {
 namespace {
 
 int read_adjustment(timex *record) {
-  std::int64_t now = board_calendar_time();
+  const std::int64_t now = board_calendar_time();
   record->time.tv_sec = now / kSecond;
   record->time.tv_usec = now % kSecond / 1000;
   record->status = STA_UNSYNC;
@@ -104,7 +104,7 @@ WRAP(int, __setitimer64, int which, const itimerval *value, itimerval *old) {
   if (!on_board())
     return REAL(__setitimer64)(which, value, old);
   Out<Interval32, itimerval> before(old);
-  int result = vboard_narrow_setitimer(which, In<Interval32>(value).pointer, before.pointer);
+  const int result = vboard_narrow_setitimer(which, In<Interval32>(value).pointer, before.pointer);
   before.store();
   return result;
 }
@@ -114,7 +114,7 @@ WRAP(int, __getitimer64, int which, itimerval *value) {
   if (!on_board())
     return REAL(__getitimer64)(which, value);
   Out<Interval32, itimerval> now(value);
-  int result = vboard_narrow_getitimer(which, now.pointer);
+  const int result = vboard_narrow_getitimer(which, now.pointer);
   now.store();
   return result;
 }
@@ -124,7 +124,7 @@ WRAP(int, __timer_settime64, timer_t id, int flags, const itimerspec *value, iti
   if (!on_board())
     return REAL(__timer_settime64)(id, flags, value, old);
   Out<Interval32, itimerspec> before(old);
-  int result =
+  const int result =
       vboard_narrow_timer_settime(id, flags, In<Interval32>(value).pointer, before.pointer);
   before.store();
   return result;
@@ -135,7 +135,7 @@ WRAP(int, __timer_gettime64, timer_t id, itimerspec *value) {
   if (!on_board())
     return REAL(__timer_gettime64)(id, value);
   Out<Interval32, itimerspec> now(value);
-  int result = vboard_narrow_timer_gettime(id, now.pointer);
+  const int result = vboard_narrow_timer_gettime(id, now.pointer);
   now.store();
   return result;
 }

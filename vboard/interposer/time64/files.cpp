@@ -44,13 +44,13 @@ WRAP(int, __utimensat64, int directory, const char *path, const timespec *times,
 }
 
 // struct statx is one and the same for every width of time.
-NARROW(int, statx, int, const char *, int, unsigned, struct statx *);
+NARROW(int, statx, int, const char *, int, unsigned int, struct statx *);
 
 WRAP(int, __fstatat64_time64, int directory, const char *path, struct stat *out, int flags) {
   if (!on_board())
     return REAL(__fstatat64_time64)(directory, path, out, flags);
   struct statx full;
-  int result = vboard_narrow_statx(directory, path, flags, STATX_BASIC_STATS, &full);
+  const int result = vboard_narrow_statx(directory, path, flags, STATX_BASIC_STATS, &full);
   if (result < 0)
     return result;
   *out = {};

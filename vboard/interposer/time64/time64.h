@@ -7,16 +7,16 @@
 
 #define _TIME_BITS 64
 
+#include "vboard/interposer/model.h"
+#include "vboard/interposer/state.h"
+#include "vboard/interposer/wrap.h"
+
+#include <errno.h>
 #include <sys/time.h>
 #include <time.h>
 #include <utime.h>
 
-#include <cerrno>
 #include <cstdint>
-
-#include "vboard/interposer/model.h"
-#include "vboard/interposer/state.h"
-#include "vboard/interposer/wrap.h"
 
 // Declares the wrapper for 32-bit time by the name vboard_narrow_NAME.
 #define NARROW(result, name, ...) extern "C" result vboard_narrow_##name(__VA_ARGS__) __asm__(#name)

@@ -19,8 +19,8 @@ WRAP(int, __nanosleep64, const timespec *request, timespec *remaining) {
   if (!on_board())
     return REAL(__nanosleep64)(request, remaining);
   Out<Time32, timespec> rest(remaining);
-  int result = vboard_narrow_nanosleep(In<Time32>(request).pointer, rest.pointer);
-  int error = errno;
+  const int result = vboard_narrow_nanosleep(In<Time32>(request).pointer, rest.pointer);
+  const int error = errno;
   if (result < 0 && error == EINTR)
     rest.store();
   errno = error;
@@ -33,7 +33,7 @@ WRAP(int, __clock_nanosleep_time64, clockid_t clock, int flags, const timespec *
   if (!on_board() || clock == CLOCK_PROCESS_CPUTIME_ID)
     return REAL(__clock_nanosleep_time64)(clock, flags, request, remaining);
   Out<Time32, timespec> rest(remaining);
-  int error =
+  const int error =
       vboard_narrow_clock_nanosleep(clock, flags, In<Time32>(request).pointer, rest.pointer);
   if (error == EINTR && (flags & TIMER_ABSTIME) == 0)
     rest.store();
@@ -43,7 +43,7 @@ WRAP(int, __clock_nanosleep_time64, clockid_t clock, int flags, const timespec *
 WRAP(int, __thrd_sleep64, const timespec *request, timespec *remaining) {
   if (!on_board())
     return REAL(__thrd_sleep64)(request, remaining);
-  int error = vboard___clock_nanosleep_time64(CLOCK_REALTIME, 0, request, remaining);
+  const int error = vboard___clock_nanosleep_time64(CLOCK_REALTIME, 0, request, remaining);
   return error == 0 ? 0 : error == EINTR ? -1 : -2;
 }
 
@@ -55,7 +55,7 @@ WRAP(int, __select64, int count, fd_set *reads, fd_set *writes, fd_set *excepts,
   Out<Time32, timeval> left(limit);
   if (limit != nullptr)
     left.record = narrow(*limit);
-  int result = vboard_narrow_select(count, reads, writes, excepts, left.pointer);
+  const int result = vboard_narrow_select(count, reads, writes, excepts, left.pointer);
   left.store();
   return result;
 }
