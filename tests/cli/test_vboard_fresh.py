@@ -162,7 +162,6 @@ def test_a_disk_that_is_switched_off_and_on(fresh, build):
         ("bt1", "iccard", "autotest"),
         ("bt2", "uenv", "list"),
         ("bt2", "hdsmart", "-a", "/dev/sda"),
-        ("bt2", "stor", "-l"),
         ("version",),
     ],
 )
