@@ -49,7 +49,7 @@ constexpr char kOfRecorder[] =
 // Keys with a number; the keys without one are those of the defaults.
 struct Family {
   char name[16];
-  unsigned count;
+  unsigned int count;
 };
 
 constexpr Family kFamilies[] = {
@@ -97,14 +97,14 @@ bool split_entry(std::string_view line, std::string_view *key, std::string_view 
 }
 
 // A number as the library writes it: without leading zeros.
-bool is_number_below(std::string_view text, unsigned limit) {
+bool is_number_below(std::string_view text, unsigned int limit) {
   if (text.empty() || text.size() > 9 || (text[0] == '0' && text.size() > 1))
     return false;
-  unsigned value = 0;
+  unsigned int value = 0;
   for (const char c : text) {
     if (c < '0' || c > '9')
       return false;
-    value = value * 10 + static_cast<unsigned>(c - '0');
+    value = value * 10 + static_cast<unsigned int>(c - '0');
   }
   return value < limit;
 }
@@ -127,7 +127,7 @@ bool is_on_recorder() {
   const int fd = open(kCompatiblePath, O_RDONLY | O_CLOEXEC);
   if (fd < 0)
     return false;
-  const ssize_t length = read_whole(fd, names, sizeof(names));
+  const ssize_t length = read_whole(fd, names, sizeof names);
   close(fd);
   return length > 0 && names_recorder({names, static_cast<std::size_t>(length)});
 }
@@ -186,7 +186,7 @@ bool next_complaint(std::string_view &text, int &line, Complaint &out) {
   while (!text.empty()) {
     std::string_view key, value;
     const std::string_view entry = take_line(text);
-    line++;
+    ++line;
     if (entry.empty())
       continue;
     if (!split_entry(entry, &key, &value))

@@ -16,7 +16,7 @@ inline constexpr std::size_t kEntrySize = 256;
 // entry is needed, once in a process, and what is wrong with it is reported on stderr then. -1 with
 // ENODEV when neither the file nor the defaults of this board name a value, ENAMETOOLONG when the
 // value does not fit, or why the file could not be read.
-int board_entry(const char *key, char *value, size_t size);
+int board_entry(const char *key, char *value, std::size_t size);
 
 // The entry `family`.`index`, such as "alarm.input.3".
 int board_entry(const char *family, unsigned int index, char *value, std::size_t size);
@@ -25,7 +25,7 @@ int board_entry(const char *family, unsigned int index, char *value, std::size_t
 
 // A map in memory.
 struct BoardMap {
-  size_t length;
+  std::size_t length;
   int error;         // errno of reading it, 0 when it was read or does not exist
   bool is_recorder;  // the board is the one whose defaults recorder_map() names
   char text[32768];
@@ -58,7 +58,7 @@ struct Complaint {
 bool next_complaint(std::string_view &text, int &line, Complaint &out);
 
 // board_entry() on a given map over the defaults.
-int map_entry(const BoardMap &map, std::string_view key, char *value, size_t size);
+int map_entry(const BoardMap &map, std::string_view key, char *value, std::size_t size);
 
 }  // namespace rigcore
 

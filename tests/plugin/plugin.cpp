@@ -15,6 +15,8 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <cstddef>
+
 namespace {
 
 void *find(const char *name) {
@@ -156,19 +158,19 @@ void read_ram(const char *path) {
 }
 
 // The file "image.bin" as the image of an update: its length. The buffer is larger than the file.
-unsigned load_image(unsigned char *image, std::size_t size) {
+unsigned int load_image(unsigned char *image, std::size_t size) {
   memset(image, kFill, size);
   const int file = open("image.bin", O_RDONLY);
   const ssize_t length = read(file, image, size);
   close(file);
-  return static_cast<unsigned>(length);
+  return static_cast<unsigned int>(length);
 }
 
 unsigned char image_buffer[1 << 17];
 
 void send_image(const char *path) {
   FIND(korsata_download_microcode_cmd);
-  const unsigned length = load_image(image_buffer, sizeof image_buffer);
+  const unsigned int length = load_image(image_buffer, sizeof image_buffer);
   printf("send %d\n", korsata_download_microcode_cmd_(path, image_buffer, length));
 }
 
@@ -189,7 +191,7 @@ void update_drive(const char *path) {
   close(fd);
   swap_pairs(identify + 20, 20);
   swap_pairs(identify + 46, 48);
-  const unsigned length = load_image(image_buffer, sizeof image_buffer);
+  const unsigned int length = load_image(image_buffer, sizeof image_buffer);
   printf("update %d\n",
          korsata_download_microcode_(path, image_buffer, length, "QXFW01A3", identify));
 }

@@ -2,8 +2,9 @@
 // a fresh block of malloc() for a drive's tag block holds what a drive answered earlier, as it does
 // in a program that updates one drive after the other.
 
+#include <string.h>
+
 #include <cstddef>
-#include <cstring>
 
 extern "C" void *__libc_malloc(std::size_t size);
 

@@ -246,7 +246,7 @@ TEST(BoardConf, example_states_every_default) {
     for (; !rest.empty(); ++entries) {
       const std::string_view line = rest.substr(0, rest.find('\n'));
       rest.remove_prefix(line.size() + 1);
-      const size_t equals = line.find(" = ");
+      const std::size_t equals = line.find(" = ");
       ASSERT_NE(equals, line.npos) << line;
       std::string_view value;
       EXPECT_TRUE(rigcore::find_entry(text, line.substr(0, equals), &value)) << line;

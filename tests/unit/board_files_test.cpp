@@ -1,19 +1,19 @@
 // A board over its template: what is read from where, and when a file becomes the board's own.
 
-#include <cerrno>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <set>
-#include <string>
+#include "vboard/board/board_files.h"
 
+#include <errno.h>
 #include <fcntl.h>
+#include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
-#include "vboard/board/board_files.h"
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <string>
 
 using namespace vboard;
 
@@ -48,7 +48,7 @@ struct BoardFiles : testing::Test {
     if (fd < 0)
       return std::to_string(fd);
     char bytes[64];
-    ssize_t size = sys_read(fd, bytes, sizeof(bytes));
+    ssize_t size = sys_read(fd, bytes, sizeof bytes);
     sys_close(fd);
     return {bytes, static_cast<std::size_t>(size)};
   }
@@ -167,9 +167,9 @@ TEST_F(BoardFiles, whatever_the_board_has_by_then_stays) {
 
 TEST_F(BoardFiles, paths_beside_the_board_are_the_kernels) {
   char name[256];
-  EXPECT_FALSE(template_path((board + "x/etc/other").c_str(), name, sizeof(name)));
-  EXPECT_FALSE(template_path("/etc/other", name, sizeof(name)));
-  ASSERT_TRUE(template_path((board + "/etc/other").c_str(), name, sizeof(name)));
+  EXPECT_FALSE(template_path((board + "x/etc/other").c_str(), name, sizeof name));
+  EXPECT_FALSE(template_path("/etc/other", name, sizeof name));
+  ASSERT_TRUE(template_path((board + "/etc/other").c_str(), name, sizeof name));
   EXPECT_EQ(name, below + "/etc/other");
   EXPECT_FALSE(template_path((board + "/etc/other").c_str(), name, below.size() + 5));
 }

@@ -2,14 +2,14 @@
 
 #include "vboard/board/uboot_env.h"
 
+#include "uboot_image.h"
+
 #include <string.h>
 
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
-
-#include "uboot_image.h"
 
 using namespace vboard;
 

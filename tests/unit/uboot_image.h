@@ -3,12 +3,12 @@
 #ifndef TESTS_UNIT_UBOOT_IMAGE_H
 #define TESTS_UNIT_UBOOT_IMAGE_H
 
+#include "vboard/board/uboot_env.h"
+
 #include <cstdint>
 #include <initializer_list>
 #include <string>
 #include <string_view>
-
-#include "vboard/board/uboot_env.h"
 
 inline std::string uboot_image(std::initializer_list<std::string_view> entries, std::size_t size) {
   std::string data;
