@@ -80,23 +80,84 @@ def test_two_builds_for_one_moment_are_equal_byte_for_byte(source, tmp_path):
     assert (first / "lib/librigcore.so").read_bytes() == (second / "lib/librigcore.so").read_bytes()
 
 
-def test_an_installation_runs_the_toolbox_on_a_virtual_board(source, tmp_path):
-    build = configure(source, tmp_path / "build")
+def multiarch():
+    """The machine's own folder of libraries, as Debian lays it out."""
+    return "lib/" + run("gcc", "-print-multiarch").decode().strip()
+
+
+def files_below(folder):
+    return {str(file.relative_to(folder)) for file in folder.rglob("*") if not file.is_dir()}
+
+
+@pytest.fixture(scope="module", params=["lib", "debian", "far away"])
+def built(request, source, tmp_path_factory):
+    """A build for one layout: (build, its folder of executables, its folder of libraries)."""
+    work = tmp_path_factory.mktemp("layout")
+    folders = {
+        "lib": ("bin", "lib", "share"),
+        "debian": ("bin", multiarch(), "share"),
+        "far away": ("libexec/factory/bin", "private/lib", "private/share"),
+    }[request.param]
+    options = [
+        f"-DCMAKE_INSTALL_{name}={folder}"
+        for name, folder in zip(("BINDIR", "LIBDIR", "DATADIR"), folders)
+        if (name, folder) not in (("BINDIR", "bin"), ("LIBDIR", "lib"), ("DATADIR", "share"))
+    ]
+    build = configure(source, work / "build", "-DCMAKE_INSTALL_PREFIX=/usr", *options)
     run("cmake", "--build", build)
-    prefix = tmp_path / "installed"
-    run("cmake", "--install", build, "--prefix", prefix, "--strip")
-    run("rm", "-rf", build)
-    output = run(
-        prefix / "bin/vboard",
-        "run",
-        "--speed",
-        "max",
-        "--",
-        prefix / "bin/benchrig",
-        "bt1",
-        "beep",
-        "1",
+    return build, *folders
+
+
+def on_a_virtual_board(folder):
+    return run(
+        folder / "vboard", "run", "--speed", "max", "--", folder / "benchrig", "bt1", "beep", "1"
     )
-    assert output == b"open beep.\n"
-    assert (prefix / "include/platform/applets.h").is_file()
-    assert (prefix / "share/benchrig/board.conf.example").is_file()
+
+
+def test_a_build_runs_the_toolbox_on_a_virtual_board(built):
+    assert on_a_virtual_board(built[0] / "bin") == b"open beep.\n"
+
+
+def test_an_installation_runs_the_toolbox_on_a_virtual_board(built, tmp_path):
+    build, bindir, libdir, datadir = built
+    run("env", f"DESTDIR={tmp_path / 'image'}", "cmake", "--install", build, "--strip")
+    # Neither the build nor the place that it was installed to is needed.
+    prefix = tmp_path / "moved"
+    (tmp_path / "image/usr").rename(prefix)
+    hidden = build.with_name("hidden")
+    build.rename(hidden)
+    try:
+        assert on_a_virtual_board(prefix / bindir) == b"open beep.\n"
+    finally:
+        hidden.rename(build)
+    assert (prefix / libdir / "librigcore.so").is_file()
+    assert (prefix / libdir / "vboard/libvboard.so").is_file()
+    assert (prefix / datadir / "vboard/template/board").is_file()
+
+
+def test_components_install_what_they_are_for(built, tmp_path):
+    build, bindir, libdir, datadir = built
+    kinds = {}
+    for component in ("toolbox", "library", "vboard", "development"):
+        run("cmake", "--install", build, "--prefix", tmp_path / component, "--component", component)
+        kinds[component] = files_below(tmp_path / component)
+    run("cmake", "--install", build, "--prefix", tmp_path / "all")
+
+    assert kinds["toolbox"] == {f"{bindir}/benchrig"}
+    assert kinds["library"] == {
+        f"{libdir}/librigcore.so",
+        f"{datadir}/benchrig/board.conf.example",
+    }
+    template = {
+        f"{datadir}/vboard/template/{name}" for name in files_below(ROOT / "vboard/template")
+    }
+    assert kinds["vboard"] == {f"{bindir}/vboard", f"{libdir}/vboard/libvboard.so"} | template
+    assert kinds["development"] == {f"include/{name}" for name in files_below(ROOT / "include")}
+    assert files_below(tmp_path / "all") == set().union(*kinds.values())
+
+
+def test_the_toolbox_and_the_library_are_enough_for_a_board(built, tmp_path):
+    build, bindir, *_ = built
+    for component in ("toolbox", "library"):
+        run("cmake", "--install", build, "--prefix", tmp_path, "--component", component)
+    assert stamp_of(tmp_path / bindir / "benchrig")

@@ -170,7 +170,8 @@ int open_board(const char *directory, char *out) {
 }
 
 int find_template(char *out) {
-  constexpr const char *places[] = {"../share/vboard/template"};
+  constexpr const char *places[] = {"../share/vboard/template",
+                                    VBOARD_TO_DATADIR "/vboard/template"};
   if (!find_own_file(places, std::size(places), out))
     return fail("the template of a board is not where vboard is installed");
   return 0;

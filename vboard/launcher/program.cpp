@@ -95,9 +95,7 @@ int find_interposer(char *out) {
       return fail("VBOARD_PRELOAD: %s: %s", chosen, strerror(errno));
     return copy_text({out, kFileName}, absolute) ? 0 : kFailed;
   }
-  constexpr const char *places[] = {"../lib/libvboard.so",
-                                    "../" VBOARD_LIBDIR "/vboard/libvboard.so",
-                                    "../lib/vboard/libvboard.so"};
+  constexpr const char *places[] = {"../lib/libvboard.so", VBOARD_TO_LIBDIR "/vboard/libvboard.so"};
   if (!find_own_file(places, std::size(places), out))
     return fail("libvboard.so is not where vboard is installed");
   return 0;
