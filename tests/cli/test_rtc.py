@@ -4,13 +4,15 @@ The test reads the clock six times, a second apart, judges the seconds that pass
 fixed time and reads six times more. Only a clock that does not open or close fails it.
 """
 
+import dataclasses
 import datetime
 import re
 import struct
 
 import pytest
 
-from device_trace import unpacked
+from conftest import assert_story, out
+from device_trace import packed
 
 DATE = "2024-01-05 09:05:03"
 SET_TO = "2015-04-01 08:57:23"
@@ -29,13 +31,19 @@ BANNERS = {
 }
 
 
+def moments(start, count, first=0):
+    """`count` moments a second apart, the first one `first` seconds after `start`."""
+    start = datetime.datetime.fromisoformat(start)
+    return [start + datetime.timedelta(seconds=first + i) for i in range(count)]
+
+
+def printed(moment):
+    return moment.strftime("%Y-%m-%d %H:%M:%S\n").encode()
+
+
 def times(start, count, first=0):
     """`count` printed times, the first one `first` seconds after `start`."""
-    start = datetime.datetime.fromisoformat(start)
-    return b"".join(
-        (start + datetime.timedelta(seconds=first + i)).strftime("%Y-%m-%d %H:%M:%S\n").encode()
-        for i in range(count)
-    )
+    return b"".join(map(printed, moments(start, count, first)))
 
 
 def after_setting(count):
@@ -49,55 +57,76 @@ def setting():
 HEALTHY = times(DATE, 6) + setting() + after_setting(6)
 
 
-def story(run):
-    """The requests as short words: "open", "read SECONDS", "set", "sleep 1", "close".
+def record(moment):
+    """The driver's record of a time; the fields that the kernel computes are zero."""
+    return packed(
+        struct.pack(
+            "<9i",
+            *(moment.second, moment.minute, moment.hour),
+            *(moment.day, moment.month - 1, moment.year - 1900),
+            *(0, 0, 0),
+        )
+    )
 
-    Whether the sixth reading of each check is followed by a sleep is nobody's business: those two
-    sleeps are left out.
+
+OPEN = "open /dev/rtc0 RDWR = 3"
+CLOSE = "close /dev/rtc0 = 0"
+SLEEP = "sleep 1.000000"
+READ_EIO = "ioctl /dev/rtc0 RTC_RD_TIME = EIO"
+
+
+def read(start, count, first=0):
+    """`count` readings, each printed and followed by a wait; the sixth one by none."""
+    lines = []
+    for moment in moments(start, count, first):
+        lines += [
+            f"ioctl /dev/rtc0 RTC_RD_TIME out={record(moment)} = 0",
+            out(printed(moment)),
+            SLEEP,
+        ]
+    return lines[:-1] if count == 6 else lines
+
+
+def set_time(result="0"):
+    (moment,) = moments(SET_TO, 1)
+    return f"ioctl /dev/rtc0 RTC_SET_TIME in={record(moment)} = {result}"
+
+
+# A clock that runs is set; the readings that follow are the caller's.
+SET = [out(RUNS), out(SETTING), set_time(), SLEEP, out(AFTER_SETTING)]
+
+
+def assert_rtc_story(run, *expected):
+    """Compares the whole story.
+
+    Whether the sixth reading of each check is followed by a wait is nobody's business: those two
+    waits are left out.
     """
-    words = []
+    kept = []
     readings = 0
-    for line in run.requests:
-        record = re.search(r" (?:in|out)=(\S+)", line)
-        if re.fullmatch(r"open /dev/rtc0 RDWR = \d+", line):
-            words.append("open")
-        elif line == "close /dev/rtc0 = 0":
-            words.append("close")
-        elif re.fullmatch(r"ioctl /dev/rtc0 RTC_RD_TIME out=\S+ = 0", line):
-            readings += 1
-            words.append(f"read {struct.unpack_from('<i', unpacked(record[1]))[0]}")
-        elif re.fullmatch(r"ioctl /dev/rtc0 RTC_SET_TIME in=\S+ = 0", line):
-            # 2015-04-01 08:57:23; the fields that the kernel computes are left zero.
-            assert unpacked(record[1]) == struct.pack("<9i", 23, 57, 8, 1, 3, 115, 0, 0, 0)
-            words.append("set")
-        elif line == "sleep 1.000000":
-            if not (readings in (6, 12) and words[-1].startswith("read")):
-                words.append("sleep 1")
-        else:
-            words.append(line)
-    return words
-
-
-def reading(*seconds):
-    words = []
-    for second in seconds:
-        words += [f"read {second}", "sleep 1"]
-    return words[:-1]
+    for line in run.story:
+        readings += " RTC_RD_TIME " in line
+        after_the_sixth = readings in (6, 12) and kept[-1].startswith('out "20')
+        if not (line == SLEEP and after_the_sixth):
+            kept.append(line)
+    assert_story(dataclasses.replace(run, story=kept), *expected)
 
 
 @pytest.mark.parametrize("words", BANNERS)
 def test_sets_and_reads_a_clock_that_runs(board, words):
     start, finish = BANNERS[words]
-    run = board.run("bt1", "rtc", *words, date=DATE)
-    assert (run.status, run.stdout, run.stderr) == (0, start + HEALTHY + finish, b"")
-    assert story(run) == [
-        "open",
-        *reading(3, 4, 5, 6, 7, 8),
-        "set",
-        "sleep 1",
-        *reading(24, 25, 26, 27, 28, 29),
-        "close",
-    ]
+    run = board.run("bt1", "rtc", *words, date=DATE, story=True)
+    assert run.status == 0
+    assert_rtc_story(
+        run,
+        out(start),
+        OPEN,
+        *read(DATE, 6),
+        *SET,
+        *read(SET_TO, 6, first=1),
+        CLOSE,
+        out(finish),
+    )
 
 
 def test_leaves_the_clock_at_the_time_set(board):
@@ -114,16 +143,14 @@ def test_more_than_two_elements_are_an_error(board, words):
 
 
 @pytest.mark.parametrize("words", BANNERS)
-@pytest.mark.parametrize("fault", ["absent", "open errno=EBUSY"])
-def test_fails_without_the_device(board, words, fault):
+@pytest.mark.parametrize("fault, error", [("absent", "ENOENT"), ("open errno=EBUSY", "EBUSY")])
+def test_fails_without_the_device(board, words, fault, error):
     board.fault(f"/dev/rtc0 {fault}")
-    run = board.run("bt1", "rtc", *words)
-    assert (run.status, run.stdout, run.stderr) == (
-        255,
-        BANNERS[words][0] + b"open rtc0 failed\n",
-        b"",
+    run = board.run("bt1", "rtc", *words, story=True)
+    assert run.status == 255
+    assert_story(
+        run, out(BANNERS[words][0]), f"open /dev/rtc0 RDWR = {error}", out("open rtc0 failed\n")
     )
-    assert len(run.requests) == 1
 
 
 @pytest.mark.parametrize("words", BANNERS)
@@ -131,53 +158,64 @@ def test_fails_without_the_device(board, words, fault):
 def test_a_failed_reading_ends_the_test_with_success(board, words, good):
     start, finish = BANNERS[words]
     board.fault(f"/dev/rtc0 ioctl:RTC_RD_TIME errno=EIO nth={good + 1}")
-    run = board.run("bt1", "rtc", *words, date=DATE)
-    assert (run.status, run.stdout, run.stderr) == (
-        0,
-        start + times(DATE, good) + READ_FAILED + finish,
-        b"",
+    run = board.run("bt1", "rtc", *words, date=DATE, story=True)
+    assert run.status == 0
+    assert_rtc_story(
+        run, out(start), OPEN, *read(DATE, good), READ_EIO, out(READ_FAILED), CLOSE, out(finish)
     )
-    expected = ["open"]
-    for second in range(good):
-        expected += [f"read {3 + second}", "sleep 1"]
-    assert story(run) == expected + ["ioctl /dev/rtc0 RTC_RD_TIME = EIO", "close"]
 
 
 @pytest.mark.parametrize("good", [0, 3, 5])
 def test_a_failed_reading_after_setting_ends_the_test_with_success(board, good):
     board.fault(f"/dev/rtc0 ioctl:RTC_RD_TIME errno=EIO nth={6 + good + 1}")
+    run = board.run("bt1", "rtc", "autotest", date=DATE, story=True)
+    start, finish = BANNERS[("autotest",)]
+    assert run.status == 0
+    assert_rtc_story(
+        run,
+        out(start),
+        OPEN,
+        *read(DATE, 6),
+        *SET,
+        *read(SET_TO, good, first=1),
+        READ_EIO,
+        out(READING_FAILED),
+        CLOSE,
+        out(finish),
+    )
+
+
+@pytest.mark.parametrize("nth, message", [(1, READ_FAILED), (7, READING_FAILED)])
+def test_a_positive_result_of_reading_is_a_failed_reading_too(board, nth, message):
+    board.fault(f"/dev/rtc0 ioctl:RTC_RD_TIME result=1 nth={nth}")
     run = board.run("bt1", "rtc", "autotest", date=DATE)
     start, finish = BANNERS[("autotest",)]
-    assert (run.status, run.stdout, run.stderr) == (
-        0,
-        start + times(DATE, 6) + setting() + after_setting(good) + READING_FAILED + finish,
-        b"",
-    )
-    assert story(run)[-2:] == ["ioctl /dev/rtc0 RTC_RD_TIME = EIO", "close"]
+    done = b"" if nth == 1 else times(DATE, 6) + setting()
+    assert (run.status, run.stdout, run.stderr) == (0, start + done + message + finish, b"")
 
 
 def test_goes_on_when_the_clock_cannot_be_set(board):
     board.fault("/dev/rtc0 ioctl:RTC_SET_TIME errno=EPERM")
-    run = board.run("bt1", "rtc", "autotest", date=DATE)
+    run = board.run("bt1", "rtc", "autotest", date=DATE, story=True)
     start, finish = BANNERS[("autotest",)]
     # The clock was not set and has gone on: the six sleeps (or five), and one.
-    shown = run.stdout[
-        len(start + times(DATE, 6) + RUNS + SETTING + b"ret:-1, errno:1\n" + AFTER_SETTING) : -len(
-            finish
-        )
-    ]
-    assert shown in (times(DATE, 6, first=6), times(DATE, 6, first=7))
-    assert run.stdout == (
-        start
-        + times(DATE, 6)
-        + RUNS
-        + SETTING
-        + b"ret:-1, errno:1\n"
-        + AFTER_SETTING
-        + shown
-        + finish
+    first = 6 + (times(DATE, 6, first=7) in run.stdout)
+    assert run.status == 0
+    assert_rtc_story(
+        run,
+        out(start),
+        OPEN,
+        *read(DATE, 6),
+        out(RUNS),
+        out(SETTING),
+        set_time("EPERM"),
+        out("ret:-1, errno:1\n"),
+        SLEEP,
+        out(AFTER_SETTING),
+        *read(DATE, 6, first=first),
+        CLOSE,
+        out(finish),
     )
-    assert (run.status, run.stderr) == (0, b"")
 
 
 def test_a_positive_result_of_setting_is_reported_too(board):
@@ -196,11 +234,17 @@ def test_a_positive_result_of_setting_is_reported_too(board):
 @pytest.mark.parametrize("words", BANNERS)
 def test_fails_when_the_device_does_not_close(board, words):
     board.fault("/dev/rtc0 close errno=EIO")
-    run = board.run("bt1", "rtc", *words, date=DATE)
-    assert (run.status, run.stdout, run.stderr) == (
-        255,
-        BANNERS[words][0] + HEALTHY + CLOSING_FAILED,
-        b"",
+    run = board.run("bt1", "rtc", *words, date=DATE, story=True)
+    assert run.status == 255
+    assert_rtc_story(
+        run,
+        out(BANNERS[words][0]),
+        OPEN,
+        *read(DATE, 6),
+        *SET,
+        *read(SET_TO, 6, first=1),
+        "close /dev/rtc0 = EIO",
+        out(CLOSING_FAILED),
     )
 
 
@@ -255,19 +299,19 @@ def test_judges_the_seconds_that_passed(board, rate, runs):
     )
     if runs:
         assert run.stdout.startswith(start + shown + setting())
-        assert "set" in story(run)
+        assert set_time() in run.requests
     else:
         assert run.stdout == start + shown + finish
-        assert "set" not in story(run)
+        assert set_time() not in run.requests
         assert len(run.sleeps) in (5, 6)
 
 
 def test_a_clock_that_stands_still_is_not_set(board):
     board.set("/dev/rtc0", "stopped", "1")
-    run = board.run("bt1", "rtc", date=DATE)
+    run = board.run("bt1", "rtc", date=DATE, story=True)
     start, finish = BANNERS[()]
-    assert (run.status, run.stdout, run.stderr) == (0, start + times(DATE, 1) * 6 + finish, b"")
-    assert story(run) == ["open", *reading(3, 3, 3, 3, 3, 3), "close"]
+    assert run.status == 0
+    assert_rtc_story(run, out(start), OPEN, *(read(DATE, 1) * 6)[:-1], CLOSE, out(finish))
 
 
 def test_a_clock_that_lost_its_time(board):
