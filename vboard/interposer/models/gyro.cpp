@@ -145,7 +145,8 @@ void identify(const OpenFile &file, GyroIdentity &out) {
   std::string_view name = node_text(file.node, "chip");
   if (name.empty())
     name = gyro_chips()[0].name;
-  memcpy(out.name, name.data(), std::min(name.size(), sizeof out.name - 1));
+  // A name that fills the field has no terminator, as some drivers have it.
+  memcpy(out.name, name.data(), std::min(name.size(), sizeof out.name));
   const GyroChip *chip = find_gyro_chip(name);
   out.type = static_cast<std::uint32_t>(
       node_number(file.node, "chip_type", chip != nullptr ? chip->type : 0));

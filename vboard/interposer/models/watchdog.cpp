@@ -86,7 +86,8 @@ void get_support(const OpenFile &file, const WatchdogState &state, watchdog_info
   out.options = static_cast<std::uint32_t>(state.options);
   out.firmware_version = static_cast<std::uint32_t>(node_number(file.node, "firmware_version", 0));
   const std::string_view identity = node_text(file.node, "identity");
-  identity.copy(reinterpret_cast<char *>(out.identity), sizeof out.identity - 1);
+  // A text that fills the field has no terminator, as some drivers have it.
+  identity.copy(reinterpret_cast<char *>(out.identity), sizeof out.identity);
 }
 
 int set_timeout(OpenFile &file, WatchdogState &state, int &timeout_s) {
