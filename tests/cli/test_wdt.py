@@ -3,28 +3,25 @@
 The reset is the pass signal: the program itself never ends when everything works.
 """
 
+import dataclasses
 import re
 import struct
 
 import pytest
 
-from device_trace import unpacked
+from conftest import assert_story, out
+from device_trace import packed
 
 # What the board's driver is told to answer.
 INFORMATION = b"options=33152,id=Bench Dog\n"
 TIMEOUT_SET = b"set wdt timeout  10\nFeed the dog interval 6 seconds.\n"
 CLOSED = b"The WDT has been closed!\nCheck whether it can remain normal after 10 seconds:\n"
-COUNT_DOWN = b"".join(b"%d seconds!\n" % n for n in range(10, 0, -1))
 REOPENED = b"watchdog was reopen!\n"
 ARMED = b"set timeout 15 seconds.\n"
 LAST = (
     b"If the device resets after 15 seconds, the test is successful" + "！".encode("gb2312") + b"\n"
 )
 FAILED_WITH_5 = 256 - 5
-
-
-def fed(count):
-    return b"".join(b"Wdt fed %d times \n" % n for n in range(1, count + 1))
 
 
 @pytest.fixture
@@ -34,76 +31,79 @@ def board(board):
     return board
 
 
-def story(run):
-    """The requests as short words."""
-    words = []
-    for line in run.requests:
-        sent = re.search(r" in=(\S+)", line)
-        value = f" {struct.unpack('<i', unpacked(sent[1]))[0]}" if sent else ""
-        result = line.rpartition(" = ")[2]
-        if re.fullmatch(r"open /dev/watchdog RDWR = \d+", line):
-            words.append("open")
-        elif line.startswith("close /dev/watchdog "):
-            words.append("close" if result == "0" else f"close {result}")
-        elif line.startswith("ioctl /dev/watchdog WDIOC_"):
-            name = line.split()[2].removeprefix("WDIOC_")
-            # What KEEPALIVE is given means nothing to the driver.
-            words.append(
-                name
-                + ("" if name in ("KEEPALIVE", "GETSUPPORT") else value)
-                + ("" if result == "0" else f" {result}")
-            )
-        elif re.fullmatch(r"sleep \d+\.000000", line):
-            words.append(line.removesuffix(".000000"))
-        else:
-            words.append(line)
-    return words
+OPEN = "open /dev/watchdog RDWR = 3"
+CLOSE = "close /dev/watchdog = 0"
+SUPPORT = packed(struct.pack("<II32s", 33152, 0, b"Bench Dog"))
+SECOND = "sleep 1.000000"
 
 
-TO_FEEDING = ["open", "GETSUPPORT", "SETTIMEOUT 10"]
-FEEDING = ["sleep 6", "KEEPALIVE"] * 10
-REMAINING = ["SETOPTIONS 1"] + ["sleep 1"] * 10
-ENDLESS = ["SETOPTIONS 2", "SETTIMEOUT 15", "close"]
+def word(number):
+    return packed(struct.pack("<i", number))
+
+
+def set_timeout(seconds, result="0"):
+    answer = f" out={word(seconds)}" if result == "0" else ""
+    return f"ioctl /dev/watchdog WDIOC_SETTIMEOUT in={word(seconds)}{answer} = {result}"
+
+
+def set_option(option, result="0"):
+    return f"ioctl /dev/watchdog WDIOC_SETOPTIONS in={word(option)} = {result}"
+
+
+def feeding(result="0"):
+    return ["sleep 6.000000", f"ioctl /dev/watchdog WDIOC_KEEPALIVE = {result}"]
+
+
+def fed(count):
+    return [
+        line for n in range(1, count + 1) for line in (*feeding(), out(f"Wdt fed {n} times \n"))
+    ]
+
+
+# What a healthy run does, step by step.
+TO_INFORMATION = [
+    OPEN,
+    f"ioctl /dev/watchdog WDIOC_GETSUPPORT out={SUPPORT} = 0",
+    out(INFORMATION),
+]
+TO_FEEDING = [*TO_INFORMATION, set_timeout(10), out(TIMEOUT_SET)]
+TO_STOPPING = [*TO_FEEDING, *fed(10), out("\n")]
+TO_STARTING = [
+    *TO_STOPPING,
+    set_option(1),
+    out(CLOSED),
+    *(line for n in range(10, 0, -1) for line in (out(f"{n} seconds!\n"), SECOND)),
+    out("\n"),
+]
+TO_ARMING = [*TO_STARTING, set_option(2), out(REOPENED)]
+TO_CLOSING = [*TO_ARMING, set_timeout(15), out(ARMED)]
+TO_COUNTING = [*TO_CLOSING, CLOSE, out(LAST)]
+
+
+def counting(run):
+    """A line for each second until the watchdog bites, counting on by one from any number."""
+    numbers = [int(n) for n in re.findall(rb"(-?\d+) seconds!\n", run.stdout.partition(LAST)[2])]
+    assert len(numbers) in (14, 15)
+    lines = []
+    for n in range(numbers[0], numbers[0] + len(numbers)):
+        lines += [SECOND, out(f"{n} seconds!\n")]
+    return [*lines, SECOND, "board reset"]
 
 
 @pytest.mark.parametrize("words", [(), ("autotest",), ("-h",), ("a", "b", "c")])
 def test_the_board_resets_whatever_the_arguments(board, words):
-    run = board.run("bt1", "wdt", *words)
+    run = board.run("bt1", "wdt", *words, story=True)
     assert (run.status, run.stderr) == (80, b"board reset\n")
-    until_armed = (
-        INFORMATION
-        + TIMEOUT_SET
-        + fed(10)
-        + b"\n"
-        + CLOSED
-        + COUNT_DOWN
-        + b"\n"
-        + REOPENED
-        + ARMED
-        + LAST
-    )
-    assert run.stdout.startswith(until_armed)
-    # A line for each second until the watchdog bites, counting on by one.
-    counted = run.stdout[len(until_armed) :]
-    numbers = [int(n) for n in re.findall(rb"(-?\d+) seconds!\n", counted)]
-    assert counted == b"".join(b"%d seconds!\n" % n for n in numbers)
-    assert len(numbers) in (14, 15)
-    assert numbers == list(range(numbers[0], numbers[0] + len(numbers)))
-
-    steps = story(run)
-    fixed = TO_FEEDING + FEEDING + REMAINING + ENDLESS
-    assert steps[: len(fixed)] == fixed
-    assert set(steps[len(fixed) :]) == {"sleep 1"}
     # No character is written before the close: the watchdog must stay armed.
-    assert not any(line.startswith("write") for line in run.requests)
+    assert_story(run, *TO_COUNTING, *counting(run))
 
 
-@pytest.mark.parametrize("fault", ["absent", "open errno=EBUSY"])
-def test_fails_without_the_device(board, fault):
+@pytest.mark.parametrize("fault, error", [("absent", "ENOENT"), ("open errno=EBUSY", "EBUSY")])
+def test_fails_without_the_device(board, fault, error):
     board.fault(f"/dev/watchdog {fault}")
-    run = board.run("bt1", "wdt")
-    assert (run.status, run.stdout, run.stderr) == (255, b"open device faild!\n", b"")
-    assert len(run.requests) == 1
+    run = board.run("bt1", "wdt", story=True)
+    assert run.status == 255
+    assert_story(run, f"open /dev/watchdog RDWR = {error}", out("open device faild!\n"))
 
 
 def test_shows_an_identity_of_high_bytes_as_it_is(board):
@@ -113,115 +113,116 @@ def test_shows_an_identity_of_high_bytes_as_it_is(board):
     assert run.stdout.startswith(b"options=33152,id=D\xc3\xb6g \xc3\xbf\n")
 
 
+def test_shows_an_identity_that_fills_its_field(board):
+    # 32 bytes have no room for a NUL.
+    board.set("/dev/watchdog", "identity", "ABCDEFGHIJKLMNOPQRSTUVWXYZ123456")
+    board.fault("/dev/watchdog ioctl:WDIOC_SETTIMEOUT errno=EIO")
+    run = board.run("bt1", "wdt")
+    assert run.stdout == (
+        b"options=33152,id=ABCDEFGHIJKLMNOPQRSTUVWXYZ123456\nopen watchdog faild!\n\n"
+    )
+
+
 def test_goes_on_without_the_devices_information(board):
     board.fault("/dev/watchdog ioctl:WDIOC_GETSUPPORT errno=ENOTTY")
-    run = board.run("bt1", "wdt")
+    run = board.run("bt1", "wdt", story=True)
     assert (run.status, run.stderr) == (80, b"board reset\n")
-    assert re.match(
-        rb"Get device infomation  faild!\noptions=-?\d+,id=.*\n" + re.escape(TIMEOUT_SET + fed(10)),
-        run.stdout,
+    # What is shown of a device without information is not fixed.
+    (shown,) = re.findall(rb"options=-?\d+,id=.*\n", run.stdout)
+    assert_story(
+        run,
+        OPEN,
+        "ioctl /dev/watchdog WDIOC_GETSUPPORT = ENOTTY",
+        out("Get device infomation  faild!\n"),
+        out(shown),
+        *TO_COUNTING[len(TO_INFORMATION) :],
+        *counting(run),
     )
-    assert LAST in run.stdout
+
+
+def test_a_positive_result_is_no_failure(board):
+    for request in ("GETSUPPORT", "SETTIMEOUT", "KEEPALIVE", "SETOPTIONS"):
+        board.fault(f"/dev/watchdog ioctl:WDIOC_{request} result=1")
+    run = board.run("bt1", "wdt", story=True)
+    assert (run.status, run.stderr) == (80, b"board reset\n")
+    assert_story(
+        dataclasses.replace(run, story=[line for line in run.story if line.startswith("out ")]),
+        *(step for step in TO_COUNTING + counting(run)[:-1] if not isinstance(step, str)),
+    )
 
 
 # Each failed request closes the device, prints an empty line and returns -5.
 
 
+def assert_failure(run, *expected):
+    assert run.status == FAILED_WITH_5
+    assert_story(run, *expected, CLOSE, out("\n"))
+
+
 def test_fails_when_the_timeout_cannot_be_set(board):
     board.fault("/dev/watchdog ioctl:WDIOC_SETTIMEOUT errno=EINVAL")
-    run = board.run("bt1", "wdt")
-    assert (run.status, run.stdout, run.stderr) == (
-        FAILED_WITH_5,
-        INFORMATION + b"open watchdog faild!\n\n",
-        b"",
+    assert_failure(
+        board.run("bt1", "wdt", story=True),
+        *TO_INFORMATION,
+        set_timeout(10, "EINVAL"),
+        out("open watchdog faild!\n"),
     )
-    assert story(run) == ["open", "GETSUPPORT", "SETTIMEOUT 10 EINVAL", "close"]
 
 
 @pytest.mark.parametrize("good", [0, 1, 9])
 def test_fails_when_it_cannot_be_fed(board, good):
     board.fault(f"/dev/watchdog ioctl:WDIOC_KEEPALIVE errno=EIO nth={good + 1}")
-    run = board.run("bt1", "wdt")
-    assert (run.status, run.stdout, run.stderr) == (
-        FAILED_WITH_5,
-        INFORMATION + TIMEOUT_SET + fed(good) + b"feed watchdog faild!\n\n",
-        b"",
+    assert_failure(
+        board.run("bt1", "wdt", story=True),
+        *TO_FEEDING,
+        *fed(good),
+        *feeding("EIO"),
+        out("feed watchdog faild!\n"),
     )
-    assert story(run) == TO_FEEDING + FEEDING[: 2 * good] + ["sleep 6", "KEEPALIVE EIO", "close"]
 
 
 def test_fails_when_it_cannot_be_stopped(board):
     board.fault("/dev/watchdog ioctl:WDIOC_SETOPTIONS errno=EIO nth=1")
-    run = board.run("bt1", "wdt")
-    assert (run.status, run.stdout, run.stderr) == (
-        FAILED_WITH_5,
-        INFORMATION + TIMEOUT_SET + fed(10) + b"\nclose watchdog faild!\n\n",
-        b"",
+    assert_failure(
+        board.run("bt1", "wdt", story=True),
+        *TO_STOPPING,
+        set_option(1, "EIO"),
+        out("close watchdog faild!\n"),
     )
-    assert story(run) == TO_FEEDING + FEEDING + ["SETOPTIONS 1 EIO", "close"]
 
 
 def test_fails_when_it_cannot_be_started_again(board):
     board.fault("/dev/watchdog ioctl:WDIOC_SETOPTIONS errno=EIO nth=2")
-    run = board.run("bt1", "wdt")
-    assert (run.status, run.stdout, run.stderr) == (
-        FAILED_WITH_5,
-        INFORMATION
-        + TIMEOUT_SET
-        + fed(10)
-        + b"\n"
-        + CLOSED
-        + COUNT_DOWN
-        + b"\nopen the wdt faild!\n\n",
-        b"",
+    assert_failure(
+        board.run("bt1", "wdt", story=True),
+        *TO_STARTING,
+        set_option(2, "EIO"),
+        out("open the wdt faild!\n"),
     )
-    assert story(run) == TO_FEEDING + FEEDING + REMAINING + ["SETOPTIONS 2 EIO", "close"]
 
 
 def test_fails_when_the_last_timeout_cannot_be_set(board):
     board.fault("/dev/watchdog ioctl:WDIOC_SETTIMEOUT errno=EINVAL nth=2")
-    run = board.run("bt1", "wdt")
-    assert (run.status, run.stdout, run.stderr) == (
-        FAILED_WITH_5,
-        INFORMATION
-        + TIMEOUT_SET
-        + fed(10)
-        + b"\n"
-        + CLOSED
-        + COUNT_DOWN
-        + b"\n"
-        + REOPENED
-        + b"set timeout failed!\n\n",
-        b"",
+    assert_failure(
+        board.run("bt1", "wdt", story=True),
+        *TO_ARMING,
+        set_timeout(15, "EINVAL"),
+        out("set timeout failed!\n"),
     )
-    assert story(run) == TO_FEEDING + FEEDING + REMAINING + [
-        "SETOPTIONS 2",
-        "SETTIMEOUT 15 EINVAL",
-        "close",
-    ]
 
 
 def test_fails_when_the_device_does_not_close(board):
     board.fault("/dev/watchdog close errno=EIO nth=1")
-    run = board.run("bt1", "wdt")
-    assert (run.status, run.stdout, run.stderr) == (
-        FAILED_WITH_5,
-        INFORMATION
-        + TIMEOUT_SET
-        + fed(10)
-        + b"\n"
-        + CLOSED
-        + COUNT_DOWN
-        + b"\n"
-        + REOPENED
-        + ARMED
-        + b"close device failed!\n\n",
-        b"",
-    )
+    run = board.run("bt1", "wdt", story=True)
+    assert run.status == FAILED_WITH_5
     # The program closes the number once more. The device is gone from it by then, as the kernel
     # has it also for a close that failed, so that the second one is no call on the board.
-    assert story(run) == (
-        TO_FEEDING + FEEDING + REMAINING + ["SETOPTIONS 2", "SETTIMEOUT 15", "close EIO"]
+    assert_story(
+        run,
+        *TO_CLOSING,
+        "close /dev/watchdog = EIO",
+        out("close device failed!\n"),
+        out("\n"),
     )
 
 
@@ -244,4 +245,4 @@ def test_counts_on_for_ever_when_the_watchdog_does_not_bite(board):
 def test_what_was_printed_before_a_kill_is_not_lost(board):
     run = board.run("bt1", "wdt", seconds=13)
     assert (run.status, run.stderr) == (143, b"")
-    assert run.stdout == INFORMATION + TIMEOUT_SET + fed(2)
+    assert run.stdout == INFORMATION + TIMEOUT_SET + b"Wdt fed 1 times \nWdt fed 2 times \n"
