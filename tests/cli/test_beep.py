@@ -2,6 +2,8 @@
 
 import pytest
 
+from conftest import assert_story, out
+
 USAGE = b"\nUsage: beep [onoff]\n\n\n\nexample:\n  beep 1\n  beep 0\n"
 OPEN = b"beep open!\r\n"
 CLOSE = b"beep close!\r\n"
@@ -63,22 +65,31 @@ def test_autotest_passes_with_a_buzzer_that_fails(board):
     assert (run.status, run.stdout, run.stderr) == (0, SELF_TEST, b"")
 
 
-def test_switches_the_buzzer_of_the_board(board):
-    assert board.run("bt1", "beep", "1").status == 0
-    assert level(board) != 0
-    assert board.run("bt1", "beep", "0").status == 0
-    assert level(board) == 0
+def switched(level):
+    return f"write /{BRIGHTNESS} in={level} = 1"  # a digit
 
 
-def test_autotest_writes_the_buzzer_of_the_board_six_times(board):
-    run = board.run("bt1", "beep", "autotest")
-    assert (run.status, run.stdout, run.stderr) == (0, SELF_TEST, b"")
-    steps = [
-        line.split()[0]
-        for line in run.requests_on("/" + BRIGHTNESS, "sleep")
-        if line.startswith(("write", "sleep"))
-    ]
-    assert steps == ["write", "sleep"] * 6
+ON, OFF = switched("31"), switched("30")
+SECOND = "sleep 1.000000"
+
+
+@pytest.mark.parametrize("word, write, printed", [("1", ON, "open"), ("0", OFF, "close")])
+def test_switches_the_buzzer_of_the_board_then_says_so(board, word, write, printed):
+    run = board.run("bt1", "beep", word, story=True)
+    assert run.status == 0
+    assert_story(run, write, out(f"{printed} beep.\n"), only=("write", "sleep"))
+    assert level(board) == int(word)
+
+
+def test_autotest_switches_the_buzzer_of_the_board_six_times(board):
+    run = board.run("bt1", "beep", "autotest", story=True)
+    assert run.status == 0
+    assert_story(
+        run,
+        *[ON, out(OPEN), SECOND, OFF, out(CLOSE), SECOND] * 3,
+        out("BEEP AUTOTEST FINISH!\n"),
+        only=("write", "sleep"),
+    )
     assert level(board) == 0
 
 
