@@ -93,6 +93,13 @@ def test_list_goes_on_after_a_value_that_cannot_be_read(board):
     )
 
 
+@pytest.mark.parametrize("total", [-1, -5])
+def test_list_of_an_environment_that_cannot_be_read(board, total):
+    # Only 0 is an empty environment; the number was the last operation.
+    run = board.run("bt2", "uenv", "list", rigcore=[f"rig_uenv_totalkey = {total} errno=5"])
+    assert (run.status, run.stdout, run.stderr) == (256 + total, b"\n", b"")
+
+
 @pytest.mark.parametrize("result", [-1, -5, 3])
 def test_list_returns_the_result_of_the_last_value(board, result):
     run = board.run(
@@ -146,33 +153,42 @@ def test_get_prints_key_and_value(board, key, value):
     assert (run.status, run.stdout, run.stderr) == (0, f"{key}={value}\n".encode(), b"")
 
 
-def test_get_of_a_missing_key(board):
-    run = board.run("bt2", "uenv", "get", "nope", rigcore=['rig_uenv_get "nope" 256 = -1 errno=2'])
+@pytest.mark.parametrize("result", [-1, 3])
+def test_get_of_a_missing_key(board, result):
+    run = board.run(
+        "bt2", "uenv", "get", "nope", rigcore=[f'rig_uenv_get "nope" 256 = {result} errno=2']
+    )
     assert (run.status, run.stdout, run.stderr) == (
-        255,
+        result % 256,
         b"uboot env hasn't key[nope]!\nnope=\n",
         b"",
     )
 
 
+# Everything but 0 is a failure, a positive result too.
 @pytest.mark.parametrize("errno", [1, 5, 19, 22])
-@pytest.mark.parametrize("result", [-1, -5])
+@pytest.mark.parametrize("result", [-1, -5, 1, 3])
 def test_get_that_fails_otherwise(board, errno, result):
     run = board.run(
         "bt2", "uenv", "get", "a", rigcore=[f'rig_uenv_get "a" 256 = {result} errno={errno}']
     )
     assert (run.status, run.stdout, run.stderr) == (
-        256 + result,
+        result % 256,
         b"ioctl UBOOTENV_GET fail![%d]\na=\n" % errno,
         b"",
     )
 
 
-def test_get_prints_no_value_after_a_failure(board):
+@pytest.mark.parametrize("result", [-1, 1])
+def test_get_prints_no_value_after_a_failure(board, result):
     run = board.run(
-        "bt2", "uenv", "get", "a", rigcore=['rig_uenv_get "a" 256 -> "stale" = -1 errno=5']
+        "bt2", "uenv", "get", "a", rigcore=[f'rig_uenv_get "a" 256 -> "stale" = {result} errno=5']
     )
-    assert (run.status, run.stdout, run.stderr) == (255, b"ioctl UBOOTENV_GET fail![5]\na=\n", b"")
+    assert (run.status, run.stdout, run.stderr) == (
+        result % 256,
+        b"ioctl UBOOTENV_GET fail![5]\na=\n",
+        b"",
+    )
 
 
 def test_get_cuts_a_key_of_70_characters_to_63(board):
@@ -206,23 +222,26 @@ def test_set_without_a_value_sets_the_empty_one(board):
 
 
 @pytest.mark.parametrize("errno", [1, 2])
-@pytest.mark.parametrize("result", [-1, -5])
+@pytest.mark.parametrize("result", [-1, -5, 1, 3])
 def test_set_of_a_key_that_may_not_be_or_is_not_there(board, errno, result):
     run = board.run(
         "bt2", "uenv", "set", "a", "1", rigcore=[f'rig_uenv_set "a" "1" = {result} errno={errno}']
     )
     assert (run.status, run.stdout, run.stderr) == (
-        256 + result,
+        result % 256,
         b"uboot env hasn't key[a]!\na=1\n",
         b"",
     )
 
 
 @pytest.mark.parametrize("errno", [3, 5, 19, 28])
-def test_set_that_fails_otherwise(board, errno):
-    run = board.run("bt2", "uenv", "set", "a", rigcore=[f'rig_uenv_set "a" "" = -1 errno={errno}'])
+@pytest.mark.parametrize("result", [-1, 1, 3])
+def test_set_that_fails_otherwise(board, errno, result):
+    run = board.run(
+        "bt2", "uenv", "set", "a", rigcore=[f'rig_uenv_set "a" "" = {result} errno={errno}']
+    )
     assert (run.status, run.stdout, run.stderr) == (
-        255,
+        result % 256,
         b"ioctl UBOOTENV_SET fail![%d]\na=\n" % errno,
         b"",
     )
