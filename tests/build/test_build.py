@@ -55,7 +55,7 @@ def source(tmp_path_factory):
     """A copy of the sources that a test may touch."""
     copy = tmp_path_factory.mktemp("tree") / "source"
     copy.mkdir()
-    for name in ("CMakeLists.txt", "cmake", "include", "platform", "src", "vboard"):
+    for name in ("CMakeLists.txt", "cmake", "include", "platform", "scripts", "src", "vboard"):
         run("cp", "-r", ROOT / name, copy / name)
     return copy
 
@@ -152,8 +152,23 @@ def test_components_install_what_they_are_for(built, tmp_path):
         f"{datadir}/vboard/template/{name}" for name in files_below(ROOT / "vboard/template")
     }
     assert kinds["vboard"] == {f"{bindir}/vboard", f"{libdir}/vboard/libvboard.so"} | template
-    assert kinds["development"] == {f"include/{name}" for name in files_below(ROOT / "include")}
+    check = f"{datadir}/benchrig/check-platform-library.sh"
+    assert kinds["development"] == {check} | {
+        f"include/{name}" for name in files_below(ROOT / "include")
+    }
     assert files_below(tmp_path / "all") == set().union(*kinds.values())
+
+
+def test_the_installed_check_finds_the_headers_and_the_library(built, tmp_path):
+    build, bindir, libdir, datadir = built
+    for component in ("toolbox", "library", "development"):
+        run("cmake", "--install", build, "--prefix", tmp_path, "--component", component)
+    output = run(
+        tmp_path / datadir / "benchrig/check-platform-library.sh",
+        tmp_path / libdir / "librigcore.so",
+        tmp_path / bindir / "benchrig",
+    )
+    assert b" offers all " in output
 
 
 def test_the_toolbox_and_the_library_are_enough_for_a_board(built, tmp_path):

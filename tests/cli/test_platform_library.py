@@ -138,3 +138,108 @@ def test_dispatch_is_the_librarys(board):
 def test_an_unexpected_or_missing_call_fails_the_run(board, script):
     with pytest.raises(AssertionError):
         board.run("bt1", "beep", "7", rigcore=script)
+
+
+# --- what a platform library offers ---------------------------------------------------------------
+
+CHECK = ROOT / "scripts/check-platform-library.sh"
+
+# Operations of applets that are not built yet. A line goes when librigcore offers the operation.
+NOT_OFFERED_YET = set(
+    """
+    rig_led_ctrl rig_led_cyclems rig_led_duty rig_pwm_ctrl rig_pwm_disable rig_pwm_duty rig_pwm_enable
+    rig_pwm_periodns rig_power_ctrl rig_power_is_enable rig_reset_ctrl rig_rs485_rx_en rig_rs485_tx_en
+    rig_uart_mode_getype rig_uart_mode_set
+    rig_md5sum_check rig_md5sum_files
+    rig_mtd_avail_space_size rig_mtd_cmp_skip_bad rig_mtd_erasesize rig_mtd_getnum rig_mtd_size
+    rig_mtd_valid_data_len rig_mtd_write_skip_bad rig_mtd_writesize
+    rig_mdio_getmiireg rig_mdio_getmiirtl836xreg rig_mdio_getphyaddr rig_mdio_getphyid
+    rig_mdio_setmiireg rig_mdio_setmiirtl836xreg
+    rig_netchan_allinfo rig_netchan_get_psestatus rig_netchan_get_setting rig_netchan_get_status
+    rig_upgrade rig_upgrade_stop_all
+    """.split()
+)
+
+
+def declared_operations():
+    text = "".join(
+        file.read_text(encoding="utf-8") for file in (ROOT / "include/platform").glob("*.h")
+    )
+    text = re.sub(r"/\*.*?\*/|^#.*?$", "", text, flags=re.S | re.M)
+    return set(re.findall(r"RIG_API\b[^;(]*?(\w+)\s*[(;]", text))
+
+
+def test_librigcore_offers_what_its_headers_declare_and_nothing_else(plain):
+    offered = exported(plain / "lib/librigcore.so")
+    declared = declared_operations()
+    assert offered - declared == set()
+    assert declared - offered == NOT_OFFERED_YET
+
+
+def check(*words, **variables):
+    done = subprocess.run(
+        [str(word) for word in (CHECK, *words)],
+        capture_output=True,
+        text=True,
+        timeout=60,
+        check=False,
+        env={"PATH": "/usr/bin:/bin", **variables},
+    )
+    return done.returncode, done.stdout, done.stderr
+
+
+def missing(library, names):
+    return f"{library} lacks:\n" + "".join(f"  {name}\n" for name in sorted(names))
+
+
+def test_the_check_lists_what_a_library_lacks(build):
+    library = build / "lib/librigcore.so"
+    if NOT_OFFERED_YET:
+        assert check(library) == (1, missing(library, NOT_OFFERED_YET), "")
+    library = build / "lib/libvboard.so"
+    assert check(library) == (1, missing(library, declared_operations()), "")
+
+
+def test_the_check_accepts_a_library_that_offers_all(build):
+    library = build / "tests/standin/librigcore.so"
+    count = len(declared_operations())
+    assert check(library) == (0, f"{library} offers all {count} operations\n", "")
+
+
+def test_the_check_may_ask_for_one_executable_alone(build):
+    asked = {
+        line.split()[-1].partition("@")[0]
+        for line in output("nm", "-D", "--undefined-only", build / "bin/benchrig").splitlines()
+    } & declared_operations()
+    library = build / "lib/librigcore.so"
+    expected = f"{library} offers all {len(asked)} operations\n"
+    assert check(library, build / "bin/benchrig") == (0, expected, "")
+    library = build / "lib/libvboard.so"
+    assert check(library, build / "bin/benchrig") == (1, missing(library, asked), "")
+
+
+def test_the_check_says_what_it_cannot_check(build, tmp_path):
+    prefix = "check-platform-library.sh: "
+    text = tmp_path / "text"
+    text.write_text("no library\n")
+    library = build / "lib/librigcore.so"
+    for words, variables, reason in (
+        ((), {}, "usage: check-platform-library.sh LIBRARY [EXECUTABLE]"),
+        (("a", "b", "c"), {}, "usage: check-platform-library.sh LIBRARY [EXECUTABLE]"),
+        ((tmp_path / "none",), {}, f"{tmp_path}/none: cannot be read"),
+        ((text,), {}, f"{text}: not a shared library or an executable that loads one"),
+        ((library, text), {}, f"{text}: not a shared library or an executable that loads one"),
+        (
+            (library, build / "lib/libvboard.so"),
+            {},
+            f"{build}/lib/libvboard.so: asks for no operation",
+        ),
+        (
+            (library,),
+            {"BENCHRIG_HEADERS": str(tmp_path)},
+            "the headers are not found, BENCHRIG_HEADERS may name their folder",
+        ),
+    ):
+        status, stdout, stderr = check(*words, **variables)
+        assert (status, stdout) == (2, ""), words
+        assert stderr.startswith(prefix + reason), words
