@@ -18,7 +18,8 @@ from accepted import Wrong, entry_for, entry_text, read_accepted
 from build_tree import CLI_TARGETS, PRODUCTS, Failed, Workshop, copy_tree, hash_of, must, ninja, run
 from build_tree import python_with_pytest
 from mutants import mutants_of, mutated
-from test_map import HERE, UNIT, UNIT_TESTS, make_map
+from test_map import TestMap
+from test_notes import HERE, UNIT, UNIT_TESTS, make_notes
 
 TOP = HERE.parents[1]
 WORK = TOP / "build/mutate"
@@ -180,7 +181,8 @@ def try_all(options, mutants, entries):
     results = Results(WORK / "results.jsonl", head, options.resume)
     left = [one for one in mutants if key_of(one) not in results.rows]
     if left:
-        tests = make_map(tree, WORK / "coverage", scratch, max(2, options.jobs), say)
+        notes = make_notes(tree, WORK / "coverage", scratch, max(2, options.jobs), say)
+        tests = TestMap(tree, *notes)
         say("building")
         for workshop in workshops:
             workshop.prepare()
@@ -318,10 +320,12 @@ def run_cli(workshop, names, scratch, seconds, mutant):
     words += ["-p", "no:cacheprovider", "-p", "pytest_mutate", f"--basetemp={scratch / 'pytest'}"]
     words += [f"tests/cli/{name}" for name in order]
     status, output = run(words, cwd=workshop.tree, env=env, timeout=120 + 10 * seconds)
+    if status is not None and status < 0:  # ended from outside, or by what the mutant did
+        status, output = run(words, cwd=workshop.tree, env=env, timeout=120 + 10 * seconds)
     shutil.rmtree(scratch, ignore_errors=True)
     if status == 0:
         return ""
-    if status not in (None, 1, 2):
+    if status is not None and status > 2:
         raise Failed(output)
     failed = re.search(r"^(?:FAILED|ERROR) tests/cli/(.*?)(?: - .*)?$", output, re.M)
     return failed.group(1) if failed else f"cli tests, {ending(status)}"

@@ -1,37 +1,25 @@
-"""Which tests reach which lines.
+"""Which tests reach a mutant."""
 
-Unit tests are run a case each, the cli tests with pytest_mutate.py, all with programs that note the
-blocks which they reach (reached.c). The notes are kept by test file: they are made again for a file
-whose text changed, and for all files when the products changed.
-"""
-
-import concurrent.futures
-import hashlib
-import json
-import os
 import pathlib
 import re
-import shutil
-import time
 
-from build_tree import PRODUCTS, hash_of, make_build, must, python_with_pytest, run
-from reached import SHARED, reached
-
-HERE = pathlib.Path(__file__).resolve().parent
-PROGRAMS = ("bin/benchrig", "bin/vboard", "lib/librigcore.so", "lib/libvboard.so")
-UNIT_TESTS = "tests/unit/unit_tests"
-UNIT = "unit "  # in front of a unit test's name
+from cpp_statements import read_functions
+from cpp_tokens import read_tokens
+from test_notes import MAPPED
 
 
 class TestMap:
-    def __init__(self, tree):
+    def __init__(self, tree, notes, code):
         self.tree = tree
         self.tests = []  # names
         self.seconds = {}
         self.failed = set()  # those that fail in the coverage build
         self.lines = {}  # {file: {line: a bit for each test}}
-        self.code = {}  # {file: the lines that have code}
+        self.code = {file: set(lines) for file, lines in code.items()}  # the lines that have code
         self.includers = {}
+        self.outlines = {}
+        for part in notes:
+            self.add(part)
 
     def add(self, part):
         """Adds the notes of one test file."""
@@ -45,8 +33,9 @@ class TestMap:
                 mine[int(line)] = mine.get(int(line), 0) | int(bits, 16) << shift
 
     def tests_for(self, mutant, text):
-        """The tests that reach a mutant, and how that is known: line, statement, function, file or,
-        where no test was seen to reach the code, name."""
+        """The tests that reach a mutant, and what of it they were seen to reach: its line, statement or
+        function; of a constant or a table what uses it, or its file. Where no test was seen to reach
+        the code, those with the file's name, and "name"."""
         last = mutant.line + text.count("\n", mutant.start, mutant.end)
         nearest = {
             "line": range(mutant.line, last + 1),
@@ -59,7 +48,14 @@ class TestMap:
             if lines:
                 names = self._named(self._union(mutant.file, lines))
                 return (names, how) if names else (self._by_name(mutant.file), "name")
-        names = self._named(self._of_file(mutant.file))
+        files = self._files_of(mutant.file)
+        names = self._named(self._of_uses(mutant, files))
+        if names:
+            return names, "uses"
+        bits = 0
+        for file in files:
+            bits |= self._union(file, self.code.get(file, ()))
+        names = self._named(bits)
         return (names, "file") if names else (self._by_name(mutant.file), "name")
 
     def _union(self, file, lines):
@@ -71,26 +67,93 @@ class TestMap:
     def _named(self, bits):
         return [name for i, name in enumerate(self.tests) if bits >> i & 1]
 
-    def _of_file(self, file):
-        """What reaches any code of a file or of those that include it or its header."""
+    def _files_of(self, file):
+        """A file with those that include it or its header."""
         self.includers = self.includers or _includers(self.tree)
-        queue = [file, str(pathlib.PurePath(file).with_suffix(".h"))]
-        for one in queue:
-            queue += [each for each in self.includers.get(one, ()) if each not in queue]
-        bits = 0
-        for one in queue:
-            bits |= self._union(one, self.code.get(one, ()))
+        files = [file, str(pathlib.PurePath(file).with_suffix(".h"))]
+        for one in files:
+            files += [each for each in self.includers.get(one, ()) if each not in files]
+        return [one for one in files if (self.tree / one).is_file()]
+
+    def _of_uses(self, mutant, files):
+        """What reaches a line that names what the mutant's line declares, or a constant made of it."""
+        bits, names = 0, [self._outline(mutant.file).declared.get(mutant.line)]
+        for name in names:
+            for file in files if name else ():
+                outline, code = self._outline(file), self.code.get(file, set())
+                for line in outline.lines.get(name, ()):
+                    lines = code.intersection([line]) or code.intersection(outline.body(line))
+                    bits |= self._union(file, lines)
+                    other = outline.declared.get(line)
+                    if not lines and other not in names:
+                        names.append(other)
         return bits
+
+    def _outline(self, file):
+        if file not in self.outlines:
+            self.outlines[file] = Outline((self.tree / file).read_bytes().decode())
+        return self.outlines[file]
 
     def _by_name(self, file):
         stem = pathlib.PurePath(file).stem
         return [name for name in self.tests if re.match(rf"test_{stem}(_\w+)?\.py::", name)]
 
 
+class Outline:
+    """The lines of each word of a file, its functions, and what its other lines declare."""
+
+    def __init__(self, text):
+        tokens = read_tokens(text)
+        self.lines = {}  # {word: lines}
+        for token in tokens:
+            if token.kind == "word":
+                self.lines.setdefault(token.text, set()).add(token.line)
+        functions = read_functions(tokens)
+        self.bodies = [range(tokens[f.first].line, tokens[f.last].line + 1) for f in functions]
+        self.declared = {}  # {line: name}
+        self._read_declarations(tokens, {f.first for f in functions})
+
+    def _read_declarations(self, tokens, bodies):
+        first = i = 0
+        while i < len(tokens):
+            text = tokens[i].text if tokens[i].kind == "punct" else ""
+            if text == ";":
+                name = _declared_name(tokens[first:i])
+                self.declared.update(
+                    dict.fromkeys(range(tokens[first].line, tokens[i].line + 1), name)
+                )
+            elif text == "{" and tokens[i].partner > i:
+                words = {one.text for one in tokens[first:i]}
+                if "enum" in words:
+                    self._read_enumerators(tokens[i : tokens[i].partner])
+                if i in bodies or "=" in words or not words & {"namespace", "extern"}:
+                    i = tokens[i].partner
+            # A scope was opened or closed, a function has ended, or a declaration.
+            if text in (";", "}") or tokens[i].text == "{" or tokens[i].partner in bodies:
+                first = i + 1
+            i += 1
+
+    def _read_enumerators(self, tokens):
+        for before, token in zip(tokens, tokens[1:]):
+            if before.text in ("{", ",") and token.kind == "word":
+                self.declared[token.line] = token.text
+
+    def body(self, line):
+        return next((body for body in self.bodies if line in body), ())
+
+
+def _declared_name(tokens):
+    """The name in front of the first "=", "[", "{" or "(" of a declaration."""
+    for before, token in zip(tokens, tokens[1:]):
+        if token.kind == "punct" and token.text in ("=", "[", "{", "(") and not before.in_type:
+            return before.text if before.kind == "word" else None
+    return None
+
+
 def _includers(tree):
     """For each header of the tree the files that include it."""
     found = {}
-    for folder in PRODUCTS:
+    for folder in MAPPED:
         for file in (tree / folder).rglob("*"):
             if file.suffix not in (".cpp", ".h"):
                 continue
@@ -100,204 +163,3 @@ def _includers(tree):
                         header = str(pathlib.PurePath(root) / name)
                         found.setdefault(header, []).append(str(file.relative_to(tree)))
     return found
-
-
-def make_map(tree, folder, scratch, jobs, say):
-    """The map of the tree's tests; what is noted already is taken from `folder`."""
-    folder.mkdir(parents=True, exist_ok=True)
-    common = _hash_of_products(tree)
-    names = sorted(file.name for file in (tree / "tests/cli").glob("test_*.py"))
-    keys = {name: _key(common, tree, f"tests/cli/{name}") for name in names}
-    keys["unit"] = _key(common, tree, "tests/unit/")
-    parts = {name: _kept(folder / f"{name}.json", key) for name, key in keys.items()}
-    missing = [name for name, part in parts.items() if part is None]
-    blocks = _kept(folder / "blocks.json", common)
-    build = folder / "build"
-    if missing or blocks is None:
-        say(f"building for the map of {len(missing)} of {len(parts)} test files")
-        _build(tree, build)
-        blocks = {"key": common, **_read_blocks(tree, build, "unit" in missing)}
-        (folder / "blocks.json").write_text(json.dumps(blocks), encoding="utf-8")
-    # The largest first, so that two end together.
-    missing.sort(
-        key=lambda name: -(
-            (tree / "tests/cli" / name).stat().st_size if name != "unit" else 1 << 30
-        )
-    )
-
-    def make(name):
-        rows = _run_unit(build, scratch) if name == "unit" else _run_cli(tree, build, scratch, name)
-        part = {"key": keys[name], **_part(rows, blocks["programs"])}
-        (folder / f"{name}.json").write_text(json.dumps(part), encoding="utf-8")
-        say(f"mapped {name}: {len(part['tests'])} tests, {sum(part['seconds']):.0f} s")
-        return name, part
-
-    with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
-        parts.update(pool.map(make, missing))
-    result = TestMap(tree)
-    for part in parts.values():
-        result.add(part)
-    result.code = {file: set(lines) for file, lines in blocks["code"].items()}
-    return result
-
-
-def _hash_of_products(tree):
-    def wanted(name):
-        if name.startswith("tests/"):
-            is_test_file = re.match(r"tests/(cli/test_|unit/|build/)", name)
-            return not is_test_file and not name.endswith(".txt")
-        return name.startswith((*(f"{one}/" for one in PRODUCTS), "cmake", "CMake", "docs/"))
-
-    own = "".join(
-        hash_of(HERE, lambda name, one=one: name == one) for one in ("reached.c", "test_map.py")
-    )
-    return hash_of(tree, wanted) + hashlib.sha256(own.encode()).hexdigest()
-
-
-def _key(common, tree, prefix):
-    own = hash_of(tree, lambda name: name.startswith(prefix))
-    return hashlib.sha256(f"{common}{own}".encode()).hexdigest()
-
-
-def _kept(file, key):
-    try:
-        content = json.loads(file.read_text(encoding="utf-8"))
-    except (OSError, ValueError):
-        return None
-    return content if content["key"] == key else None
-
-
-def _build(tree, build):
-    build.mkdir(parents=True, exist_ok=True)
-    hook = build / "reached.o"
-    must(["cc", "-O2", "-fPIC", "-c", HERE / "reached.c", "-o", hook])
-    # A build type of its own, since the known ones optimise: here each line keeps its code.
-    link = f"{hook} -Wl,--build-id"
-    make_build(
-        tree,
-        build,
-        "-DCMAKE_BUILD_TYPE=Mutate",
-        "-DCMAKE_CXX_FLAGS_MUTATE=-O0 -g -w -fsanitize-coverage=trace-pc",
-        *(f"-DCMAKE_{kind}_LINKER_FLAGS={link}" for kind in ("EXE", "SHARED", "MODULE")),
-    )
-
-
-# --- blocks and lines ---
-
-
-def _read_blocks(tree, build, _):
-    """For each program, by build ID, the lines of each block; and all lines that have code."""
-    programs, code = {}, {}
-    for name in (*PROGRAMS, UNIT_TESTS):
-        notes = must(["readelf", "-n", build / name])
-        blocks = _blocks_of(build / name, str(tree) + "/")
-        programs[re.search(r"Build ID: (\w+)", notes).group(1)] = blocks
-        for lines in blocks.values():
-            for file, line in lines:
-                code.setdefault(file, set()).add(line)
-    return {"programs": programs, "code": {file: sorted(lines) for file, lines in code.items()}}
-
-
-def _blocks_of(program, root):
-    """{place: [[file, line], ...]}: a block lasts from its call of the hook to the next one."""
-    blocks, current, place = {}, None, None
-    in_front, expect_place = [], False
-    for line in must(["objdump", "-dl", "--no-show-raw-insn", program]).splitlines():
-        if line.endswith(">:"):  # a function begins
-            current, in_front, place = None, [], None
-        elif line.startswith("/"):
-            file, _, number = line.partition(" (")[0].rpartition(":")
-            place = None
-            file = os.path.normpath(file)
-            if file.startswith(root) and number.isdigit():
-                place = [file[len(root) :], int(number)]
-                if place[0].split("/")[0] not in PRODUCTS:
-                    place = None
-        elif line.startswith(" ") and ":\t" in line:
-            if expect_place:
-                current = blocks.setdefault(int(line.partition(":")[0], 16), [])
-                current += [one for one in in_front if one not in current]
-                in_front, expect_place = [], False
-            if "<__sanitizer_cov_trace_pc" in line:
-                # The call itself has the block's first line.
-                expect_place, in_front = True, in_front + ([place] if place else [])
-            elif place and current is None:
-                in_front.append(place)
-            elif place and place not in current:
-                current.append(place)
-    return {str(place): lines for place, lines in blocks.items() if lines}
-
-
-# --- runs ---
-
-
-def _run_cli(tree, build, scratch, name):
-    work = scratch / f"map-{name}"
-    shutil.rmtree(work, ignore_errors=True)
-    work.mkdir(parents=True)
-    env = dict(
-        os.environ,
-        BENCHRIG_BUILD=str(build),
-        PYTHONDONTWRITEBYTECODE="1",
-        PYTHONPATH=str(HERE),
-        MUTATE_REPORT=str(work / "report"),
-        MUTATE_MAPS=str(work / "maps"),
-    )
-    words = [python_with_pytest(build), "-m", "pytest", "-q", "-p", "no:cacheprovider"]
-    words += ["-p", "pytest_mutate", f"--basetemp={work / 'pytest'}", f"tests/cli/{name}"]
-    status, output = run(words, cwd=tree, env=env)
-    if status not in (0, 1):
-        raise RuntimeError(output)
-    rows = [json.loads(line) for line in (work / "report").read_text("utf-8").splitlines()]
-    shutil.rmtree(work, ignore_errors=True)
-    return rows
-
-
-def _run_unit(build, scratch):
-    rows = []
-    for case in unit_cases(build / UNIT_TESTS):
-        maps = scratch / "map-unit"
-        shutil.rmtree(maps, ignore_errors=True)
-        maps.mkdir(parents=True)
-        env = dict(os.environ, MUTATE_COVERAGE=str(maps))
-        started = time.monotonic()
-        status, _ = run(
-            [build / UNIT_TESTS, f"--gtest_filter={case}"], cwd=build, timeout=120, env=env
-        )
-        seconds = time.monotonic() - started
-        row = {"test": UNIT + case, "seconds": seconds, "passed": status == 0}
-        rows.append({**row, "reached": reached(maps)})
-    return rows
-
-
-def unit_cases(program):
-    cases, suite = [], ""
-    for line in must([program, "--gtest_list_tests"]).splitlines():
-        name = line.partition("#")[0].rstrip()
-        if line.startswith("  "):
-            cases.append(suite + name.strip())
-        elif name.endswith("."):
-            suite = name
-    return [case for case in cases if "DISABLED_" not in case]
-
-
-def _part(rows, programs):
-    """Runs' reached places as lines, with a bit for each test."""
-    tests = [row for row in rows if row["test"] != SHARED]
-    bits = {}
-    for row in rows:
-        bit = (1 << len(tests)) - 1 if row["test"] == SHARED else 1 << tests.index(row)
-        lines = set()
-        for program, places in row["reached"].items():
-            blocks = programs.get(program, {})
-            for place in places:
-                lines.update(map(tuple, blocks.get(str(place), ())))
-        for file, line in lines:
-            mine = bits.setdefault(file, {})
-            mine[line] = mine.get(line, 0) | bit
-    return {
-        "tests": [row["test"] for row in tests],
-        "seconds": [round(row["seconds"], 3) for row in tests],
-        "failed": [row["test"] for row in tests if not row["passed"]],
-        "lines": {f: {line: f"{b:x}" for line, b in mine.items()} for f, mine in bits.items()},
-    }
