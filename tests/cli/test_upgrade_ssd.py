@@ -97,6 +97,12 @@ def test_updates_the_drive_and_keeps_its_identity(drive):
     assert b"FirmWare(FW):                    QXFW01A3\n" in again.stdout
 
 
+def test_every_open_of_the_drive_is_for_reading_and_writing_without_blocking(drive):
+    run = update(drive, make_image(drive))
+    opens = {line for line in run.requests if line.startswith("open /dev/sda")}
+    assert opens == {"open /dev/sda RDWR|NONBLOCK = 4"}  # 3 is the image's file
+
+
 def test_an_identity_of_high_bytes_is_printed_and_kept_as_it_is(drive):
     serial = bytes(range(0x80, 0x94))
     model = b"QX-SSD " + bytes(range(0xDF, 0x100))
@@ -279,21 +285,27 @@ def test_failed_read_of_the_ram(drive):
     )
 
 
-@pytest.mark.parametrize("sent", [0, 1, 3])
-def test_a_download_that_breaks_off(drive, sent):
-    drive.fault(f"/dev/sda ioctl:SG_IO errno=EIO nth={6 + sent}")
+# Whatever is not 0 ends the download. A fault with a result lets the drive have the chunk.
+@pytest.mark.parametrize(
+    "effect, got, text, result",
+    [
+        ("errno=EIO", 0, b"sata command 0x92 return -1\n", -1),
+        ("result=1", 1, b"", 1),
+        ("result=7", 1, b"", 7),
+    ],
+)
+@pytest.mark.parametrize("sent", [0, 1, 2, 3])
+def test_a_download_that_breaks_off(drive, sent, effect, got, text, result):
+    drive.fault(f"/dev/sda ioctl:SG_IO {effect} nth={6 + sent}")
+    drive.set("/dev/sda", "firmware_size", 1 << 30)  # the drive waits for more
     run = update(drive, make_image(drive))
     assert_run(
         run,
         0,
-        begin()
-        + OWN
-        + b"sata command 0x92 return -1\n"
-        + FAILED_TWICE
-        + FAILED_TWICE
-        + b"update fail(-1)\n",
+        begin() + OWN + text + FAILED_TWICE + FAILED_TWICE + b"update fail(%d)\n" % result,
     )
-    assert disk.commands(drive) == READ_DRIVE + READ_RAM + [chunk(8 * i, 8) for i in range(sent)]
+    chunks_got = [chunk(8 * i, 8) for i in range(sent + got)]
+    assert disk.commands(drive) == READ_DRIVE + READ_RAM + chunks_got
     # The node of the download is left open: one close less than opens.
     opens = [line for line in run.requests if line.startswith("open /dev/sda")]
     closes = [line for line in run.requests if line.startswith("close /dev/sda")]
