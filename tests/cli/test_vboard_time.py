@@ -5,7 +5,7 @@ import time
 
 import pytest
 
-from conftest import EMULATOR
+from conftest import EMULATOR, word_size
 from probes import lines, one_probe, probe, run_steps
 
 
@@ -377,3 +377,77 @@ def test_a_program_that_never_waits_is_ended_by_for_as_well(board, one_probe):
     # It spins: its board time is the time of its calls, or the PC's, but it must end.
     run = board.run_command(["sh", "-c", "while :; do :; done"], seconds=0.5, speed="1")
     assert run.status == 128 + 15
+
+
+# --- Times that 64 bits of nanoseconds do not hold ------------------------------------------------
+
+NEEDS_64_BITS = pytest.mark.skipif(word_size() == 4, reason="times have 32 bits here")
+A_LONG_TIME = "1e18"  # seconds
+
+
+@NEEDS_64_BITS
+@pytest.mark.parametrize(
+    "words",
+    [
+        ["nanosleep"],
+        ["clock_nanosleep"],
+        ["sleep_until"],
+        ["sleep_until_date"],
+        ["select"],
+        ["pselect"],
+        ["ppoll"],
+        ["cond_timedwait"],
+        ["cond_timedwait_monotonic"],
+        ["cond_clockwait"],
+        ["sem_timedwait"],
+    ],
+    ids=name_of,
+)
+@pytest.mark.parametrize("speed", ["max", "20"])
+def test_a_wait_beyond_all_time_goes_on(board, one_probe, words, speed):
+    run = board.run_command([one_probe, *words, A_LONG_TIME], seconds=1, speed=speed)
+    assert (run.status, run.stdout, run.stderr) == (143, b"", b"")
+
+
+@NEEDS_64_BITS
+def test_a_wait_beyond_all_time_goes_on_where_the_board_is_slow(board, one_probe):
+    run = board.run_command([one_probe, "nanosleep", A_LONG_TIME], seconds=0.1, speed="0.5")
+    assert (run.status, run.stdout, run.stderr) == (143, b"", b"")
+
+
+@NEEDS_64_BITS
+@pytest.mark.parametrize("speed", ["max", "20"])
+@pytest.mark.parametrize("timer", ["itimer", "timer"])
+def test_a_timer_beyond_all_time_does_not_go_off(board, one_probe, timer, speed):
+    run = board.run_command([one_probe, timer, A_LONG_TIME, A_LONG_TIME, "sleep", "3"], speed=speed)
+    assert lines(run) == [f"{timer} 0", "sleep 0"]
+
+
+@NEEDS_64_BITS
+@pytest.mark.parametrize("seconds", ["9000000001", "9223372036854775807", "-1"])
+@pytest.mark.parametrize("step", ["settimeofday", "clock_settime"])
+def test_the_clock_is_not_set_to_a_time_that_the_calendar_lacks(board, one_probe, step, seconds):
+    run = run_steps(board, one_probe, f"{step} {seconds}; date", date="2024-01-05 09:05:03")
+    assert lines(run) == [f"{step} EINVAL", "date 2024-01-05 09:05:03"]
+
+
+# The whole nanoseconds of 64 bits would end in 2262, and begin in 1677.
+@pytest.mark.parametrize(
+    "ahead, first, then",
+    [
+        ("9223372036854775807", "2255-03-14 16:00:00", "2255-03-14 16:00:00"),
+        ("-9223372036854775808", "1970-01-01 00:00:00", "1970-01-01 00:00:05"),
+    ],
+)
+def test_a_clock_file_beyond_the_calendar_is_taken_as_its_end(board, one_probe, ahead, first, then):
+    board.path("clock").write_text(
+        f"ahead_ns = {ahead}\nboots = 9223372036854775807\nreset_at = -9223372036854775808\n"
+    )
+    assert b"has run out, the board is reset" in board.vboard("show", board.directory)
+    run = run_steps(board, one_probe, "date; sleep 5; date")
+    assert (run.status, run.stderr) == (0, b"")
+    if word_size() == 8:  # the probe's own time_t
+        assert lines(run) == [f"date {first}", "sleep 0", f"date {then}"]
+    clock = board.path("clock").read_text()
+    assert "boots = 9223372036854775807\n" in clock
+    assert "reset_at =\n" in clock

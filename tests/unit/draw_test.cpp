@@ -123,6 +123,11 @@ TEST(DrawBoard, watchdog_is_stopped_armed_or_has_run_out) {
   board.write_file(
       "clock", "ahead_ns = 50000000000\nreset_at = " + std::to_string(now + 40'000'000'000) + "\n");
   EXPECT_TRUE(has(board_page(board), "has run out, the board is reset, limit"));
+  // Times that no sum holds.
+  board.write_file("clock", "ahead_ns = -9223372036854775808\nreset_at = 9000000000000000000\n");
+  EXPECT_TRUE(has(board_page(board), "armed, resets the board in 9000000000 s, limit"));
+  board.write_file("clock", "ahead_ns = 9223372036854775807\nreset_at = -9223372036854775808\n");
+  EXPECT_TRUE(has(board_page(board), "has run out, the board is reset, limit"));
   board.write_file("clock", "reset_at =\n");
   EXPECT_TRUE(has(board_page(board), "stopped, limit"));
 }
@@ -175,6 +180,8 @@ TEST(DrawBoard, disk_is_its_model_firmware_and_verdict) {
         (std::string("/dev/node          A DISK 128, firmware FW01A3, ") + row.verdict).c_str()))
         << row.settings << board_page(board);
   }
+  board.write_file("media/id", std::string(512, ' '));
+  EXPECT_TRUE(has(board_page(board), "/dev/node          , firmware , SMART passed, standby\n"));
   board.write_file("media/id", "short");
   EXPECT_TRUE(has(board_page(board), "/dev/node          no identity, SMART passed, standby\n"));
 }
@@ -215,6 +222,8 @@ TEST(DrawBoard, overlays_are_named_with_their_status) {
   board.write_file((std::string(kOverlays) + "b/status").c_str(), "unapplied\n");
   EXPECT_TRUE(has(board_page(board), "overlays           a applied, b unapplied\n"))
       << board_page(board);
+  board.write_file((std::string(kOverlays) + "b/status").c_str(), "\n");
+  EXPECT_TRUE(has(board_page(board), "overlays           a applied, b \n"));
 }
 
 TEST(DrawBoard, process_events_are_counted_with_the_time_of_the_last) {

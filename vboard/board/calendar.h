@@ -4,6 +4,7 @@
 #ifndef VBOARD_BOARD_CALENDAR_H
 #define VBOARD_BOARD_CALENDAR_H
 
+#include <algorithm>
 #include <cstdint>
 #include <string_view>
 
@@ -18,6 +19,26 @@ struct CalendarTime {
   int second;
   int nanosecond;
 };
+
+// Files and programs may name any time. Sums end at what 64 bits hold instead of beyond.
+inline std::int64_t saturated_sum(std::int64_t left, std::int64_t right) {
+  std::int64_t sum;
+  if (!__builtin_add_overflow(left, right, &sum))
+    return sum;
+  return right < 0 ? INT64_MIN : INT64_MAX;
+}
+inline std::int64_t saturated_nanoseconds(std::int64_t seconds, std::int64_t nanoseconds) {
+  std::int64_t whole;
+  if (__builtin_mul_overflow(seconds, 1'000'000'000, &whole))
+    return seconds < 0 ? INT64_MIN : INT64_MAX;
+  return saturated_sum(whole, nanoseconds);
+}
+
+// The board's calendar clock reads times from 1970 to the year 2255, and stays at these ends.
+inline constexpr std::int64_t kCalendarEnd = 9'000'000'000'000'000'000;
+inline std::int64_t calendar_after(std::int64_t calendar, std::int64_t duration) {
+  return std::clamp<std::int64_t>(saturated_sum(calendar, duration), 0, kCalendarEnd);
+}
 
 CalendarTime calendar_of(std::int64_t nanoseconds);
 

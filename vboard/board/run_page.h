@@ -65,8 +65,13 @@ inline std::int64_t board_from_pc(const RunPage &page, std::int64_t nanoseconds)
 inline std::int64_t pc_from_board(const RunPage &page, std::int64_t nanoseconds) {
   if (page.speed_milli == 1000)
     return nanoseconds;
-  return nanoseconds / page.speed_milli * 1000 +
-         (nanoseconds % page.speed_milli * 1000 + page.speed_milli - 1) / page.speed_milli;
+  std::int64_t rest = nanoseconds % page.speed_milli * 1000 + page.speed_milli - 1;
+  std::int64_t whole;
+  std::int64_t sum;
+  if (__builtin_mul_overflow(nanoseconds / page.speed_milli, 1000, &whole) ||
+      __builtin_add_overflow(whole, rest / page.speed_milli, &sum))
+    return kNoTime;
+  return sum;
 }
 
 }  // namespace vboard

@@ -5,6 +5,7 @@
 
 #include "vboard/interposer/clocks.h"
 
+#include "vboard/board/calendar.h"
 #include "vboard/interposer/engine.h"
 #include "vboard/interposer/files.h"
 #include "vboard/interposer/trace.h"
@@ -47,6 +48,8 @@ bool read_clock(clockid_t clock, std::int64_t &out) {
 }
 
 int set_calendar(std::int64_t calendar, const char *call) {
+  if (calendar < 0 || calendar > kCalendarEnd)
+    return report(-EINVAL);
   TraceLine line;
   trace_begin(line, call, {});
   if (line.text.capacity != 0) {
@@ -113,7 +116,7 @@ WRAP(int, settimeofday, const timeval *value, const struct timezone *zone) {
     return 0;
   if (value->tv_usec < 0 || value->tv_usec >= 1'000'000)
     return report(-EINVAL);
-  return set_calendar(BoardTime{value->tv_sec} * kSecond + BoardTime{value->tv_usec} * 1000,
+  return set_calendar(saturated_nanoseconds(value->tv_sec, BoardTime{value->tv_usec} * 1000),
                       "settimeofday");
 }
 
@@ -121,7 +124,7 @@ WRAP(int, settimeofday, const timeval *value, const struct timezone *zone) {
 WRAP(int, stime, const time_t *value) {
   if (!on_board())
     return REAL(stime)(value);
-  return set_calendar(BoardTime{*value} * kSecond, "stime");
+  return set_calendar(saturated_nanoseconds(*value, 0), "stime");
 }
 
 WRAP(int, adjtime, const timeval *delta, timeval *old) {
@@ -132,9 +135,8 @@ WRAP(int, adjtime, const timeval *delta, timeval *old) {
   if (delta == nullptr)
     return 0;
   // The board's clock takes the whole step at once.
-  return set_calendar(
-      board_calendar_time() + BoardTime{delta->tv_sec} * kSecond + BoardTime{delta->tv_usec} * 1000,
-      "adjtime");
+  BoardTime step = saturated_nanoseconds(delta->tv_sec, BoardTime{delta->tv_usec} * 1000);
+  return set_calendar(calendar_after(board_calendar_time(), step), "adjtime");
 }
 
 namespace {

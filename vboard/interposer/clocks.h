@@ -12,7 +12,7 @@ namespace vboard {
 std::int64_t read_calendar();
 // The board's clock of that name; false for clocks that are not of the wall.
 bool read_clock(clockid_t clock, std::int64_t &out);
-// Sets the calendar; `call` names it in the trace. 0.
+// Sets the calendar; `call` names it in the trace. 0, or -1 and EINVAL for a time that it lacks.
 int set_calendar(std::int64_t calendar, const char *call);
 
 }  // namespace vboard

@@ -1,5 +1,6 @@
 #include "vboard/interposer/engine.h"
 
+#include "vboard/board/calendar.h"
 #include "vboard/interposer/jumping.h"
 #include "vboard/interposer/kernel.h"
 #include "vboard/interposer/timers.h"
@@ -41,7 +42,7 @@ BoardTime board_time() {
 }
 
 std::int64_t board_calendar_time() {
-  return run_page().calendar_start.load(std::memory_order_relaxed) + board_time();
+  return calendar_after(run_page().calendar_start.load(std::memory_order_relaxed), board_time());
 }
 
 void set_reset_time(BoardTime when) {

@@ -10,6 +10,7 @@
 #ifndef VBOARD_INTERPOSER_ENGINE_H
 #define VBOARD_INTERPOSER_ENGINE_H
 
+#include "vboard/board/calendar.h"
 #include "vboard/interposer/descriptors.h"
 #include "vboard/interposer/model.h"
 #include "vboard/interposer/state.h"
@@ -85,7 +86,7 @@ timespec pc_duration(BoardTime duration);
 BoardTime board_duration(const timespec &pc);
 
 inline BoardTime nanoseconds_of(const timespec &time) {
-  return BoardTime{time.tv_sec} * kSecond + time.tv_nsec;
+  return saturated_nanoseconds(time.tv_sec, time.tv_nsec);
 }
 inline timespec timespec_of(BoardTime time) {
   return {static_cast<time_t>(time / kSecond), static_cast<long>(time % kSecond)};

@@ -186,7 +186,8 @@ WRAP(int, select, int count, fd_set *reads, fd_set *writes, fd_set *excepts, tim
   if (limit != nullptr) {
     if (limit->tv_sec < 0 || limit->tv_usec < 0)
       return report(-EINVAL);
-    duration = BoardTime{limit->tv_sec} * kSecond + BoardTime{limit->tv_usec} * 1000;
+    duration = saturated_nanoseconds(saturated_sum(limit->tv_sec, limit->tv_usec / 1'000'000),
+                                     BoardTime{limit->tv_usec} % 1'000'000 * 1000);
   }
   const BoardTime deadline = duration == kNever ? kNever : deadline_after(duration);
   const int result = select_any(count, reads, writes, excepts, duration, nullptr);

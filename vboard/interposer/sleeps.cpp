@@ -72,9 +72,8 @@ WRAP(int, clock_nanosleep, clockid_t clock, int flags, const timespec *request,
   BoardTime duration = nanoseconds_of(*request);
   const bool absolute = (flags & TIMER_ABSTIME) != 0;
   if (absolute) {
-    const BoardTime start =
-        is_calendar(clock) ? run_page().calendar_start.load() : run_page().monotonic_start;
-    duration -= start + board_time();
+    duration -=
+        is_calendar(clock) ? board_calendar_time() : run_page().monotonic_start + board_time();
     if (duration < 0)
       duration = 0;
   }

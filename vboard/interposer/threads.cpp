@@ -50,21 +50,21 @@ BoardTime board_moment(const timespec &absolute) {
   const BoardTime time = nanoseconds_of(absolute);
   const std::int64_t calendar = run_page().calendar_start.load();
   const bool is_calendar = time > calendar / 2;
-  return time - (is_calendar ? calendar : run_page().monotonic_start);
+  return saturated_sum(time, -(is_calendar ? calendar : run_page().monotonic_start));
 }
 
 BoardTime board_moment(clockid_t clock, const timespec &absolute) {
   const bool is_calendar = clock == CLOCK_REALTIME;
-  return nanoseconds_of(absolute) -
-         (is_calendar ? run_page().calendar_start.load() : run_page().monotonic_start);
+  return saturated_sum(nanoseconds_of(absolute), -(is_calendar ? run_page().calendar_start.load()
+                                                               : run_page().monotonic_start));
 }
 
 // The same moment on the PC's CLOCK_MONOTONIC.
 timespec pc_moment(BoardTime moment) {
-  const timespec rest = pc_duration(moment - board_time());
+  const timespec rest = pc_duration(saturated_sum(moment, -board_time()));
   timespec now;
   REAL(clock_gettime)(CLOCK_MONOTONIC, &now);
-  return timespec_of(nanoseconds_of(now) + nanoseconds_of(rest));
+  return timespec_of(saturated_sum(nanoseconds_of(now), nanoseconds_of(rest)));
 }
 
 bool is_bad_fraction(const timespec &time) {

@@ -95,7 +95,7 @@ timeval timeval_of(BoardTime time) {
 }
 
 BoardTime nanoseconds_of(const timeval &time) {
-  return BoardTime{time.tv_sec} * kSecond + BoardTime{time.tv_usec} * 1000;
+  return saturated_nanoseconds(time.tv_sec, BoardTime{time.tv_usec} * 1000);
 }
 
 itimerval scaled(const itimerval &from, BoardTime (*convert)(BoardTime)) {
@@ -298,8 +298,9 @@ WRAP(int, timer_settime, timer_t id, int flags, const itimerspec *value, itimers
   BoardTime expiry = kNever;
   if (first != 0 && (flags & TIMER_ABSTIME)) {
     const bool calendar = timer->clock == CLOCK_REALTIME || timer->clock == CLOCK_REALTIME_ALARM;
-    expiry = std::max<BoardTime>(
-        first - (calendar ? run_page().calendar_start.load() : run_page().monotonic_start), 0);
+    expiry = std::max<BoardTime>(saturated_sum(first, -(calendar ? run_page().calendar_start.load()
+                                                                 : run_page().monotonic_start)),
+                                 0);
   } else if (first != 0) {
     expiry = deadline_after(first);
   }

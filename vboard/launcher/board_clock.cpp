@@ -1,5 +1,6 @@
 #include "vboard/launcher/board_clock.h"
 
+#include "vboard/board/calendar.h"
 #include "vboard/board/kernel.h"
 #include "vboard/board/node.h"
 #include "vboard/launcher/boards.h"
@@ -21,7 +22,7 @@ void disarm(Node &node) {
 }
 
 void count_boot(Node &node) {
-  set_node_number(node, "boots", node_number(node, "boots", 0) + 1);
+  set_node_number(node, "boots", saturated_sum(node_number(node, "boots", 0), 1));
   disarm(node);
 }
 
@@ -55,7 +56,7 @@ BoardClock start_board_clock(const char *board, std::int64_t date) {
   if (!join_path(file, board, "clock") || load_node(file, node) < 0)
     return clock;
   if (date < 0)
-    clock.calendar_start += node_number(node, "ahead_ns", 0);
+    clock.calendar_start = calendar_after(clock.calendar_start, node_number(node, "ahead_ns", 0));
   const std::int64_t reset_at = node_number(node, "reset_at", kNoTime);
   if (reset_at == kNoTime)
     return clock;
@@ -74,8 +75,9 @@ void stop_board_clock(const char *board, const RunPage &page, const BoardClock &
   const std::int64_t board_elapsed =
       page.jumping ? page.jumped.load() : board_from_pc(page, elapsed);
   // A slow board must not fall behind: its calendar never goes backward. Setting it may.
-  const std::int64_t ahead = std::max<std::int64_t>(board_elapsed - elapsed, 0) +
-                             (page.calendar_start.load() - started.calendar_start);
+  const std::int64_t ahead =
+      saturated_sum(std::max<std::int64_t>(board_elapsed - elapsed, 0),
+                    saturated_sum(page.calendar_start.load(), -started.calendar_start));
   Left left = {&page, own_date ? 0 : ahead};
   const bool armed = page.reset_time.load() != kNoTime || started.reset_time != kNoTime;
   if (left.ahead == 0 && !armed && page.outcome.load() == kGoingOn)
@@ -85,14 +87,16 @@ void stop_board_clock(const char *board, const RunPage &page, const BoardClock &
       [](Node &node, void *context) {
         const Left &run = *static_cast<const Left *>(context);
         if (run.ahead != 0)
-          set_node_number(node, "ahead_ns", node_number(node, "ahead_ns", 0) + run.ahead);
+          set_node_number(node, "ahead_ns",
+                          saturated_sum(node_number(node, "ahead_ns", 0), run.ahead));
         const std::int64_t reset_time = run.page->reset_time.load();
         if (run.page->outcome.load() != kGoingOn)
           count_boot(node);
         else if (reset_time == kNoTime)
           disarm(node);
         else
-          set_node_number(node, "reset_at", run.page->calendar_start.load() + reset_time);
+          set_node_number(node, "reset_at",
+                          saturated_sum(run.page->calendar_start.load(), reset_time));
       },
       &left);
 }

@@ -1,5 +1,6 @@
 #include "vboard/launcher/draw.h"
 
+#include "vboard/board/calendar.h"
 #include "vboard/board/gyro_chips.h"
 #include "vboard/board/kernel.h"
 #include "vboard/board/text.h"
@@ -24,7 +25,9 @@ constexpr std::size_t kEnvironmentSize = 16 << 10;
 constexpr std::size_t kBlockSize = 256;
 
 void print(FILE *out, std::string_view text) {
-  fwrite(text.data(), 1, text.size(), out);
+  // An empty text may have no place at all, which fwrite() does not take.
+  if (!text.empty())
+    fwrite(text.data(), 1, text.size(), out);
 }
 
 void print_label(FILE *out, std::string_view label) {
@@ -93,7 +96,8 @@ void watchdog_line(const char *board, const Node &node, FILE *out) {
   if (reset_at == 0) {
     fputs("stopped", out);
   } else {
-    const std::int64_t left = reset_at - (pc_calendar() + node_number(clock, "ahead_ns", 0));
+    const std::int64_t left =
+        saturated_sum(reset_at, -calendar_after(pc_calendar(), node_number(clock, "ahead_ns", 0)));
     if (left > 0)
       fprintf(out, "armed, resets the board in %lld s",
               static_cast<long long>(left / 1'000'000'000));

@@ -4,6 +4,7 @@
 
 #include "vboard/interposer/time64/time64.h"
 
+#include "vboard/board/calendar.h"
 #include "vboard/interposer/clocks.h"
 #include "vboard/interposer/files.h"
 
@@ -55,7 +56,7 @@ WRAP(int, __clock_settime64, clockid_t clock, const timespec *value) {
   if (clock != CLOCK_REALTIME || value->tv_sec < 0 || value->tv_nsec < 0 ||
       value->tv_nsec >= kSecond)
     return report(-EINVAL);
-  return set_calendar(value->tv_sec * kSecond + value->tv_nsec, "clock_settime");
+  return set_calendar(saturated_nanoseconds(value->tv_sec, value->tv_nsec), "clock_settime");
 }
 
 WRAP(int, __settimeofday64, const timeval *value, const struct timezone *zone) {
@@ -65,7 +66,7 @@ WRAP(int, __settimeofday64, const timeval *value, const struct timezone *zone) {
     return 0;
   if (value->tv_usec < 0 || value->tv_usec >= 1'000'000)
     return report(-EINVAL);
-  return set_calendar(value->tv_sec * kSecond + value->tv_usec * 1000, "settimeofday");
+  return set_calendar(saturated_nanoseconds(value->tv_sec, value->tv_usec * 1000), "settimeofday");
 }
 
 NARROW(int, adjtime, const Time32 *, Time32 *);
