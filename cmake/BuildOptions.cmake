@@ -2,7 +2,7 @@
 
 option(BENCHRIG_TESTS "Build the tests" ON)
 option(BENCHRIG_WERROR "Treat warnings as errors" ON)
-set(BENCHRIG_SANITIZE "" CACHE STRING "Sanitizers of the toolbox and its tests, such as address,undefined")
+set(BENCHRIG_SANITIZE "" CACHE STRING "Sanitizers of all programs and libraries, such as address,undefined")
 option(BENCHRIG_COVERAGE "Instrument the toolbox and librigcore for gcov" OFF)
 
 if(NOT CMAKE_BUILD_TYPE)
@@ -22,8 +22,10 @@ if(CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
 endif()
 
 # benchrig_dialect: the language and the warnings of everything written here.
-# benchrig_instrumented: sanitizers and coverage, for the toolbox, librigcore and the unit tests; the
-# interposer and the launcher stay plain, since one is loaded before any sanitizer's run time.
+# benchrig_instrumented: sanitizers and coverage, for the toolbox, librigcore and the unit tests.
+# vboard_instrumented: sanitizers for the virtual board. The interposer is also loaded into programs
+# that were built without sanitizers. The thread sanitizer's run time must be part of the program from
+# its start, and clang offers none of its run times to a library: then the virtual board stays plain.
 add_library(benchrig_dialect INTERFACE)
 target_compile_options(benchrig_dialect INTERFACE
   -fno-exceptions -fno-rtti -ffp-contract=off
@@ -41,9 +43,16 @@ target_compile_definitions(benchrig_dialect INTERFACE _GNU_SOURCE _FILE_OFFSET_B
 target_include_directories(benchrig_dialect INTERFACE "${CMAKE_SOURCE_DIR}" "${CMAKE_SOURCE_DIR}/include" "${CMAKE_SOURCE_DIR}/src")
 
 add_library(benchrig_instrumented INTERFACE)
+add_library(vboard_instrumented INTERFACE)
 if(BENCHRIG_SANITIZE)
-  target_compile_options(benchrig_instrumented INTERFACE -fsanitize=${BENCHRIG_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
-  target_link_options(benchrig_instrumented INTERFACE -fsanitize=${BENCHRIG_SANITIZE})
+  set(instrumented benchrig_instrumented)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND NOT BENCHRIG_SANITIZE MATCHES "thread")
+    list(APPEND instrumented vboard_instrumented)
+  endif()
+  foreach(target IN LISTS instrumented)
+    target_compile_options(${target} INTERFACE -fsanitize=${BENCHRIG_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_link_options(${target} INTERFACE -fsanitize=${BENCHRIG_SANITIZE})
+  endforeach()
 endif()
 if(BENCHRIG_COVERAGE)
   target_compile_options(benchrig_instrumented INTERFACE --coverage)

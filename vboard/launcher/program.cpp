@@ -122,6 +122,14 @@ int preload_name(const char *interposer, char *out, std::size_t size) {
   return 0;
 }
 
+// What the interposer needs of a build with the address sanitizer, and a foreign program lacks. The
+// loader puts it after the interposer: the sanitizer's own functions are wrapped as libc's are.
+#ifdef VBOARD_SANITIZER
+constexpr char kAfterInterposer[] = ":" VBOARD_SANITIZER;
+#else
+constexpr char kAfterInterposer[] = "";
+#endif
+
 // What ARM programs run with: the command itself, or what it starts. 0, or a status.
 int prepare_emulator(const char *interposer, bool foreign) {
   if (kIsArm || strstr(interposer, kLoadersFolder) == nullptr) {
@@ -191,8 +199,8 @@ void set_environment(const RunOptions &options, const char *board, const char *b
     unsetenv(kFaultsVariable);
 
   const char *before = getenv("LD_PRELOAD");
-  snprintf(text, sizeof text, "%s%s%s", program.preload, before != nullptr && *before ? ":" : "",
-           before != nullptr ? before : "");
+  snprintf(text, sizeof text, "%s%s%s%s", program.preload, kAfterInterposer,
+           before != nullptr && *before ? ":" : "", before != nullptr ? before : "");
   setenv("LD_PRELOAD", text, 1);
   constexpr char order[] = "verify_asan_link_order=0";
   const char *asan = getenv("ASAN_OPTIONS");
