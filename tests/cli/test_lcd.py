@@ -4,6 +4,7 @@ import re
 
 import pytest
 
+from conftest import assert_story, out
 from device_trace import calls
 
 OPEN = "open /dev/lcd RDWR = 3"
@@ -13,8 +14,19 @@ SLEEP_3 = "sleep 3.000000"
 
 INIT = bytes.fromhex("E2 AE EE 40 A2 A0 C8 A6 24 81 3F 2F F8 01 FF 72 FE D4 90 9E A4 AF")
 
-CMD_ERR = b"[vrq]lcd_write_cmd:122 LCD_SET_CMD_WRITE err, ret=-1\n"
-DATA_ERR = b"[vrq]lcd_write_data:138 LCD_SET_DATA_WRITE err, ret=-1\n"
+CMD_ERR = out("[vrq]lcd_write_cmd:122 LCD_SET_CMD_WRITE err, ret=-1\n")
+DATA_ERR = out("[vrq]lcd_write_data:138 LCD_SET_DATA_WRITE err, ret=-1\n")
+DATA_FAILED = out("ioctl set data write fail! \n")
+WHITE_FAILED = out("write white screen buf fail! \n")
+BLACK_FAILED = out("write black screen buf fail! \n")
+HALF_FAILED = out("write white-black screen buf fail! \n")
+BACKLIGHT_FAILED = out("can't set device background light\n")
+
+
+def last_result(result):
+    """What -y and an unknown option print."""
+    return out(f"[vrq]lcd_main:451 lcd_write_cmd err, ret={result}\n")
+
 
 USAGE = re.compile(
     rb"\n"
@@ -58,11 +70,15 @@ def frame(board):
     return board.path("media/lcd.frame").read_bytes()
 
 
-def assert_run(run, status, stdout=b"", requests=(), stderr=b""):
-    assert run.stdout == stdout
-    assert run.stderr == stderr
-    assert calls(run) == list(requests)
+def recorded(board, *words):
+    """Runs the applet and records its story."""
+    return board.run("bt1", "lcd", *words, story=True)
+
+
+def assert_run(run, status, *steps):
+    """The status and the whole story."""
     assert run.status == status
+    assert_story(run, *steps)
 
 
 def assert_usage(run, before=b""):
@@ -76,28 +92,27 @@ def assert_usage(run, before=b""):
 
 
 def test_without_argument_opens_closes_and_returns_minus_one(board):
-    assert_run(board.run("bt1", "lcd"), 255, b"", [OPEN, CLOSE])
+    assert_run(recorded(board), 255, OPEN, CLOSE)
 
 
 def test_a_word_that_is_no_option_is_passed_over(board):
-    assert_run(board.run("bt1", "lcd", "black"), 255, b"", [OPEN, CLOSE])
+    assert_run(recorded(board, "black"), 255, OPEN, CLOSE)
 
 
 def test_autotest_with_a_second_word_is_not_the_autotest(board):
-    assert_run(board.run("bt1", "lcd", "autotest", "autotest"), 255, b"", [OPEN, CLOSE])
+    assert_run(recorded(board, "autotest", "autotest"), 255, OPEN, CLOSE)
 
 
 def test_a_word_before_an_option_does_not_hide_it(board):
-    assert_run(
-        board.run("bt1", "lcd", "autotest", "-q"), 0, b"", [OPEN, DATA_0, write(0xFF), CLOSE]
-    )
+    assert_run(recorded(board, "autotest", "-q"), 0, OPEN, DATA_0, write(0xFF), CLOSE)
 
 
 @pytest.mark.parametrize("option", ["-h", "-H"])
 def test_help_prints_the_usage_and_returns_minus_one(board, option):
-    run = board.run("bt1", "lcd", option)
+    run = recorded(board, option)
     assert_usage(run)
     assert calls(run) == [OPEN, CLOSE]
+    assert (run.story[0], run.story[-1]) == (OPEN, CLOSE)
     assert run.status == 255
 
 
@@ -109,12 +124,7 @@ def test_help_ends_the_option_walk(board):
 
 
 def test_dash_y_prints_the_lcd_main_line_with_451_and_minus_one(board):
-    assert_run(
-        board.run("bt1", "lcd", "-y"),
-        255,
-        b"[vrq]lcd_main:451 lcd_write_cmd err, ret=-1\n",
-        [OPEN, CLOSE],
-    )
+    assert_run(recorded(board, "-y"), 255, OPEN, last_result(-1), CLOSE)
 
 
 @pytest.mark.parametrize("option", ["-Y", "-z", "-1", "-s"])
@@ -129,12 +139,7 @@ def test_an_option_outside_the_option_string_prints_the_lcd_main_line(board, opt
 
 
 def test_dash_y_shows_the_last_result(board):
-    assert_run(
-        board.run("bt1", "lcd", "-p", "-y"),
-        0,
-        b"[vrq]lcd_main:451 lcd_write_cmd err, ret=0\n",
-        [OPEN, DATA_0, write(0x00), CLOSE],
-    )
+    assert_run(recorded(board, "-p", "-y"), 0, OPEN, DATA_0, write(0x00), last_result(0), CLOSE)
 
 
 # --- the device ---------------------------------------------------------------------------------
@@ -144,20 +149,20 @@ def test_dash_y_shows_the_last_result(board):
 def test_a_missing_device_is_reported_before_anything_else(board, arguments):
     board.fault("/dev/lcd absent")
     assert_run(
-        board.run("bt1", "lcd", *arguments),
+        recorded(board, *arguments),
         255,
-        b"can't open device /dev/lcd\n",
-        ["open /dev/lcd RDWR = ENOENT"],
+        "open /dev/lcd RDWR = ENOENT",
+        out("can't open device /dev/lcd\n"),
     )
 
 
 def test_a_device_that_does_not_open_is_reported(board):
     board.fault("/dev/lcd open errno=EBUSY")
     assert_run(
-        board.run("bt1", "lcd", "-q"),
+        recorded(board, "-q"),
         255,
-        b"can't open device /dev/lcd\n",
-        ["open /dev/lcd RDWR = EBUSY"],
+        "open /dev/lcd RDWR = EBUSY",
+        out("can't open device /dev/lcd\n"),
     )
 
 
@@ -167,27 +172,40 @@ def test_a_device_that_does_not_open_is_reported(board):
 @pytest.mark.parametrize("option", ["-i", "-I"])
 def test_init_sends_the_22_command_bytes_in_order(board, option):
     assert len(INIT) == 22
-    assert_run(board.run("bt1", "lcd", option), 0, b"", [OPEN, *map(cmd, INIT), CLOSE])
+    assert_run(recorded(board, option), 0, OPEN, *map(cmd, INIT), CLOSE)
 
 
 def test_init_returns_the_last_request_s_result(board):
     board.fault("/dev/lcd ioctl:LCD_SET_CMD_WRITE result=9 nth=22")
     assert_run(
-        board.run("bt1", "lcd", "-i", "-y"),
+        recorded(board, "-i", "-y"),
         9,
-        b"[vrq]lcd_main:451 lcd_write_cmd err, ret=9\n",
-        [OPEN, *map(cmd, INIT[:21]), cmd(INIT[21], "9"), CLOSE],
+        OPEN,
+        *map(cmd, INIT[:21]),
+        cmd(INIT[21], "9"),
+        last_result(9),
+        CLOSE,
     )
+
+
+def test_init_goes_on_with_positive_results(board):
+    board.fault("/dev/lcd ioctl:LCD_SET_CMD_WRITE result=1")
+    assert_run(recorded(board, "-i"), 1, OPEN, *(cmd(byte, "1") for byte in INIT), CLOSE)
 
 
 @pytest.mark.parametrize("nth", [1, 5, 22])
 def test_init_stops_at_the_first_byte_that_fails(board, nth):
     board.fault(f"/dev/lcd ioctl:LCD_SET_CMD_WRITE errno=EIO nth={nth}")
     assert_run(
-        board.run("bt1", "lcd", "-i"),
+        recorded(board, "-i"),
         255,
-        CMD_ERR + b"[vrq]lcd_init:254 lcd_write_cmd err, ret=-1\ncan't init device\n",
-        [OPEN, *map(cmd, INIT[: nth - 1]), cmd(INIT[nth - 1], "EIO"), CLOSE],
+        OPEN,
+        *map(cmd, INIT[: nth - 1]),
+        cmd(INIT[nth - 1], "EIO"),
+        CMD_ERR,
+        out("[vrq]lcd_init:254 lcd_write_cmd err, ret=-1\n"),
+        out("can't init device\n"),
+        CLOSE,
     )
 
 
@@ -202,12 +220,12 @@ def test_init_leaves_the_picture(board):
 
 # option, the byte written, how many of them, the message when the write fails
 SCREENS = [
-    ("-p", 0x00, 1024, b"write white screen buf fail! \n"),
-    ("-P", 0x00, 1024, b"write white screen buf fail! \n"),
-    ("-q", 0xFF, 1024, b"write black screen buf fail! \n"),
-    ("-Q", 0xFF, 1024, b"write black screen buf fail! \n"),
-    ("-r", 0xFF, 512, b"write white-black screen buf fail! \n"),
-    ("-R", 0xFF, 512, b"write white-black screen buf fail! \n"),
+    ("-p", 0x00, 1024, WHITE_FAILED),
+    ("-P", 0x00, 1024, WHITE_FAILED),
+    ("-q", 0xFF, 1024, BLACK_FAILED),
+    ("-Q", 0xFF, 1024, BLACK_FAILED),
+    ("-r", 0xFF, 512, HALF_FAILED),
+    ("-R", 0xFF, 512, HALF_FAILED),
 ]
 
 
@@ -215,7 +233,7 @@ SCREENS = [
 def test_screen_is_one_data_byte_and_one_write(board, option, byte, size, message):
     before = b"\x3c" * 1024
     board.path("media/lcd.frame").write_bytes(before)
-    assert_run(board.run("bt1", "lcd", option), 0, b"", [OPEN, DATA_0, write(byte, size), CLOSE])
+    assert_run(recorded(board, option), 0, OPEN, DATA_0, write(byte, size), CLOSE)
     # -r is the upper half: pages 0 to 3, the first 512 bytes.
     assert frame(board)[:size] == bytes([byte]) * size
     if option in ("-r", "-R"):
@@ -229,88 +247,90 @@ def test_screen_returns_the_byte_count_of_a_driver_that_counts(board, option, by
     # The count does not survive in an exit status of eight bits; -y shows it.
     board.set("/dev/lcd", "returns", "count")
     assert_run(
-        board.run("bt1", "lcd", option, "-y"),
+        recorded(board, option, "-y"),
         0,
-        b"[vrq]lcd_main:451 lcd_write_cmd err, ret=%d\n" % size,
-        [OPEN, DATA_0, write(byte, size, str(size)), CLOSE],
+        OPEN,
+        DATA_0,
+        write(byte, size, str(size)),
+        last_result(size),
+        CLOSE,
     )
 
 
 @pytest.mark.parametrize("option, byte, size, message", SCREENS)
 def test_screen_write_that_fails_is_reported(board, option, byte, size, message):
     board.fault("/dev/lcd write errno=EIO")
-    assert_run(
-        board.run("bt1", "lcd", option),
-        255,
-        message,
-        [OPEN, DATA_0, write(byte, size, "EIO"), CLOSE],
-    )
+    assert_run(recorded(board, option), 255, OPEN, DATA_0, write(byte, size, "EIO"), message, CLOSE)
 
 
-@pytest.mark.parametrize("option, byte", [("-p", 0x00), ("-q", 0xFF)])
-def test_screen_is_written_even_when_the_data_byte_fails(board, option, byte):
+@pytest.mark.parametrize("option, byte, size, message", SCREENS)
+def test_screen_is_written_even_when_the_data_byte_fails(board, option, byte, size, message):
     board.fault("/dev/lcd ioctl:LCD_SET_DATA_WRITE errno=EIO")
     assert_run(
-        board.run("bt1", "lcd", option),
+        recorded(board, option),
         0,
-        DATA_ERR + b"ioctl set data write fail! \n",
-        [OPEN, data(0, "EIO"), write(byte), CLOSE],
+        OPEN,
+        data(0, "EIO"),
+        DATA_ERR,
+        DATA_FAILED,
+        write(byte, size),
+        CLOSE,
     )
 
 
-def test_half_screen_is_written_even_when_the_data_byte_fails(board):
+@pytest.mark.parametrize("option, byte, size, message", SCREENS)
+def test_screen_reports_both_failures_in_their_order(board, option, byte, size, message):
     board.fault("/dev/lcd ioctl:LCD_SET_DATA_WRITE errno=EIO")
-    run = board.run("bt1", "lcd", "-r")
-    # Whether "ioctl set data write fail!" follows is not fixed for this option.
-    assert run.stdout in (DATA_ERR, DATA_ERR + b"ioctl set data write fail! \n")
-    assert run.stderr == b""
-    assert calls(run) == [OPEN, data(0, "EIO"), write(0xFF, 512), CLOSE]
-    assert run.status == 0
+    board.fault("/dev/lcd write errno=EIO")
+    assert_run(
+        recorded(board, option),
+        255,
+        OPEN,
+        data(0, "EIO"),
+        DATA_ERR,
+        DATA_FAILED,
+        write(byte, size, "EIO"),
+        message,
+        CLOSE,
+    )
+
+
+@pytest.mark.parametrize("option, byte, size, message", SCREENS)
+def test_screen_takes_a_positive_result_of_the_data_byte_for_success(
+    board, option, byte, size, message
+):
+    board.fault("/dev/lcd ioctl:LCD_SET_DATA_WRITE result=1")
+    assert_run(recorded(board, option), 0, OPEN, data(0, "1"), write(byte, size), CLOSE)
 
 
 def test_short_write_is_no_failure_and_is_returned(board):
     board.set("/dev/lcd", "returns", "count")
     board.fault("/dev/lcd write short=100")
-    assert_run(
-        board.run("bt1", "lcd", "-q"), 100, b"", [OPEN, DATA_0, write(0xFF, 100, "100"), CLOSE]
-    )
+    assert_run(recorded(board, "-q"), 100, OPEN, DATA_0, write(0xFF, 100, "100"), CLOSE)
     assert frame(board)[:101] == b"\xff" * 100 + b"\0"
 
 
 def test_options_run_in_their_order_and_the_last_result_is_returned(board):
     board.fault("/dev/lcd write result=7 nth=1")
     board.fault("/dev/lcd write result=9 nth=2")
-    assert_run(
-        board.run("bt1", "lcd", "-qr", "-p"),
-        0,
-        b"",
-        [
-            OPEN,
-            DATA_0,
-            write(0xFF, 1024, "7"),
-            DATA_0,
-            write(0xFF, 512, "9"),
-            DATA_0,
-            write(0x00),
-            CLOSE,
-        ],
-    )
+    black, half = [DATA_0, write(0xFF, 1024, "7")], [DATA_0, write(0xFF, 512, "9")]
+    assert_run(recorded(board, "-qr", "-p"), 0, OPEN, *black, *half, DATA_0, write(0x00), CLOSE)
     assert frame(board) == bytes(1024)
-    assert_run(
-        board.run("bt1", "lcd", "-q", "-r"),
-        9,
-        b"",
-        [OPEN, DATA_0, write(0xFF, 1024, "7"), DATA_0, write(0xFF, 512, "9"), CLOSE],
-    )
+    assert_run(recorded(board, "-q", "-r"), 9, OPEN, *black, *half, CLOSE)
 
 
 def test_a_failure_does_not_end_the_option_walk(board):
     board.fault("/dev/lcd write errno=ENOSPC nth=1")
     assert_run(
-        board.run("bt1", "lcd", "-q", "-p"),
+        recorded(board, "-q", "-p"),
         0,
-        b"write black screen buf fail! \n",
-        [OPEN, DATA_0, write(0xFF, 1024, "ENOSPC"), DATA_0, write(0x00), CLOSE],
+        OPEN,
+        DATA_0,
+        write(0xFF, 1024, "ENOSPC"),
+        BLACK_FAILED,
+        DATA_0,
+        write(0x00),
+        CLOSE,
     )
 
 
@@ -338,14 +358,15 @@ def test_the_closing_s_failure_changes_nothing(board):
     ],
 )
 def test_backlight_takes_the_low_byte(board, option, word, byte):
-    assert_run(board.run("bt1", "lcd", option, word), 0, b"", [OPEN, backlight(byte), CLOSE])
+    assert_run(recorded(board, option, word), 0, OPEN, backlight(byte), CLOSE)
 
 
 @pytest.mark.parametrize("word", ["2", "3", "255", "258", "300", "-1"])
 def test_backlight_above_one_prints_the_usage_and_returns_minus_one(board, word):
-    run = board.run("bt1", "lcd", "-s", word, "-q")
+    run = recorded(board, "-s", word, "-q")
     assert_usage(run)
     assert calls(run) == [OPEN, CLOSE]
+    assert (run.story[0], run.story[-1]) == (OPEN, CLOSE)
     assert run.status == 255
 
 
@@ -358,22 +379,12 @@ def test_backlight_usage_does_not_undo_the_options_before(board):
 
 def test_backlight_failure_is_reported(board):
     board.fault("/dev/lcd ioctl:LCD_SET_BACKLIGHT errno=EIO")
-    assert_run(
-        board.run("bt1", "lcd", "-s", "1"),
-        255,
-        b"can't set device background light\n",
-        [OPEN, backlight(1, "EIO"), CLOSE],
-    )
+    assert_run(recorded(board, "-s", "1"), 255, OPEN, backlight(1, "EIO"), BACKLIGHT_FAILED, CLOSE)
 
 
 def test_backlight_result_above_zero_is_a_failure_too(board):
     board.fault("/dev/lcd ioctl:LCD_SET_BACKLIGHT result=3")
-    assert_run(
-        board.run("bt1", "lcd", "-s", "0"),
-        3,
-        b"can't set device background light\n",
-        [OPEN, backlight(0, "3"), CLOSE],
-    )
+    assert_run(recorded(board, "-s", "0"), 3, OPEN, backlight(0, "3"), BACKLIGHT_FAILED, CLOSE)
 
 
 # --- -u, -v, -w ---------------------------------------------------------------------------------
@@ -422,11 +433,25 @@ def test_screen_by_requests_keeps_the_result_before_it(board):
 def test_screen_by_requests_reports_each_failure_and_goes_on(board):
     board.fault("/dev/lcd ioctl:LCD_SET_CMD_WRITE errno=EIO nth=3")
     board.fault("/dev/lcd ioctl:LCD_SET_DATA_WRITE errno=EIO nth=2")
-    run = board.run("bt1", "lcd", "-v")
-    assert run.stdout == CMD_ERR + DATA_ERR
+    run = recorded(board, "-v")
+    first, second = set_byte(0, 0, 0x00), set_byte(0, 1, 0x00)
+    start = [
+        *(OPEN, first[0], first[1], cmd(0xB0, "EIO"), *CMD_ERR, first[3]),
+        *(*second[:3], data(0, "EIO"), *DATA_ERR),
+    ]
+    assert run.story[: len(start)] == start
+    assert len([line for line in run.story if line.startswith("out ")]) == 2
     assert run.stderr == b""
     assert len(run.requests) == 2 + 4096
     assert run.status == 255
+
+
+def test_screen_by_requests_takes_positive_results_for_success(board):
+    board.fault("/dev/lcd ioctl:LCD_SET_CMD_WRITE result=1")
+    board.fault("/dev/lcd ioctl:LCD_SET_DATA_WRITE result=1")
+    run = board.run("bt1", "lcd", "-u")
+    assert (run.status, run.stdout, run.stderr) == (255, b"", b"")
+    assert frame(board) == b"\xff" * 1024
 
 
 def test_toggle_paints_half_a_screen_128_times_with_300_ms_between(board):
@@ -456,43 +481,45 @@ def test_toggle_takes_either_case(board):
 # --- autotest -----------------------------------------------------------------------------------
 
 
+def screen(byte, colour, result, message):
+    steps = [data(0, byte), write(colour, 1024, result)]
+    if byte == "EIO":
+        steps[1:1] = [DATA_ERR, DATA_FAILED]
+    if result == "EIO":
+        steps.append(message)
+    return [*steps, SLEEP_3]
+
+
 def cycle(black="0", white="0", byte="0"):
+    """A cycle of the test; black and white are the writes' results, byte that of the data byte."""
     return [
-        data(0, byte),
-        write(0xFF, 1024, black),
-        SLEEP_3,
-        data(0, byte),
-        write(0x00, 1024, white),
-        SLEEP_3,
+        *screen(byte, 0xFF, black, BLACK_FAILED),
+        *screen(byte, 0x00, white, WHITE_FAILED),
     ]
 
 
+def failed(result):
+    return out(f"[lcd_main:320]WARN:lcd_auto fail[{result}]\n")
+
+
 def test_autotest_passes_with_a_driver_whose_write_returns_zero(board):
-    run = board.run("bt1", "lcd", "autotest")
-    assert_run(run, 0, b"", [OPEN, *cycle() * 3, CLOSE])
+    run = recorded(board, "autotest")
+    assert_run(run, 0, OPEN, *cycle() * 3, CLOSE)
     assert 18 <= run.trace[-1][0] < 18.1
     assert frame(board) == bytes(1024)
 
 
 def test_autotest_fails_after_18_s_with_a_driver_that_counts(board):
     board.set("/dev/lcd", "returns", "count")
-    run = board.run("bt1", "lcd", "autotest")
-    assert_run(
-        run,
-        0,
-        b"[lcd_main:320]WARN:lcd_auto fail[1024]\n",
-        [OPEN, *cycle("1024", "1024") * 3, CLOSE],
-    )
+    run = recorded(board, "autotest")
+    assert_run(run, 0, OPEN, *cycle("1024", "1024") * 3, failed(1024), CLOSE)
     assert 18 <= run.trace[-1][0] < 18.1
 
 
 def test_autotest_returns_the_last_write_s_result(board):
     board.fault("/dev/lcd write result=3 nth=6")
     assert_run(
-        board.run("bt1", "lcd", "autotest"),
-        3,
-        b"[lcd_main:320]WARN:lcd_auto fail[3]\n",
-        [OPEN, *cycle() * 2, *cycle("0", "3"), CLOSE],
+        recorded(board, "autotest"), 3, OPEN, *cycle() * 2, *cycle("0", "3"), failed(3), CLOSE
     )
 
 
@@ -500,50 +527,35 @@ def test_autotest_judges_by_the_last_write_alone(board):
     board.fault("/dev/lcd write errno=EIO nth=1")
     board.fault("/dev/lcd write errno=EIO nth=4")
     assert_run(
-        board.run("bt1", "lcd", "autotest"),
-        0,
-        b"write black screen buf fail! \nwrite white screen buf fail! \n",
-        [OPEN, *cycle("EIO"), *cycle("0", "EIO"), *cycle(), CLOSE],
+        recorded(board, "autotest"), 0, OPEN, *cycle("EIO"), *cycle("0", "EIO"), *cycle(), CLOSE
     )
 
 
 def test_autotest_fails_when_the_last_write_fails(board):
     board.fault("/dev/lcd write errno=EIO nth=6")
     assert_run(
-        board.run("bt1", "lcd", "autotest"),
+        recorded(board, "autotest"),
         255,
-        b"write white screen buf fail! \n[lcd_main:320]WARN:lcd_auto fail[-1]\n",
-        [OPEN, *cycle() * 2, *cycle("0", "EIO"), CLOSE],
+        OPEN,
+        *cycle() * 2,
+        *cycle("0", "EIO"),
+        failed(-1),
+        CLOSE,
     )
 
 
 def test_autotest_goes_on_through_failures_of_every_write(board):
     board.fault("/dev/lcd write errno=EIO")
-    assert_run(
-        board.run("bt1", "lcd", "autotest"),
-        255,
-        b"write black screen buf fail! \nwrite white screen buf fail! \n" * 3
-        + b"[lcd_main:320]WARN:lcd_auto fail[-1]\n",
-        [OPEN, *cycle("EIO", "EIO") * 3, CLOSE],
-    )
+    assert_run(recorded(board, "autotest"), 255, OPEN, *cycle("EIO", "EIO") * 3, failed(-1), CLOSE)
 
 
 def test_autotest_reports_a_data_byte_that_fails_and_goes_on(board):
     board.fault("/dev/lcd ioctl:LCD_SET_DATA_WRITE errno=EIO nth=3")
-    requests = [OPEN, *cycle() * 3, CLOSE]
-    requests[7] = data(0, "EIO")
-    assert_run(
-        board.run("bt1", "lcd", "autotest"),
-        0,
-        DATA_ERR + b"ioctl set data write fail! \n",
-        requests,
-    )
+    bad = [*screen("EIO", 0xFF, "0", BLACK_FAILED), *screen("0", 0x00, "0", WHITE_FAILED)]
+    assert_run(recorded(board, "autotest"), 0, OPEN, *cycle(), *bad, *cycle(), CLOSE)
 
 
-def test_autotest_goes_on_when_every_data_byte_fails(board):
-    board.fault("/dev/lcd ioctl:LCD_SET_DATA_WRITE errno=EIO")
-    run = board.run("bt1", "lcd", "autotest")
-    assert run.stdout.count(DATA_ERR) == 6
-    assert run.stdout.replace(DATA_ERR, b"").replace(b"ioctl set data write fail! \n", b"") == b""
-    assert calls(run) == [OPEN, *cycle(byte="EIO") * 3, CLOSE]
-    assert run.status == 0
+@pytest.mark.parametrize("fault, result", [("errno=EIO", "EIO"), ("result=1", "1")])
+def test_autotest_goes_on_whatever_every_data_byte_gives(board, fault, result):
+    board.fault(f"/dev/lcd ioctl:LCD_SET_DATA_WRITE {fault}")
+    assert_run(recorded(board, "autotest"), 0, OPEN, *cycle(byte=result) * 3, CLOSE)
