@@ -5,6 +5,7 @@ time line in media/korstorage.timeline (SECONDS ACTION SECTOR BYTES PID ERROR [C
 polls busily, so the events come at once; the signal leaves the program time to install its handler.
 """
 
+import os
 import re
 
 import pytest
@@ -136,6 +137,23 @@ def test_the_stop_flag_counts_only_after_an_empty_poll(board):
     assert len(polls) == events + 1  # the empty one is the first that looks at the flag
 
 
+def test_a_second_signal_waits_for_the_empty_poll_too(board):
+    events = 8000
+    timeline(board, *(f"0 1 {sector} 512 4194305 0" for sector in range(events)))
+    run = board.run("bt2", "blktrace", "sda", signals=["TERM@0.008", "TERM@0.012"])
+    assert (run.status, run.stdout, run.stderr) == (0, b"", b"")
+    assert log_of(board, "var/sda_blktrace.log").count(b"\n\0") == events
+
+
+def test_a_positive_result_of_a_poll_is_no_failure(board):
+    timeline(board, "0 1 2048 4096 4194305 0")
+    board.fault(f"{NODE} ioctl:STOR_CMD_TRACE_READ result=5 nth=1")
+    run = board.run("bt2", "blktrace", "sda", signals=STOP)
+    assert (run.status, run.stdout) == (0, b"")
+    line = event_line("sda", 1, "", "Q", 2048, 8, "R", "0")
+    assert log_of(board, "var/sda_blktrace.log") == line
+
+
 def test_a_failed_poll_is_tried_again(board):
     timeline(board, "0 1 2048 4096 1 0")
     board.fault(f"{NODE} ioctl:STOR_CMD_TRACE_READ errno=EIO nth=1")
@@ -172,6 +190,17 @@ def test_a_log_of_ones_own(board, tmp_path):
     run = board.run("bt2", "blktrace", "sda", tmp_path / "log", signals=STOP)
     assert run.status == 0
     assert (tmp_path / "log").read_bytes().count(b"\n\0") == 1
+
+
+@pytest.mark.parametrize("mask", [0o000, 0o022, 0o077])
+def test_a_new_log_may_be_used_by_everyone_whom_the_mask_allows(board, tmp_path, mask):
+    board.fault(f"{NODE} absent")
+    before = os.umask(mask)
+    try:
+        board.run("bt2", "blktrace", "sda", tmp_path / "log")
+    finally:
+        os.umask(before)
+    assert (tmp_path / "log").stat().st_mode & 0o7777 == 0o777 & ~mask
 
 
 def test_further_words_take_the_default_log(board, tmp_path):
