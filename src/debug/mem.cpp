@@ -176,25 +176,23 @@ void cmd_mem_fill(int device, std::uint32_t address, std::uint32_t length, std::
   mem_unmap(mapping);
 }
 
-// Reads the open file into memory; a length of 0 is the whole file.
-int load_file(int device, std::uint32_t address, std::uint32_t length, const char *name,
-              FILE *file) {
+// Reads the open file into memory, which stays mapped; a length of 0 is the whole file.
+int load_file(int device, std::uint32_t address, std::uint32_t length, const char *name, FILE *file,
+              Mapping &out_mapping) {
   struct stat status;
   // More than 32 bits of file would be more than there is memory.
   if (stat(name, &status) != 0 || status.st_size > off_t{UINT32_MAX})
     return -1;
   if (length == 0)
     length = static_cast<std::uint32_t>(status.st_size);
-  Mapping mapping;
-  if (!map_region(device, address, length, mapping)) {
+  if (!map_region(device, address, length, out_mapping)) {
     print_file_map_failure("cmd_mem_fillfile", address);
     return -1;
   }
-  const std::size_t count = fread(mapping.region, 1, length, file);
+  const std::size_t count = fread(out_mapping.region, 1, length, file);
   if (count < length)
     printf("\033[31m%s(): \033[0merror read with size %lu\n", "cmd_mem_fillfile",
            static_cast<unsigned long>(count));
-  mem_unmap(mapping);
   return 0;
 }
 
@@ -208,8 +206,11 @@ int cmd_mem_fillfile(int device, std::uint32_t address, std::uint32_t length, co
     print_file_failure("cmd_mem_fillfile", name);
     return -1;
   }
-  const int result = load_file(device, address, length, name, file);
+  Mapping mapping;
+  const int result = load_file(device, address, length, name, file, mapping);
   fclose(file);
+  if (result == 0)
+    mem_unmap(mapping);
   return result;
 }
 
