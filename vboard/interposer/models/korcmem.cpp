@@ -3,6 +3,7 @@
 // bytes.
 //
 //   block10, block11, ...   NAME BASE SIZE: "video 0x18000000 0x00400000"
+//   alias10, alias11, ...   the number that the answer about it carries, instead of its own
 //   state10, state11, ...   what was done with it last: reserved, mapped, finished, released, freed
 
 #include "vboard/interposer/models/models.h"
@@ -82,9 +83,9 @@ int get_info(const OpenFile &file, void *argument) {
   Block block;
   if (!find_block(file, info.id, block))
     return -EINVAL;
-  const std::int32_t id = info.id;
+  const std::int64_t id = node_number(file.node, numbered("alias", info.id).text, info.id);
   info = {};
-  info.id = id;
+  info.id = static_cast<std::int32_t>(id);
   block.name.copy(info.name, sizeof info.name - 1);
   info.base = static_cast<std::uint64_t>(block.base);
   info.size = static_cast<std::uint64_t>(block.size);
