@@ -19,7 +19,7 @@ void put32(Bytes &bytes, std::uint32_t value) {
 }
 
 // A message as the kernel sends it, `length` being what its header tells.
-Bytes message(std::uint32_t what, std::vector<std::int32_t> data, std::uint32_t idx = 1,
+Bytes message(std::uint32_t what, const std::vector<std::int32_t> &data, std::uint32_t idx = 1,
               std::uint32_t val = 1, std::uint32_t length = 76) {
   Bytes bytes;
   put32(bytes, length);

@@ -80,7 +80,7 @@ struct Report {
   std::string text;
 };
 
-Report run(std::vector<const char *> words) {
+Report run(const std::vector<const char *> &words) {
   std::vector<char *> argv;
   for (const char *word : words)
     argv.push_back(const_cast<char *>(word));

@@ -64,7 +64,7 @@ std::string revision(const char *path) {
 }
 
 TEST(SsdImage, revision_is_characters_8_to_15_of_the_base_name) {
-  const std::string expected("ABCDEFG2", 9);
+  const std::string expected("ABCDEFG2\0", 9);
   EXPECT_EQ(revision("FIRMWAREABCDEFG2.bin"), expected);
   EXPECT_EQ(revision("/mnt/usb/FIRMWAREABCDEFG2.bin"), expected);
   EXPECT_EQ(revision("a.b/FIRMWAREABCDEFG2"), expected);

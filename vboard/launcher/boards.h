@@ -40,7 +40,7 @@ int make_scratch(char *out);
 int make_board(const char *directory, const char *gyro);
 
 // Removes a directory with all that is in it.
-void remove_tree(const char *directory);
+void remove_tree(const char *path);
 
 // The file of a node as people name it: "/dev/lcd", "net:ppp0". False, with a message, when the
 // board has no such node.
