@@ -1,6 +1,6 @@
 #!/bin/sh
 # Sets up, builds and runs the test lanes: test.sh [LANE...]; without a name, every lane.
-#   lint      formatting, shell scripts
+#   lint      layout and dialect of the sources
 #   release   unit and cli tests, g++, as installed
 #   clang     everything compiled with clang, unit tests
 #   asan      unit and cli tests under the address and undefined-behaviour sanitizers
@@ -48,8 +48,7 @@ check_words() {
 
 # Each lane states its own failures: "set -e" does not hold inside a condition.
 lint() {
-  shellcheck scripts/*.sh .ci/run &&
-    git ls-files '*.cpp' '*.h' | xargs -r clang-format --dry-run -Werror
+  scripts/lint.sh
 }
 
 # Tests make thousands of small files. Where it may, a lane keeps them in memory, which halves its time.
