@@ -41,7 +41,10 @@ def results(text, kind):
         ("if (!a) g();", ["drop ! of a"]),
         ("if (a & b) g();", ["a & b -> !(a & b)"]),
         ("if (a->b(c) && !d) g();", ["a->b(c) -> !a->b(c)", "&& -> ||", "drop ! of d"]),
-        ("if ((a || b) && c == d) g();", ["a -> !a", "|| -> &&", "b -> !b", "&& -> ||", "== -> !="]),
+        (
+            "if ((a || b) && c == d) g();",
+            ["a -> !a", "|| -> &&", "b -> !b", "&& -> ||", "== -> !="],
+        ),
         ("while (int n = a()) g();", []),
         ("for (;; ++i) g();", ["++ -> --"]),
     ],
@@ -174,16 +177,16 @@ def test_the_same_change_twice_in_a_line_is_numbered():
 
 def test_a_mutant_knows_its_function_and_its_statement():
     text = "int g(int a = 1);\n\nint f() {\n  h(a,\n    2);\n}\n"
-    default, _, constant, _ = (
-        one for one in mutants_of("x.cpp", text) if one.kind == "constant"
-    )
+    default, _, constant, _ = (one for one in mutants_of("x.cpp", text) if one.kind == "constant")
     assert (default.function, default.statement, default.body) == ("-", (), ())
     assert (constant.function, constant.statement, constant.body) == ("f", (4, 5), (3, 6))
     assert (constant.line, constant.source) == (5, "2);")
 
 
 def test_lambdas_are_read_as_code():
-    text = "auto f = [](int a) {\n  g(a);\n};\nvoid h() {\n  each([&](int a) { return a < 2; });\n}\n"
+    text = (
+        "auto f = [](int a) {\n  g(a);\n};\nvoid h() {\n  each([&](int a) { return a < 2; });\n}\n"
+    )
     assert (2, "drop g(a);") in changes(text)
     assert (5, "return a < 2 -> return {}") in changes(text)
 
