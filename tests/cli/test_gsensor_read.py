@@ -2,13 +2,12 @@
 
 import pytest
 
+from conftest import err, out
 from gyro_reference import (
     ANGLES,
     CLOSE,
-    CONFIG,
     ICM,
     ICM690,
-    INIT,
     KILLED_BY_TERM,
     KXTJ,
     LIS2DH,
@@ -21,10 +20,11 @@ from gyro_reference import (
     acceleration,
     assert_angles,
     assert_data_line,
-    assert_loop,
     assert_run,
     data_lines,
     head,
+    loop_samples,
+    loop_start,
     ranges,
     rate,
     samples,
@@ -39,24 +39,29 @@ SWAYING = [(0, 0.25, -0.5, 0.9, 100.5, -200.25, 30), (0.12, -0.3, 0.7, -0.8, -12
 
 
 def read_samples(board, *words, seconds=0.275):
-    return board.run("bt1", "gsensor", *words, "-r", seconds=seconds)
+    return board.run("bt1", "gsensor", *words, "-r", seconds=seconds, story=True)
 
 
 @pytest.mark.parametrize("option", ["-r", "-R"])
-def test_read_prints_name_ranges_and_a_line_for_each_sample(board, option):
+@pytest.mark.parametrize("chip", [LSM, ICM, KXTJ])
+def test_read_prints_name_ranges_and_each_sample_as_it_comes(make_board, chip, option):
+    board = make_board(gyro=chip)
     timeline(board, *SWAYING)
-    run = board.run("bt1", "gsensor", "-t", "50", option, seconds=0.275)
-    assert run.status == KILLED_BY_TERM
-    assert run.stderr == b""
-    before = b"HAT_GYRO_TMR_SET sucess, poll the gyro time is = (50)ms.\n" + head(LSM)
-    assert run.stdout.startswith(before)
-    lines = data_lines(run.stdout[len(before) :])
-    assert b"".join(lines) == run.stdout[len(before) :]
+    run = board.run("bt1", "gsensor", "-t", "50", option, seconds=0.275, story=True)
+    lines = data_lines(run.stdout)
     delivered = samples(run)
     assert len(lines) == len(delivered) == 5
     for line, sample in zip(lines, delivered):
-        assert_data_line(line, LSM, sample, 2, 250)
-    assert_loop(run, before=[set_timer(50)], reads=[READ] * 5)
+        assert_data_line(line, chip, sample, 2, 250)
+    assert_run(
+        run,
+        KILLED_BY_TERM,
+        OPEN,
+        set_timer(50),
+        out("HAT_GYRO_TMR_SET sucess, poll the gyro time is = (50)ms.\n"),
+        *loop_start(chip),
+        *loop_samples(lines),
+    )
 
 
 @pytest.mark.parametrize("chip", [LSM, ICM, ICM690, KXTJ, LIS2DH, LIS2DW])
@@ -122,16 +127,17 @@ def test_lis2dw12_at_2_g_reads_raw_16384_as_0_999_g(make_board):
     assert line.endswith(b"[accel-z:0x00004000 => +0.999g]")
 
 
+SAMPLE_ERROR = b"[ERR]read data err\n"
+
+
 def test_read_reports_a_short_sample_and_goes_on(board):
     board.fault("/dev/gyro read short=10 nth=2")
     run = read_samples(board)
-    assert_loop(run, reads=[READ, "read /dev/gyro = 10", READ, READ, READ])
-    assert run.stderr == b""
-    start = head(LSM) + data_lines(run.stdout)[0]
-    assert run.stdout.startswith(start + b"[ERR]read data err\n\n[time=")
-    assert run.stdout.count(b"[ERR]read data err\n") == 1
-    assert run.stdout.count(b"[time=") == 4
-    assert run.status == KILLED_BY_TERM
+    lines = data_lines(run.stdout)
+    assert len(lines) == 4
+    steps = loop_samples([lines[0], SAMPLE_ERROR, *lines[1:]])
+    steps[4] = "read /dev/gyro = 10"
+    assert_run(run, KILLED_BY_TERM, OPEN, *loop_start(LSM), *steps)
 
 
 @pytest.mark.parametrize("size", [0, 1, 27])
@@ -146,20 +152,23 @@ def test_read_reports_a_read_that_fails_and_goes_on(board):
     # The sample that was not read is still there for the next read.
     board.fault("/dev/gyro read errno=EIO nth=1")
     run = read_samples(board)
-    assert_loop(run, reads=["read /dev/gyro = EIO", *[READ] * 5])
-    assert run.stdout.startswith(head(LSM) + b"[ERR]read data err\n\n[time=")
-    assert run.stdout.count(b"[time=") == 5
+    lines = data_lines(run.stdout)
+    assert len(lines) == 5
+    steps = loop_samples([SAMPLE_ERROR, *lines])
+    steps[1] = "read /dev/gyro = EIO"
+    assert_run(run, KILLED_BY_TERM, OPEN, *loop_start(LSM), *steps)
 
 
 @pytest.mark.parametrize("option", ["-r", "-c"])
 def test_read_loop_returns_minus_19_when_the_identity_fails(board, option):
     board.fault("/dev/gyro ioctl:HAT_GYRO_INIT errno=EIO")
     assert_run(
-        board.run("bt1", "gsensor", option),
+        board.run("bt1", "gsensor", option, "-g", story=True),
         256 - 19,
-        b"",
-        [OPEN, "ioctl /dev/gyro HAT_GYRO_INIT = EIO", CLOSE],
-        stderr=b"get gsensor id failure.\n: Input/output error\n",
+        OPEN,
+        "ioctl /dev/gyro HAT_GYRO_INIT = EIO",
+        err("get gsensor id failure.\n: Input/output error\n"),
+        CLOSE,
     )
 
 
@@ -169,18 +178,20 @@ def test_read_without_ranges_reports_it_and_goes_on(make_board, chip):
     board = make_board(gyro=chip)
     board.fault("/dev/gyro ioctl:HAT_GYRO_READ_CONFIG errno=EIO")
     run = read_samples(board)
-    start = (
-        b"Gsensor name is %b \n" % chip.encode() + b"get Accel Full Scale & Gyro Full Scale error\n"
-    )
-    assert run.stdout.startswith(start)
     lines = data_lines(run.stdout)
-    assert b"".join([start, *lines]) == run.stdout
     delivered = samples(run)
     assert len(lines) == len(delivered) == 5
     for line, sample in zip(lines, delivered):
         assert b"[accel-z:0x%08X => " % (sample[2] & 0xFFFFFFFF) in line
-    assert run.stderr == b""
-    assert run.status == KILLED_BY_TERM
+    assert_run(
+        run,
+        KILLED_BY_TERM,
+        OPEN,
+        *loop_start(chip)[:2],
+        "ioctl /dev/gyro HAT_GYRO_READ_CONFIG = EIO",
+        out("get Accel Full Scale & Gyro Full Scale error\n"),
+        *loop_samples(lines),
+    )
 
 
 def test_read_loop_is_not_stopped_by_an_interrupt(board):
@@ -190,15 +201,19 @@ def test_read_loop_is_not_stopped_by_an_interrupt(board):
 
 
 @pytest.mark.parametrize("option", ["-r", "-c"])
-def test_an_unsupported_chip_ends_the_loop_and_the_tool(board, option):
-    board.set("/dev/gyro", "chip", "GYRO_BMA400")
-    run = board.run("bt1", "gsensor", option, "-g")
+@pytest.mark.parametrize("chip", ["GYRO_BMA400", "GYRO_LSM6DS3", "GYRO_LSM6DS3TRC"])
+def test_an_unsupported_chip_ends_the_loop_and_the_tool(board, chip, option):
+    board.set("/dev/gyro", "chip", chip)
     # The end of the tool: the option behind is not looked at any more.
     assert_run(
-        run,
+        board.run("bt1", "gsensor", option, "-g", seconds=1, story=True),
         0,
-        head("GYRO_BMA400") + b"no support gsensor, name is GYRO_BMA400\n",
-        [OPEN, INIT, CONFIG, WAIT, READ, CLOSE],
+        OPEN,
+        *loop_start(chip),
+        WAIT,
+        READ,
+        out(f"no support gsensor, name is {chip}\n"),
+        CLOSE,
     )
 
 
@@ -210,13 +225,11 @@ def test_an_unsupported_chip_ends_the_loop_and_the_tool(board, option):
 def test_compute_prints_the_filter_s_angles_for_each_sample(make_board, option, chip):
     board = make_board(gyro=chip)
     timeline(board, (0, 0.1, -0.2, 0.95, 3, -2, 1), (0.7, -0.3, 0.25, 0.9, -4, 1.5, -2.5))
-    run = board.run("bt1", "gsensor", option, seconds=2.025)
-    assert run.stderr == b""
-    assert run.status == KILLED_BY_TERM
+    run = board.run("bt1", "gsensor", option, seconds=2.025, story=True)
     assert run.stdout.startswith(head(chip))
     lines = run.stdout[len(head(chip)) :].splitlines(keepends=True)
-    assert_loop(run)
     assert_angles(lines, chip, samples(run), 2, 250)
+    assert_run(run, KILLED_BY_TERM, OPEN, *loop_start(chip), *loop_samples(lines))
 
 
 def test_compute_feeds_degrees_per_second_unchanged_and_does_not_clamp(board):
