@@ -224,3 +224,37 @@ def test_every_test_has_a_verdict(board):
     assert [
         name.decode() for name in verdicts
     ] == TESTS  # ten, and the runner itself is not among them
+
+
+# lcd, gsensor and iccard walk the same words one after the other: each of them begins at the first
+# option, also when the one before has stopped within a group of letters.
+@pytest.mark.parametrize(
+    "word, initialised, usages, failed",
+    [
+        ("-i", 1, 0, {"alarm", "vgadet", "wdt"}),
+        ("-hi", 1, 2, {"alarm", "lcd", "vgadet", "iccard", "wdt"}),
+    ],
+)
+def test_every_test_walks_the_options_from_their_beginning(
+    board, word, initialised, usages, failed
+):
+    board.fault(NO_WATCHDOG)
+    run = board.run("bt1", "autotest", word)
+    assert run.status == 0
+    assert len([line for line in run.requests if " HAT_GYRO_INIT " in line]) == initialised
+    assert len(re.findall(rb"------BUILD: ", run.stdout)) == usages
+    assert (b"\nusage\n -h  " in run.stdout) == (usages > 0)
+    # iccard has no "-i": getopt complains where it is reached.
+    assert (b"iccard: invalid option -- 'i'\n" in run.stderr) == (usages == 0)
+    assert run.stderr.endswith(report(failed))
+
+
+def test_a_test_that_stops_within_a_group_of_letters_leaves_them_to_the_next(board):
+    board.fault(NO_WATCHDOG)
+    board.fault("/dev/gyro ioctl:HAT_GYRO_INIT errno=EIO")
+    # gsensor ends at its "r"; iccard reads the card, then complains of the "y".
+    run = board.run("bt1", "autotest", "-ry")
+    assert run.status == 0
+    assert len([line for line in run.requests if " HAL_ICCARD_READ " in line]) == 1
+    assert b"iccard: invalid option -- 'y'\n" in run.stderr
+    assert run.stderr.endswith(report({"alarm", "vgadet", "gsensor", "wdt"}))
