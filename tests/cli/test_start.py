@@ -51,6 +51,32 @@ def test_runs_with_its_streams_closed(build):
 
 
 @pytest.mark.parametrize(
+    "words",
+    [
+        ("bt1", "rtc"),
+        ("bt1", "lcd", "-p", "-i"),
+        ("bt1", "gsensor", "autotest"),
+        ("bt1", "iccard", "-w"),
+        ("bt1", "iccard", "autotest"),
+        ("bt1", "wdt"),
+        ("bt2", "apinet"),
+    ],
+    ids="-".join,
+)
+def test_a_device_that_gets_the_number_of_standard_input_is_open(make_board, build, words):
+    options = {"date": "2024-01-05 09:05:03", "seconds": 100, "story": True}
+    usual = make_board().run(*words, **options)
+    closed = ["sh", "-c", 'exec "$0" "$@" <&-', build / "bin/benchrig", *words]
+    run = make_board().run_command(closed, **options)
+    assert run.status == usual.status
+    assert [line for line in usual.story if line.endswith(" = 3")]
+    # The first descriptor is 0 and not 3; that is all that differs.
+    assert run.story == [
+        re.sub(r"^((?:open|socket) .*) = 3$", r"\1 = 0", line) for line in usual.story
+    ]
+
+
+@pytest.mark.parametrize(
     "words, last",
     [
         (("bt1", "wdt"), b"Wdt fed 1 times \n"),
