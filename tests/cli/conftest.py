@@ -56,6 +56,14 @@ def storm(times):
     return times if os.environ.get("BENCHRIG_STORM") == "all" else min(times, 10)
 
 
+def little_memory(build):
+    """The variables of a run in which large blocks are not to be had."""
+    text = (build / "bin/benchrig").read_bytes()
+    if b"__asan_init" in text or b"__tsan_init" in text:
+        pytest.skip("a sanitizer's own allocator cannot be kept short of memory")
+    return {"LD_PRELOAD": str(build / "tests/plugin/little_memory.so")}
+
+
 def word_size():
     """The bytes of a pointer in the programs of the build."""
     with open(build_directory() / "bin/benchrig", "rb") as file:

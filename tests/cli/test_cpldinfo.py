@@ -1,9 +1,11 @@
 """bt1 cpldinfo: the CPLD's hardware-information block, and burning a CPLD image."""
 
+import dataclasses
 import os
 
 import pytest
 
+from conftest import assert_story, err, little_memory, out
 from device_trace import packed
 
 USAGE = (
@@ -134,12 +136,9 @@ def test_prints_success_also_after_a_failed_burning(board, tmp_path, result):
 
 @pytest.mark.parametrize("path", ["missing.bin", "no/such/folder", ""])
 def test_file_that_does_not_open(board, path):
-    run = board.run("bt1", "cpldinfo", "burn", path, rigcore=[])
-    assert (run.status, run.stdout, run.stderr) == (
-        0,
-        BURN_FAILED,
-        b"fopen(%s,rb) failed\n" % path.encode(),
-    )
+    run = board.run("bt1", "cpldinfo", "burn", path, rigcore=[], story=True)
+    assert run.status == 0
+    assert_story(run, err(f"fopen({path},rb) failed\n"), out(BURN_FAILED))
 
 
 def test_file_that_cannot_be_wound_back(board):
@@ -147,25 +146,62 @@ def test_file_that_cannot_be_wound_back(board):
     assert (run.status, run.stdout, run.stderr) == (0, BURN_FAILED, b"fseek(0,SEEK_SET) failed\n")
 
 
+IMAGE = "/mnt/sd/cpld.bin"
+OPEN = f"open {IMAGE} RDONLY = 3"
+CLOSE = f"close {IMAGE} = 0"
+DATA = "/sys/class/firmware/cpld/data"
+
+
+def burn_on_board(board, image, **options):
+    """Burns a file of the board; the story knows the file's open and close and the CPLD's data."""
+    file = board.path(IMAGE[1:])
+    file.parent.mkdir(parents=True, exist_ok=True)
+    file.write_bytes(image)
+    return board.run("bt1", "cpldinfo", "burn", IMAGE, story=True, **options)
+
+
+def assert_burn(run, *steps):
+    assert run.status == 0
+    # How often the C library reads the file is its own business.
+    story = [line for line in run.story if not line.startswith(f"read {IMAGE} ")]
+    assert_story(dataclasses.replace(run, story=story), *steps, only=(IMAGE, "write"))
+
+
+def unread(run, size):
+    """A file that is not to be had whole; which stream takes the message is not fixed."""
+    text = f"fread({size} bytes) failed\n"
+    return (err if run.stderr else out)(text)
+
+
 @pytest.mark.parametrize("fault", ["errno=EIO", "result=0"])
 def test_file_that_is_shorter_than_its_length(board, fault):
-    image = board.path("mnt/sd/cpld.bin")
-    image.parent.mkdir(parents=True, exist_ok=True)
-    image.write_bytes(b"12345")
-    board.fault(f"/mnt/sd/cpld.bin read {fault}")
-    run = board.run("bt1", "cpldinfo", "burn", "/mnt/sd/cpld.bin", rigcore=[])
-    assert run.status == 0
-    # Which of the two streams takes the message is nobody's business.
-    assert sorted([*run.stdout.splitlines(), *run.stderr.splitlines()]) == sorted(
-        [b"fread(5 bytes) failed", BURN_FAILED.rstrip()]
-    )
+    board.fault(f"{IMAGE} read {fault}")
+    run = burn_on_board(board, b"12345", rigcore=[])
+    assert_burn(run, OPEN, unread(run, 5), CLOSE, out(BURN_FAILED))
 
 
-def test_survives_an_image_that_is_too_large(board, tmp_path):
+def test_an_image_that_is_too_large_is_not_burnt(board):
+    run = burn_on_board(board, b"\x5a" * 262145, rigcore=[])
+    assert_burn(run, OPEN, unread(run, 262145), CLOSE, out(BURN_FAILED))
+
+
+def test_an_image_whose_length_has_more_than_32_bits_is_not_burnt(board, tmp_path):
     file = tmp_path / "cpld.bin"
-    file.write_bytes(b"\x5a" * (262144 + 4096))
-    run = board.run("bt1", "cpldinfo", "burn", file)
+    with open(file, "wb") as image:
+        image.truncate((1 << 32) + 5)
+    run = board.run("bt1", "cpldinfo", "burn", file, rigcore=[])
     assert run.status == 0
+    assert run.stdout.endswith(BURN_FAILED)
+    assert b"success" not in run.stdout
+
+
+def test_without_memory_the_file_is_not_opened(board):
+    run = burn_on_board(board, b"12345", rigcore=[], env=little_memory(board.build))
+    assert_burn(
+        run,
+        out("[cpld_burn:87]alloc inbuf fail[12].\n"),
+        out("[cpldinfo_main:167]WARN:cpld_burn fail[-2]\n"),
+    )
 
 
 # --- On the board ---
@@ -197,20 +233,40 @@ def test_autotest_without_the_block_of_the_board(board, fault):
     )
 
 
-def test_burns_the_cpld_of_the_board(board, tmp_path):
-    file = tmp_path / "cpld.bin"
-    file.write_bytes(bytes(range(200)))
-    run = board.run("bt1", "cpldinfo", "burn", file)
-    assert (run.status, run.stdout, run.stderr) == (0, burnt(file, 200), b"")
-    assert board.path("media/cpld.bin").read_bytes().startswith(bytes(range(200)))
+@pytest.mark.parametrize("fault", ["absent", "read errno=EIO"])
+def test_get_shows_zeros_between_two_warnings_when_the_block_cannot_be_read(board, fault):
+    board.path(NVMEM).write_bytes(bytes(256))
+    zeros = board.run("bt1", "cpldinfo", "get").stdout
+    board.fault(f"/{NVMEM} {fault}")
+    run = board.run("bt1", "cpldinfo", "get")
+    assert (run.status, run.stderr) == (0, b"")
+    assert run.stdout == (
+        b"[cpldinfo_get:47]WARN:cpldinfo_get fail[-1]\n"
+        + zeros
+        + b"[cpldinfo_main:162]WARN:cpldinfo_get fail[-1]\n"
+    )
+
+
+def programmed(image):
+    """What the library writes to the CPLD."""
+    return [
+        "write /sys/class/firmware/cpld/loading in=31 = 1",
+        f"write {DATA} in={packed(image)} = {len(image)}",
+        "write /sys/class/firmware/cpld/loading in=30 = 1",
+    ]
+
+
+def test_burns_the_cpld_of_the_board_then_says_so_and_closes(board):
+    image = bytes(range(200))
+    run = burn_on_board(board, image)
+    assert_burn(run, OPEN, *programmed(image), out(burnt(IMAGE, 200)), CLOSE)
+    assert board.path("media/cpld.bin").read_bytes().startswith(image)
 
 
 @pytest.mark.parametrize(
     "cause", ["the data is refused", "programming fails", "the device is missing"]
 )
-def test_a_cpld_of_the_board_that_cannot_be_burnt(board, tmp_path, cause):
-    file = tmp_path / "cpld.bin"
-    file.write_bytes(bytes(range(200)))
+def test_a_cpld_of_the_board_that_cannot_be_burnt(board, cause):
     if cause == "the data is refused":
         board.fault("/sys/class/firmware/cpld/data write errno=EIO")
     elif cause == "programming fails":
@@ -220,9 +276,15 @@ def test_a_cpld_of_the_board_that_cannot_be_burnt(board, tmp_path, cause):
     else:
         board.fault("/sys/class/firmware/cpld/loading absent")
         board.fault("/sys/class/firmware/cpld/data absent")
-    run = board.run("bt1", "cpldinfo", "burn", file)
-    # The library may tell on standard error what became of the device.
+    run = burn_on_board(board, bytes(range(200)))
+    # What the library says on standard error, and how far it comes, are its own business.
+    story = [line for line in run.story if not line.startswith(("err ", "read ", "write "))]
     assert run.status == 0
-    assert run.stdout.startswith(
-        b"[cpld_burn:125] burn cpld(200 bytes) failed\n" + burnt(file, 200)
+    assert_story(
+        dataclasses.replace(run, story=story),
+        OPEN,
+        out("[cpld_burn:125] burn cpld(200 bytes) failed\n"),
+        out(burnt(IMAGE, 200)),
+        CLOSE,
+        only=(IMAGE,),
     )

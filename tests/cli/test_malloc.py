@@ -5,7 +5,7 @@ import subprocess
 import time
 
 import pytest
-from conftest import environment, program
+from conftest import environment, little_memory, program
 
 USAGE = (
     b"\nUsage: malloc [size] [count]\n\n"
@@ -54,21 +54,9 @@ def test_ctrl_c_ends_it(board):
     assert run.status == 128 + 2
 
 
-def is_instrumented(build):
-    text = (build / "bin/benchrig").read_bytes()
-    return b"__asan_init" in text or b"__tsan_init" in text
-
-
 def malloc_in_little_memory(board, *words):
     """Where no block of these tests is to be had."""
-    if is_instrumented(board.build):
-        pytest.skip("a sanitizer's own allocator cannot be kept short of memory")
-    return malloc(
-        board,
-        *words,
-        seconds=1,
-        env={"LD_PRELOAD": str(board.build / "tests/plugin/little_memory.so")},
-    )
+    return malloc(board, *words, seconds=1, env=little_memory(board.build))
 
 
 @pytest.mark.parametrize(
