@@ -3,9 +3,11 @@
 Every path succeeds, also the self-test that failed: the autotest report shows it as OK.
 """
 
+import dataclasses
+
 import pytest
 
-from conftest import storm
+from conftest import assert_story, out, storm
 from device_trace import packed
 
 USAGE = b"\nUsage: bootparam [autotest|set]\n\n\n\n"
@@ -253,6 +255,25 @@ def test_every_set_counts_one_and_255_is_followed_by_0(board):
     assert (run.status, run.stderr) == (0, b"")
     bumped[COUNTER] = more
     assert board.path(NVMEM).read_bytes() == bumped
+
+
+def test_set_on_the_board_warns_of_a_failed_reading_then_writes_reads_and_shows(board):
+    board.path(NVMEM).write_bytes(block(7))
+    board.fault(f"/{NVMEM} read errno=EIO nth=1")
+    run = board.run("bt1", "bootparam", "set", story=True)
+    assert run.status == 0
+    bumped = packed(block(1, rest=0))
+    warning = b"[bootparam_set:65]WARN:bootparam_get fail[-1]\n"
+    assert run.stdout.startswith(warning)
+    story = [line for line in run.story if line.startswith(("out ", f"read /{NVMEM}", "write "))]
+    assert_story(
+        dataclasses.replace(run, story=story),
+        f"read /{NVMEM} = EIO",
+        out(warning),
+        f"write /{NVMEM} in={bumped} = 256",
+        f"read /{NVMEM} out={bumped} = 256",
+        out(run.stdout[len(warning) :]),
+    )
 
 
 def test_autotest_leaves_the_block_of_the_board_as_it_found_it(board):
