@@ -1,9 +1,11 @@
 // Device-tree properties: cells of a command line, and the overlay that carries them.
 
+#include "debug/debug_tools.h"
 #include "debug/dtb_cells.h"
 #include "platform/device_tree.h"
 #include "platform/overlay_blob.h"
 
+#include <dlfcn.h>
 #include <errno.h>
 #include <string.h>
 
@@ -11,6 +13,39 @@
 
 #include <string>
 #include <vector>
+
+namespace {
+
+// What a handler hands to the library, whose place this program takes while it is looked at.
+struct Handed {
+  int calls;
+  int count;
+  std::string node;
+  std::string name;
+  std::uint32_t type;
+  std::vector<unsigned char> value;
+  int result;
+};
+
+Handed *handed = nullptr;
+
+}  // namespace
+
+int rig_dtb_overlay(DtbOverlayProp *props, int count) {
+  if (handed == nullptr) {
+    const auto real =
+        reinterpret_cast<decltype(&rig_dtb_overlay)>(dlsym(RTLD_NEXT, "rig_dtb_overlay"));
+    return real(props, count);
+  }
+  const auto *value = static_cast<const unsigned char *>(props->value);
+  ++handed->calls;
+  handed->count = count;
+  handed->node = props->node;
+  handed->name = props->name;
+  handed->type = props->type;
+  handed->value.assign(value, value + props->length);
+  return handed->result;
+}
 
 namespace {
 
@@ -46,6 +81,84 @@ TEST(Cells, are_16_at_most) {
   EXPECT_EQ(cells_of(20, arguments), Words(16, 7));
   EXPECT_EQ(cells_of(17, {"1", "2"}).size(), 16u);
   EXPECT_EQ(cells_of(0xFFFFFFFF, {"1"}).size(), 16u);
+}
+
+// The handlers that no applet table lists.
+
+class DtbHandlers : public testing::Test {
+ protected:
+  int run(int (*handler)(int, char **), std::vector<const char *> words) {
+    const int argc = static_cast<int>(words.size());
+    words.push_back(nullptr);
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    handed = &got;
+    const int status = handler(argc, const_cast<char **>(words.data()));
+    handed = nullptr;
+    out = testing::internal::GetCapturedStdout();
+    err = testing::internal::GetCapturedStderr();
+    return status;
+  }
+  void expect_handed(const char *node, const char *name, const Words &cells) {
+    EXPECT_EQ(got.calls, 1);
+    EXPECT_EQ(got.count, 1);
+    EXPECT_EQ(got.node, node);
+    EXPECT_EQ(got.name, name);
+    EXPECT_EQ(got.type, 2u);
+    std::vector<unsigned char> native(cells.size() * 4);
+    memcpy(native.data(), cells.data(), native.size());
+    EXPECT_EQ(got.value, native);
+    EXPECT_EQ(out + err, "");
+    got = {};
+  }
+  Handed got = {};
+  std::string out;
+  std::string err;
+};
+
+TEST_F(DtbHandlers, dtbofu32_hands_over_one_cell_and_returns_the_library_s_result) {
+  EXPECT_EQ(run(dtbofu32_main, {"dtbofu32", "/chosen", "testu32", "0x12345678"}), 0);
+  expect_handed("/chosen", "testu32", {0x12345678});
+  got.result = -5;
+  EXPECT_EQ(run(dtbofu32_main, {"dtbofu32", "/", "a", "010"}), -5);
+  expect_handed("/", "a", {8});
+  got.result = 3;
+  EXPECT_EQ(run(dtbofu32_main, {"dtbofu32", "/", "a", "-1"}), 3);
+  expect_handed("/", "a", {0xFFFFFFFF});
+}
+
+TEST_F(DtbHandlers, dtbofu64_hands_over_two_cells_and_returns_the_library_s_result) {
+  EXPECT_EQ(run(dtbofu64_main, {"dtbofu64", "/chosen", "testu64", "0x11223344", "0x55667788"}), 0);
+  expect_handed("/chosen", "testu64", {0x11223344, 0x55667788});
+  got.result = -5;
+  EXPECT_EQ(run(dtbofu64_main, {"dtbofu64", "/", "a", "1", "word"}), -5);
+  expect_handed("/", "a", {1, 0});
+}
+
+TEST_F(DtbHandlers, dtbofu32_of_another_count_prints_the_usage) {
+  for (const auto &words : {std::vector<const char *>{"dtbofu32"},
+                            {"dtbofu32", "/", "a"},
+                            {"dtbofu32", "/", "a", "1", "2"}}) {
+    EXPECT_EQ(run(dtbofu32_main, words), -1);
+    EXPECT_EQ(out, "");
+    EXPECT_EQ(err,
+              "\n dtbofu32 v1.0\n\nUsage: dtbofu32 [args]\n\n\n\nexample:\n"
+              "  dtbofu32 /chosen testu32 0x12345678\n");
+    EXPECT_EQ(got.calls, 0);
+  }
+}
+
+TEST_F(DtbHandlers, dtbofu64_of_another_count_prints_the_usage) {
+  for (const auto &words : {std::vector<const char *>{"dtbofu64"},
+                            {"dtbofu64", "/", "a", "1"},
+                            {"dtbofu64", "/", "a", "1", "2", "3"}}) {
+    EXPECT_EQ(run(dtbofu64_main, words), -1);
+    EXPECT_EQ(out, "");
+    EXPECT_EQ(err,
+              "\n dtbofu64 v1.0\n\nUsage: dtbofu64 [args]\n\n\n\nexample:\n"
+              "  dtbofu64 /chosen testu64 0x11223344 0x55667788\n");
+    EXPECT_EQ(got.calls, 0);
+  }
 }
 
 // The overlay.

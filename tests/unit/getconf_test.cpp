@@ -1,7 +1,13 @@
-// The table of configuration values: its order, its kinds and its requests.
+// The table of configuration values: its order, its kinds and its requests. And what ends the
+// listing early.
 
+#include "debug/debug_tools.h"
 #include "debug/getconf_variables.h"
 
+#include <dlfcn.h>
+#include <errno.h>
+#include <stdint.h>
+#include <stdio.h>
 #include <string.h>
 #include <unistd.h>
 
@@ -11,6 +17,27 @@
 #include <set>
 #include <span>
 #include <string>
+
+namespace {
+
+// What confstr() answers instead of the C library's: to the question for the length, and then.
+struct Answers {
+  std::size_t length;
+  std::size_t stored;
+};
+
+const Answers *answers = nullptr;
+
+}  // namespace
+
+extern "C" std::size_t confstr(int name, char *text, std::size_t size) noexcept {
+  if (answers == nullptr) {
+    const auto real = reinterpret_cast<decltype(&confstr)>(dlsym(RTLD_NEXT, "confstr"));
+    return real(name, text, size);
+  }
+  errno = ERANGE;
+  return text == nullptr ? answers->length : answers->stored;
+}
 
 namespace {
 
@@ -131,5 +158,32 @@ TEST(GetconfTable, misses_no_request_of_this_library) {
     EXPECT_GE(variable.request, 0) << variable.name;
 }
 #endif
+
+// Ends of the process.
+
+void list_with(const Answers &wanted) {
+  char name[] = "getconf";
+  char option[] = "-a";
+  char *argv[] = {name, option, nullptr};
+  // The rows in front of the first text are not what counts here.
+  if (freopen("/dev/null", "w", stdout) == nullptr)
+    _exit(90);
+  answers = &wanted;
+  getconf_main(2, argv);
+}
+
+TEST(GetconfDeath, a_text_of_another_length_than_was_said_ends_it_with_3) {
+  EXPECT_EXIT(list_with({.length = 5, .stored = 6}), testing::ExitedWithCode(3),
+              "confstr: Numerical result out of range");
+  EXPECT_EXIT(list_with({.length = 5, .stored = 0}), testing::ExitedWithCode(3), "confstr: ");
+}
+
+TEST(GetconfDeath, a_text_that_memory_does_not_hold_ends_it_with_3) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "the sanitizer's allocator ends the process itself";
+#endif
+  EXPECT_EXIT(list_with({.length = SIZE_MAX / 2, .stored = 0}), testing::ExitedWithCode(3),
+              "memory exhausted");
+}
 
 }  // namespace
