@@ -56,14 +56,6 @@ def storm(times):
     return times if os.environ.get("BENCHRIG_STORM") == "all" else min(times, 10)
 
 
-def little_memory(build):
-    """The variables of a run in which large blocks are not to be had."""
-    text = (build / "bin/benchrig").read_bytes()
-    if b"__asan_init" in text or b"__tsan_init" in text:
-        pytest.skip("a sanitizer's own allocator cannot be kept short of memory")
-    return {"LD_PRELOAD": str(build / "tests/plugin/little_memory.so")}
-
-
 def word_size():
     """The bytes of a pointer in the programs of the build."""
     with open(build_directory() / "bin/benchrig", "rb") as file:
@@ -203,6 +195,26 @@ class Board:
             report = (work / "report").read_text(encoding="utf-8")
             assert (report, status != 99) == ("", True), (stdout, stderr)
         return Run(stdout, stderr, status, read_trace(trace), read_story(work / "story"))
+
+
+def is_instrumented(build):
+    """Whether the executable brings a sanitizer, whose run time wants to come first."""
+    text = (build / "bin/benchrig").read_bytes()
+    return b"__asan_init" in text or b"__tsan_init" in text
+
+
+def little_memory(build):
+    """The variables of a run in which large blocks are not to be had."""
+    if is_instrumented(build):
+        pytest.skip("a sanitizer's own allocator cannot be kept short of memory")
+    return {"LD_PRELOAD": str(build / "tests/plugin/little_memory.so")}
+
+
+def untraced(board):
+    """Options of a run that tells on standard error of munmap(), fsync() and pathconf()."""
+    if is_instrumented(board.build):
+        pytest.skip("a sanitizer has calls of its own")
+    return {"env": {"LD_PRELOAD": str(board.build / "tests/plugin/untraced.so")}}
 
 
 def environment():

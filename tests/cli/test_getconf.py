@@ -7,7 +7,7 @@ import shutil
 import subprocess
 
 import pytest
-from conftest import EMULATOR, environment, program, word_size
+from conftest import EMULATOR, environment, program, untraced, word_size
 
 USAGE = (
     b"Usage: getconf [-v specification] variable_name [pathname]\n"
@@ -97,6 +97,14 @@ def test_a_path_changes_only_the_path_limits(board):
     nowhere = board.run("btdbg", "getconf", "-a", "/nonexistent")
     assert nowhere.status == 0
     assert b"\nNAME_MAX                           \n" in nowhere.stdout
+
+
+# Two paths may well have the same limits.
+@pytest.mark.parametrize("words, path", [((), "/"), (("/tmp",), "/tmp"), (("",), "")])
+def test_path_limits_are_those_of_the_path_or_of_the_root(board, words, path):
+    run = board.run("btdbg", "getconf", "-a", *words, **untraced(board))
+    assert run.status == 0
+    assert run.stderr == 27 * f"pathconf {path}\n".encode()
 
 
 def test_value_that_is_not_there_leaves_the_padded_name(build):

@@ -2,6 +2,7 @@
 
 import pytest
 
+from conftest import assert_story, err, out, untraced
 from device_trace import calls, packed
 
 OPEN = "open /dev/korcmem RDWR|NONBLOCK = 3"
@@ -23,8 +24,8 @@ DECODER = ("decoder", 0x18000000, 0x00800000)  # block 10
 ISP = ("isp", 0x17800000, 0x00400000)  # block 3
 
 
-def korcmem(board, *words):
-    return board.run("bt2", "korcmem", *words)
+def korcmem(board, *words, **options):
+    return board.run("bt2", "korcmem", *words, **options)
 
 
 def info_record(block, name="", base=0, size=0):
@@ -187,6 +188,13 @@ def test_every_option_reads_the_second_word(board):
     )
 
 
+def test_info_shows_the_number_that_the_driver_answers(board):
+    board.set("/dev/korcmem", "alias10", 77)
+    assert korcmem(board, "-i", "10").stdout == (
+        b"cmem id 77\ncmem name decoder\ncmem base 18000000\ncmem size 800000\n"
+    )
+
+
 # --- -g -------------------------------------------------------------------------------------------
 
 
@@ -280,6 +288,27 @@ def test_finish_that_fails_ends_the_sequence(board):
     assert state(board, 10) == "mapped"
 
 
+@pytest.mark.parametrize("fault", [None, "EIO"])
+def test_block_is_unmapped_after_the_finish_and_before_it_is_handed_back(board, fault):
+    if fault:
+        board.fault(f"/dev/korcmem ioctl:KORCMEM_FINISH errno={fault}")
+    rest = [release(10, DECODER), page_free(10)]
+    if fault:
+        rest = []
+    assert_story(
+        korcmem(board, "-w", "10", story=True, **untraced(board)),
+        OPEN,
+        info(10, DECODER),
+        out(HEAD),
+        mapped(DECODER),
+        finish(fault or "0"),
+        out("[korcmem_main]KORCMEM_FINISH error\n" if fault else ""),
+        err(f"munmap {DECODER[2]} = 0\n"),
+        *rest,
+        CLOSE,
+    )
+
+
 def test_release_that_fails_has_the_info_request_s_text(board):
     board.fault("/dev/korcmem ioctl:KORCMEM_RELEASE errno=EBUSY")
     run = korcmem(board, "-w", "10")
@@ -317,6 +346,12 @@ def test_mapping_has_32_bits_of_base_and_size(board):
     run = korcmem(board, "-w", "10")
     assert run.stdout.startswith(b"cmemblock base:0x118000000 size:0x100800000\n")
     assert calls(run)[2].startswith("mmap /dev/korcmem 8388608 RW at=0x18000000 = ")
+
+
+def test_block_is_handed_back_by_the_number_that_was_asked_for(board):
+    board.set("/dev/korcmem", "alias10", 77)
+    lines = calls(korcmem(board, "-w", "10"))
+    assert lines[-3:] == [release(10, DECODER), page_free(10), CLOSE]
 
 
 def test_failure_does_not_end_the_option_walk(board):

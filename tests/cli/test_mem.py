@@ -10,6 +10,8 @@ import re
 
 import pytest
 
+from conftest import assert_story, err, out, untraced
+
 OPEN = "open /dev/mem RDWR|SYNC = 3"
 CLOSE = "close /dev/mem = 0"
 PAGE = mmap.PAGESIZE
@@ -719,6 +721,145 @@ def test_dump_reads_back_what_fillfile_loaded(board, tmp_path):
     mem(board, "fillfile", "10000000", "0", "in", cwd=tmp_path)
     mem(board, "dump", "10000000", f"{len(CONTENT):x}", "out", cwd=tmp_path)
     assert (tmp_path / "out").read_bytes() == CONTENT
+
+
+# --- What is closed and unmapped, and when -------------------------------------------------------
+
+FILES = ("/dev/mem", "/mnt/sd/fill.bin", "/mnt/sd/dump.bin")
+AT = 0x2FF0
+
+
+def unmapped(size):
+    return err(f"munmap {size} = 0\n")
+
+
+def on_disk(board, name, content=b""):
+    board.path("mnt/sd").mkdir(parents=True, exist_ok=True)
+    if content:
+        board.path(name).write_bytes(content)
+
+
+@pytest.mark.parametrize(
+    "words, span",
+    [
+        (("r", "2ff0", "20"), 0x20),
+        (("w", "2ff0", "1"), 256),
+        (("bit", "2ff0", "3", "1"), 256),
+        (("bit", "2ff0", "3", "0"), 256),
+        (("fill", "2ff0", "30", "5a"), 0x30),
+    ],
+)
+def test_what_was_mapped_is_unmapped_before_the_device_is_closed(board, words, span):
+    size = AT % PAGE + span
+    run = mem(board, *words, story=True, **untraced(board))
+    lines = [line for line in run.story if not line.startswith("out ")]
+    assert lines == [OPEN, mapped(size, AT // PAGE * PAGE), *unmapped(size), CLOSE]
+
+
+def test_fillfile_closes_its_file_and_unmaps(board):
+    on_disk(board, "mnt/sd/fill.bin", CONTENT)
+    size = AT % PAGE + len(CONTENT)
+    run = mem(board, "fillfile", "2ff0", story=True, **untraced(board))
+    lines = [line for line in run.story if not line.startswith(("read ", "stat "))]
+    assert lines == [
+        OPEN,
+        "open /mnt/sd/fill.bin RDONLY = 4",
+        mapped(size, AT // PAGE * PAGE),
+        "close /mnt/sd/fill.bin = 0",
+        *unmapped(size),
+        CLOSE,
+    ]
+
+
+def test_fillfile_closes_its_file_after_a_failed_stat(board):
+    on_disk(board, "mnt/sd/fill.bin", CONTENT)
+    board.fault("/mnt/sd/fill.bin absent time=0.000002..")  # only after its open
+    run = mem(board, "fillfile", "2ff0", story=True)
+    assert (run.status, run.stdout) == (255, b"")
+    lines = [line.split(" ")[:2] for line in run.story]
+    assert lines == [
+        ["open", "/dev/mem"],
+        ["open", "/mnt/sd/fill.bin"],
+        ["stat", "/mnt/sd/fill.bin"],
+        ["close", "/mnt/sd/fill.bin"],
+    ]
+
+
+def test_fillfile_that_cannot_be_mapped_closes_its_file_and_leaves_the_device_open(board):
+    on_disk(board, "mnt/sd/fill.bin", CONTENT)
+    board.fault("/dev/mem mmap errno=ENOMEM")
+    run = mem(board, "fillfile", "2ff0", story=True)
+    assert_story(
+        run,
+        OPEN,
+        "open /mnt/sd/fill.bin RDONLY = 4",
+        mapped(AT % PAGE + len(CONTENT), AT // PAGE * PAGE, "ENOMEM"),
+        out("\033[31mcmd_mem_fillfile(): \033[0mmmap error for addr 0x0x2ff0\r\n"),
+        "close /mnt/sd/fill.bin = 0",
+        only=("open", "mmap", "close"),
+    )
+    assert run.status == 255
+
+
+def test_dump_closes_its_file_and_unmaps(board):
+    on_disk(board, "mnt/sd/dump.bin")
+    poke(board, AT, CONTENT)
+    size = AT % PAGE + 0x200
+    assert_story(
+        mem(board, "dump", "2ff0", "200", story=True, **untraced(board)),
+        OPEN,
+        out(dump_line(AT, 0x200, b"/mnt/sd/dump.bin")),
+        mapped(size, AT // PAGE * PAGE),
+        "open /mnt/sd/dump.bin RDWR|CREAT|TRUNC = 4",
+        f"write /mnt/sd/dump.bin in={CONTENT[:0x200].hex()} = 512",
+        "close /mnt/sd/dump.bin = 0",
+        unmapped(size),
+        CLOSE,
+    )
+
+
+@pytest.mark.parametrize("written", [0, 1, 0x1FF])
+def test_dump_does_not_notice_a_short_write(board, written):
+    on_disk(board, "mnt/sd/dump.bin")
+    poke(board, AT, CONTENT)
+    board.fault(f"/mnt/sd/dump.bin write short={written}")
+    run = mem(board, "dump", "2ff0", "200")
+    assert (run.status, run.stderr) == (0, b"")
+    assert run.stdout == dump_line(AT, 0x200, b"/mnt/sd/dump.bin")
+    assert [line.split(" ")[0] for line in run.requests_on("/mnt/sd/dump.bin")] == [
+        "open",
+        "write",
+        "close",
+    ]
+    assert board.path("mnt/sd/dump.bin").read_bytes() == CONTENT[:written]
+
+
+@pytest.mark.parametrize("mask", [0o000, 0o022])
+def test_dump_makes_a_file_for_everyone_whom_the_mask_allows(board, tmp_path, mask):
+    before = os.umask(mask)
+    try:
+        mem(board, "dump", "2000", "10", tmp_path / "d.bin")
+    finally:
+        os.umask(before)
+    assert (tmp_path / "d.bin").stat().st_mode & 0o7777 == 0o777 & ~mask
+
+
+def test_dump_that_cannot_write_closes_and_unmaps(board):
+    on_disk(board, "mnt/sd/dump.bin")
+    board.fault("/mnt/sd/dump.bin write errno=ENOSPC")
+    size = AT % PAGE + 0x10
+    assert_story(
+        mem(board, "dump", "2ff0", "10", story=True, **untraced(board)),
+        OPEN,
+        out(dump_line(AT, 0x10, b"/mnt/sd/dump.bin")),
+        mapped(size, AT // PAGE * PAGE),
+        "open /mnt/sd/dump.bin RDWR|CREAT|TRUNC = 4",
+        "write /mnt/sd/dump.bin in=00*16 = ENOSPC",
+        out("\033[31mdebug_dumpmem2file(): \033[0mfail to write 16 bytes\r\n"),
+        "close /mnt/sd/dump.bin = 0",
+        unmapped(size),
+        CLOSE,
+    )
 
 
 def test_interrupt_is_ignored_by_the_group(board):

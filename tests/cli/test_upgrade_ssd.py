@@ -9,6 +9,7 @@ import os
 import pytest
 
 import disk
+from conftest import is_instrumented
 from disk import READ_DRIVE, READ_RAM, chunk, chunks, make_image, stamped
 
 OWN = b"This is korvexium sata[/dev/sda],will go to upgrade!\n"
@@ -396,11 +397,6 @@ HOST_STATUS = {
     14: b"BUS stayed busy through time out period. \n",
     15: b"BUS stayed busy through time out period. \n",
 }
-
-
-def is_instrumented(build):
-    text = (build / "bin/benchrig").read_bytes()
-    return b"__asan_init" in text or b"__tsan_init" in text
 
 
 @pytest.mark.parametrize("memory", ["clear", "used"])

@@ -6,7 +6,7 @@
 
 #include <dlfcn.h>
 #include <errno.h>
-#include <stdint.h>
+#include <cstdint>
 #include <stdio.h>
 #include <string.h>
 #include <unistd.h>
