@@ -6,13 +6,13 @@
 
 #include <dlfcn.h>
 #include <errno.h>
-#include <cstdint>
 #include <stdio.h>
 #include <string.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <map>
 #include <set>
 #include <span>
