@@ -204,7 +204,7 @@ def test_read_loop_is_not_stopped_by_an_interrupt(board):
 @pytest.mark.parametrize("chip", ["GYRO_BMA400", "GYRO_LSM6DS3", "GYRO_LSM6DS3TRC"])
 def test_an_unsupported_chip_ends_the_loop_and_the_tool(board, chip, option):
     board.set("/dev/gyro", "chip", chip)
-    # The end of the tool: the option behind is not looked at any more.
+    # The tool ends: the next option is ignored.
     assert_run(
         board.run("bt1", "gsensor", option, "-g", seconds=1, story=True),
         0,
