@@ -19,7 +19,7 @@ from build_tree import CLI_TARGETS, PRODUCTS, Failed, Workshop, copy_tree, hash_
 from build_tree import python_with_pytest
 from mutants import mutants_of, mutated
 from test_map import TestMap
-from test_notes import HERE, UNIT, UNIT_TESTS, make_notes
+from test_notes import HERE, UNIT, UNIT_TESTS, make_notes, unit_environment
 
 TOP = HERE.parents[1]
 WORK = TOP / "build/mutate"
@@ -34,6 +34,9 @@ def main():
     options = read_options()
     os.chdir(TOP)
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
+    # With nohup, a test's program would inherit that it is ignored; a handler is not inherited.
+    if signal.getsignal(signal.SIGHUP) == signal.SIG_IGN:
+        signal.signal(signal.SIGHUP, lambda *_: None)
     try:
         entries = read_accepted(text_of(ACCEPTED)) if (TOP / ACCEPTED).exists() else []
         mutants = chosen(options)
@@ -291,7 +294,9 @@ def run_tests(tests, workshop, names, scratch, mutant=None):
         filters = ":".join(name[len(UNIT) :] for name in unit)
         words = [workshop.build / UNIT_TESTS, f"--gtest_filter={filters}"]
         words += ["--gtest_brief=1", "--gtest_fail_fast"]
-        status, output = run(words, cwd=workshop.build, timeout=20 + 10 * seconds)
+        status, output = run(
+            words, cwd=workshop.build, timeout=20 + 10 * seconds, env=unit_environment()
+        )
         if status != 0:
             failed = re.search(r"\[  FAILED  \] ([\w./]+)", output)
             return f"{UNIT}{failed.group(1)}" if failed else f"unit tests, {ending(status)}"

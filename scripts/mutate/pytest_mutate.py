@@ -11,6 +11,7 @@ import json
 import os
 import pathlib
 import shutil
+import subprocess
 import sys
 import time
 
@@ -40,6 +41,18 @@ def pytest_configure(config):
         config.pluginmanager.register(Reports(), "mutate_reports")
 
 
+def keep_in_environments(name):
+    """Hands a variable on to every program that is started, also with an environment of its own."""
+    start = subprocess.Popen.__init__
+
+    def start_with_it(self, *arguments, **options):
+        if options.get("env") is not None:
+            options["env"] = {**options["env"], name: os.environ[name]}
+        start(self, *arguments, **options)
+
+    subprocess.Popen.__init__ = start_with_it
+
+
 class Reports:
     def __init__(self):
         self.file = pathlib.Path(os.environ["MUTATE_REPORT"])
@@ -49,6 +62,7 @@ class Reports:
         for folder in (self.own, self.shared):
             folder.mkdir(parents=True)
         os.environ["MUTATE_COVERAGE"] = str(self.shared)
+        keep_in_environments("MUTATE_COVERAGE")
 
     def write(self, name, seconds, folder):
         line = {"test": name, "seconds": seconds, "passed": self.passed, "reached": reached(folder)}

@@ -68,10 +68,8 @@ def _hash_of_products(tree):
             return not is_test_file and not name.endswith(".txt")
         return name.startswith((*(f"{one}/" for one in PRODUCTS), "cmake", "CMake", "docs/"))
 
-    own = "".join(
-        hash_of(HERE, lambda name, one=one: name == one) for one in ("reached.c", "test_notes.py")
-    )
-    return hash_of(tree, wanted) + hashlib.sha256(own.encode()).hexdigest()
+    own = hash_of(HERE, lambda name: name in ("reached.c", "pytest_mutate.py", "test_notes.py"))
+    return f"{hash_of(tree, wanted)} {own}"
 
 
 def _key(common, tree, prefix):
@@ -179,7 +177,7 @@ def _run_unit(build, scratch):
         maps = scratch / "map-unit"
         shutil.rmtree(maps, ignore_errors=True)
         maps.mkdir(parents=True)
-        env = dict(os.environ, MUTATE_COVERAGE=str(maps))
+        env = dict(unit_environment(), MUTATE_COVERAGE=str(maps))
         started = time.monotonic()
         status, _ = run(
             [build / UNIT_TESTS, f"--gtest_filter={case}"], cwd=build, timeout=120, env=env
@@ -188,6 +186,11 @@ def _run_unit(build, scratch):
         row = {"test": UNIT + case, "seconds": seconds, "passed": status == 0}
         rows.append({**row, "reached": reached(maps)})
     return rows
+
+
+def unit_environment():
+    """The caller's, without its folder for temporary files: some cases need a short name."""
+    return {name: value for name, value in os.environ.items() if name != "TMPDIR"}
 
 
 def unit_cases(program):
