@@ -21,6 +21,7 @@ starts an executable on its own asks program() for the words. BENCHRIG_STORM=all
 repeat something do so as often as storm() is asked, instead of ten times.
 """
 
+import itertools
 import os
 import pathlib
 import re
@@ -35,6 +36,10 @@ from device_trace import tidy
 
 # Far above what any run takes: a run that reaches it hangs.
 HANGS_AFTER_SECONDS = 60
+
+# A background job of a shell inherits an ignored SIGINT; programs are tested as started from a terminal.
+# A handler of this process is none of theirs, and costs less than preexec_fn for each of them.
+signal.signal(signal.SIGINT, signal.default_int_handler)
 
 EMULATOR = shlex.split(os.environ.get("BENCHRIG_EMULATOR", ""))
 
@@ -229,8 +234,7 @@ def environment():
 
 
 def run_to_end(words, stdin, cwd, variables):
-    # A group of its own, so that a run that hangs is ended whole. A background job of a shell
-    # inherits an ignored SIGINT; the program is tested as started from a terminal.
+    # A group of its own, so that a run that hangs is ended whole.
     with subprocess.Popen(
         words,
         stdin=subprocess.PIPE,
@@ -239,7 +243,6 @@ def run_to_end(words, stdin, cwd, variables):
         cwd=cwd,
         env=variables,
         start_new_session=True,
-        preexec_fn=lambda: signal.signal(signal.SIGINT, signal.SIG_DFL),
     ) as process:
         try:
             stdout, stderr = process.communicate(stdin, timeout=HANGS_AFTER_SECONDS)
@@ -321,9 +324,13 @@ def build():
 @pytest.fixture(scope="session")
 def make_board(tmp_path_factory, build):
     """make_board(gyro="GYRO_ICM20690"): a fresh healthy board; each call makes another one."""
+    # mktemp() looks through all that it has made: asked once, not for each board.
+    benches = tmp_path_factory.mktemp("benches")
+    numbers = itertools.count()
 
     def make(gyro=None):
-        parent = tmp_path_factory.mktemp("bench")
+        parent = benches / str(next(numbers))
+        parent.mkdir()
         board = Board(parent / "board", parent, build)
         board.vboard("new", board.directory, *(("--gyro", gyro) if gyro else ()))
         return board
