@@ -7,6 +7,8 @@ does is tested on attributes that each test puts into the board's /sys, and on t
 
 import pytest
 
+from conftest import assert_story, out
+
 USAGE = (
     b"\n stor v1.0\nUsage:\n\n"
     b"    stor  -l                     ---list all stor name\n"
@@ -144,6 +146,24 @@ def test_failed_switch(board):
     assert_run(run, 0, b"stor_state.name = msa\nrig_stor_dev_power_ctrl failure.\n")
 
 
+# Only a negative result is a failure.
+
+
+@pytest.mark.parametrize("result", [1, 3])
+def test_positive_results_are_no_failures(board, result):
+    devices = [("mmcblk0", 1, 1), ("msa", 1, 0)]
+    run = board.run("bt2", "stor", "-l", rigcore=[devlist(*devices)[:-1] + str(result)])
+    assert_run(run, 0, listing(*devices))
+    run = board.run(
+        "bt2", "stor", "-s", "msa", "0", rigcore=[f'rig_stor_dev_power_ctrl "msa" 0 = {result}']
+    )
+    assert_run(run, 0, b"stor_state.name = msa\nmsa power_state: STOR_POWEROFF.\n")
+
+    script, output = cycle({"mmcblk0": 1, "msa": 0})
+    script = [line[:-1] + str(result) for line in script]
+    assert_run(board.run("bt2", "stor", "-a", rigcore=script), 0, output + GOOD)
+
+
 def test_words_that_do_not_scan(board):
     assert_run(
         board.run("bt2", "stor", "-s", " ", "1", rigcore=[]),
@@ -209,6 +229,17 @@ def test_power_cycle_that_fails_at_the_second_device(board):
         board.run("bt2", "stor", "-a", rigcore=script),
         0,
         START + listing(*devices) + OFF + b"rig_stor_dev_power_ctrl msa failure.\n" + BAD,
+    )
+
+
+def test_power_cycle_that_cannot_recover(board):
+    script, output = cycle({"mmcblk0": 1, "msa": 0})
+    script = script[:-2] + ['rig_stor_dev_power_ctrl "msa" 0 = -1 errno=5']
+    begin = output[: output.index(RECOVER) + len(RECOVER)]
+    assert_run(
+        board.run("bt2", "stor", "-a", rigcore=script),
+        0,
+        begin + b"rig_stor_dev_power_ctrl msa failure.\n" + BAD,
     )
 
 
@@ -489,6 +520,53 @@ def test_the_boards_disk_goes_and_comes_back(board):
         b"sda state: STOR_ONLINE.\nsda power_state: STOR_POWERUP.\n",
     )
     assert board.run("bt2", "hdsmart", "/dev/sda").status == 0
+
+
+def written(path, text):
+    return f"write {path} in={text.encode().hex()} = {len(text)}"
+
+
+def switched(device, state):
+    return written(f"/sys/devices/platform/{device}-power/state", state)
+
+
+LET_GO = written("/sys/block/sda/device/delete", "1")
+SCANNED = written("/sys/class/scsi_host/host0/scan", "- - -")
+
+
+def test_a_switch_is_announced_before_and_reported_after_it_was_thrown(board):
+    assert_story(
+        board.run("bt2", "stor", "-s", "sda", "0", story=True),
+        out("stor_state.name = sda\n"),
+        LET_GO,
+        switched("sda", "disabled"),
+        out("sda power_state: STOR_POWEROFF.\n"),
+        only=("write",),
+    )
+    assert_story(
+        board.run("bt2", "stor", "-s", "sda", "1", story=True),
+        out("stor_state.name = sda\n"),
+        switched("sda", "enabled"),
+        SCANNED,
+        out("sda power_state: STOR_POWERUP.\n"),
+        only=("write",),
+    )
+
+
+def test_each_step_of_a_power_cycle_is_announced_before_it_is_done(board):
+    off = [switched("mmcblk0", "disabled"), LET_GO, switched("sda", "disabled")]
+    on = [switched("mmcblk0", "enabled"), switched("sda", "enabled"), SCANNED]
+    assert_story(
+        board.run("bt2", "stor", "-a", story=True),
+        out(START + listing(*HERE) + OFF),
+        *off,
+        out(listing(*GONE) + ON),
+        *on,
+        out(listing(*HERE) + RECOVER),
+        *on,
+        out(listing(*HERE) + GOOD),
+        only=("write",),
+    )
 
 
 @pytest.mark.parametrize("power, devices", [("0", (HERE[0], GONE[1])), ("1", HERE)])
