@@ -172,7 +172,7 @@ bool copy_text(std::span<char> out, std::string_view text) {
   out[0] = '\0';
   if (text.size() >= out.size())
     return false;
-  memcpy(out.data(), text.data(), text.size());
+  text.copy(out.data(), text.size());  // unlike memcpy(), also for an empty text without a place
   out[text.size()] = '\0';
   return true;
 }
@@ -182,7 +182,7 @@ void append_text(TextBuffer &buffer, std::string_view text) {
     buffer.overflow = true;
     text = text.substr(0, buffer.capacity - buffer.length);
   }
-  memcpy(buffer.data + buffer.length, text.data(), text.size());
+  text.copy(buffer.data + buffer.length, text.size());
   buffer.length += text.size();
 }
 

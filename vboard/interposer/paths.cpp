@@ -26,7 +26,7 @@ std::size_t inside_length;
 bool append(char *path, std::size_t &length, std::string_view piece) {
   if (length + piece.size() >= kPathSize)
     return false;
-  memcpy(path + length, piece.data(), piece.size());
+  piece.copy(path + length, piece.size());
   length += piece.size();
   path[length] = '\0';
   return true;

@@ -26,7 +26,9 @@ constexpr std::int64_t kSmartPassed = 0xC24F;
 constexpr std::int64_t kSmartExceeded = 0x2CF4;
 
 void print(FILE *out, std::string_view text) {
-  fwrite(text.data(), 1, text.size(), out);
+  // An empty text may have no place at all, which fwrite() does not take.
+  if (!text.empty())
+    fwrite(text.data(), 1, text.size(), out);
 }
 
 std::string_view numbered(const Node &node, const char *word, int number) {
