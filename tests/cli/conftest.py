@@ -184,6 +184,9 @@ class Board:
             variables["RIG_SCRIPT"] = str(work / "script")
             variables["RIG_REPORT"] = str(work / "report")
         variables.update(env or {})
+        if "LD_PRELOAD" in variables:
+            # What is preloaded comes into the launcher as well, before any sanitizer of that one.
+            variables.setdefault("ASAN_OPTIONS", "verify_asan_link_order=0")
         if EMULATOR and "LD_PRELOAD" in variables:
             # What is preloaded is for the command; the launcher runs on this machine. The board's own
             # part comes first.

@@ -141,8 +141,6 @@ def on_disk(board):
         env={
             "LD_PRELOAD": str(board.build / "tests/plugin/plugin.so"),
             "BENCHRIG_PLUGIN": "/dev/sda",
-            # The plug-in is loaded into the launcher too, before any sanitizer of that one.
-            "ASAN_OPTIONS": "verify_asan_link_order=0",
         },
     )
     assert (run.status, run.stderr) == (0, b"")
