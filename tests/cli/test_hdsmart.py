@@ -11,6 +11,7 @@ import shutil
 import pytest
 
 import disk
+from conftest import out
 
 DATA = pathlib.Path(__file__).resolve().parents[1] / "data/ata"
 PATH = '"/dev/sda"'
@@ -135,6 +136,41 @@ def test_failed_identify_and_enable_are_reported_and_go_on(board):
     )
 
 
+@pytest.mark.parametrize("result", [1, 3])
+def test_positive_results_fail_only_the_reads(board, result):
+    def positive(line):
+        return line.removesuffix("0") + str(result)
+
+    # The attempts that count are the second ones.
+    script = [
+        positive(IDENTIFY),
+        DECODE,
+        positive(ENABLE),
+        positive(VALUES),
+        VALUES,
+        positive(THRESHOLDS),
+        THRESHOLDS,
+        FAMILY,
+    ]
+    run = board.run("bt2", "hdsmart", "/dev/sda", rigcore=script)
+    assert_run(
+        run,
+        0,
+        START
+        + BLANK_IDENTITY
+        + b"sata_read_smart_values error, retry!\n"
+        + b"sata_read_smart_thresholds error, retry!\n!\n"
+        + BLANK_SMART
+        + OK,
+    )
+
+
+def test_a_path_of_63_characters_is_checked(board):
+    path = "/dev/" + 58 * "x"
+    run = board.run("bt2", "hdsmart", path)
+    assert run.stdout.startswith(b"Start check " + path.encode() + b"\n")
+
+
 def test_three_failed_reads_of_the_values(board):
     failed = f"rig_sata_read_smart_values {PATH} -> {ZEROS} = -1 errno=5"
     run = board.run(
@@ -251,6 +287,29 @@ def test_recorded_disks(board, name, status):
             b"WARNING:A failure may be imminent, replace your hard disk(/dev/sda).\n"
             b"Exit of smart error!!!\n"
         )
+
+
+def test_each_part_is_told_before_the_disk_is_asked_for_the_next(board):
+    texts = board.run("bt2", "hdsmart", "/dev/sda").stdout.split(
+        b"***************************SMART"
+    )
+    begin, identity = texts[0][: len(START)], texts[0][len(START) :]
+    rest = b"***************************SMART" + texts[1]
+    run = board.run("bt2", "hdsmart", "/dev/sda", story=True)
+    lines = [
+        line if line.startswith("out ") else line.split()[0]
+        for line in run.story
+        if line.startswith(("out ", "open /dev/sda", "ioctl", "close /dev/sda"))
+    ]
+    one = ["open", "ioctl", "close"]
+    assert lines == (
+        out(begin)
+        + one  # IDENTIFY
+        + out(identity)
+        + ["open", "ioctl", "ioctl", "close"]  # SMART and its autosave
+        + 2 * one  # values, thresholds
+        + out(rest)
+    )
 
 
 def test_missing_disk(board):

@@ -9,6 +9,7 @@ import struct
 
 import pytest
 
+from conftest import out
 from device_trace import bytes_of, calls, packed
 
 NODE = "/dev/korstorage"
@@ -278,15 +279,48 @@ def test_all_requests_failing(board):
     assert run.requests[-1] == f"close {NODE} = 0"
 
 
-def test_positive_results_fail_only_the_last_two(board):
+@pytest.mark.parametrize("result", [1, 3])
+def test_positive_results_fail_only_the_last_two(board, result):
     write_node(board, [])
-    board.fault(f"{NODE} ioctl:STOR_CMD_SCAN_DONE result=3")
-    board.fault(f"{NODE} ioctl:STOR_CMD_GET result=1")
-    assert_run(
-        board.run("bt2", "hdstatus", "0"),
-        255,
-        SCAN_OK + err_report(0, 0, 0, 0, 0) + reset_report(0, 0, 0) + GET_BAD,
-    )
+    for name in ("SCAN_DONE", "ERR_REQ", "HD_RESET_STATUS"):
+        board.fault(f"{NODE} ioctl:STOR_CMD_{name} result={result}")
+    begin = SCAN_OK + err_report(0, 0, 0, 0, 0) + reset_report(0, 0, 0)
+    report = begin + status_report(0, dict.fromkeys(WORDS, 0))
+    assert_run(board.run("bt2", "hdstatus", "0"), 0, report + trim_report(0, 0))
+    board.fault(f"{NODE} ioctl:STOR_CMD_TRIM_SUPPORT result={result}")
+    assert_run(board.run("bt2", "hdstatus", "0"), 255, report + TRIM_BAD)
+    board.fault(f"{NODE} ioctl:STOR_CMD_GET result={result}")
+    assert_run(board.run("bt2", "hdstatus", "0"), 255, begin + GET_BAD)
+
+
+def asked_and_told(run):
+    """The requests' names and the texts of a story."""
+    return [
+        line if line.startswith("out ") else " ".join(line.split()[:3])
+        for line in run.story
+        if line.startswith(("out ", "ioctl ", "close "))
+    ]
+
+
+@pytest.mark.parametrize("fault", [None, "GET", "TRIM_SUPPORT"])
+def test_each_part_is_told_before_the_next_is_asked_for(board, fault):
+    write_node(board, [])
+    parts = [
+        ("SCAN_DONE", SCAN_OK),
+        ("ERR_REQ", err_report(0, 0, 0, 0, 0)),
+        ("HD_RESET_STATUS", reset_report(0, 0, 0)),
+        ("GET", GET_BAD if fault == "GET" else status_report(0, dict.fromkeys(WORDS, 0))),
+        ("TRIM_SUPPORT", TRIM_BAD if fault == "TRIM_SUPPORT" else trim_report(0, 0)),
+    ]
+    if fault:
+        board.fault(f"{NODE} ioctl:STOR_CMD_{fault} errno=EIO")
+    expected = []
+    for name, text in parts:
+        expected += [f"ioctl {NODE} STOR_CMD_{name}", *out(text)]
+        if name == fault:
+            break
+    run = board.run("bt2", "hdstatus", "0", story=True)
+    assert asked_and_told(run) == [*expected, f"close {NODE} ="]
 
 
 def test_failed_trim(board):
