@@ -10,6 +10,7 @@ import re
 
 import pytest
 
+from conftest import out
 from device_trace import bytes_of, calls, packed
 
 NODE = "/dev/korstorage"
@@ -231,6 +232,20 @@ def test_the_result_of_the_start_is_handed_on(board):
     board.fault(f"{NODE} ioctl:STOR_CMD_TRACE_DEVICE_START result=5")
     run = board.run("bt2", "blktrace", "sda")
     assert (run.status, run.stdout) == (5, START_BAD)
+
+
+@pytest.mark.parametrize("name, text", [("START", START_BAD), ("STOP", STOP_BAD)])
+def test_a_refusal_is_told_before_log_and_device_are_closed(board, name, text):
+    timeline(board)
+    board.fault(f"{NODE} ioctl:STOR_CMD_TRACE_DEVICE_{name} errno=EIO")
+    run = board.run("bt2", "blktrace", "sda", signals=STOP, story=True)
+    ends = [line for line in run.story if line.startswith(("out", "close")) or f"_{name}" in line]
+    assert ends[0].startswith(f"ioctl {NODE} STOR_CMD_TRACE_DEVICE_{name} ")
+    assert ends[1:] == [
+        *out(text),
+        "close /var/sda_blktrace.log = 0",
+        "close /dev/korstorage = 0",
+    ]
 
 
 def test_the_result_of_the_stop_is_handed_on(board):

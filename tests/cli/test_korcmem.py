@@ -341,6 +341,15 @@ def test_page_free_that_fails_is_reported(board):
     )
 
 
+def test_positive_results_are_no_failures(board):
+    for name in ("CMEMINFO", "FINISH", "RELEASE", "PAGE_FREE"):
+        board.fault(f"/dev/korcmem ioctl:KORCMEM_{name} result=3")
+    run = korcmem(board, "-w", "10")
+    assert (run.status, run.stdout, run.stderr) == (0, HEAD, b"")
+    assert len(calls(run)) == 7
+    assert korcmem(board, "-i", "10").stdout.startswith(b"cmem id 10\n")
+
+
 def test_mapping_has_32_bits_of_base_and_size(board):
     board.set("/dev/korcmem", "block10", "high 0x118000000 0x100800000")
     run = korcmem(board, "-w", "10")

@@ -9,7 +9,7 @@ import os
 import pytest
 
 import disk
-from conftest import is_instrumented
+from conftest import is_instrumented, out
 from disk import READ_DRIVE, READ_RAM, chunk, chunks, make_image, stamped
 
 OWN = b"This is korvexium sata[/dev/sda],will go to upgrade!\n"
@@ -96,6 +96,37 @@ def test_updates_the_drive_and_keeps_its_identity(drive):
     assert b"SerialNumber(SN)                 " + disk.SERIAL + b"\n" in again.stdout
     assert b"ModelNumber:                     " + disk.MODEL + b"\n" in again.stdout
     assert b"FirmWare(FW):                    QXFW01A3\n" in again.stdout
+
+
+def test_each_step_is_told_before_the_next_one_is_taken(drive):
+    run = update(drive, make_image(drive), story=True)
+    assert [line if line.startswith("out ") else line.split()[0] for line in run.story] == [
+        *out(b"FW from " + NAME.encode() + b"\n"),
+        *("open", "ioctl", "close"),  # IDENTIFY
+        *out(disk.IDENTITY),
+        *("open", "ioctl", "ioctl", "close"),  # SMART and its autosave
+        *("open", "ioctl", "close"),  # SMART READ DATA
+        *out(OWN),
+        *3 * ("open", "ioctl", "close"),  # vendor mode, announcement, fetch
+        *("open", "ioctl", "ioctl", "ioctl", "ioctl", "close"),
+        *out(b"update success\n"),
+    ]
+
+
+@pytest.mark.parametrize("fault", [None, "/dev/sda absent"])
+def test_an_image_that_does_not_close_is_reported_last(drive, fault):
+    drive.path("mnt/sd").mkdir(parents=True, exist_ok=True)
+    drive.path(f"mnt/sd/{NAME}").write_bytes(make_image(drive))
+    drive.fault(f"/mnt/sd/{NAME} close errno=EIO")
+    end = begin(f"/mnt/sd/{NAME}") + OWN + b"update success\n"
+    if fault:
+        drive.fault(fault)
+        end = (
+            f"FW from /mnt/sd/{NAME}\n".encode() + b"open /dev/sda failed\n"
+            b"sata[/dev/sda] read identify info fail!\nupdate fail(-1)\n"
+        )
+    run = drive.run("upgrade", "ssd", "sda", f"/mnt/sd/{NAME}")
+    assert_run(run, 0, end + b"close bin fail\n")
 
 
 def test_every_open_of_the_drive_is_for_reading_and_writing_without_blocking(drive):
