@@ -228,6 +228,19 @@ def test_block_size_needs_no_line_end(board):
     assert (run.stdout, run.status) == (b"", 0)
 
 
+@pytest.mark.parametrize("end", ["", "0", "\n", "00\n"])
+def test_block_size_is_read_up_to_31_bytes(board, end):
+    text = 24 * "0" + "8000000" + end
+    board.path(SIZE_FILE[1:]).write_text(text, encoding="utf-8")
+    assert_run(
+        hotplug(board, "0x1000", "0x1000"),
+        0,
+        b"nvtmem: Your parameters are not aligned.              "
+        b"Addr: 4096 size: 4096 aligned size: 134217728\n" + FAILED,
+        read_file(SIZE_FILE, text[:31].encode()),
+    )
+
+
 def test_kernel_without_the_probe_file_shows_in_the_state(board):
     board.fault(f"{MEMORY}/probe absent")
     assert_run(
