@@ -23,7 +23,8 @@ void tell(const char *format, Values... values) {
 
 }  // namespace
 
-extern "C" __attribute__((visibility("default"))) int munmap(void *start, std::size_t size) noexcept {
+extern "C" __attribute__((visibility("default"))) int munmap(void *start,
+                                                             std::size_t size) noexcept {
   const int result = static_cast<int>(syscall(SYS_munmap, start, size));
   tell("munmap %zu = %d\n", size, result);
   return result;
