@@ -23,10 +23,9 @@ void tell(const char *format, Values... values) {
 
 }  // namespace
 
-extern "C" __attribute__((visibility("default"))) int munmap(void *start,
-                                                             std::size_t size) noexcept {
-  const int result = static_cast<int>(syscall(SYS_munmap, start, size));
-  tell("munmap %zu = %d\n", size, result);
+extern "C" __attribute__((visibility("default"))) int munmap(void *addr, std::size_t len) noexcept {
+  const int result = static_cast<int>(syscall(SYS_munmap, addr, len));
+  tell("munmap %zu = %d\n", len, result);
   return result;
 }
 

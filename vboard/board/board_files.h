@@ -22,9 +22,10 @@
 
 namespace vboard {
 
-// Puts the board in the directory `board` over `below`. `is_whole` becomes 1 when the board does
+// Puts the board in `directory` over its template. `is_whole` becomes 1 when the board does
 // not need the template any more; all processes of a run share it. The texts must stay.
-void set_template(const char *board, const char *below, std::atomic<std::uint32_t> *is_whole);
+void set_template(const char *directory, const char *template_directory,
+                  std::atomic<std::uint32_t> *is_whole);
 
 // open(). A file of the template is copied first when the flags allow writing; a directory of the
 // template is made in the board when it is opened.
