@@ -3,9 +3,11 @@
 
 #include "benchrig/sata.h"
 #include "benchrig/ssd_update.h"
+#include "platform/sata.h"
 #include "storage/sata_device.h"
 #include "storage/ssd_update.h"
 
+#include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <scsi/sg.h>
@@ -81,7 +83,9 @@ int answer_request(int fd, sg_io_hdr &header) {
 
 }  // namespace
 
-extern "C" int ioctl(int fd, unsigned long request, ...) noexcept {
+// Visible to librigcore too.
+extern "C" __attribute__((visibility("default"))) int ioctl(int fd, unsigned long request,
+                                                            ...) noexcept {
   va_list rest;
   va_start(rest, request);
   void *const argument = va_arg(rest, void *);
@@ -509,6 +513,83 @@ TEST_F(AtaDisk, a_failed_step_of_a_vendor_read_ends_it_but_for_the_first) {
             "send ATA COMMAND SETFEATURES command, return -1\n"
             "enable_vendor error errno = 5\n");
   EXPECT_EQ(data, Bytes(512));
+}
+
+// librigcore's own commands. Other tests of this program take its operations' places.
+
+template <typename Function>
+Function of_library(Function, const char *name) {
+  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
+}
+
+#define OF_LIBRARY(name) of_library(&name, #name)
+
+TEST_F(AtaDisk, the_librarys_commands_wait_for_a_disk_that_spins_up) {
+  std::array<std::uint8_t, 512> sector;
+  const Bytes answer(512, 0x5C);
+  struct {
+    int (*read)(const char *path, void *sector);
+    Bytes cdb;
+  } const cases[] = {
+      {OF_LIBRARY(rig_sata_read_identify_info),
+       {0x85, 0x08, 0x0E, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0xEC, 0}},
+      {OF_LIBRARY(rig_sata_read_smart_values),
+       {0x85, 0x08, 0x0E, 0, 0xD0, 0, 1, 0, 0, 0, 0x4F, 0, 0xC2, 0, 0xB0, 0}},
+      {OF_LIBRARY(rig_sata_read_smart_thresholds),
+       {0x85, 0x08, 0x0E, 0, 0xD1, 0, 1, 0, 0, 0, 0x4F, 0, 0xC2, 0, 0xB0, 0}},
+  };
+  for (const auto &expected : cases) {
+    sector.fill(0xEE);
+    EXPECT_EQ(run({{.data = answer}}, [&] { return expected.read(kNode, sector.data()); }), 0);
+    EXPECT_EQ(bytes_at(sector.data(), 512), answer);
+    ASSERT_EQ(answering.sent.size(), 1u);
+    const Sent &sent = answering.sent[0];
+    EXPECT_EQ(sent.flags & (O_ACCMODE | O_NONBLOCK), O_RDONLY | O_NONBLOCK);
+    EXPECT_EQ(sent.cdb, expected.cdb);
+    EXPECT_EQ(sent.header.interface_id, 'S');
+    EXPECT_EQ(sent.header.mx_sb_len, 32);
+    EXPECT_EQ(sent.header.dxfer_direction, SG_DXFER_FROM_DEV);
+    EXPECT_EQ(sent.header.dxfer_len, 512u);
+    EXPECT_EQ(sent.header.timeout, 15000u);
+  }
+}
+
+TEST_F(AtaDisk, the_librarys_enabling_of_smart_is_two_commands_without_data) {
+  EXPECT_EQ(run({}, [] { return OF_LIBRARY(rig_sata_enable_smart)(kNode); }), 0);
+  ASSERT_EQ(answering.sent.size(), 2u);
+  EXPECT_EQ(answering.sent[0].cdb,
+            (Bytes{0x85, 0x06, 0, 0, 0xD8, 0, 0, 0, 0, 0, 0x4F, 0, 0xC2, 0, 0xB0, 0}));
+  EXPECT_EQ(answering.sent[1].cdb,
+            (Bytes{0x85, 0x06, 0, 0, 0xD2, 0, 0xF1, 0, 0, 0, 0x4F, 0, 0xC2, 0, 0xB0, 0}));
+  for (const Sent &sent : answering.sent) {
+    EXPECT_EQ(sent.header.dxfer_direction, SG_DXFER_NONE);
+    EXPECT_EQ(sent.header.dxferp, nullptr);
+    EXPECT_EQ(sent.header.timeout, 15000u);
+  }
+}
+
+TEST_F(AtaDisk, what_the_library_does_not_get_leaves_the_callers_sector_alone) {
+  const int before = count_descriptors();
+  std::array<std::uint8_t, 512> sector;
+  sector.fill(0xEE);
+  const auto read = [&] { return OF_LIBRARY(rig_sata_read_smart_values)(kNode, sector.data()); };
+  struct {
+    Answer answer;
+    int reason;
+  } const cases[] = {
+      {{.result = -1, .error = EACCES}, EACCES},
+      {{.host_status = 1}, ENODEV},
+      {{.host_status = 4}, ENODEV},
+      {{.host_status = 3}, ETIMEDOUT},
+      {{.host_status = 7}, EIO},
+  };
+  for (const auto &expected : cases) {
+    errno = 0;
+    EXPECT_EQ(run({expected.answer}, read), -1);
+    EXPECT_EQ(errno, expected.reason);
+    EXPECT_EQ(std::count(sector.begin(), sector.end(), 0xEE), 512);
+  }
+  EXPECT_EQ(count_descriptors(), before);
 }
 
 }  // namespace
