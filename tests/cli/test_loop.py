@@ -72,6 +72,7 @@ def test_realtime_task_is_pinned_to_the_last_processor(board, words, name, last)
     run = loop(board, *words, seconds=SECONDS, rigcore=[f'rig_thread_set_cpu "self" {last} = 0'])
     assert (run.stdout, run.stderr, run.status) == (b"", b"", ENDED)
     assert scheduling(run) == ["sched_setscheduler RR 10 = 0"]
+    assert run.requests.index("close /proc/cpuinfo = 0") < run.requests.index(scheduling(run)[0])
 
 
 def test_two_processors_suffice(board):
@@ -102,6 +103,7 @@ def test_realtime_task_needs_two_processors(board, text, count):
     assert run.stdout == b"Get CPU number fail! cpu_number[%d]\n" % count
     assert (run.stderr, run.status) == (b"", 255)
     assert scheduling(run) == []
+    assert run.requests[-1] == "close /proc/cpuinfo = 0"
 
 
 def test_processors_that_cannot_be_counted_are_reported(board):
