@@ -6,6 +6,8 @@ import re
 
 import pytest
 
+from conftest import assert_story, out
+
 DATA = pathlib.Path(__file__).resolve().parents[1] / "data/proc/stat"
 
 USAGE = (
@@ -164,6 +166,24 @@ def test_process_of_the_board(board):
         b"comm              = (sh)\n"
         b"task_state        = S (R:runnign, S:sleeping, D:disk sleep, T:stopped, t:tracing stop, Z:zombie, X:dead)\n"
         b"ppid              = 1\n"
+    )
+
+
+@pytest.mark.parametrize("fault", [None, "ESRCH"])
+def test_file_is_read_once_and_closed_after_the_report(board, fault):
+    (board.path("proc/77")).mkdir()
+    text = 600 * "7 "
+    board.path("proc/77/stat").write_text(text, encoding="utf-8")
+    if fault:  # as when the process has ended since the open
+        board.fault(f"/proc/77/stat read errno={fault}")
+    assert_story(
+        board.run("btdbg", "pstat", "/proc/77/stat", story=True),
+        "open /proc/77/stat RDONLY = 3",
+        f"read /proc/77/stat out={text[:500].encode().hex()} = 500"
+        if not fault
+        else f"read /proc/77/stat = {fault}",
+        out("This node failed to read!\n" if fault else report(text)),
+        "close /proc/77/stat = 0",
     )
 
 
