@@ -178,43 +178,42 @@ def test_a_fresh_board_is_like_a_new_one(fresh, board, build, tmp_path, words):
     assert read_trace(trace) == run.trace
 
 
-IN_A_SMALL_SCRATCH = """
-mount -t tmpfs -o size=16k tmpfs "$TMPDIR" && exec "$@"
-"""
+IN_A_SMALL_SCRATCH = 'mount -t tmpfs -o size="$SIZE" tmpfs "$TMPDIR" && exec "$@"'
 
 
-def test_a_full_scratch_area_is_named(fresh, build, tmp_path):
-    small = ["unshare", "-rm", "sh", "-c", IN_A_SMALL_SCRATCH, "sh"]
-    allowed = subprocess.run(
-        [*small, "true"],
-        env={**environment(), "TMPDIR": str(fresh.scratch)},
-        check=False,
-        capture_output=True,
-        timeout=60,
-    )
-    if allowed.returncode != 0:
+def run_in_a_small_scratch(fresh, size, text):
+    """A shell's run on a fresh board with so much room for its files."""
+
+    def run(*command):
+        return subprocess.run(
+            ["unshare", "-rm", "sh", "-c", IN_A_SMALL_SCRATCH, "sh", *command],
+            env={**environment(), "TMPDIR": str(fresh.scratch), "SIZE": size},
+            check=False,
+            capture_output=True,
+            timeout=60,
+        )
+
+    if run("true").returncode != 0:
         pytest.skip("no file systems may be mounted here")
-    done = subprocess.run(
-        [
-            *small,
-            build / "bin/vboard",
-            "run",
-            "--speed",
-            "max",
-            "--",
-            "sh",
-            "-c",
-            "exec 3</dev/mtd1; exec 3<>/dev/mtd1; echo $?; ls $VBOARD_DIR/media",
-        ],
-        env={**environment(), "TMPDIR": str(fresh.scratch)},
-        check=False,
-        capture_output=True,
-        timeout=60,
-    )
-    told = [line for line in done.stderr.decode().splitlines() if line.startswith("vboard: ")]
-    assert len(told) == 1, done
-    assert told[0].startswith("vboard: no space is left for the board's files in ")
-    assert told[0].endswith(" (TMPDIR names another place for a board of one run)")
+    return run(fresh.build / "bin/vboard", "run", "--speed", "max", "--", "sh", "-c", text)
+
+
+def test_a_full_scratch_area_is_named(fresh):
+    done = run_in_a_small_scratch(fresh, "16k", "exec 3</dev/mtd1; exec 3<>/dev/mtd1")
+    named = [line for line in done.stderr.decode().splitlines() if line.startswith("vboard: ")]
+    assert len(named) == 1, done
+    assert named[0].startswith("vboard: no space is left for the board's files in ")
+    assert named[0].endswith(" (TMPDIR names another place for a board of one run)")
+
+
+@pytest.mark.parametrize("file", ["/etc/passwd", "/etc/os-release"])
+def test_a_file_that_finds_no_room_stays_as_it_was(fresh, file):
+    text = f"""head -c 4096 /dev/zero >"$VBOARD_DIR/fill"
+        echo x >>{file} || echo failed; ls -A "$VBOARD_DIR/etc"; tail -n 1 {file}"""
+    done = run_in_a_small_scratch(fresh, "4k", text)
+    original = pathlib.Path(file) if file == "/etc/passwd" else TEMPLATE / file[1:]
+    last = original.read_text().splitlines()[-1]
+    assert done.stdout.decode().splitlines() == ["failed", last], done
 
 
 def test_a_scratch_area_that_is_missing_is_named(build, tmp_path):

@@ -52,6 +52,8 @@ int lock_board_files() {
   return locked;
 }
 
+}  // namespace
+
 int copy_bytes(int from, int to) {
   char buffer[16384];
   for (;;) {
@@ -66,6 +68,8 @@ int copy_bytes(int from, int to) {
     }
   }
 }
+
+namespace {
 
 // Under another name first: who reads the file meanwhile must not see half of it.
 int copy_file(const char *from, const char *to, unsigned int mode, bool with_content) {

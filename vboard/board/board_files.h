@@ -37,6 +37,9 @@ ssize_t board_readlink(const char *path, char *buffer, std::size_t size);
 // `out`.
 bool template_path(const char *path, char *out, std::size_t room);
 
+// Copies what is left of one open file to another. 0, or a negated errno with some of it copied.
+int copy_bytes(int from, int to);
+
 // Makes `path`, or its directories when it does not exist yet, the board's own. 0 as well when
 // there is nothing in the template to begin with.
 int own_board_file(const char *path, bool with_content = true);

@@ -260,21 +260,6 @@ int make_parents(const Resolved &resolved) {
   return 0;
 }
 
-int copy_content(int from, int to) {
-  char buffer[16384];
-  for (;;) {
-    const ssize_t size = sys_read(from, buffer, sizeof buffer);
-    if (size <= 0)
-      return static_cast<int>(size);
-    for (ssize_t done = 0; done < size;) {
-      const ssize_t count = sys_write(to, buffer + done, static_cast<std::size_t>(size - done));
-      if (count < 0)
-        return static_cast<int>(count);
-      done += count;
-    }
-  }
-}
-
 }  // namespace
 
 void name_own(Resolved &resolved) {
@@ -311,13 +296,15 @@ int copy_up(Resolved &resolved, bool with_content) {
     return to == -EEXIST ? 0 : to;
   if (with_content && S_ISREG(status.mode)) {
     const int from = sys_open(resolved.asked, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-    if (from >= 0) {
-      copy_content(from, to);
+    result = from < 0 ? from : copy_bytes(from, to);
+    if (from >= 0)
       sys_close(from);
-    }
   }
   sys_close(to);
-  return 0;
+  // Half of a file must not stand for all of it.
+  if (result < 0)
+    sys_unlink(resolved.host);
+  return result;
 }
 
 void set_board_directory(std::string_view name) {
