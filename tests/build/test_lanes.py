@@ -22,6 +22,10 @@ def tree(tmp_path):
         stub(tmp_path / name, NOTE)
     for name in ("cmake", "ctest"):
         stub(tmp_path / "bin" / name, NOTE)
+    stub(
+        tmp_path / "bin/ccache",
+        '#!/bin/sh\nprintf "cache_miss\\t%s\\n" "$(cat "$NOTES.misses" || echo 0)"\n',
+    )
     shutil.copy(SCRIPT, tmp_path / "scripts/test.sh")
     return tmp_path
 
@@ -119,6 +123,15 @@ def test_a_lane_within_its_budget_passes_and_one_above_it_fails(tree):
     assert stderr == (
         "test.sh: lane tsan is over its budget; BENCHRIG_BUDGET_FACTOR widens all budgets\n"
     )
+
+
+def test_each_object_that_is_compiled_adds_a_second(tree):
+    budget = budgets()["tsan"]
+    stub(tree / "bin/cmake", NOTE + 'echo 100 >"$NOTES.misses"\n')
+    takes(tree, budget + 100)
+    status, stdout, _, _ = run(tree, "tsan")
+    assert status == 0
+    assert f"== lane tsan passed ({budget + 100} s of {budget + 100} s)\n" in stdout
 
 
 def test_a_factor_widens_the_budgets(tree):
