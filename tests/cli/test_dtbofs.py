@@ -1,5 +1,7 @@
 """bt2 dtbofs: a text property of the running device tree."""
 
+import shutil
+
 import pytest
 
 USAGE = b"\n dtbofs v1.0\n\nUsage: dtbofs [args]\n\n\n\nexample:\n" b"  dtbofs /chosen test aaaa\n"
@@ -112,19 +114,40 @@ def test_kernel_without_overlays_says_so(board):
     )
 
 
+@pytest.mark.parametrize("obstacle", ["no room", "all taken"])
+def test_overlay_directory_that_takes_no_more_is_reported(board, obstacle):
+    overlays = board.path(OVERLAYS[1:])
+    if obstacle == "no room":
+        shutil.rmtree(overlays)
+        overlays.write_bytes(b"")
+    else:
+        for number in range(1000):
+            (overlays / f"benchrig-{number}").mkdir()
+    run = dtbofs(board, "/chosen", "test", "aaaa")
+    assert (run.stdout, run.stderr, run.status) == (
+        b"",
+        b"rig_dtb_overlay: the kernel's overlay directory takes no new overlay\n",
+        255,
+    )
+    assert not tree(board, "chosen/test").exists()
+
+
 @pytest.mark.parametrize(
     "fault",
     [
         "dtbo open errno=EACCES",
         "dtbo write errno=EIO",
         "dtbo write short=40",
+        "dtbo close errno=EIO",
         "status read errno=EIO",
+        "status open errno=EIO",
+        "status read short=0",  # not "applied"
     ],
 )
 def test_overlay_that_the_kernel_refuses_is_taken_back(board, fault):
     board.fault(f"{OVERLAYS}/benchrig-0/{fault}")
     run = dtbofs(board, "/chosen", "test", "aaaa")
-    if "short" in fault:  # the rest goes in a second write
+    if "write short" in fault:  # the rest goes in a second write
         assert (run.stdout, run.stderr, run.status) == (b"", b"", 0)
         assert tree(board, "chosen/test").read_bytes() == b"aaaa\0"
         return

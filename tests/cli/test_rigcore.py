@@ -209,3 +209,28 @@ def test_a_boot_block_that_takes_a_part_gets_the_rest(board):
 def test_a_boot_block_that_is_not_written_has_a_reason(board, fault, reason):
     board.fault(f"{NVMEM} {fault}")
     assert ask(board, "bootparam", "7") == [f"bootparam {reason or 0}"]
+
+
+# --- Storage devices ----------------------------------------------------------------------------
+
+
+def test_a_device_that_the_board_lacks_is_off_line_and_has_no_power(board):
+    assert ask(board, "state", "sdz", "power", "sdz", "switch", "sdz", "1") == [
+        "state 0",
+        "power ENODEV",
+        "switch ENODEV",
+    ]
+
+
+@pytest.mark.parametrize("name", ["", ".", "..", "a/b"])
+def test_a_name_that_no_device_can_have_is_refused(board, name):
+    assert ask(board, "state", name, "power", name, "switch", name, "1") == [
+        "state EINVAL",
+        "power EINVAL",
+        "switch EINVAL",
+    ]
+
+
+@pytest.mark.parametrize("power", ["2", "0xffffffff"])
+def test_a_power_that_is_neither_on_nor_off_is_refused(board, power):
+    assert ask(board, "switch", "sda", power, "power", "sda") == ["switch EINVAL", "power 1"]

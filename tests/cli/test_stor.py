@@ -454,6 +454,28 @@ def test_a_switch_that_cannot_be_read_fails_the_list(empty, entry):
     assert_run(empty.run("bt2", "stor", "-l"), 0, LIST_BAD)
 
 
+def test_a_map_that_names_no_switch_fails_the_list_without_a_device_too(empty):
+    storage_map(empty, "msa")
+    assert_run(empty.run("bt2", "stor", "-l"), 0, LIST_BAD)
+
+
+def test_only_the_switch_of_the_device_is_thrown(empty):
+    others = ["/sys/class/gpio/gpio71/value", "/sys/class/gpio/gpio72/value"]
+    for line in (LINE, *others):
+        attribute(empty, line, "1")
+    storage_map(empty, f"msz {others[0]}", f"msa {LINE}", f"msaa {others[1]}")
+    for power in "01":
+        assert_run(
+            empty.run("bt2", "stor", "-s", "msa", power),
+            0,
+            b"stor_state.name = msa\nmsa power_state: "
+            + (b"STOR_POWERUP" if power == "1" else b"STOR_POWEROFF")
+            + b".\n",
+        )
+        assert empty.path(LINE[1:]).read_text().strip() == power
+        assert [empty.path(line[1:]).read_text().strip() for line in others] == ["1", "1"]
+
+
 @pytest.mark.parametrize("power", ["2", "4294967296"])
 def test_other_power_values_are_refused(empty, power):
     storage_map(empty, f"msa {LINE}")
