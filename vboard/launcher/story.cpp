@@ -139,7 +139,10 @@ void end_text() {
 // Puts a stream's text into the story up to what had been written at some moment: a line for each
 // that has ended, and for the rest when something else comes.
 void tell_stream(Stream &stream, std::uint64_t written) {
-  const std::string_view text = text_of(stream.bytes).substr(0, written - stream.told);
+  const std::string_view all = text_of(stream.bytes);
+  const auto size =
+      static_cast<std::size_t>(std::min<std::uint64_t>(written - stream.told, all.size()));
+  const std::string_view text = all.substr(0, size);
   if (text.empty())
     return;
   if (story.text_of_stream != &stream)
