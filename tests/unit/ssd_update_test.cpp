@@ -151,7 +151,7 @@ Outcome guarded(std::vector<std::uint8_t> &image, const char *update, const char
   std::array<std::uint8_t, 512> identify = {};
   memcpy(&identify[46], current, 8);
   const std::size_t length = image.size();
-  image.resize(image_buffer_size(length));
+  image.resize(static_cast<std::size_t>(image_buffer_size(length)));
   const Outcome result = outcome([&] {
     return korsata_download_microcode("/dev/null", image.data(), static_cast<std::uint32_t>(length),
                                       update, identify.data());
