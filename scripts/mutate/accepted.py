@@ -9,7 +9,7 @@ An entry is a paragraph; a line that begins with "#" is a comment:
     why:    what stays the same for a user, and why
 
 "in" is the function, or "-". The line is its text, so that an entry outlives changes elsewhere in the
-file; it is for every such line of the function.
+file. The same change in a further line with that text has a number: "1 -> 2 (2)".
 """
 
 from dataclasses import dataclass

@@ -28,7 +28,7 @@ class Mutant:
     end: int
     text: str  # what takes its place
     kind: str
-    change: str  # what a person reads, unique in its line
+    change: str  # what a person reads, unique among the function's lines with the same text
     source: str  # the line's text
     function: str  # the function around it, or "-"
     statement: tuple  # the lines of the statement around it; empty outside functions
@@ -54,19 +54,20 @@ def mutated(text, mutant):
 
 def _described(file, text, tokens, functions, found):
     lines = text.split("\n")
-    mutants, seen, in_line = [], set(), {}
+    mutants, seen, numbers = [], set(), {}
     for start, end, new, kind, change in sorted(found, key=lambda one: one[0]):
         if (start, end, new) in seen or text[start:end] == new:
             continue
         seen.add((start, end, new))
         line = text.count("\n", 0, start) + 1
+        source = lines[line - 1].strip()
+        function, *around = _around(tokens, functions, start)
         change = " ".join(change.split())
-        number = in_line[line, change] = in_line.get((line, change), 0) + 1
+        key = function, source, change
+        number = numbers[key] = numbers.get(key, 0) + 1
         if number > 1:
             change += f" ({number})"
-        source = lines[line - 1].strip()
-        around = _around(tokens, functions, start)
-        mutants.append(Mutant(file, line, start, end, new, kind, change, source, *around))
+        mutants.append(Mutant(file, line, start, end, new, kind, change, source, function, *around))
     return mutants
 
 

@@ -171,8 +171,12 @@ def test_lines_of_the_preprocessor_and_attributes_stay():
     assert changes(text) == []
 
 
-def test_the_same_change_twice_in_a_line_is_numbered():
+def test_the_same_change_again_is_numbered():
     assert changes("int n = a + b + c;") == [(1, "+ -> -"), (1, "+ -> - (2)")]
+    # In another line of the function with the same text, too; another function counts by itself.
+    loops = "void f() {\n  break;\n  break;\n}\nvoid g() {\n  break;\n}\n"
+    drops = [change for change in changes(loops) if "drop" in change[1]]
+    assert drops == [(2, "drop break;"), (3, "drop break; (2)"), (6, "drop break;")]
 
 
 def test_a_mutant_knows_its_function_and_its_statement():
