@@ -191,7 +191,7 @@ int korsata_download_microcode(const char *path, void *image, std::uint32_t leng
   if (compared != 0)
     return compared;
 
-  // The drive keeps its identity: the new firmware reports what stands in the image.
+  // The drive keeps its identity: the new firmware will report the one written into the image.
   char serial[kSerialSize + 1];
   char model[kModelSize + 1];
   copy_text(serial, identity + kIdentifySerial, kSerialSize);

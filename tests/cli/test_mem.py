@@ -754,7 +754,7 @@ def test_what_was_mapped_is_unmapped_before_the_device_is_closed(board, words, s
     run = mem(board, *words, story=True, **untraced(board))
     lines = [line for line in run.story if not line.startswith("out ")]
     assert lines == [OPEN, mapped(size, AT // PAGE * PAGE), *unmapped(size), CLOSE]
-    # All that is told of the region is told while it is mapped.
+    # Each text about the region is printed while the region is mapped.
     assert run.story[-2:] == lines[-2:] and len(run.story) > len(lines)
 
 
