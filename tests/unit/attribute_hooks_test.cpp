@@ -1,7 +1,7 @@
 // What writes to the virtual board's attributes do.
 
 #include "model_harness.h"
-#include "vboard/interposer/models/attributes.h"
+#include "vboard/board/attributes.h"
 
 #include <errno.h>
 #include <string.h>

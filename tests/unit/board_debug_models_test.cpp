@@ -4,7 +4,7 @@
 #include "tests/unit/model_harness.h"
 #include "vboard/board/device_tree_blob.h"
 #include "vboard/board/process_events.h"
-#include "vboard/interposer/models/attributes.h"
+#include "vboard/board/attributes.h"
 #include "vboard/interposer/models/models.h"
 
 #include <errno.h>

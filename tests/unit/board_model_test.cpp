@@ -2,7 +2,7 @@
 
 #include "model_harness.h"
 #include "platform/driver/iccard.h"
-#include "vboard/board/calendar.h"
+#include "vboard/base/calendar.h"
 
 #include <arpa/inet.h>
 #include <errno.h>

@@ -1,8 +1,8 @@
 // Texts and times of the virtual board at their ends.
 
-#include "vboard/board/calendar.h"
+#include "vboard/base/calendar.h"
 #include "vboard/board/run_page.h"
-#include "vboard/board/text.h"
+#include "vboard/base/text.h"
 
 #include <gtest/gtest.h>
 

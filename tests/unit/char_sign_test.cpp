@@ -5,7 +5,7 @@
 #include "platform/board_conf.h"
 #include "platform/os_release.h"
 #include "vboard/board/node.h"
-#include "vboard/board/text.h"
+#include "vboard/base/text.h"
 
 #include <string.h>
 

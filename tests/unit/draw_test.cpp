@@ -2,7 +2,7 @@
 
 #include "model_harness.h"
 #include "uboot_image.h"
-#include "vboard/board/kernel.h"
+#include "vboard/base/kernel.h"
 #include "vboard/launcher/draw.h"
 #include "vboard/launcher/draw_lcd.h"
 #include "vboard/launcher/png.h"

@@ -1,6 +1,6 @@
 // The system calls that the virtual board makes past the wrapped C library.
 
-#include "vboard/board/kernel.h"
+#include "vboard/base/kernel.h"
 
 #include <errno.h>
 #include <sys/mman.h>

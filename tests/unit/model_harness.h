@@ -4,7 +4,7 @@
 #ifndef TESTS_UNIT_MODEL_HARNESS_H
 #define TESTS_UNIT_MODEL_HARNESS_H
 
-#include "vboard/interposer/model.h"
+#include "vboard/interposer/models/model.h"
 
 #include <cstdint>
 #include <string>

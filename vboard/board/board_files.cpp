@@ -1,7 +1,7 @@
 #include "vboard/board/board_files.h"
 
+#include "vboard/base/text.h"
 #include "vboard/board/board_paths.h"
-#include "vboard/board/text.h"
 
 #include <errno.h>
 #include <fcntl.h>

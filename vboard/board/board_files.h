@@ -12,7 +12,7 @@
 #ifndef VBOARD_BOARD_BOARD_FILES_H
 #define VBOARD_BOARD_BOARD_FILES_H
 
-#include "vboard/board/kernel.h"
+#include "vboard/base/kernel.h"
 
 #include <sys/types.h>
 

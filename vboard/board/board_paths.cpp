@@ -1,6 +1,6 @@
 #include "vboard/board/board_paths.h"
 
-#include "vboard/board/text.h"
+#include "vboard/base/text.h"
 
 #include <string.h>
 

@@ -1,6 +1,6 @@
 #include "vboard/board/emulation.h"
 
-#include "vboard/board/kernel.h"
+#include "vboard/base/kernel.h"
 
 #include <elf.h>
 #include <fcntl.h>

@@ -1,6 +1,6 @@
 #include "vboard/board/faults.h"
 
-#include "vboard/board/text.h"
+#include "vboard/base/text.h"
 
 #include <string.h>
 

@@ -1,6 +1,6 @@
 #include "vboard/board/gyro_chips.h"
 
-#include "vboard/board/decimal.h"
+#include "vboard/base/decimal.h"
 
 #include <algorithm>
 #include <iterator>

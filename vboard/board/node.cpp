@@ -1,8 +1,8 @@
 #include "vboard/board/node.h"
 
+#include "vboard/base/kernel.h"
+#include "vboard/base/text.h"
 #include "vboard/board/board_files.h"
-#include "vboard/board/kernel.h"
-#include "vboard/board/text.h"
 
 #include <errno.h>
 #include <fcntl.h>

@@ -1,6 +1,6 @@
 #include "vboard/board/process_events.h"
 
-#include "vboard/board/text.h"
+#include "vboard/base/text.h"
 
 #include <string.h>
 

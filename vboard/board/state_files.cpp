@@ -1,7 +1,7 @@
 #include "vboard/board/state_files.h"
 
+#include "vboard/base/kernel.h"
 #include "vboard/board/board_files.h"
-#include "vboard/board/kernel.h"
 
 #include <errno.h>
 #include <fcntl.h>

@@ -4,7 +4,7 @@
 #ifndef VBOARD_BOARD_TRACE_BYTES_H
 #define VBOARD_BOARD_TRACE_BYTES_H
 
-#include "vboard/board/text.h"
+#include "vboard/base/text.h"
 
 #include <cstddef>
 #include <span>

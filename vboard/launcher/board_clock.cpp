@@ -1,7 +1,7 @@
 #include "vboard/launcher/board_clock.h"
 
-#include "vboard/board/calendar.h"
-#include "vboard/board/kernel.h"
+#include "vboard/base/calendar.h"
+#include "vboard/base/kernel.h"
 #include "vboard/board/node.h"
 #include "vboard/launcher/boards.h"
 

@@ -1,10 +1,10 @@
 #include "vboard/launcher/boards.h"
 
+#include "vboard/base/kernel.h"
+#include "vboard/base/text.h"
 #include "vboard/board/board_paths.h"
 #include "vboard/board/gyro_chips.h"
-#include "vboard/board/kernel.h"
 #include "vboard/board/node.h"
-#include "vboard/board/text.h"
 
 #include <dirent.h>
 #include <errno.h>

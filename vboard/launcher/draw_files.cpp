@@ -1,6 +1,6 @@
 #include "vboard/launcher/draw_files.h"
 
-#include "vboard/board/kernel.h"
+#include "vboard/base/kernel.h"
 
 #include <errno.h>
 #include <fcntl.h>

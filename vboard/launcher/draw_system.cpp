@@ -1,8 +1,8 @@
 #include "vboard/launcher/draw_system.h"
 
+#include "vboard/base/text.h"
+#include "vboard/board/attributes.h"
 #include "vboard/board/process_events.h"
-#include "vboard/board/text.h"
-#include "vboard/interposer/models/attributes.h"
 #include "vboard/launcher/draw_files.h"
 
 #include <string.h>

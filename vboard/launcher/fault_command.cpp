@@ -1,7 +1,7 @@
 // vboard fault DIR add NODE ... | list | clear
 
+#include "vboard/base/text.h"
 #include "vboard/board/faults.h"
-#include "vboard/board/text.h"
 #include "vboard/launcher/boards.h"
 #include "vboard/launcher/commands.h"
 #include "vboard/launcher/fault_lines.h"

@@ -1,8 +1,8 @@
 #include "vboard/launcher/program.h"
 
+#include "vboard/base/text.h"
 #include "vboard/board/emulation.h"
 #include "vboard/board/run_page.h"
-#include "vboard/board/text.h"
 #include "vboard/launcher/fault_lines.h"
 
 #include <errno.h>

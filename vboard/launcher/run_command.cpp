@@ -1,6 +1,6 @@
 // vboard run [OPTION...] -- COMMAND [ARGUMENT...]
 
-#include "vboard/board/kernel.h"
+#include "vboard/base/kernel.h"
 #include "vboard/board/run_page.h"
 #include "vboard/launcher/board_clock.h"
 #include "vboard/launcher/boards.h"

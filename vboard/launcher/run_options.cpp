@@ -1,6 +1,6 @@
 #include "vboard/launcher/run_options.h"
 
-#include "vboard/board/text.h"
+#include "vboard/base/text.h"
 #include "vboard/launcher/boards.h"
 #include "vboard/launcher/commands.h"
 

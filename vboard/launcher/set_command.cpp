@@ -1,8 +1,8 @@
 // vboard set DIR NODE KEY VALUE, vboard set DIR /sys/ATTRIBUTE VALUE
 
+#include "vboard/board/attributes.h"
 #include "vboard/board/board_paths.h"
 #include "vboard/board/node.h"
-#include "vboard/interposer/models/attributes.h"
 #include "vboard/launcher/boards.h"
 #include "vboard/launcher/commands.h"
 

@@ -1,6 +1,6 @@
 #include "vboard/launcher/story.h"
 
-#include "vboard/board/kernel.h"
+#include "vboard/base/kernel.h"
 #include "vboard/board/story_record.h"
 #include "vboard/launcher/boards.h"
 

@@ -11,11 +11,10 @@
 //   wake_on_motion      what was set last
 //   silent              1: no sample ever comes (a broken interrupt line)
 
-#include "vboard/interposer/models/models.h"
-
 #include "platform/driver/gyro.h"
+#include "vboard/base/kernel.h"
 #include "vboard/board/gyro_chips.h"
-#include "vboard/interposer/kernel.h"
+#include "vboard/interposer/models/models.h"
 
 #include <errno.h>
 #include <stdlib.h>

@@ -6,9 +6,8 @@
 //   inverted     1: every byte reads back as its complement
 //   protected    1: the card refuses writes (EROFS)
 
-#include "vboard/interposer/models/models.h"
-
 #include "platform/driver/iccard.h"
+#include "vboard/interposer/models/models.h"
 
 #include <errno.h>
 

@@ -6,11 +6,10 @@
 //   alias10, alias11, ...   the number that the answer about it carries, instead of its own
 //   state10, state11, ...   what was done with it last: reserved, mapped, finished, released, freed
 
-#include "vboard/interposer/models/models.h"
-
 #include "platform/driver/korcmem.h"
-#include "vboard/board/text.h"
-#include "vboard/interposer/kernel.h"
+#include "vboard/base/kernel.h"
+#include "vboard/base/text.h"
+#include "vboard/interposer/models/models.h"
 
 #include <errno.h>
 #include <stdio.h>

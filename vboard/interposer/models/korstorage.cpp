@@ -13,11 +13,10 @@
 //                       ACTION is the code; a CATEGORY is write, flush, sync, ahead, meta, discard
 //                       or fua. Seconds count from the start of the trace.
 
-#include "vboard/interposer/models/models.h"
-
 #include "platform/driver/korstorage.h"
-#include "vboard/board/text.h"
-#include "vboard/interposer/kernel.h"
+#include "vboard/base/kernel.h"
+#include "vboard/base/text.h"
+#include "vboard/interposer/models/models.h"
 
 #include <errno.h>
 #include <stdio.h>

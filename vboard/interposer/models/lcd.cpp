@@ -9,11 +9,10 @@
 // A picture drawn byte by byte takes half a million requests, so the registers live in the open
 // file and the frame is mapped. Modes are stored at once, addresses at the close.
 
-#include "vboard/interposer/models/models.h"
-
 #include "platform/driver/lcd.h"
+#include "vboard/base/kernel.h"
 #include "vboard/board/lcd_controller.h"
-#include "vboard/interposer/kernel.h"
+#include "vboard/interposer/models/models.h"
 
 #include <errno.h>
 #include <string.h>

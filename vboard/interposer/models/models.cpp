@@ -2,8 +2,8 @@
 
 #include "vboard/interposer/models/models.h"
 
+#include "vboard/base/kernel.h"
 #include "vboard/board/board_files.h"
-#include "vboard/interposer/kernel.h"
 
 #include <errno.h>
 #include <fcntl.h>

@@ -3,7 +3,7 @@
 #ifndef VBOARD_INTERPOSER_MODELS_MODELS_H
 #define VBOARD_INTERPOSER_MODELS_MODELS_H
 
-#include "vboard/interposer/model.h"
+#include "vboard/interposer/models/model.h"
 
 namespace vboard {
 

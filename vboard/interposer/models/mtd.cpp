@@ -8,9 +8,8 @@
 //   protected    that bit: 1 refuses programming and erasing (EROFS)
 //   worn_block   a block that does not erase any more (EIO), counted from 0
 
+#include "vboard/base/kernel.h"
 #include "vboard/interposer/models/models.h"
-
-#include "vboard/interposer/kernel.h"
 
 #include <errno.h>
 #include <mtd/mtd-user.h>

@@ -5,10 +5,9 @@
 //   region0, region1, ...   NAME FIRST LAST, whole pages: "ram 0x00000000 0x1fffffff"
 //   refuses                 the error for what no region holds (EINVAL)
 
+#include "vboard/base/kernel.h"
+#include "vboard/base/text.h"
 #include "vboard/interposer/models/models.h"
-
-#include "vboard/board/text.h"
-#include "vboard/interposer/kernel.h"
 
 #include <errno.h>
 #include <stdio.h>

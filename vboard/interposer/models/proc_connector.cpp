@@ -5,11 +5,10 @@
 //   events   the time line, media/EVENTS (see vboard/board/process_events.h)
 //   denied   1: only the superuser may listen, and nobody is: binding is EPERM
 
-#include "vboard/interposer/models/models.h"
-
 #include "vboard/board/process_events.h"
 #include "vboard/board/state_files.h"
-#include "vboard/interposer/sockets.h"
+#include "vboard/interposer/models/models.h"
+#include "vboard/interposer/models/socket_calls.h"
 
 #include <errno.h>
 #include <fcntl.h>

@@ -6,10 +6,9 @@
 //   stopped         1: it stands still (a dead crystal)
 //   time_valid      0: it lost its supply; reading is EINVAL until it is set
 
+#include "vboard/base/calendar.h"
+#include "vboard/base/decimal.h"
 #include "vboard/interposer/models/models.h"
-
-#include "vboard/board/calendar.h"
-#include "vboard/board/decimal.h"
 
 #include <errno.h>
 #include <linux/rtc.h>

@@ -6,11 +6,10 @@
 //   log             a file of media/ that keeps every command that the drive got, one a line:
 //                   "SG", the CDB, the data bytes' number; "HD", the request's bytes
 
-#include "vboard/interposer/models/models.h"
-
+#include "vboard/base/kernel.h"
+#include "vboard/base/text.h"
 #include "vboard/board/board_files.h"
-#include "vboard/board/text.h"
-#include "vboard/interposer/kernel.h"
+#include "vboard/interposer/models/models.h"
 #include "vboard/interposer/models/sata_drive.h"
 
 #include <errno.h>

@@ -15,9 +15,9 @@
 
 #include "vboard/interposer/models/sata_drive.h"
 
+#include "vboard/base/kernel.h"
+#include "vboard/base/text.h"
 #include "vboard/board/board_files.h"
-#include "vboard/board/text.h"
-#include "vboard/interposer/kernel.h"
 
 #include <errno.h>
 #include <fcntl.h>

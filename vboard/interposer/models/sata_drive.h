@@ -1,10 +1,10 @@
 // A SATA drive as its commands see it, without the host's way to it. sata_disk.cpp brings the
 // kernel's requests and the translation of SCSI commands.
 
-#ifndef VBOARD_INTERPOSER_MODELS_SATA_DRIVE_H
-#define VBOARD_INTERPOSER_MODELS_SATA_DRIVE_H
+#ifndef VBOARD_BOARD_SATA_DRIVE_H
+#define VBOARD_BOARD_SATA_DRIVE_H
 
-#include "vboard/interposer/model.h"
+#include "vboard/interposer/models/model.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,0 +1,223 @@
+#include "vboard/interposer/core/engine.h"
+
+#include "vboard/base/calendar.h"
+#include "vboard/base/kernel.h"
+#include "vboard/interposer/core/jumping.h"
+#include "vboard/interposer/core/timers.h"
+#include "vboard/interposer/core/trace.h"
+#include "vboard/interposer/core/wrap.h"
+
+#include <alloca.h>
+#include <errno.h>
+#include <string.h>
+
+#include <algorithm>
+#include <atomic>
+
+DECLARE_WRAPPED(int, ppoll, pollfd *, nfds_t, const timespec *, const sigset_t *);
+DECLARE_WRAPPED(int, clock_gettime, clockid_t, timespec *);
+DECLARE_WRAPPED(int, kill, pid_t, int);
+
+namespace vboard {
+
+namespace {
+
+// How long a wait at a fixed speed goes without looking at the models again: another process may
+// have made one ready.
+constexpr BoardTime kLookAgain = 5'000'000;  // of the PC's time
+
+BoardTime pc_now() {
+  timespec now;
+  REAL(clock_gettime)(CLOCK_MONOTONIC, &now);
+  return nanoseconds_of(now);
+}
+
+}  // namespace
+
+BoardTime board_time() {
+  RunPage &page = run_page();
+  if (page.jumping)
+    return page.jumped.load(std::memory_order_relaxed);
+  return board_from_pc(page, pc_now() - page.monotonic_start);
+}
+
+std::int64_t board_calendar_time() {
+  return calendar_after(run_page().calendar_start.load(std::memory_order_relaxed), board_time());
+}
+
+void set_reset_time(BoardTime when) {
+  run_page().reset_time.store(when, std::memory_order_relaxed);
+}
+
+BoardTime reset_time() {
+  return run_page().reset_time.load(std::memory_order_relaxed);
+}
+
+void spend_call() {
+  if (!jumping())
+    return;
+  const BoardTime now =
+      run_page().jumped.fetch_add(kCallCost, std::memory_order_relaxed) + kCallCost;
+  if (next_scheduled() > now)
+    return;
+  sigset_t saved;
+  lock_engine(saved);
+  fire_scheduled(now);
+  unlock_engine(saved);
+}
+
+bool handlers_restart() {
+  for (int number = 1; number < NSIG; ++number) {
+    struct sigaction action;
+    if (sigaction(number, nullptr, &action) < 0 || action.sa_handler == SIG_DFL ||
+        action.sa_handler == SIG_IGN)
+      continue;
+    if ((action.sa_flags & SA_RESTART) == 0)
+      return false;
+  }
+  return true;
+}
+
+BoardTime next_scheduled() {
+  RunPage &page = run_page();
+  BoardTime next =
+      std::min<BoardTime>(next_timer(), page.reset_time.load(std::memory_order_relaxed));
+  for (std::uint32_t i = 0; i < page.signal_count; ++i) {
+    if (page.signals[i].sent.load(std::memory_order_relaxed) == 0)
+      next = std::min<BoardTime>(next, page.signals[i].at);
+  }
+  return next;
+}
+
+void fire_scheduled(BoardTime now) {
+  RunPage &page = run_page();
+  for (std::uint32_t i = 0; i < page.signal_count; ++i) {
+    PlannedSignal &planned = page.signals[i];
+    if (planned.at <= now && planned.sent.exchange(1) == 0)
+      REAL(kill)(page.command.load(), planned.number);
+  }
+  fire_timers(now);
+  if (page.reset_time.load(std::memory_order_relaxed) <= now)
+    end_run(kBoardReset);
+}
+
+// Fills the watches' revents: true when one of them is ready. `earliest` is when the next one will
+// be.
+bool look_at_watches(Wait &wait, BoardTime now, BoardTime &earliest) {
+  bool any = false;
+  for (std::size_t i = 0; i < wait.watch_count; ++i) {
+    Watch &watch = wait.watches[i];
+    int ready = watch.events & (POLLOUT | POLLWRNORM);
+    if (is_gone(*watch.description)) {
+      ready = POLLERR | POLLHUP;
+    } else if (watch.events & (POLLIN | POLLRDNORM)) {
+      const BoardTime at = ready_at(*watch.description, now);
+      if (at <= now)
+        ready |= watch.events & (POLLIN | POLLRDNORM);
+      else
+        earliest = std::min(earliest, at);
+    }
+    watch.revents = static_cast<short>(ready);
+    any = any || ready != 0;
+  }
+  return any;
+}
+
+int poll_kernel(Wait &wait, int event_fd, const timespec *limit, const sigset_t *mask) {
+  const std::size_t count = wait.fd_count;
+  pollfd *fds = wait.fds;
+  if (event_fd >= 0) {
+    fds = static_cast<pollfd *>(alloca((count + 1) * sizeof(pollfd)));
+    if (count > 0)
+      memcpy(fds, wait.fds, count * sizeof(pollfd));
+    fds[count] = {event_fd, POLLIN, 0};
+  }
+  int result = REAL(ppoll)(fds, event_fd >= 0 ? count + 1 : count, limit, mask);
+  if (result < 0)
+    return errno == EINTR ? -1 : 0;
+  if (event_fd < 0)
+    return result;
+  for (std::size_t i = 0; i < count; ++i)
+    wait.fds[i].revents = fds[i].revents;
+  if (fds[count].revents != 0) {
+    std::uint64_t rings;
+    sys_read(event_fd, &rings, sizeof rings);
+    --result;
+  }
+  return result;
+}
+
+void write_wait_line(Wait &wait) {
+  if (wait.word != nullptr)
+    trace_wait(wait.word, wait.asked);
+  wait.word = nullptr;
+}
+
+namespace {
+
+WaitEnd wait_at_speed(Wait &wait) {
+  for (;;) {
+    const BoardTime now = board_time();
+    BoardTime until = wait.deadline;
+    if (look_at_watches(wait, now, until)) {
+      const timespec zero = {};
+      if (wait.fd_count > 0)
+        poll_kernel(wait, -1, &zero, wait.mask);
+      return WaitEnd::kReady;
+    }
+    const BoardTime rest = until <= now ? 0 : until - now;
+    timespec limit = pc_duration(rest);
+    bool forever = until == kNever;
+    if (wait.watch_count > 0 && (forever || nanoseconds_of(limit) > kLookAgain)) {
+      limit = timespec_of(kLookAgain);
+      forever = false;
+    }
+    const int polled = poll_kernel(wait, -1, forever ? nullptr : &limit, wait.mask);
+    if (polled != 0)
+      return polled < 0 ? WaitEnd::kInterrupted : WaitEnd::kReady;
+    if (wait.deadline <= board_time()) {
+      // What became ready at the last moment counts.
+      return look_at_watches(wait, board_time(), until) ? WaitEnd::kReady : WaitEnd::kTimeout;
+    }
+  }
+}
+
+}  // namespace
+
+WaitEnd wait_on_board(Wait &wait) {
+  if (wait.asked == kNever)
+    write_wait_line(wait);
+  const WaitEnd end = jumping() ? wait_jumping(wait) : wait_at_speed(wait);
+  write_wait_line(wait);
+  return end;
+}
+
+void trace_wait(const char *word, BoardTime asked) {
+  if (!tracing())
+    return;
+  TraceLine line;
+  trace_begin(line, word, {});
+  append_text(line.text, " ");
+  if (asked == kNever)
+    append_text(line.text, "forever");
+  else
+    append_seconds(line.text, asked);
+  trace_end(line);
+}
+
+timespec pc_duration(BoardTime duration) {
+  if (duration <= 0)
+    return {0, 0};
+  return timespec_of(pc_from_board(run_page(), duration));
+}
+
+BoardTime board_duration(const timespec &pc) {
+  return board_from_pc(run_page(), nanoseconds_of(pc));
+}
+
+BoardTime deadline_after(BoardTime duration) {
+  const BoardTime now = board_time();
+  return duration >= kNever - now ? kNever : now + duration;
+}
+
+}  // namespace vboard

@@ -1,0 +1,309 @@
+#include "vboard/interposer/core/opening.h"
+
+#include "vboard/base/kernel.h"
+#include "vboard/base/text.h"
+#include "vboard/board/board_files.h"
+#include "vboard/interposer/core/engine.h"
+#include "vboard/interposer/core/state.h"
+#include "vboard/interposer/core/trace.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+
+#include <atomic>
+
+namespace vboard {
+
+namespace {
+
+struct FlagName {
+  int bits;
+  const char *name;
+};
+
+// clang-format off
+constexpr FlagName kFlagNames[] = {
+  {O_CREAT, "CREAT"}, {O_EXCL, "EXCL"}, {O_TRUNC, "TRUNC"}, {O_APPEND, "APPEND"},
+  {O_NONBLOCK, "NONBLOCK"}, {O_SYNC, "SYNC"}, {O_NOCTTY, "NOCTTY"}, {O_DIRECTORY, "DIRECTORY"},
+  {O_NOFOLLOW, "NOFOLLOW"}, {O_CLOEXEC, "CLOEXEC"}, {O_DIRECT, "DIRECT"}, {O_PATH, "PATH"},
+};
+// clang-format on
+
+void complain(const Resolved &resolved, std::string_view what) {
+  char text[1400];
+  TextBuffer line = {text, sizeof text - 1, 0, false};
+  append_text(line, "vboard: ");
+  append_text(line, resolved.host);
+  append_text(line, ": ");
+  append_text(line, what);
+  text[line.length++] = '\n';
+  sys_write(2, text, line.length);
+}
+
+// A file name below media/, which must not lead out of it.
+bool medium_path(std::string_view name, char *out, std::size_t size) {
+  if (name[0] == '/' || name.find("..") != std::string_view::npos)
+    return false;
+  TextBuffer path = {out, size - 1, 0, false};
+  append_text(path, board_root());
+  append_text(path, "/media/");
+  append_text(path, name);
+  out[path.length] = '\0';
+  return !path.overflow;
+}
+
+int fill_medium(int fd, std::size_t size, unsigned char fill) {
+  if (fill == 0)
+    return sys_ftruncate(fd, static_cast<std::int64_t>(size));
+  unsigned char block[4096];
+  memset(block, fill, sizeof block);
+  for (std::size_t done = 0; done < size;) {
+    const std::size_t piece = size - done < sizeof block ? size - done : sizeof block;
+    const ssize_t count = sys_write(fd, block, piece);
+    if (count < 0)
+      return static_cast<int>(count);
+    done += static_cast<std::size_t>(count);
+  }
+  return 0;
+}
+
+// Makes a missing medium under another name first: a second run must not see half of one.
+int make_medium(const char *path, std::size_t size, unsigned char fill) {
+  char fresh[1200];
+  TextBuffer name = {fresh, sizeof fresh - 1, 0, false};
+  append_text(name, path);
+  append_text(name, ".new.");
+  append_decimal(name, pc_monotonic());
+  fresh[name.length] = '\0';
+  if (name.overflow)
+    return -ENAMETOOLONG;
+  const int fd = board_open(fresh, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+  if (fd < 0)
+    return fd;
+  int result = fill_medium(fd, size, fill);
+  sys_close(fd);
+  if (result == 0)
+    result = sys_rename(fresh, path);
+  if (result < 0)
+    sys_unlink(fresh);
+  return result;
+}
+
+// The kernel's descriptor behind a node: its medium, or an empty stand-in.
+int open_behind(const Resolved &resolved, Description &description) {
+  OpenFile &file = description.file;
+  const int flags = file.flags & O_CLOEXEC;
+  const std::string_view medium = node_text(file.node, "medium");
+  if (medium.empty())
+    return stand_in(flags);
+  char path[1100];
+  if (!medium_path(medium, path, sizeof path)) {
+    complain(resolved, "the medium's name is wrong");
+    return -ENXIO;
+  }
+  description.has_medium = true;
+  int fd = board_open(path, O_RDWR | O_NOCTTY | flags);
+  if (fd == -ENOENT) {
+    const std::int64_t size =
+        node_number(file.node, "medium_size", static_cast<std::int64_t>(file.model->medium_size));
+    const int result =
+        make_medium(path, size > 0 ? static_cast<std::size_t>(size) : 0, file.model->medium_fill);
+    fd = result < 0 ? result : board_open(path, O_RDWR | O_NOCTTY | flags);
+  }
+  // A board on a read-only disk can still be looked at.
+  if (fd == -EACCES || fd == -EROFS)
+    fd = board_open(path, O_RDONLY | O_NOCTTY | flags);
+  return fd;
+}
+
+int open_model(const Resolved &resolved, Description &description) {
+  OpenFile &file = description.file;
+  if (!copy_text(file.file, resolved.host))
+    return -ENAMETOOLONG;
+  int result = load_node(resolved.host, file.node);
+  if (result < 0) {
+    complain(resolved,
+             result == -E2BIG ? "a node file has 4095 bytes at most" : strerrordesc_np(-result));
+    return result == -ENOENT ? result : -ENXIO;
+  }
+  char name[64];
+  file.model = copy_text(name, node_text(file.node, "model")) ? find_model(name) : nullptr;
+  if (file.model == nullptr) {
+    complain(resolved, "no such model, or no \"model = NAME\"");
+    return -ENXIO;
+  }
+  const int fd = open_behind(resolved, description);
+  if (fd < 0)
+    return fd;
+  file.fd = fd;
+  if (file.model->open != nullptr) {
+    lock_board();
+    result = file.model->open(file);
+    unlock_board();
+    if (result < 0) {
+      sys_close(fd);
+      return result;
+    }
+  }
+  return fd;
+}
+
+int open_kind(Resolved &resolved, Kind kind, int flags, unsigned int mode) {
+  if (strlen(resolved.asked) >= sizeof(Description::asked) ||
+      strlen(resolved.real) >= sizeof(Description::real))
+    return -ENAMETOOLONG;
+  name_own(resolved);
+  Description *description = new_description(kind, resolved.asked, resolved.real, flags);
+  if (description == nullptr)
+    return -ENOMEM;
+  const int fd = kind == Kind::kModel ? open_model(resolved, *description)
+                                      : board_open(resolved.host, flags, mode);
+  const int result = fd < 0 ? fd : attach(description, fd);
+  if (result < 0) {
+    if (fd >= 0) {
+      if (kind == Kind::kModel && description->file.model->close != nullptr)
+        description->file.model->close(description->file);
+      sys_close(fd);
+    }
+    free_description(description);
+    return result;
+  }
+  return fd;
+}
+
+// The PC's file for reading; the board's own copy of it as soon as it is to be written.
+int open_fallback(Resolved &resolved, int flags, unsigned int mode) {
+  bool writes = (flags & O_ACCMODE) != O_RDONLY || (flags & (O_CREAT | O_TRUNC)) != 0;
+  FileStatus status;
+  const int found = sys_stat(resolved.asked, status);
+  if (found == 0 && S_ISDIR(status.mode))
+    writes = false;
+  if (!writes)
+    return sys_open(resolved.asked, flags, mode);
+  resolved.traced = true;
+  if (found == 0 && (flags & O_CREAT) && (flags & O_EXCL))
+    return -EEXIST;
+  if (found < 0 && !(flags & O_CREAT))
+    return found;
+  const int result = copy_up(resolved, (flags & O_TRUNC) == 0);
+  if (result < 0)
+    return result;
+  memcpy(resolved.real, resolved.asked, sizeof resolved.real);
+  return open_kind(resolved, Kind::kFile, flags & ~O_EXCL, mode);
+}
+
+int open_place(Resolved &resolved, int flags, unsigned int mode) {
+  const bool exclusive = (flags & O_CREAT) && (flags & O_EXCL);
+  switch (resolved.place) {
+    case Place::kMissing:
+      return -resolved.error;
+    case Place::kFallback:
+      return open_fallback(resolved, flags, mode);
+    case Place::kPc:
+    case Place::kPcByName:
+      return sys_open(resolved.asked, flags, mode);
+    case Place::kNode:
+      if (exclusive)
+        return -EEXIST;
+      if (flags & O_DIRECTORY)
+        return -ENOTDIR;
+      return open_kind(resolved, Kind::kModel, flags, mode);
+    case Place::kAttribute:
+      // The kernel ignores O_TRUNC here: an attribute is replaced by what is written.
+      if (exclusive)
+        return -EEXIST;
+      return open_kind(resolved, Kind::kAttribute, flags & ~(O_TRUNC | O_CREAT), mode);
+    case Place::kFile:
+      return open_kind(resolved, Kind::kFile, flags, mode);
+    case Place::kDirectory:
+      return open_kind(resolved, Kind::kDirectory, flags, mode);
+  }
+  return -ENOENT;
+}
+
+}  // namespace
+
+void append_flags(TextBuffer &text, int flags) {
+  constexpr const char *modes[] = {"RDONLY", "WRONLY", "RDWR", "NONE"};
+  append_text(text, modes[flags & O_ACCMODE]);
+  for (const FlagName &flag : kFlagNames) {
+    if ((flags & flag.bits) == flag.bits) {
+      append_text(text, "|");
+      append_text(text, flag.name);
+    }
+  }
+}
+
+bool is_foreign_device(const char *path) {
+  FileStatus status;
+  if (sys_stat(path, status) < 0)
+    return false;
+  if (S_ISBLK(status.mode))
+    return true;
+  if (!S_ISCHR(status.mode))
+    return false;
+  switch (status.device_major) {
+    case 1:  // memory devices: null, zero, full, random, urandom
+      return status.device_minor != 3 && status.device_minor != 5 && status.device_minor != 7 &&
+             status.device_minor != 8 && status.device_minor != 9;
+    case 5:  // tty, ptmx
+      return status.device_minor != 0 && status.device_minor != 2;
+    default:  // pseudo-terminals
+      return status.device_major < 136 || status.device_major > 143;
+  }
+}
+
+void notice_full(std::int64_t result) {
+  static std::atomic<bool> told;
+  if (result != -ENOSPC || told.exchange(true))
+    return;
+  char text[1400];
+  TextBuffer line = {text, sizeof text - 1, 0, false};
+  append_text(line, "vboard: no space is left for the board's files in ");
+  append_text(line, board_root());
+  if (getenv(kTemplateVariable) != nullptr)
+    append_text(line, " (TMPDIR names another place for a board of one run)");
+  text[line.length++] = '\n';
+  sys_write(2, text, line.length);
+}
+
+int end_by_name(const char *call, const Resolved &resolved, int result) {
+  notice_full(result);
+  if (resolved.traced) {
+    trace_call(call, resolved.asked, result, -result);
+    spend_call();
+  }
+  return report(result);
+}
+
+int open_on_board(Resolved &resolved, int flags, unsigned int mode) {
+  const Fault *fault = nullptr;
+  if (resolved.place != Place::kMissing)
+    fault = meet_fault(NodeNames{resolved.asked, resolved.real}, "open");
+  int result;
+  if (fault != nullptr && fault->effect == FaultEffect::kErrno) {
+    resolved.traced = true;
+    result = static_cast<int>(-fault->value);
+  } else {
+    result = open_place(resolved, flags, mode);
+    if (fault != nullptr && fault->effect == FaultEffect::kResult && result >= 0)
+      result = static_cast<int>(fault->value);
+    notice_full(result);
+  }
+  if (!resolved.traced)
+    return result;
+  if (tracing()) {
+    TraceLine line;
+    trace_begin(line, "open", resolved.asked);
+    append_text(line.text, " ");
+    append_flags(line.text, flags);
+    trace_end(line, result, -result);
+  }
+  spend_call();
+  return result;
+}
+
+}  // namespace vboard

@@ -1,0 +1,167 @@
+#include "vboard/interposer/core/state.h"
+
+#include "vboard/base/kernel.h"
+#include "vboard/board/board_files.h"
+#include "vboard/interposer/core/children.h"
+#include "vboard/interposer/core/story.h"
+#include "vboard/interposer/core/trace.h"
+#include "vboard/interposer/models/model.h"
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/mman.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace vboard {
+
+std::atomic<int> run_state;
+
+namespace {
+
+constexpr std::size_t kRootSize = 1024;
+
+char root[kRootSize];
+std::size_t root_length;
+
+// Taken at the start: the program may change its environment.
+const char *work = "";
+const char *faults = "";
+
+// Stands in when there is no launcher: a board on the PC's own time.
+RunPage own_page;
+RunPage *page = &own_page;
+
+pthread_mutex_t board_lock = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+
+// One bit a descriptor; nothing of ours ever stands above.
+std::atomic<std::uint64_t> own_descriptors[64];
+
+void map_page() {
+  own_page.magic = kRunMagic;
+  own_page.speed_milli = 1000;
+  own_page.monotonic_start = pc_monotonic();
+  own_page.calendar_start = pc_calendar();
+  own_page.reset_time = kNoTime;
+  own_page.story_records = -1;
+  const char *file = getenv(kRunVariable);
+  if (file == nullptr)
+    return;
+  const int fd = sys_open(file, O_RDWR | O_CLOEXEC);
+  if (fd < 0)
+    return;
+  int error;
+  void *memory = sys_mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0, error);
+  sys_close(fd);
+  if (memory == nullptr)
+    return;
+  RunPage *shared = static_cast<RunPage *>(memory);
+  if (shared->magic == kRunMagic)
+    page = shared;
+}
+
+__attribute__((constructor)) void start_with_program() {
+  on_board();
+}
+
+}  // namespace
+
+int start_run() {
+  int expected = kUnknown;
+  if (!run_state.compare_exchange_strong(expected, kStarting))
+    return expected;
+  const char *directory = getenv(kBoardVariable);
+  const std::size_t length = directory == nullptr ? 0 : strlen(directory);
+  if (length == 0 || length >= kRootSize || directory[0] != '/') {
+    run_state.store(kInactive, std::memory_order_release);
+    return kInactive;
+  }
+  memcpy(root, directory, length + 1);
+  root_length = length;
+  map_page();
+  if (const char *value = getenv(kTemplateVariable))
+    set_template(root, value, &page->board_is_whole);
+  if (const char *value = getenv(kWorkVariable))
+    work = value;
+  if (const char *value = getenv(kFaultsVariable))
+    faults = value;
+  open_trace(getenv(kTraceVariable));
+  open_story();
+  keep_settings();
+  run_state.store(kActive, std::memory_order_release);
+  return kActive;
+}
+
+RunPage &run_page() {
+  return *page;
+}
+
+std::string_view board_root() {
+  return {root, root_length};
+}
+
+const char *board_directory() {
+  return root;
+}
+
+const char *work_directory() {
+  return work;
+}
+
+const char *given_faults() {
+  return faults;
+}
+
+void lock_board() {
+  pthread_mutex_lock(&board_lock);
+}
+
+void unlock_board() {
+  pthread_mutex_unlock(&board_lock);
+}
+
+void renew_board_lock() {
+  board_lock = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+}
+
+bool is_own_descriptor(int fd) {
+  if (fd < 0 || fd >= 64 * 64)
+    return false;
+  return own_descriptors[fd / 64].load(std::memory_order_relaxed) >> (fd % 64) & 1;
+}
+
+void add_own_descriptor(int fd) {
+  if (fd >= 0 && fd < 64 * 64)
+    own_descriptors[fd / 64].fetch_or(std::uint64_t{1} << (fd % 64));
+}
+
+void remove_own_descriptor(int fd) {
+  if (fd >= 0 && fd < 64 * 64)
+    own_descriptors[fd / 64].fetch_and(~(std::uint64_t{1} << (fd % 64)));
+}
+
+void end_run(std::uint32_t outcome) {
+  RunPage &run = run_page();
+  std::uint32_t going_on = kGoingOn;
+  run.outcome.compare_exchange_strong(going_on, outcome);
+  sigset_t all;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, nullptr);
+  // The launcher ends every process of the run, says what happened and gives the status. This one
+  // stops here: nothing after a reset may still run, not even the shell that started it.
+  while (run.launcher != 0 && syscall(SYS_kill, run.launcher, SIGUSR1) == 0) {
+    struct {
+      long seconds, nanoseconds;
+    } pause = {0, 20'000'000};
+    syscall(SYS_nanosleep, &pause, nullptr);
+  }
+  const char *text = outcome == kBoardReset ? "board reset\n" : "board reboot\n";
+  sys_write(2, text, strlen(text));
+  for (;;)
+    syscall(SYS_exit_group, static_cast<int>(outcome));
+}
+
+}  // namespace vboard

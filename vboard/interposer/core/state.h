@@ -1,0 +1,55 @@
+// The run that this process belongs to: its board, its page shared with the launcher, its lock.
+
+#ifndef VBOARD_INTERPOSER_CORE_STATE_H
+#define VBOARD_INTERPOSER_CORE_STATE_H
+
+#include "vboard/board/run_page.h"
+
+#include <atomic>
+#include <cstdint>
+#include <string_view>
+
+namespace vboard {
+
+// The interposer's own descriptors start here; the low numbers belong to the program.
+inline constexpr int kOwnDescriptors = 500;
+
+enum : int { kUnknown, kStarting, kInactive, kActive };
+extern std::atomic<int> run_state;
+int start_run();
+
+// Whether a board stands behind this process. Without one every wrapper passes through.
+inline bool on_board() {
+  int state = run_state.load(std::memory_order_acquire);
+  if (__builtin_expect(state == kUnknown, 0))
+    state = start_run();
+  return state == kActive;
+}
+
+RunPage &run_page();
+std::string_view board_root();
+// The directory that the run began in, and the fault lines of its command line; empty without.
+const char *work_directory();
+const char *given_faults();
+inline bool jumping() {
+  return run_page().jumping != 0;
+}
+
+// One lock for the models, the table of descriptors and the faults' counters. A signal handler of
+// the program may call in while its own thread holds it.
+void lock_board();
+void unlock_board();
+// In the child of a fork, where another thread may have held it.
+void renew_board_lock();
+
+// Descriptors that the program must neither see nor close.
+bool is_own_descriptor(int fd);
+void add_own_descriptor(int fd);
+void remove_own_descriptor(int fd);
+
+// Ends the run, kBoardReset or kBoardReboot. Does not return.
+[[noreturn]] void end_run(std::uint32_t outcome);
+
+}  // namespace vboard
+
+#endif

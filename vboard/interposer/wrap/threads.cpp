@@ -1,0 +1,309 @@
+// Wraps pthread_create pthread_exit pthread_join pthread_timedjoin_np pthread_clockjoin_np
+// pthread_cond_wait pthread_cond_timedwait pthread_cond_clockwait pthread_cond_signal
+// pthread_cond_broadcast sem_wait sem_timedwait sem_clockwait sem_post pthread_mutex_timedlock
+// pthread_mutex_clocklock.
+//
+// At a fixed speed waiting between threads is the kernel's, with absolute times turned into the
+// PC's. In a jumping run the engine must know who waits: these waits are its own.
+
+#include "vboard/interposer/core/engine.h"
+#include "vboard/interposer/core/report.h"
+#include "vboard/interposer/core/wrap.h"
+
+#include <errno.h>
+#include <pthread.h>
+#include <semaphore.h>
+#include <stdlib.h>
+#include <time.h>
+
+using namespace vboard;
+
+DECLARE_WRAPPED(int, clock_gettime, clockid_t, timespec *);
+
+namespace {
+
+struct Start {
+  void *(*function)(void *);
+  void *argument;
+  sigset_t mask;
+};
+
+pthread_key_t end_key;
+pthread_once_t end_key_made = PTHREAD_ONCE_INIT;
+
+void make_end_key() {
+  pthread_key_create(&end_key, [](void *) { thread_ends(pthread_self()); });
+}
+
+// The first of a thread in a jumping run. Its creator had every signal blocked.
+void *begin(void *context) {
+  const Start start = *static_cast<Start *>(context);
+  free(context);
+  pthread_setspecific(end_key, &end_key);
+  pthread_sigmask(SIG_SETMASK, &start.mask, nullptr);
+  return start.function(start.argument);
+}
+
+// Board time of an absolute time of the program. Whether it is the calendar or the time since the
+// start is seen from its size: they lie decades apart.
+BoardTime board_moment(const timespec &absolute) {
+  const BoardTime time = nanoseconds_of(absolute);
+  const std::int64_t calendar = run_page().calendar_start.load();
+  const bool is_calendar = time > calendar / 2;
+  return saturated_sum(time, -(is_calendar ? calendar : run_page().monotonic_start));
+}
+
+BoardTime board_moment(clockid_t clock, const timespec &absolute) {
+  const bool is_calendar = clock == CLOCK_REALTIME;
+  return saturated_sum(nanoseconds_of(absolute), -(is_calendar ? run_page().calendar_start.load()
+                                                               : run_page().monotonic_start));
+}
+
+// The same moment on the PC's CLOCK_MONOTONIC.
+timespec pc_moment(BoardTime moment) {
+  const timespec rest = pc_duration(saturated_sum(moment, -board_time()));
+  timespec now;
+  REAL(clock_gettime)(CLOCK_MONOTONIC, &now);
+  return timespec_of(saturated_sum(nanoseconds_of(now), nanoseconds_of(rest)));
+}
+
+bool is_bad_fraction(const timespec &time) {
+  return time.tv_nsec < 0 || time.tv_nsec >= kSecond;
+}
+
+}  // namespace
+
+WRAP(int, pthread_create, pthread_t *thread, const pthread_attr_t *attributes,
+     void *(*function)(void *), void *argument) {
+  if (!on_board() || !jumping())
+    return REAL(pthread_create)(thread, attributes, function, argument);
+  pthread_once(&end_key_made, make_end_key);
+  Start *start = static_cast<Start *>(malloc(sizeof(Start)));
+  if (start == nullptr)
+    return EAGAIN;
+  start->function = function;
+  start->argument = argument;
+  // The thread is counted before it can run: its first act would be to wait for this lock if it
+  // ended at once.
+  lock_engine(start->mask);
+  const sigset_t saved = start->mask;
+  const int result = REAL(pthread_create)(thread, attributes, begin, start);
+  if (result == 0)
+    thread_begins(*thread);
+  unlock_engine(saved);
+  if (result != 0)
+    free(start);
+  return result;
+}
+
+WRAP(void, pthread_exit, void *value) {
+  // The main thread has no end of its own to be noticed by.
+  if (on_board() && jumping()) {
+    pthread_once(&end_key_made, make_end_key);
+    pthread_setspecific(end_key, &end_key);
+  }
+  REAL(pthread_exit)(value);
+  __builtin_unreachable();
+}
+
+namespace {
+
+// Waits until a thread is about to end; false when the deadline came first.
+bool await_end(pthread_t thread, BoardTime deadline) {
+  for (;;) {
+    Wait wait;
+    wait.deadline = deadline;
+    wait.key = reinterpret_cast<const void *>(thread);
+    wait.done = thread_has_ended;
+    const WaitEnd end = wait_on_board(wait);
+    if (end == WaitEnd::kWoken)
+      return true;
+    if (end == WaitEnd::kTimeout)
+      return false;
+  }
+}
+
+}  // namespace
+
+WRAP(int, pthread_join, pthread_t thread, void **value) {
+  if (on_board() && jumping())
+    await_end(thread, kNever);
+  return REAL(pthread_join)(thread, value);
+}
+
+WRAP(int, pthread_clockjoin_np, pthread_t thread, void **value, clockid_t clock,
+     const timespec *limit) {
+  if (!on_board() || limit == nullptr)
+    return REAL(pthread_clockjoin_np)(thread, value, clock, limit);
+  const BoardTime deadline = board_moment(clock, *limit);
+  if (jumping() && !await_end(thread, deadline))
+    return ETIMEDOUT;
+  timespec pc = pc_moment(deadline);
+  if (jumping())
+    pc.tv_sec += 60;  // it is ending
+  return REAL(pthread_clockjoin_np)(thread, value, CLOCK_MONOTONIC, &pc);
+}
+
+WRAP(int, pthread_timedjoin_np, pthread_t thread, void **value, const timespec *limit) {
+  if (!on_board())
+    return REAL(pthread_timedjoin_np)(thread, value, limit);
+  return vboard_pthread_clockjoin_np(thread, value, CLOCK_REALTIME, limit);
+}
+
+namespace {
+
+// The wait of a jumping run. A signal handler ends it early, as a condition may.
+int wait_for_condition(pthread_cond_t *condition, pthread_mutex_t *mutex, BoardTime deadline) {
+  Wait wait;
+  wait.deadline = deadline;
+  wait.key = condition;
+  wait.release = mutex;
+  const WaitEnd end = wait_on_board(wait);
+  pthread_mutex_lock(mutex);
+  pthread_testcancel();
+  return end == WaitEnd::kTimeout ? ETIMEDOUT : 0;
+}
+
+}  // namespace
+
+WRAP(int, pthread_cond_clockwait, pthread_cond_t *condition, pthread_mutex_t *mutex,
+     clockid_t clock, const timespec *limit) {
+  if (!on_board())
+    return REAL(pthread_cond_clockwait)(condition, mutex, clock, limit);
+  if (is_bad_fraction(*limit))
+    return EINVAL;
+  const BoardTime deadline = board_moment(clock, *limit);
+  if (jumping())
+    return wait_for_condition(condition, mutex, deadline);
+  const timespec pc = pc_moment(deadline);
+  return REAL(pthread_cond_clockwait)(condition, mutex, CLOCK_MONOTONIC, &pc);
+}
+
+WRAP(int, pthread_cond_timedwait, pthread_cond_t *condition, pthread_mutex_t *mutex,
+     const timespec *limit) {
+  if (!on_board())
+    return REAL(pthread_cond_timedwait)(condition, mutex, limit);
+  if (is_bad_fraction(*limit))
+    return EINVAL;
+  const BoardTime deadline = board_moment(*limit);
+  if (jumping())
+    return wait_for_condition(condition, mutex, deadline);
+  const timespec pc = pc_moment(deadline);
+  return REAL(pthread_cond_clockwait)(condition, mutex, CLOCK_MONOTONIC, &pc);
+}
+
+WRAP(int, pthread_cond_wait, pthread_cond_t *condition, pthread_mutex_t *mutex) {
+  if (!on_board() || !jumping())
+    return REAL(pthread_cond_wait)(condition, mutex);
+  return wait_for_condition(condition, mutex, kNever);
+}
+
+WRAP(int, pthread_cond_signal, pthread_cond_t *condition) {
+  if (!on_board() || !jumping())
+    return REAL(pthread_cond_signal)(condition);
+  wake_waiters(condition, false);
+  return 0;
+}
+
+WRAP(int, pthread_cond_broadcast, pthread_cond_t *condition) {
+  if (!on_board() || !jumping())
+    return REAL(pthread_cond_broadcast)(condition);
+  wake_waiters(condition, true);
+  return 0;
+}
+
+namespace {
+
+bool took_semaphore(const void *key) {
+  const int kept = errno;
+  const bool took = sem_trywait(static_cast<sem_t *>(const_cast<void *>(key))) == 0;
+  errno = kept;
+  return took;
+}
+
+bool took_mutex(const void *key) {
+  return pthread_mutex_trylock(static_cast<pthread_mutex_t *>(const_cast<void *>(key))) == 0;
+}
+
+int wait_for_semaphore(sem_t *semaphore, BoardTime deadline) {
+  Wait wait;
+  wait.deadline = deadline;
+  wait.key = semaphore;
+  wait.done = took_semaphore;
+  switch (wait_on_board(wait)) {
+    case WaitEnd::kWoken:
+      return 0;
+    case WaitEnd::kTimeout:
+      errno = ETIMEDOUT;
+      return -1;
+    default:
+      errno = EINTR;
+      return -1;
+  }
+}
+
+}  // namespace
+
+WRAP(int, sem_wait, sem_t *semaphore) {
+  if (!on_board() || !jumping())
+    return REAL(sem_wait)(semaphore);
+  return took_semaphore(semaphore) ? 0 : wait_for_semaphore(semaphore, kNever);
+}
+
+WRAP(int, sem_clockwait, sem_t *semaphore, clockid_t clock, const timespec *limit) {
+  if (!on_board())
+    return REAL(sem_clockwait)(semaphore, clock, limit);
+  if (took_semaphore(semaphore))
+    return 0;
+  if (is_bad_fraction(*limit))
+    return report(-EINVAL);
+  const BoardTime deadline = board_moment(clock, *limit);
+  if (jumping())
+    return wait_for_semaphore(semaphore, deadline);
+  const timespec pc = pc_moment(deadline);
+  return REAL(sem_clockwait)(semaphore, CLOCK_MONOTONIC, &pc);
+}
+
+WRAP(int, sem_timedwait, sem_t *semaphore, const timespec *limit) {
+  if (!on_board())
+    return REAL(sem_timedwait)(semaphore, limit);
+  return vboard_sem_clockwait(semaphore, CLOCK_REALTIME, limit);
+}
+
+WRAP(int, sem_post, sem_t *semaphore) {
+  const int result = REAL(sem_post)(semaphore);
+  if (result == 0 && on_board() && jumping())
+    wake_waiters(semaphore, false);
+  return result;
+}
+
+WRAP(int, pthread_mutex_clocklock, pthread_mutex_t *mutex, clockid_t clock, const timespec *limit) {
+  if (!on_board())
+    return REAL(pthread_mutex_clocklock)(mutex, clock, limit);
+  if (took_mutex(mutex))
+    return 0;
+  if (is_bad_fraction(*limit))
+    return EINVAL;
+  const BoardTime deadline = board_moment(clock, *limit);
+  if (!jumping()) {
+    const timespec pc = pc_moment(deadline);
+    return REAL(pthread_mutex_clocklock)(mutex, CLOCK_MONOTONIC, &pc);
+  }
+  for (;;) {
+    Wait wait;
+    wait.deadline = deadline;
+    wait.key = mutex;
+    wait.done = took_mutex;
+    const WaitEnd end = wait_on_board(wait);
+    if (end == WaitEnd::kWoken)
+      return 0;
+    if (end == WaitEnd::kTimeout)
+      return ETIMEDOUT;
+  }
+}
+
+WRAP(int, pthread_mutex_timedlock, pthread_mutex_t *mutex, const timespec *limit) {
+  if (!on_board())
+    return REAL(pthread_mutex_timedlock)(mutex, limit);
+  return vboard_pthread_mutex_clocklock(mutex, CLOCK_REALTIME, limit);
+}
