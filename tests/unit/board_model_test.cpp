@@ -3,6 +3,7 @@
 #include "model_harness.h"
 #include "platform/driver/iccard.h"
 #include "vboard/base/calendar.h"
+#include "vboard/interposer/models/models.h"
 
 #include <arpa/inet.h>
 #include <errno.h>
@@ -149,9 +150,7 @@ TEST(RtcModel, impossible_times_are_refused) {
 TEST(RtcModel, only_one_opener_at_a_time) {
   ModelHarness board("model = rtc\n");
   ASSERT_EQ(board.open(), 0);
-  OpenFile second = board.open_file;
-  memset(second.state, 0, sizeof second.state);
-  EXPECT_EQ(second.model->open(second), -EBUSY);
+  EXPECT_EQ(board.open_second(), -EBUSY);
   EXPECT_EQ(board.open(), 0) << "free again after the close";
 }
 
@@ -177,7 +176,7 @@ TEST(WatchdogModel, opening_arms_and_every_sign_of_life_starts_the_limit_anew) {
   EXPECT_EQ(keep_alive(board), 0);
   EXPECT_EQ(fake_core.reset_at, 70 * kSecond);
   fake_core.now = 20 * kSecond;
-  EXPECT_EQ(board.open_file.model->write(board.open_file, "x", 1), 1);
+  EXPECT_EQ(board.write("x", 1), 1);
   EXPECT_EQ(fake_core.reset_at, 80 * kSecond);
   fake_core.now = 30 * kSecond;
   int seconds = 15;
@@ -196,7 +195,7 @@ TEST(WatchdogModel, close_without_the_magic_character_leaves_it_armed) {
 TEST(WatchdogModel, close_after_the_magic_character_stops_it) {
   ModelHarness board(kWatchdog);
   ASSERT_EQ(board.open(), 0);
-  EXPECT_EQ(board.open_file.model->write(board.open_file, "aVb", 3), 3);
+  EXPECT_EQ(board.write("aVb", 3), 3);
   board.shut();
   EXPECT_EQ(fake_core.reset_at, kNever);
 }
@@ -204,8 +203,8 @@ TEST(WatchdogModel, close_after_the_magic_character_stops_it) {
 TEST(WatchdogModel, the_magic_character_holds_for_the_last_write_only) {
   ModelHarness board(kWatchdog);
   ASSERT_EQ(board.open(), 0);
-  EXPECT_EQ(board.open_file.model->write(board.open_file, "V", 1), 1);
-  EXPECT_EQ(board.open_file.model->write(board.open_file, "x", 1), 1);
+  EXPECT_EQ(board.write("V", 1), 1);
+  EXPECT_EQ(board.write("x", 1), 1);
   board.shut();
   EXPECT_EQ(fake_core.reset_at, 60 * kSecond);
 }
@@ -215,7 +214,7 @@ TEST(WatchdogModel, nowayout_cannot_be_stopped) {
   ASSERT_EQ(board.open(), 0);
   int options = WDIOS_DISABLECARD;
   EXPECT_EQ(board.request(WDIOC_SETOPTIONS, options), -EBUSY);
-  EXPECT_EQ(board.open_file.model->write(board.open_file, "V", 1), 1);
+  EXPECT_EQ(board.write("V", 1), 1);
   board.shut();
   EXPECT_EQ(fake_core.reset_at, 60 * kSecond);
 }
@@ -267,9 +266,7 @@ TEST(WatchdogModel, time_limit_is_kept_for_the_next_opener) {
 TEST(WatchdogModel, second_opener_is_refused) {
   ModelHarness board(kWatchdog);
   ASSERT_EQ(board.open(), 0);
-  OpenFile second = board.open_file;
-  memset(second.state, 0, sizeof second.state);
-  EXPECT_EQ(second.model->open(second), -EBUSY);
+  EXPECT_EQ(board.open_second(), -EBUSY);
 }
 
 TEST(WatchdogModel, broken_one_never_bites) {
@@ -352,8 +349,8 @@ int erase(ModelHarness &board, std::uint32_t start, std::uint32_t length) {
 }
 
 ssize_t write_at(ModelHarness &board, off_t offset, const char *bytes) {
-  lseek(board.open_file.fd, offset, SEEK_SET);
-  return board.open_file.model->write(board.open_file, bytes, strlen(bytes));
+  board.position = offset;
+  return board.write(bytes, strlen(bytes));
 }
 
 }  // namespace
@@ -377,7 +374,7 @@ TEST(MtdModel, programming_clears_bits_and_moves_on) {
   ModelHarness board(kFlash);
   ASSERT_EQ(board.open(), 0);
   EXPECT_EQ(write_at(board, 100, "\xF0\xF0"), 2);
-  EXPECT_EQ(lseek(board.open_file.fd, 0, SEEK_CUR), 102);
+  EXPECT_EQ(board.position, 102);
   EXPECT_EQ(write_at(board, 100, "\x3C\xFF"), 2);
   EXPECT_EQ(board.file("media/flash").substr(99, 4), "\xFF\x30\xF0\xFF");
 }
@@ -430,13 +427,9 @@ TEST(MtdModel, worn_block_does_not_erase) {
 
 namespace {
 
-int address_of(ModelHarness &board, const char *name, std::string &out) {
-  board.open_file = {};
-  board.open_file.model = find_model("socket");
+int address_of(ModelHarness &board, std::string &out) {
   ifreq record = {};
-  strncpy(record.ifr_name, name, IFNAMSIZ);
   const int result = board.request(SIOCGIFADDR, record);
-  board.open_file.model = nullptr;
   sockaddr_in address;
   memcpy(&address, &record.ifr_addr, sizeof address);
   char text[INET_ADDRSTRLEN] = "";
@@ -448,19 +441,21 @@ int address_of(ModelHarness &board, const char *name, std::string &out) {
 
 }  // namespace
 
-TEST(SocketModel, address_is_that_of_the_interface_file) {
-  ModelHarness board("");
-  board.write_file("net/ppp0", "# link\nipv4 = 10.64.0.2\n");
-  board.write_file("net/wlan0", "ipv4 =\n");
-  board.write_file("net/eth1", "ipv4 = 10.64.0\n");
-  std::string address;
-  EXPECT_EQ(address_of(board, "ppp0", address), 0);
-  EXPECT_EQ(address, "10.64.0.2");
-  EXPECT_EQ(address_of(board, "wlan0", address), -EADDRNOTAVAIL);
-  EXPECT_EQ(address_of(board, "eth1", address), -EADDRNOTAVAIL);
-  EXPECT_EQ(address_of(board, "eth0", address), -ENODEV);
-  EXPECT_EQ(address_of(board, "", address), -ENODEV);
-  EXPECT_EQ(address_of(board, "../dev/node", address), -ENODEV);
+TEST(InterfaceModel, address_is_that_of_its_file) {
+  struct Row {
+    const char *node;
+    int result;
+    const char *address;
+  };
+  for (const Row &row :
+       {Row{"ipv4 = 10.64.0.2\n", 0, "10.64.0.2"}, Row{"ipv4 =\n", -EADDRNOTAVAIL, ""},
+        Row{"# none\n", -EADDRNOTAVAIL, ""}, Row{"ipv4 = 10.64.0\n", -EADDRNOTAVAIL, ""}}) {
+    ModelHarness board((std::string("model = interface\n") + row.node).c_str());
+    ASSERT_EQ(board.open(), 0);
+    std::string address;
+    EXPECT_EQ(address_of(board, address), row.result) << row.node;
+    EXPECT_EQ(address, row.address);
+  }
 }
 
 TEST(Models, every_row_is_found_by_its_name) {

@@ -19,11 +19,12 @@ constexpr double kOneG[3] = {0, 0, 1};
 constexpr char kNode[] = "model = gyro\nmedium = motion\nchip = GYRO_ICM20602\n";
 
 ssize_t read_sample(ModelHarness &harness, GyroSample &sample) {
-  return harness.open_file.model->read(harness.open_file, &sample, sizeof sample);
+  return harness.read(&sample, sizeof sample);
 }
 
 BoardTime readable_at(ModelHarness &harness) {
-  return harness.open_file.model->readable_at(harness.open_file, fake_core.now);
+  const Readiness ready = harness.ready(POLLIN);
+  return ready.events != 0 ? fake_core.now : ready.next;
 }
 
 GyroConfig config_of(ModelHarness &harness) {
@@ -167,7 +168,7 @@ TEST(GyroModel, a_short_buffer_takes_the_front_of_one_sample) {
   ASSERT_EQ(board.open(), 0);
   fake_core.now = 50 * kMillisecond;
   std::int16_t front[2] = {};
-  EXPECT_EQ(board.open_file.model->read(board.open_file, front, 2), 2);
+  EXPECT_EQ(board.read(front, 2), 2);
   EXPECT_EQ(front[0], 16384);
   EXPECT_EQ(readable_at(board), 100 * kMillisecond);
 }

@@ -36,7 +36,7 @@ int data(ModelHarness &board, int value) {
 }
 
 ssize_t write_bytes(ModelHarness &board, const std::string &bytes) {
-  return board.open_file.model->write(board.open_file, bytes.data(), bytes.size());
+  return board.write(bytes.data(), bytes.size());
 }
 
 }  // namespace

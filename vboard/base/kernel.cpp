@@ -37,17 +37,22 @@ constexpr long kFcntl = SYS_fcntl64;
 constexpr long kFcntl = SYS_fcntl;
 #endif
 
+constexpr unsigned int kStatus =
+    STATX_TYPE | STATX_MODE | STATX_SIZE | STATX_INO | STATX_MTIME;
+
 void fill(const struct statx &from, FileStatus &out) {
   out.mode = from.stx_mode;
   out.size = from.stx_size;
   out.device_major = from.stx_rdev_major;
   out.device_minor = from.stx_rdev_minor;
+  out.inode = from.stx_ino;
+  out.changed = from.stx_mtime.tv_sec * 1'000'000'000 + from.stx_mtime.tv_nsec;
 }
 
 int status_of(int directory, const char *path, int flags, FileStatus &out) {
   struct statx status;
   const long result =
-      call(SYS_statx, directory, path, flags, STATX_TYPE | STATX_MODE | STATX_SIZE, &status);
+      call(SYS_statx, directory, path, flags, kStatus, &status);
   if (result < 0)
     return static_cast<int>(result);
   fill(status, out);
@@ -213,10 +218,10 @@ ssize_t sys_getdents(int fd, void *buffer, std::size_t size) {
   return call(SYS_getdents64, fd, buffer, size);
 }
 
-int sys_move_high(int fd, int lowest) {
+int sys_move_high(int fd, int lowest, bool closed_by_exec) {
   // A small limit of open files leaves no room up there; half of what is usual must do then.
   for (int from = lowest; from >= 16; from /= 2) {
-    const long moved = call(kFcntl, fd, F_DUPFD_CLOEXEC, from);
+    const long moved = call(kFcntl, fd, closed_by_exec ? F_DUPFD_CLOEXEC : F_DUPFD, from);
     if (moved >= 0) {
       sys_close(fd);
       return static_cast<int>(moved);

@@ -36,6 +36,8 @@ struct FileStatus {
   std::uint32_t mode;
   std::uint64_t size;
   std::uint32_t device_major, device_minor;  // of a device node
+  std::uint64_t inode;
+  std::int64_t changed;  // nanoseconds since 1970
 };
 int sys_stat(const char *path, FileStatus &out, bool follow = true);
 int sys_fstat(int fd, FileStatus &out);
@@ -50,9 +52,10 @@ int sys_rename(const char *from, const char *to);
 ssize_t sys_getcwd(char *buffer, std::size_t size);
 int sys_memfd(const char *name, unsigned int flags);
 ssize_t sys_getdents(int fd, void *buffer, std::size_t size);
-// Moves a descriptor to the lowest free number from `lowest` on, closed on exec. The new number;
-// the old one is closed. On failure the descriptor stays where it is and its number is returned.
-int sys_move_high(int fd, int lowest);
+// Moves a descriptor to the lowest free number from `lowest` on, to be closed by exec() or not. The
+// new number; the old one is closed. On failure the descriptor stays where it is and its number is
+// returned.
+int sys_move_high(int fd, int lowest, bool closed_by_exec = true);
 
 // Copies from and to memory that the program under test named: 0, or -EFAULT.
 int read_user(void *out, const void *user, std::size_t size);

@@ -14,31 +14,6 @@ constexpr std::uint8_t kSetBooster = 0xF8;
 // byte; taken for a command, the 72 that the board's drivers send there would scroll the picture.
 constexpr std::uint8_t kSetTuning = 0xFF;
 
-struct Setting {
-  const char *key;
-  std::uint8_t LcdRegisters::*field;
-  std::uint8_t most;
-  std::uint8_t at_power_on;
-};
-
-// clang-format off
-constexpr Setting kSettings[] = {
-    {.key = "display_on",       .field = &LcdRegisters::display_on,       .most = 1,   .at_power_on = 0},
-    {.key = "all_points",       .field = &LcdRegisters::all_points,       .most = 1,   .at_power_on = 0},
-    {.key = "inverse",          .field = &LcdRegisters::inverse,          .most = 1,   .at_power_on = 0},
-    {.key = "rows_reversed",    .field = &LcdRegisters::rows_reversed,    .most = 1,   .at_power_on = 0},
-    {.key = "columns_reversed", .field = &LcdRegisters::columns_reversed, .most = 1,   .at_power_on = 0},
-    {.key = "start_line",       .field = &LcdRegisters::start_line,       .most = 63,  .at_power_on = 0},
-    {.key = "contrast",         .field = &LcdRegisters::contrast,         .most = 63,  .at_power_on = 32},
-    {.key = "resistor_ratio",   .field = &LcdRegisters::resistor_ratio,   .most = 7,   .at_power_on = 4},
-    {.key = "bias",             .field = &LcdRegisters::bias,             .most = 1,   .at_power_on = 0},
-    {.key = "power",            .field = &LcdRegisters::power,            .most = 7,   .at_power_on = 0},
-    {.key = "booster",          .field = &LcdRegisters::booster,          .most = 3,   .at_power_on = 0},
-    {.key = "page",             .field = &LcdRegisters::page,             .most = 15,  .at_power_on = 0},
-    {.key = "column",           .field = &LcdRegisters::column,           .most = 255, .at_power_on = 0},
-};
-// clang-format on
-
 // E2: what the controller's reset pin would also do. Display memory, display on/off and the column
 // direction stay.
 void reset(LcdRegisters &registers) {
@@ -67,17 +42,15 @@ std::uint8_t flag(std::uint8_t command) {
 
 void lcd_load(const Node &node, LcdRegisters &out) {
   LcdRegisters registers = {};
-  for (const Setting &setting : kSettings) {
-    const std::int64_t value = node_number(node, setting.key, setting.at_power_on);
-    const bool possible = value >= 0 && value <= setting.most;
-    registers.*setting.field = possible ? static_cast<std::uint8_t>(value) : setting.at_power_on;
-  }
+  for (const LcdRegister &one : kLcdRegisters)
+    registers.*one.field =
+        static_cast<std::uint8_t>(setting_number_of(node, one.setting, one.setting.key));
   out = registers;
 }
 
 bool lcd_store(const LcdRegisters &registers, Node &node) {
-  for (const Setting &setting : kSettings) {
-    if (!set_node_number(node, setting.key, registers.*setting.field))
+  for (const LcdRegister &one : kLcdRegisters) {
+    if (!set_node_number(node, one.setting.key, registers.*one.field))
       return false;
   }
   return true;

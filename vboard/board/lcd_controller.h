@@ -5,6 +5,7 @@
 #define VBOARD_BOARD_LCD_CONTROLLER_H
 
 #include "vboard/board/node.h"
+#include "vboard/board/settings.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -32,6 +33,75 @@ struct LcdRegisters {
   std::uint8_t read_modify_write;
   std::uint8_t saved_column;  // to return to at the end of read-modify-write
   std::uint8_t pending;       // a command that waits for its second byte, 0 for none
+};
+
+// A register as a setting of the display's node file; the default is its value at power-on.
+struct LcdRegister {
+  Setting setting;
+  std::uint8_t LcdRegisters::*field;
+};
+
+inline constexpr LcdRegister kLcdRegisters[] = {
+    {{.key = "display_on", .kind = SettingKind::kFlag, .otherwise = "0", .help = "commands AE, AF"},
+     &LcdRegisters::display_on},
+    {{.key = "all_points", .kind = SettingKind::kFlag, .otherwise = "0", .help = "commands A4, A5"},
+     &LcdRegisters::all_points},
+    {{.key = "inverse", .kind = SettingKind::kFlag, .otherwise = "0", .help = "commands A6, A7"},
+     &LcdRegisters::inverse},
+    {{.key = "rows_reversed",
+      .kind = SettingKind::kFlag,
+      .otherwise = "0",
+      .help = "commands C0, C8; the glass is mounted so that 1 is upright"},
+     &LcdRegisters::rows_reversed},
+    {{.key = "columns_reversed",
+      .kind = SettingKind::kFlag,
+      .otherwise = "0",
+      .help = "commands A0, A1"},
+     &LcdRegisters::columns_reversed},
+    {{.key = "start_line",
+      .kind = SettingKind::kNumber,
+      .otherwise = "0",
+      .help = "commands 40 to 7F",
+      .most = 63},
+     &LcdRegisters::start_line},
+    {{.key = "contrast",
+      .kind = SettingKind::kNumber,
+      .otherwise = "32",
+      .help = "command 81 and its second byte",
+      .most = 63},
+     &LcdRegisters::contrast},
+    {{.key = "resistor_ratio",
+      .kind = SettingKind::kNumber,
+      .otherwise = "4",
+      .help = "commands 20 to 27",
+      .most = 7},
+     &LcdRegisters::resistor_ratio},
+    {{.key = "bias", .kind = SettingKind::kFlag, .otherwise = "0", .help = "commands A2, A3"},
+     &LcdRegisters::bias},
+    {{.key = "power",
+      .kind = SettingKind::kNumber,
+      .otherwise = "0",
+      .help = "commands 28 to 2F",
+      .most = 7},
+     &LcdRegisters::power},
+    {{.key = "booster",
+      .kind = SettingKind::kNumber,
+      .otherwise = "0",
+      .help = "command F8 and its second byte",
+      .most = 3},
+     &LcdRegisters::booster},
+    {{.key = "page",
+      .kind = SettingKind::kNumber,
+      .otherwise = "0",
+      .help = "commands B0 to BF",
+      .most = 15},
+     &LcdRegisters::page},
+    {{.key = "column",
+      .kind = SettingKind::kNumber,
+      .otherwise = "0",
+      .help = "commands 00 to 1F",
+      .most = 255},
+     &LcdRegisters::column},
 };
 
 // The registers as settings of the display's node file; a missing or impossible value is the

@@ -7,6 +7,7 @@
 #include "vboard/board/story_record.h"
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 
 namespace vboard {
@@ -31,6 +32,12 @@ struct PlannedSignal {
   std::atomic<std::uint32_t> sent;
 };
 
+// A lock that the processes of a run share: the thread that has it, and whether others wait. It
+// lies in memory that 32-bit and 64-bit programs map alike, which a mutex of libc's would not.
+struct SharedLock {
+  std::atomic<std::uint32_t> word;
+};
+
 struct RunPage {
   std::uint32_t magic;
   std::int32_t launcher;  // process ids
@@ -50,10 +57,54 @@ struct RunPage {
   std::int32_t story_streams[kStoryStreams];
   std::atomic<std::uint32_t> story_sequence;  // odd while the launcher reads
   std::atomic<std::uint64_t> story_read[kStoryStreams];
+  // Devices: who works on one, how often a setting has changed, whether any has been opened at all.
+  SharedLock device_lock;
+  std::atomic<std::uint32_t> changes;
+  std::atomic<std::uint32_t> has_opened;
   std::uint32_t signal_count;
   PlannedSignal signals[kMaxSignals];
 };
 static_assert(sizeof(RunPage) <= 4096);
+
+// Behind the page in the same file: what the processes of a run know together about open files and
+// devices. All of it begins as zeros, and ends with the run.
+
+// What socket() was called with.
+struct SocketKind {
+  std::int32_t family, type, protocol;
+};
+
+// One open file of the board, as every process that has inherited it sees it.
+struct SharedFile {
+  std::uint32_t used;
+  std::uint32_t generation;  // a later file in the same place has another one
+  std::int32_t processes;    // that have a descriptor of it
+  std::uint32_t kind;
+  std::int32_t flags;  // of open(), as F_SETFL has changed them
+  std::int32_t claim;  // the descriptor that keeps others away from the device, 0 without
+  std::int64_t opened_at;
+  std::uint64_t seen;  // of an attribute: a hash of the text that was read last
+  char asked[256];     // its name on the board, as the program gave it and without links
+  char real[256];
+  char model[64];
+  SocketKind socket;  // of a socket
+  alignas(16) unsigned char state[1024];
+};
+
+inline constexpr std::size_t kSharedFiles = 1024;
+inline constexpr std::size_t kSharedDevices = 64;
+inline constexpr std::size_t kSharedDeviceSize = 64 << 10;
+
+struct SharedDevice {
+  char name[256];
+  alignas(16) unsigned char memory[kSharedDeviceSize];
+};
+
+struct RunFile {
+  alignas(4096) RunPage page;
+  alignas(4096) SharedFile files[kSharedFiles];
+  alignas(4096) SharedDevice devices[kSharedDevices];
+};
 
 inline std::int64_t board_from_pc(const RunPage &page, std::int64_t nanoseconds) {
   return page.speed_milli == 1000

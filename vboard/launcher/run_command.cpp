@@ -60,9 +60,9 @@ constexpr std::int64_t kTick = 10'000'000;
 // The run page, in memory that the processes of the run can open by its descriptor.
 RunPage *make_page(int &out_fd) {
   out_fd = sys_memfd("vboard-run", MFD_CLOEXEC);
-  if (out_fd < 0 || ftruncate(out_fd, 4096) < 0)
+  if (out_fd < 0 || ftruncate(out_fd, sizeof(RunFile)) < 0)
     return nullptr;
-  void *memory = mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED, out_fd, 0);
+  void *memory = mmap(nullptr, sizeof(RunPage), PROT_READ | PROT_WRITE, MAP_SHARED, out_fd, 0);
   return memory == MAP_FAILED ? nullptr : new (memory) RunPage();
 }
 

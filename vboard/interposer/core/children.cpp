@@ -2,6 +2,7 @@
 
 #include "vboard/board/emulation.h"
 #include "vboard/interposer/core/descriptors.h"
+#include "vboard/interposer/core/device_lock.h"
 #include "vboard/interposer/core/engine.h"
 #include "vboard/interposer/core/state.h"
 #include "vboard/interposer/core/timers.h"
@@ -27,9 +28,9 @@ const char *arm_emulator;
 
 void in_child() {
   renew_board_lock();
+  renew_device_lock();
   renew_engine();
   forget_timers();
-  mark_inherited();
 }
 
 bool is_setting_of(const char *entry, const char *name) {
@@ -47,7 +48,7 @@ void keep_settings() {
     }
   }
   arm_emulator = getenv(kEmulatorVariable);
-  pthread_atfork(nullptr, nullptr, in_child);
+  pthread_atfork(share_with_child, nullptr, in_child);
 }
 
 const char *emulator() {

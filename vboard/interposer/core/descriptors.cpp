@@ -1,17 +1,24 @@
+#include "vboard/interposer/core/engine.h"
 #include "vboard/interposer/core/descriptors.h"
 
 #include "vboard/base/kernel.h"
 #include "vboard/base/text.h"
+#include "vboard/board/board_files.h"
+#include "vboard/interposer/core/device_lock.h"
+#include "vboard/interposer/core/host.h"
+#include "vboard/interposer/core/opening.h"
+#include "vboard/interposer/core/shared_files.h"
 #include "vboard/interposer/core/state.h"
+#include "vboard/interposer/core/transfers.h"
 #include "vboard/interposer/core/wrap.h"
+#include "vboard/interposer/models/host.h"
 
 #include <errno.h>
-#include <fcntl.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/mman.h>
 
 #include <atomic>
+#include <iterator>
 
 DECLARE_WRAPPED(int, closedir, DIR *);
 
@@ -65,20 +72,70 @@ Description *new_description(Kind kind, std::string_view asked, std::string_view
   copy_text(description->file.path, asked);
   description->file.flags = flags;
   description->file.fd = -1;
-  description->file.opened_at = board_time();
+  description->file.medium = -1;
+  description->file.opened_at = current_time();
   description->faulty = has_faults(names_of(*description));
+  if (kind != Kind::kModel && kind != Kind::kAttribute)
+    return description;
+  SharedFile *shared = new_shared_file();
+  if (shared == nullptr) {
+    free(description);
+    return nullptr;
+  }
+  description->shared = shared;
+  description->file.state = shared->state;
+  shared->kind = static_cast<std::uint32_t>(kind);
+  shared->flags = flags;
+  shared->opened_at = description->file.opened_at;
+  copy_text(shared->asked, asked);
+  copy_text(shared->real, real);
   return description;
 }
+
+namespace {
+
+// Closes what this process alone has.
+void close_own(Description &description) {
+  OpenFile &file = description.file;
+  if (file.mapped != nullptr)
+    sys_munmap(file.mapped, file.mapped_size);
+  free(file.extra);
+  if (file.medium >= 0) {
+    remove_own_descriptor(file.medium);
+    sys_close(file.medium);
+  }
+  if (description.shared != nullptr && description.shared->claim > 0) {
+    remove_own_descriptor(description.shared->claim);
+    sys_close(description.shared->claim);
+  }
+}
+
+// The last process runs the model's close().
+void leave(Description &description) {
+  if (description.has_left || description.shared == nullptr)
+    return;
+  const DeviceLock lock;
+  description.has_left = true;
+  OpenFile &file = description.file;
+  if (description.shared->processes == 1 && file.model != nullptr && file.model->close != nullptr)
+    file.model->close(file);
+}
+
+}  // namespace
 
 void free_description(Description *description) {
   for (std::size_t i = 0; i < description->layer_count; ++i)
     REAL(closedir)(description->layers[i]);
+  close_own(*description);
+  if (description->shared != nullptr)
+    leave_shared_file(*description->shared);
   free(description);
 }
 
 int attach(Description *description, int fd) {
   if (!in_table(fd))
     return -EMFILE;
+  run_page().has_opened.store(1, std::memory_order_relaxed);
   lock_board();
   description->file.fd = fd;
   description->descriptors = 1;
@@ -110,8 +167,7 @@ void detach(int fd) {
   if (description != nullptr) {
     OpenFile &file = description->file;
     if (--description->descriptors == 0) {
-      if (file.model != nullptr && file.model->close != nullptr && !description->inherited)
-        file.model->close(file);
+      leave(*description);
     } else if (file.fd == fd) {
       // The model's descriptor is gone, a duplicate takes its place.
       for (int other = 0; other < kMostDescriptors; ++other) {
@@ -126,6 +182,12 @@ void detach(int fd) {
   unlock_board();
 }
 
+void set_flags(Description &description, int flags) {
+  description.file.flags = flags;
+  if (description.shared != nullptr)
+    description.shared->flags = flags;
+}
+
 bool is_gone(const Description &description) {
   return description.faulty && is_absent(names_of(description));
 }
@@ -135,41 +197,131 @@ const Fault *meet_fault(const Description &description, const char *call, const 
   return description.faulty ? meet_fault(names_of(description), call, request, number) : nullptr;
 }
 
-BoardTime ready_at(Description &description, BoardTime now) {
+Readiness readiness_of(Description &description, short events, BoardTime now) {
   OpenFile &file = description.file;
-  if (file.model == nullptr || file.model->readable_at == nullptr)
-    return now;
-  lock_board();
-  const BoardTime at = file.model->readable_at(file, now);
-  unlock_board();
-  return at;
+  if (is_gone(description))
+    return {.events = POLLERR | POLLHUP};
+  // An attribute that has changed since it was read tells of it as the kernel does.
+  if (description.kind == Kind::kAttribute && (events & (POLLPRI | POLLERR)) != 0 &&
+      description.shared->seen != attribute_mark(file.medium))
+    return {.events = static_cast<short>((events & (POLLIN | POLLOUT | POLLPRI)) | POLLERR)};
+  if (file.model == nullptr || file.model->ready == nullptr)
+    return {.events = static_cast<short>(events & ~POLLPRI)};
+  const DeviceLock lock;
+  look_at_node(description);
+  Readiness ready = file.model->ready(file, events, now);
+  ready.events = static_cast<short>(ready.events & (events | POLLERR | POLLHUP));
+  return ready;
+}
+
+namespace {
+
+// Calls `visit` with every description of the table that is shared, once.
+template <typename Visit>
+void each_shared(Visit visit) {
+  for (int fd = 0; fd < kMostDescriptors; ++fd) {
+    Description *description = table[fd].load(std::memory_order_relaxed);
+    if (description != nullptr && description->shared != nullptr && description->file.fd == fd &&
+        !description->has_left)
+      visit(*description);
+  }
+}
+
+Description *find_shared(const SharedFile *shared) {
+  for (std::atomic<Description *> &entry : table) {
+    Description *description = entry.load(std::memory_order_relaxed);
+    if (description != nullptr && description->shared == shared)
+      return description;
+  }
+  return nullptr;
+}
+
+// The description of a descriptor that was open before this program began. Null without memory, and
+// when the board has lost its node meanwhile.
+Description *inherit(SharedFile &shared) {
+  Description *description = static_cast<Description *>(calloc(1, sizeof(Description)));
+  if (description == nullptr)
+    return nullptr;
+  description->kind = static_cast<Kind>(shared.kind);
+  memcpy(description->asked, shared.asked, sizeof shared.asked);
+  memcpy(description->real, shared.real, sizeof shared.real);
+  description->shared = &shared;
+  OpenFile &file = description->file;
+  memcpy(file.path, shared.asked, sizeof shared.asked);
+  file.flags = shared.flags;
+  file.state = shared.state;
+  file.opened_at = shared.opened_at;
+  file.medium = -1;
+  description->faulty = has_faults(names_of(*description));
+  ++shared.processes;
+  if (reopen(*description) >= 0)
+    return description;
+  free_description(description);
+  return nullptr;
+}
+
+void take_inherited(int fd) {
+  SharedFile *shared = shared_file_behind(fd);
+  if (shared == nullptr)
+    return;
+  const DeviceLock lock;
+  Description *known = find_shared(shared);
+  if (known != nullptr) {
+    attach_duplicate(known->file.fd, fd);
+  } else if (Description *description = inherit(*shared)) {
+    if (attach(description, fd) < 0)
+      free_description(description);
+  }
+}
+
+}  // namespace
+
+void take_inherited_descriptors() {
+  if (run_page().has_opened.load(std::memory_order_relaxed) == 0)
+    return;
+  // Listed first: taking one opens others.
+  struct Numbers {
+    int fds[256];
+    std::size_t count;
+  } numbers = {};
+  each_board_entry(
+      "/proc/self/fd",
+      [](const char *name, void *context) {
+        Numbers &found = *static_cast<Numbers *>(context);
+        std::int64_t fd;
+        if (parse_number(name, fd) && fd < kMostDescriptors)
+          found.fds[found.count++] = static_cast<int>(fd);
+        return found.count < std::size(found.fds);
+      },
+      &numbers);
+  for (std::size_t i = 0; i < numbers.count; ++i)
+    take_inherited(numbers.fds[i]);
+}
+
+void share_with_child() {
+  const DeviceLock lock;
+  each_shared([](Description &description) { ++description.shared->processes; });
 }
 
 void close_all() {
   lock_board();
-  for (int fd = 0; fd < kMostDescriptors; ++fd) {
-    Description *description = table[fd].load(std::memory_order_relaxed);
-    if (description == nullptr || description->kind != Kind::kModel || description->inherited)
-      continue;
-    OpenFile &file = description->file;
-    description->inherited = true;  // closed now; a duplicate must not be closed again
-    if (file.model->close != nullptr)
-      file.model->close(file);
-  }
+  each_shared([](Description &description) {
+    leave(description);
+    const DeviceLock lock;
+    --description.shared->processes;
+    // What other threads still do ends with the process: the description itself stays.
+  });
   unlock_board();
 }
 
-void mark_inherited() {
-  for (std::atomic<Description *> &entry : table) {
-    Description *description = entry.load(std::memory_order_relaxed);
-    if (description != nullptr)
-      description->inherited = true;
-  }
+void leave_all() {
+  const DeviceLock lock;
+  each_shared([](Description &description) { --description.shared->processes; });
 }
 
-int stand_in(int flags) {
-  const int fd = sys_open("/dev/null", O_RDWR | (flags & O_CLOEXEC));
-  return fd >= 0 ? fd : sys_memfd("vboard", flags & O_CLOEXEC ? MFD_CLOEXEC : 0);
+void come_back_to_all() {
+  const DeviceLock lock;
+  each_shared([](Description &description) { ++description.shared->processes; });
 }
 
 }  // namespace vboard

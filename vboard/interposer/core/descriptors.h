@@ -4,6 +4,7 @@
 #ifndef VBOARD_INTERPOSER_CORE_DESCRIPTORS_H
 #define VBOARD_INTERPOSER_CORE_DESCRIPTORS_H
 
+#include "vboard/board/run_page.h"
 #include "vboard/interposer/core/fault_table.h"
 #include "vboard/interposer/models/model.h"
 
@@ -29,13 +30,20 @@ enum class Kind : std::uint8_t {
 struct Description {
   OpenFile file;
   Kind kind;
-  bool faulty;      // some fault names it
-  bool has_medium;  // the descriptor is a medium, not a stand-in
-  bool inherited;   // open since before a fork: the parent's close is the one that counts
+  bool faulty;    // some fault names it
+  bool has_left;  // this process has given it up: close() has run, or is somebody else's
+  // What other processes see of it; null of files, directories and the kernel's sockets, which are
+  // the kernel's own descriptors.
+  SharedFile *shared;
   int descriptors;
   int users;  // descriptors and calls under way
   char asked[256];
   char real[256];
+  // When the node file was looked at last, and as what it stood there.
+  std::uint32_t seen_changes;
+  std::int64_t looked_at;
+  std::uint64_t inode;
+  std::int64_t changed;
   // What a directory's listing goes on with after the board's own names: those of the template and
   // of the PC. `layer` is the one that is being read, 0 for the board's own.
   DIR *layers[kMostLayers];
@@ -48,8 +56,10 @@ void release(Description *description);
 // The same without holding; for tests of the kind only.
 bool is_board_descriptor(int fd);
 
-// A zeroed description with the names filled; null without memory.
+// A zeroed description with the names filled, shared with processes to come where its kind is; null
+// without memory.
 Description *new_description(Kind kind, std::string_view asked, std::string_view real, int flags);
+// Closes what the host has of it. The model's close() is not called.
 void free_description(Description *description);
 // Puts it behind a kernel's descriptor. -EMFILE beyond the table; the caller closes then.
 int attach(Description *description, int fd);
@@ -57,6 +67,8 @@ int attach(Description *description, int fd);
 void attach_duplicate(int from, int to);
 // Takes the descriptor out of the table without closing it; the last one runs the model's close().
 void detach(int fd);
+// Changes the flags of open() in every process.
+void set_flags(Description &description, int flags);
 
 inline NodeNames names_of(const Description &description) {
   return {description.asked, description.real};
@@ -68,17 +80,19 @@ bool is_gone(const Description &description);
 const Fault *meet_fault(const Description &description, const char *call,
                         const char *request = nullptr, std::uint32_t number = 0);
 
-// When the model's descriptor is ready for reading; not later than `now` is now.
-BoardTime ready_at(Description &description, BoardTime now);
+// Which of poll()'s events hold for the descriptor, and when that may change by itself.
+Readiness readiness_of(Description &description, short events, BoardTime now);
 
-// Runs every model's close(), as the kernel does when a process ends.
+// Finds the descriptors of the board that this program was started with.
+void take_inherited_descriptors();
+// Around fork(): the child has them all as well.
+void share_with_child();
+// Runs the close() of every model that no other process has open, as the kernel does when a process
+// ends.
 void close_all();
-// In the child of a fork.
-void mark_inherited();
-
-// Opens what stands in for a device without a medium, at the lowest free number. A program that
-// gets it by exec finds it empty.
-int stand_in(int flags);
+// Before and after a failed exec(): the program that takes this one's place counts them anew.
+void leave_all();
+void come_back_to_all();
 
 }  // namespace vboard
 

@@ -34,23 +34,15 @@ BoardTime pc_now() {
 
 }  // namespace
 
-BoardTime board_time() {
+BoardTime current_time() {
   RunPage &page = run_page();
   if (page.jumping)
     return page.jumped.load(std::memory_order_relaxed);
   return board_from_pc(page, pc_now() - page.monotonic_start);
 }
 
-std::int64_t board_calendar_time() {
-  return calendar_after(run_page().calendar_start.load(std::memory_order_relaxed), board_time());
-}
-
-void set_reset_time(BoardTime when) {
-  run_page().reset_time.store(when, std::memory_order_relaxed);
-}
-
-BoardTime reset_time() {
-  return run_page().reset_time.load(std::memory_order_relaxed);
+std::int64_t current_calendar_time() {
+  return calendar_after(run_page().calendar_start.load(std::memory_order_relaxed), current_time());
 }
 
 void spend_call() {
@@ -107,18 +99,22 @@ bool look_at_watches(Wait &wait, BoardTime now, BoardTime &earliest) {
   bool any = false;
   for (std::size_t i = 0; i < wait.watch_count; ++i) {
     Watch &watch = wait.watches[i];
-    int ready = watch.events & (POLLOUT | POLLWRNORM);
-    if (is_gone(*watch.description)) {
-      ready = POLLERR | POLLHUP;
-    } else if (watch.events & (POLLIN | POLLRDNORM)) {
-      const BoardTime at = ready_at(*watch.description, now);
-      if (at <= now)
-        ready |= watch.events & (POLLIN | POLLRDNORM);
-      else
-        earliest = std::min(earliest, at);
-    }
-    watch.revents = static_cast<short>(ready);
-    any = any || ready != 0;
+    // The second name of an event is the same event.
+    short asked = static_cast<short>(watch.events & (POLLIN | POLLOUT | POLLPRI));
+    if (watch.events & POLLRDNORM)
+      asked |= POLLIN;
+    if (watch.events & POLLWRNORM)
+      asked |= POLLOUT;
+    const Readiness ready = readiness_of(*watch.description, asked, now);
+    int events = ready.events;
+    if (events & POLLIN)
+      events |= POLLRDNORM;
+    if (events & POLLOUT)
+      events |= POLLWRNORM;
+    watch.revents = static_cast<short>(events & (watch.events | POLLERR | POLLHUP));
+    if (watch.revents == 0)
+      earliest = std::min(earliest, ready.next);
+    any = any || watch.revents != 0;
   }
   return any;
 }
@@ -157,7 +153,7 @@ namespace {
 
 WaitEnd wait_at_speed(Wait &wait) {
   for (;;) {
-    const BoardTime now = board_time();
+    const BoardTime now = current_time();
     BoardTime until = wait.deadline;
     if (look_at_watches(wait, now, until)) {
       const timespec zero = {};
@@ -175,9 +171,9 @@ WaitEnd wait_at_speed(Wait &wait) {
     const int polled = poll_kernel(wait, -1, forever ? nullptr : &limit, wait.mask);
     if (polled != 0)
       return polled < 0 ? WaitEnd::kInterrupted : WaitEnd::kReady;
-    if (wait.deadline <= board_time()) {
+    if (wait.deadline <= current_time()) {
       // What became ready at the last moment counts.
-      return look_at_watches(wait, board_time(), until) ? WaitEnd::kReady : WaitEnd::kTimeout;
+      return look_at_watches(wait, current_time(), until) ? WaitEnd::kReady : WaitEnd::kTimeout;
     }
   }
 }
@@ -216,7 +212,7 @@ BoardTime board_duration(const timespec &pc) {
 }
 
 BoardTime deadline_after(BoardTime duration) {
-  const BoardTime now = board_time();
+  const BoardTime now = current_time();
   return duration >= kNever - now ? kNever : now + duration;
 }
 

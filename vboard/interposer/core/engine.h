@@ -27,6 +27,10 @@ namespace vboard {
 
 inline constexpr BoardTime kCallCost = 1000;
 
+BoardTime current_time();
+// The board's calendar clock in nanoseconds since 1970, as clock_gettime(CLOCK_REALTIME) shows it.
+std::int64_t current_calendar_time();
+
 // Board time takes the cost of one call; timers that are due go off before this returns.
 void spend_call();
 

@@ -1,3 +1,4 @@
+#include "vboard/interposer/core/engine.h"
 #include "vboard/interposer/core/fault_table.h"
 
 #include "vboard/base/kernel.h"
@@ -88,7 +89,7 @@ bool is_absent(NodeNames names) {
   const std::size_t count = all_faults();
   for (std::size_t i = 0; i < count; ++i) {
     if (faults[i].effect == FaultEffect::kAbsent && names_node(faults[i], names) &&
-        fault_is_due(faults[i], 1, board_time()))
+        fault_is_due(faults[i], 1, current_time()))
       return true;
   }
   return false;
@@ -102,7 +103,7 @@ const Fault *meet_fault(NodeNames names, const char *call, const char *request,
     if (!fault_names_call(faults[i], call, request, number) || !names_node(faults[i], names))
       continue;
     const std::uint64_t nth = met[i].fetch_add(1, std::memory_order_relaxed) + 1;
-    if (first == nullptr && fault_is_due(faults[i], nth, board_time()))
+    if (first == nullptr && fault_is_due(faults[i], nth, current_time()))
       first = &faults[i];
   }
   return first;

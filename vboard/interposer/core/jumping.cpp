@@ -316,6 +316,18 @@ void wake_waiters(const void *key, bool all) {
   unlock_engine(saved);
 }
 
+void wake_watchers() {
+  sigset_t saved;
+  lock_engine(saved);
+  for (Waiter *one = waiters; one != nullptr; one = one->next) {
+    if (one->wait->watch_count == 0)
+      continue;
+    set_running(*one);
+    ring(*one);
+  }
+  unlock_engine(saved);
+}
+
 void lock_engine(sigset_t &saved) {
   sigset_t all;
   sigfillset(&all);

@@ -9,6 +9,8 @@
 namespace vboard {
 
 WaitEnd wait_jumping(Wait &wait);
+// Lets every thread that waits for a device look at it again.
+void wake_watchers();
 
 // The next moment at which something happens by itself.
 BoardTime next_scheduled();

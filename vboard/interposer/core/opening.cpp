@@ -3,14 +3,21 @@
 #include "vboard/base/kernel.h"
 #include "vboard/base/text.h"
 #include "vboard/board/board_files.h"
+#include "vboard/interposer/core/descriptors.h"
+#include "vboard/interposer/core/device_lock.h"
 #include "vboard/interposer/core/engine.h"
+#include "vboard/interposer/core/model_libraries.h"
+#include "vboard/interposer/core/shared_files.h"
 #include "vboard/interposer/core/state.h"
 #include "vboard/interposer/core/trace.h"
+#include "vboard/interposer/models/models.h"
 
 #include <errno.h>
 #include <fcntl.h>
+#include <linux/netlink.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 
 #include <atomic>
@@ -18,6 +25,8 @@
 namespace vboard {
 
 namespace {
+
+constexpr char kSocket[] = "socket";
 
 struct FlagName {
   int bits;
@@ -32,11 +41,11 @@ constexpr FlagName kFlagNames[] = {
 };
 // clang-format on
 
-void complain(const Resolved &resolved, std::string_view what) {
-  char text[1400];
+void complain(std::string_view file, std::string_view what) {
+  char text[kPathSize + 300];
   TextBuffer line = {text, sizeof text - 1, 0, false};
   append_text(line, "vboard: ");
-  append_text(line, resolved.host);
+  append_text(line, file);
   append_text(line, ": ");
   append_text(line, what);
   text[line.length++] = '\n';
@@ -92,63 +101,104 @@ int make_medium(const char *path, std::size_t size, unsigned char fill) {
   return result;
 }
 
-// The kernel's descriptor behind a node: its medium, or an empty stand-in.
-int open_behind(const Resolved &resolved, Description &description) {
+// Opens the medium of a node, if it has one: zero, or a negated errno.
+int open_medium(const char *node, Description &description) {
   OpenFile &file = description.file;
-  const int flags = file.flags & O_CLOEXEC;
-  const std::string_view medium = node_text(file.node, "medium");
+  const std::string_view medium = node_text(file.node, file.model->medium_setting);
   if (medium.empty())
-    return stand_in(flags);
-  char path[1100];
+    return 0;
+  char path[kPathSize];
   if (!medium_path(medium, path, sizeof path)) {
-    complain(resolved, "the medium's name is wrong");
+    complain(node, "the medium's name is wrong");
     return -ENXIO;
   }
-  description.has_medium = true;
-  int fd = board_open(path, O_RDWR | O_NOCTTY | flags);
+  constexpr int flags = O_NOCTTY | O_CLOEXEC;
+  int fd = board_open(path, O_RDWR | flags);
   if (fd == -ENOENT) {
     const std::int64_t size =
         node_number(file.node, "medium_size", static_cast<std::int64_t>(file.model->medium_size));
     const int result =
         make_medium(path, size > 0 ? static_cast<std::size_t>(size) : 0, file.model->medium_fill);
-    fd = result < 0 ? result : board_open(path, O_RDWR | O_NOCTTY | flags);
+    fd = result < 0 ? result : board_open(path, O_RDWR | flags);
   }
   // A board on a read-only disk can still be looked at.
   if (fd == -EACCES || fd == -EROFS)
-    fd = board_open(path, O_RDONLY | O_NOCTTY | flags);
-  return fd;
+    fd = board_open(path, O_RDONLY | flags);
+  if (fd < 0)
+    return fd;
+  file.medium = sys_move_high(fd, kOwnDescriptors);
+  add_own_descriptor(file.medium);
+  return 0;
 }
 
-int open_model(const Resolved &resolved, Description &description) {
+// Reads the node file and finds its model; a socket's file is named by the model alone.
+int load_model(const char *node, Description &description) {
   OpenFile &file = description.file;
-  if (!copy_text(file.file, resolved.host))
+  if (!copy_text(file.file, node))
     return -ENAMETOOLONG;
-  int result = load_node(resolved.host, file.node);
+  const int result = load_node(node, file.node);
   if (result < 0) {
-    complain(resolved,
+    complain(node,
              result == -E2BIG ? "a node file has 4095 bytes at most" : strerrordesc_np(-result));
     return result == -ENOENT ? result : -ENXIO;
   }
-  char name[64];
-  file.model = copy_text(name, node_text(file.node, "model")) ? find_model(name) : nullptr;
+  file.model = find_any_model(node_text(file.node, "model"), node);
   if (file.model == nullptr) {
-    complain(resolved, "no such model, or no \"model = NAME\"");
+    complain(node, "no such model, or no \"model = NAME\"");
     return -ENXIO;
   }
-  const int fd = open_behind(resolved, description);
+  copy_text(description.shared->model, file.model->name);
+  return 0;
+}
+
+// The connector has a node file; a board without it has a kernel without the connector.
+int open_socket_model(Description &description) {
+  OpenFile &file = description.file;
+  const SocketKind &kind = description.shared->socket;
+  if (kind.family != AF_NETLINK || kind.protocol != NETLINK_CONNECTOR) {
+    file.model = &kSocketModel;
+    return 0;
+  }
+  TextBuffer path = {file.file, sizeof file.file - 1, 0, false};
+  append_text(path, board_root());
+  append_text(path, "/netlink/connector");
+  file.file[path.length] = '\0';
+  if (path.overflow || load_node(file.file, file.node) < 0)
+    return -EPROTONOSUPPORT;
+  file.model = &kProcConnectorModel;
+  return open_medium(file.file, description);
+}
+
+int open_model(const char *node, Description &description) {
+  int result = load_model(node, description);
+  if (result == 0)
+    result = open_medium(node, description);
+  OpenFile &file = description.file;
+  if (result == 0 && file.model->open != nullptr) {
+    const DeviceLock lock;
+    result = file.model->open(file);
+  }
+  return result;
+}
+
+// An attribute's text is the medium of its descriptor.
+int open_attribute(const char *file, Description &description) {
+  const int mode = description.file.flags & O_ACCMODE;
+  const int fd = board_open(file, mode | O_NOCTTY | O_CLOEXEC);
   if (fd < 0)
     return fd;
-  file.fd = fd;
-  if (file.model->open != nullptr) {
-    lock_board();
-    result = file.model->open(file);
-    unlock_board();
-    if (result < 0) {
-      sys_close(fd);
-      return result;
-    }
-  }
-  return fd;
+  description.file.medium = sys_move_high(fd, kOwnDescriptors);
+  add_own_descriptor(description.file.medium);
+  return copy_text(description.file.file, file) ? 0 : -ENAMETOOLONG;
+}
+
+// The kernel's descriptor for what has been opened.
+int open_behind(const char *host, Description &description, int flags, unsigned int mode) {
+  if (description.shared == nullptr)
+    return board_open(host, flags, mode);
+  const int result = description.kind == Kind::kModel ? open_model(host, description)
+                                                      : open_attribute(host, description);
+  return result < 0 ? result : open_stand_in(*description.shared, flags);
 }
 
 int open_kind(Resolved &resolved, Kind kind, int flags, unsigned int mode) {
@@ -158,9 +208,8 @@ int open_kind(Resolved &resolved, Kind kind, int flags, unsigned int mode) {
   name_own(resolved);
   Description *description = new_description(kind, resolved.asked, resolved.real, flags);
   if (description == nullptr)
-    return -ENOMEM;
-  const int fd = kind == Kind::kModel ? open_model(resolved, *description)
-                                      : board_open(resolved.host, flags, mode);
+    return -ENFILE;
+  const int fd = open_behind(resolved.host, *description, flags, mode);
   const int result = fd < 0 ? fd : attach(description, fd);
   if (result < 0) {
     if (fd >= 0) {
@@ -225,6 +274,57 @@ int open_place(Resolved &resolved, int flags, unsigned int mode) {
 }
 
 }  // namespace
+
+int open_socket(const SocketKind &kind) {
+  int flags = O_RDWR;
+  flags |= kind.type & SOCK_NONBLOCK ? O_NONBLOCK : 0;
+  flags |= kind.type & SOCK_CLOEXEC ? O_CLOEXEC : 0;
+  Description *description = new_description(Kind::kModel, kSocket, kSocket, flags);
+  if (description == nullptr)
+    return -ENFILE;
+  description->shared->socket = kind;
+  int result = open_socket_model(*description);
+  const int fd = result < 0 ? result : open_stand_in(*description->shared, flags);
+  result = fd < 0 ? fd : attach(description, fd);
+  if (result >= 0)
+    return fd;
+  if (fd >= 0)
+    sys_close(fd);
+  free_description(description);
+  return result;
+}
+
+int reopen(Description &description) {
+  if (strcmp(description.real, kSocket) == 0)
+    return open_socket_model(description);
+  char path[kPathSize];
+  TextBuffer text = {path, sizeof path - 1, 0, false};
+  append_text(text, board_root());
+  append_text(text, description.real);
+  path[text.length] = '\0';
+  if (text.overflow)
+    return -ENAMETOOLONG;
+  if (description.kind == Kind::kAttribute)
+    return open_attribute(path, description);
+  OpenFile &file = description.file;
+  const std::string_view model = description.shared->model;
+  // What a request has handed out has the node of its parent and a model of its own.
+  int result = load_model(path, description);
+  if (result < 0 || file.model->name == model)
+    return result < 0 ? result : open_medium(path, description);
+  copy_text(description.shared->model, model);
+  file.model = find_model(model);
+  return file.model != nullptr ? 0 : -ENXIO;
+}
+
+int open_board_mark(int flags) {
+  char path[kPathSize];
+  TextBuffer text = {path, sizeof path - 1, 0, false};
+  append_text(text, board_root());
+  append_text(text, "/board");
+  path[text.length] = '\0';
+  return board_open(path, O_RDWR | flags);
+}
 
 void append_flags(TextBuffer &text, int flags) {
   constexpr const char *modes[] = {"RDONLY", "WRONLY", "RDWR", "NONE"};

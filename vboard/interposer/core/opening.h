@@ -4,12 +4,21 @@
 #ifndef VBOARD_INTERPOSER_CORE_OPENING_H
 #define VBOARD_INTERPOSER_CORE_OPENING_H
 
+#include "vboard/board/run_page.h"
 #include "vboard/interposer/core/paths.h"
 #include "vboard/interposer/core/report.h"
 
 #include <cstdint>
 
 namespace vboard {
+
+// Opens what a description that was inherited needs in this process: its node, its model, its
+// medium. Zero, or a negated errno.
+int reopen(struct Description &description);
+// A socket of a family that the board has.
+int open_socket(const SocketKind &kind);
+// A descriptor of the board's own file, for locks; a negated errno when it cannot be written.
+int open_board_mark(int flags);
 
 // Opens what resolve() found, faults and trace included. kPc is left to the caller.
 int open_on_board(Resolved &resolved, int flags, unsigned int mode);

@@ -2,11 +2,16 @@
 
 #include "vboard/base/kernel.h"
 #include "vboard/base/text.h"
+#include "vboard/board/board_paths.h"
+#include "vboard/interposer/core/device_lock.h"
 #include "vboard/interposer/core/engine.h"
+#include "vboard/interposer/core/host.h"
 #include "vboard/interposer/core/state.h"
 #include "vboard/interposer/core/trace.h"
+#include "vboard/interposer/models/models.h"
 
 #include <errno.h>
+#include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
 
@@ -18,111 +23,195 @@ constexpr std::size_t kInterfaceName = 16;
 constexpr std::uint32_t kGetInterfaceName = 0x8910;  // SIOCGIFNAME: asks by number
 constexpr std::uint32_t kGetInterfaces = 0x8912;     // SIOCGIFCONF: of all interfaces
 
-// Where the request's record may be touched: 0 or -EFAULT. Most arguments are on the stack of the
-// caller, right above this frame, and need no help of the kernel to be believed.
-int check_argument(const Request &request, const void *argument) {
-  if (request.direction == Direction::kNone || request.size == 0)
+// A request under way.
+struct Call {
+  Description &description;
+  const Request *row;  // null for one that the driver does not know
+  Argument argument;
+  NodeNames names;
+  const Fault *fault;
+  int result;
+  bool meets_faults;
+  OpenFile interface;  // of a network request: the interface that it is about
+  char interface_name[4 + kInterfaceName + 1];  // "net:NAME"
+  alignas(16) unsigned char small[512];
+  void *large;
+};
+
+bool goes_in(const Request &row) {
+  return row.direction == Direction::kIn || row.direction == Direction::kInOut;
+}
+
+bool goes_out(const Request &row) {
+  return row.direction == Direction::kOut || row.direction == Direction::kInOut;
+}
+
+// The bytes behind the argument.
+std::size_t record_size(const Request &row, std::uint32_t number) {
+  if (row.direction == Direction::kNone)
     return 0;
-  const std::uintptr_t frame = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
-  const std::uintptr_t address = reinterpret_cast<std::uintptr_t>(argument);
-  if (address > frame && address - frame < 4096)
+  return row.any_size ? number >> 16 & 0x3FFF : row.handler.size;
+}
+
+// The host's copy of the record, filled from the program's: zero, or a negated errno.
+int copy_record_in(Call &call) {
+  Argument &argument = call.argument;
+  argument.size = record_size(*call.row, argument.number);
+  if (argument.size > sizeof call.small) {
+    call.large = calloc(1, argument.size);
+    if (call.large == nullptr)
+      return -ENOMEM;
+  }
+  argument.record = call.large != nullptr ? call.large : call.small;
+  memset(argument.record, 0, argument.size);
+  void *user = reinterpret_cast<void *>(static_cast<std::uintptr_t>(argument.address));
+  if (argument.size == 0)
     return 0;
-  return check_user(argument, request.size, request.direction != Direction::kIn);
+  if (goes_in(*call.row))
+    return read_user(argument.record, user, argument.size);
+  // What cannot be answered is not begun.
+  return check_user(user, argument.size, true);
+}
+
+int copy_record_out(const Call &call) {
+  const Argument &argument = call.argument;
+  if (argument.size == 0 || !goes_out(*call.row))
+    return 0;
+  return write_user(reinterpret_cast<void *>(static_cast<std::uintptr_t>(argument.address)),
+                    argument.record, argument.size);
 }
 
 // A network request is about the interface that its record names.
-struct RequestNames {
-  NodeNames names;
-  char text[4 + kInterfaceName + 1];
-};
-
-void name_node(const Description &description, std::uint32_t number, const Request *request,
-               const void *argument, RequestNames &out) {
-  out.names = names_of(description);
-  const bool by_name = is_interface_request(number) && request != nullptr &&
-                       request->size >= kInterfaceName && number != kGetInterfaceName &&
-                       number != kGetInterfaces;
-  if (!by_name)
-    return;
-  memcpy(out.text, "net:", 4);
-  memcpy(out.text + 4, argument, kInterfaceName);
-  out.text[4 + kInterfaceName] = '\0';
-  const std::string_view name(out.text);
-  // The answer may be a socket's as such, too: "socket ioctl ..." in a faults file.
-  if (name.size() > 4)
-    out.names = {name, out.names.asked};
+bool names_interface(const Call &call) {
+  const std::uint32_t number = call.argument.number;
+  return is_interface_request(number) && number != kGetInterfaceName && number != kGetInterfaces &&
+         call.argument.size >= kInterfaceName;
 }
 
-int perform(Description &description, std::uint32_t number, const Request *request,
-            void *argument) {
-  OpenFile &file = description.file;
-  if (file.model == nullptr || file.model->ioctl == nullptr || request == nullptr)
+void name_interface(Call &call) {
+  memcpy(call.interface_name, "net:", 4);
+  memcpy(call.interface_name + 4, call.argument.record, kInterfaceName);
+  call.interface_name[4 + kInterfaceName] = '\0';
+  const std::string_view name(call.interface_name);
+  // The answer may be a socket's as such, too: "socket ioctl ..." in a faults file.
+  if (name.size() > 4)
+    call.names = {name, call.names.asked};
+}
+
+bool load_interface(Call &call) {
+  OpenFile &interface = call.interface;
+  const std::string_view name = std::string_view(call.interface_name).substr(4);
+  if (name.empty() || name.size() >= kInterfaceName || name.find('/') != name.npos ||
+      name[0] == '.')
+    return false;
+  TextBuffer file = {interface.file, sizeof interface.file - 1, 0, false};
+  append_text(file, board_root());
+  append_text(file, "/net/");
+  append_text(file, name);
+  interface.file[file.length] = '\0';
+  interface.model = &kInterfaceModel;
+  interface.medium = -1;
+  return !file.overflow && load_node(interface.file, interface.node) == 0;
+}
+
+// The row, the record and the names of the node that it is about.
+void prepare(Call &call) {
+  const std::uint32_t number = call.argument.number;
+  const Model *model =
+      is_interface_request(number) ? &kInterfaceModel : call.description.file.model;
+  call.row = model != nullptr ? find_request(*model, number) : nullptr;
+  call.names = names_of(call.description);
+  if (call.row != nullptr)
+    call.result = copy_record_in(call);
+  if (call.row != nullptr && call.result == 0 && names_interface(call))
+    name_interface(call);
+  call.meets_faults = call.description.faulty || call.names.asked.starts_with("net:");
+}
+
+void begin_line(const Call &call, TraceLine &line) {
+  line.text.capacity = 0;
+  if (!tracing())
+    return;
+  trace_begin(line, "ioctl", call.names.asked, 2 * call.argument.size);
+  if (call.row == nullptr) {
+    trace_hex(line, "", call.argument.number);
+    return;
+  }
+  trace_word(line, call.row->name);
+  // A small number is a parameter; anything else is a pointer that the driver does not look at.
+  const std::uint64_t value = call.argument.address;
+  if (call.row->direction == Direction::kNone && value > 0 && value < 4096)
+    trace_number(line, "arg=", static_cast<std::int64_t>(value));
+  if (call.result == 0 && goes_in(*call.row) && call.row->traced)
+    trace_data(line, "in=", call.argument.record, call.argument.size);
+}
+
+// "No such request" is said here, for every model.
+int ask_model(Call &call) {
+  if (call.row == nullptr)
     return -ENOTTY;
-  lock_board();
-  const int result = file.model->ioctl(file, number, argument);
-  unlock_board();
-  return result;
+  const DeviceLock lock;
+  if (is_interface_request(call.argument.number)) {
+    if (!load_interface(call))
+      return -ENODEV;
+    return call.row->handler.call(call.interface, call.argument);
+  }
+  look_at_node(call.description);
+  return call.row->handler.call(call.description.file, call.argument);
+}
+
+int answer(Call &call) {
+  const int result = ask_model(call);
+  if (call.row == nullptr || (result < 0 && !call.argument.answers_failure))
+    return result;
+  const int copied = copy_record_out(call);
+  return copied < 0 ? copied : result;
+}
+
+void perform(Call &call, TraceLine &line) {
+  const Fault *fault = nullptr;
+  if (call.meets_faults)
+    fault = meet_fault(call.names, "ioctl", call.row != nullptr ? call.row->name : nullptr,
+                       call.argument.number);
+  if (call.result < 0)
+    return;
+  if (call.meets_faults && is_absent(call.names)) {
+    call.result = -ENODEV;
+  } else if (fault != nullptr && fault->effect == FaultEffect::kErrno) {
+    call.result = static_cast<int>(-fault->value);
+  } else {
+    call.result = answer(call);
+    if (call.result >= 0 && call.row != nullptr && goes_out(*call.row) && call.row->traced)
+      trace_data(line, "out=", call.argument.record, call.argument.size);
+    if (call.result >= 0 && fault != nullptr && fault->effect == FaultEffect::kResult)
+      call.result = static_cast<int>(fault->value);
+  }
 }
 
 }  // namespace
 
-const Request *find_request(const Model &model, std::uint32_t number) {
-  for (const Request &request : model.requests) {
-    if (request.number == number)
-      return &request;
-  }
-  return nullptr;
-}
-
-int request_on_board(Description &description, std::uint32_t number, void *argument) {
-  const Request *request =
-      description.file.model != nullptr ? find_request(*description.file.model, number) : nullptr;
-  int result = request != nullptr ? check_argument(*request, argument) : 0;
-  RequestNames node;
-  node.names = names_of(description);
-  if (result == 0)
-    name_node(description, number, request, argument, node);
-
+int request_on_board(Description &description, std::uint32_t number, std::uint64_t address) {
+  Call call = {.description = description,
+               .row = nullptr,
+               .argument = {},
+               .names = {},
+               .fault = nullptr,
+               .result = 0,
+               .meets_faults = false,
+               .interface = {},
+               .interface_name = {},
+               .small = {},
+               .large = nullptr};
+  call.argument.number = number;
+  call.argument.address = address;
+  prepare(call);
   TraceLine line;
-  line.text.capacity = 0;
-  if (tracing()) {
-    const std::size_t size = request != nullptr ? 2 * request->size : 0;
-    trace_begin(line, "ioctl", node.names.asked, size);
-    if (request != nullptr) {
-      trace_word(line, request->name);
-      // A small number is a parameter; anything else is a pointer that the driver does not look at.
-      const std::uintptr_t value = reinterpret_cast<std::uintptr_t>(argument);
-      if (request->direction == Direction::kNone && value > 0 && value < 4096)
-        trace_number(line, "arg=", static_cast<std::int64_t>(value));
-      if (result == 0 &&
-          (request->direction == Direction::kIn || request->direction == Direction::kInOut))
-        trace_data(line, "in=", argument, request->size);
-    } else {
-      trace_hex(line, "", number);
-    }
-  }
-
-  const bool has_socket_names = node.names.asked.starts_with("net:");
-  const Fault *fault = nullptr;
-  if (description.faulty || has_socket_names)
-    fault = meet_fault(node.names, "ioctl", request != nullptr ? request->name : nullptr, number);
-  if (result == 0) {
-    if ((description.faulty || has_socket_names) && is_absent(node.names)) {
-      result = -ENODEV;
-    } else if (fault != nullptr && fault->effect == FaultEffect::kErrno) {
-      result = static_cast<int>(-fault->value);
-    } else {
-      result = perform(description, number, request, argument);
-      if (result >= 0 && request != nullptr &&
-          (request->direction == Direction::kOut || request->direction == Direction::kInOut))
-        trace_data(line, "out=", argument, request->size);
-      if (result >= 0 && fault != nullptr && fault->effect == FaultEffect::kResult)
-        result = static_cast<int>(fault->value);
-    }
-  }
-  trace_end(line, result, -result);
+  begin_line(call, line);
+  perform(call, line);
+  trace_end(line, call.result, -call.result);
+  free(call.large);
   spend_call();
-  return result;
+  return call.result;
 }
 
 Description *acquire_kernel_socket(int fd) {
@@ -135,11 +224,8 @@ Description *acquire_kernel_socket(int fd) {
   description = new_description(Kind::kKernelSocket, "socket", "socket", sys_flags(fd));
   if (description == nullptr)
     return nullptr;
-  description->file.model = find_model("socket");
-  const Model *model = description->file.model;
-  description->file.fd = fd;
-  if (model == nullptr || (model->open != nullptr && model->open(description->file) < 0) ||
-      attach(description, fd) < 0) {
+  description->file.model = &kSocketModel;
+  if (attach(description, fd) < 0) {
     free_description(description);
     return nullptr;
   }

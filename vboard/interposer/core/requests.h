@@ -9,11 +9,8 @@
 
 namespace vboard {
 
-// The row of a model's request table; null for a request that the driver does not know.
-const Request *find_request(const Model &model, std::uint32_t number);
-
 // Performs a request with faults and trace: the kernel's result, or a negated errno.
-int request_on_board(Description &description, std::uint32_t number, void *argument);
+int request_on_board(Description &description, std::uint32_t number, std::uint64_t address);
 
 // The interface requests of any socket are the board's.
 inline bool is_interface_request(std::uint32_t number) {

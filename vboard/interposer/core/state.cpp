@@ -3,9 +3,10 @@
 #include "vboard/base/kernel.h"
 #include "vboard/board/board_files.h"
 #include "vboard/interposer/core/children.h"
+#include "vboard/interposer/core/descriptors.h"
+#include "vboard/interposer/core/host.h"
 #include "vboard/interposer/core/story.h"
 #include "vboard/interposer/core/trace.h"
-#include "vboard/interposer/models/model.h"
 
 #include <fcntl.h>
 #include <pthread.h>
@@ -34,6 +35,7 @@ const char *faults = "";
 // Stands in when there is no launcher: a board on the PC's own time.
 RunPage own_page;
 RunPage *page = &own_page;
+RunFile *shared_file;
 
 pthread_mutex_t board_lock = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
 
@@ -54,13 +56,16 @@ void map_page() {
   if (fd < 0)
     return;
   int error;
-  void *memory = sys_mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0, error);
+  void *memory =
+      sys_mmap(nullptr, sizeof(RunFile), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0, error);
   sys_close(fd);
   if (memory == nullptr)
     return;
-  RunPage *shared = static_cast<RunPage *>(memory);
-  if (shared->magic == kRunMagic)
-    page = shared;
+  RunFile *shared = static_cast<RunFile *>(memory);
+  if (shared->page.magic != kRunMagic)
+    return;
+  shared_file = shared;
+  page = &shared->page;
 }
 
 __attribute__((constructor)) void start_with_program() {
@@ -91,12 +96,18 @@ int start_run() {
   open_trace(getenv(kTraceVariable));
   open_story();
   keep_settings();
+  start_host();
   run_state.store(kActive, std::memory_order_release);
+  take_inherited_descriptors();
   return kActive;
 }
 
 RunPage &run_page() {
   return *page;
+}
+
+RunFile *run_file() {
+  return shared_file;
 }
 
 std::string_view board_root() {

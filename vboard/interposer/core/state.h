@@ -27,7 +27,10 @@ inline bool on_board() {
 }
 
 RunPage &run_page();
+// The whole of what the run's processes share; null without a launcher.
+RunFile *run_file();
 std::string_view board_root();
+const char *board_directory();
 // The directory that the run began in, and the fault lines of its command line; empty without.
 const char *work_directory();
 const char *given_faults();
@@ -35,8 +38,8 @@ inline bool jumping() {
   return run_page().jumping != 0;
 }
 
-// One lock for the models, the table of descriptors and the faults' counters. A signal handler of
-// the program may call in while its own thread holds it.
+// One lock for the table of descriptors and the faults' counters. A signal handler of the program
+// may call in while its own thread holds it.
 void lock_board();
 void unlock_board();
 // In the child of a fork, where another thread may have held it.

@@ -55,7 +55,7 @@ PosixTimer *find_timer(timer_t id) {
 // What is left until the next expiry; a running timer never shows zero.
 BoardTime rest_of(const Timer &timer) {
   const BoardTime expiry = timer.expiry.load(std::memory_order_relaxed);
-  return expiry == kNever ? 0 : std::max<BoardTime>(expiry - board_time(), 1000);
+  return expiry == kNever ? 0 : std::max<BoardTime>(expiry - current_time(), 1000);
 }
 
 void set_timer(Timer &timer, BoardTime expiry, BoardTime interval) {

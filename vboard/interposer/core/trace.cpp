@@ -1,3 +1,4 @@
+#include "vboard/interposer/core/engine.h"
 #include "vboard/interposer/core/trace.h"
 
 #include "vboard/base/kernel.h"
@@ -47,7 +48,7 @@ void trace_begin(TraceLine &line, const char *call, std::string_view node, std::
     if (line.heap != nullptr)
       line.text = {line.heap, needed - 1, 0, false};
   }
-  append_seconds(line.text, board_time());
+  append_seconds(line.text, current_time());
   append_text(line.text, " ");
   append_text(line.text, call);
   if (!node.empty()) {

@@ -3,7 +3,10 @@
 #include "vboard/base/kernel.h"
 #include "vboard/base/text.h"
 #include "vboard/board/attributes.h"
+#include "vboard/interposer/core/device_lock.h"
 #include "vboard/interposer/core/engine.h"
+#include "vboard/interposer/core/host.h"
+#include "vboard/interposer/core/opening.h"
 #include "vboard/interposer/core/opening.h"
 #include "vboard/interposer/core/state.h"
 #include "vboard/interposer/core/trace.h"
@@ -12,39 +15,60 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
+#include <stdlib.h>
 #include <unistd.h>
+
+#include <algorithm>
 
 namespace vboard {
 
 namespace {
 
-// An offset for a model that reads at its position: moves there and back. Model calls are under the
-// board's lock, so nobody sees the position in between.
-template <typename Call>
-ssize_t at_offset(const OpenFile &file, std::int64_t offset, Call call) {
-  if (offset == kAtPosition)
-    return call();
-  const std::int64_t kept = sys_lseek(file.fd, 0, SEEK_CUR);
-  if (kept < 0 || sys_lseek(file.fd, offset, SEEK_SET) < 0)
-    return -ESPIPE;
-  const ssize_t result = call();
-  sys_lseek(file.fd, kept, SEEK_SET);
+// Runs a transfer at an offset: its own, or the descriptor's position, which then moves on. Streams
+// have neither.
+template <typename Move>
+ssize_t at_offset(const OpenFile &file, std::int64_t offset, Move move) {
+  if (offset != kAtPosition)
+    return move(offset);
+  const std::int64_t at = sys_lseek(file.fd, 0, SEEK_CUR);
+  if (at < 0)
+    return static_cast<ssize_t>(at);
+  const ssize_t result = move(at);
+  if (result > 0)
+    sys_lseek(file.fd, at + result, SEEK_SET);
   return result;
 }
 
-ssize_t read_file(int fd, void *buffer, std::size_t size, std::int64_t offset) {
-  return offset == kAtPosition ? sys_read(fd, buffer, size) : sys_pread(fd, buffer, size, offset);
+UserMemory memory_at(const void *address, std::size_t size) {
+  return {reinterpret_cast<std::uintptr_t>(address), size};
+}
+
+// The host's descriptor of a medium takes the program's pointer as the kernel does.
+ssize_t read_medium_of(Description &description, void *buffer, std::size_t size,
+                       std::int64_t offset) {
+  const DeviceLock lock;
+  const OpenFile &file = description.file;
+  return at_offset(file, offset,
+                   [&](std::int64_t at) { return sys_pread(file.medium, buffer, size, at); });
+}
+
+ssize_t write_medium_of(Description &description, const void *buffer, std::size_t size,
+                        std::int64_t offset) {
+  const DeviceLock lock;
+  const OpenFile &file = description.file;
+  return at_offset(file, offset,
+                   [&](std::int64_t at) { return sys_pwrite(file.medium, buffer, size, at); });
 }
 
 ssize_t read_model(Description &description, void *buffer, std::size_t size, std::int64_t offset) {
   OpenFile &file = description.file;
-  if (file.model->read == nullptr)
-    return description.has_medium ? read_file(file.fd, buffer, size, offset) : -EINVAL;
-  if (offset != kAtPosition && !description.has_medium)
+  const Model &model = *file.model;
+  const bool has_medium = file.medium >= 0;
+  if (model.read == nullptr)
+    return model.medium_is_stream && has_medium ? read_medium_of(description, buffer, size, offset)
+                                                : -model.no_stream;
+  if (offset != kAtPosition && !model.medium_is_stream)
     return -ESPIPE;
-  const int memory = check_user(buffer, size, true);
-  if (memory < 0)
-    return memory;
   for (;;) {
     if (offset == kAtPosition) {
       const int waited = wait_readable(description);
@@ -53,10 +77,13 @@ ssize_t read_model(Description &description, void *buffer, std::size_t size, std
       if (is_gone(description))
         return -ENODEV;
     }
-    lock_board();
-    const ssize_t result =
-        at_offset(file, offset, [&] { return file.model->read(file, buffer, size); });
-    unlock_board();
+    ssize_t result;
+    {
+      const DeviceLock lock;
+      look_at_node(description);
+      auto read = [&](std::int64_t at) { return model.read(file, memory_at(buffer, size), at); };
+      result = model.medium_is_stream ? at_offset(file, offset, read) : read(0);
+    }
     if (result != -EAGAIN || (file.flags & O_NONBLOCK))
       return result;
   }
@@ -65,38 +92,45 @@ ssize_t read_model(Description &description, void *buffer, std::size_t size, std
 ssize_t write_model(Description &description, const void *buffer, std::size_t size,
                     std::int64_t offset) {
   OpenFile &file = description.file;
-  if (file.model->write == nullptr) {
-    if (!description.has_medium)
-      return -EINVAL;
-    return offset == kAtPosition ? sys_write(file.fd, buffer, size)
-                                 : sys_pwrite(file.fd, buffer, size, offset);
-  }
-  if (offset != kAtPosition && !description.has_medium)
+  const Model &model = *file.model;
+  if (model.write == nullptr)
+    return model.medium_is_stream && file.medium >= 0
+               ? write_medium_of(description, buffer, size, offset)
+               : -model.no_stream;
+  if (offset != kAtPosition && !model.medium_is_stream)
     return -ESPIPE;
-  const int memory = check_user(buffer, size, false);
-  if (memory < 0)
-    return memory;
-  lock_board();
-  const ssize_t result =
-      at_offset(file, offset, [&] { return file.model->write(file, buffer, size); });
-  unlock_board();
+  const DeviceLock lock;
+  look_at_node(description);
+  auto write = [&](std::int64_t at) { return model.write(file, memory_at(buffer, size), at); };
+  return model.medium_is_stream ? at_offset(file, offset, write) : write(0);
+}
+
+// An attribute takes a page at most, as the kernel hands it on.
+ssize_t write_attribute_file(Description &description, const void *buffer, std::size_t size,
+                             std::int64_t offset) {
+  constexpr std::size_t kMost = 64 << 10;
+  unsigned char small[512];
+  const std::size_t taken = std::min(size, kMost);
+  unsigned char *bytes =
+      taken <= sizeof small ? small : static_cast<unsigned char *>(malloc(taken));
+  if (bytes == nullptr)
+    return -ENOMEM;
+  ssize_t result = taken > 0 ? read_user(bytes, buffer, taken) : 0;
+  if (result == 0) {
+    const DeviceLock lock;
+    result = at_offset(description.file, offset, [&](std::int64_t at) {
+      return write_attribute(board_directory(), description.real, bytes, taken, at);
+    });
+  }
+  if (bytes != small)
+    free(bytes);
   return result;
 }
 
-ssize_t write_attribute_file(Description &description, const void *buffer, std::size_t size,
-                             std::int64_t offset) {
-  const int memory = check_user(buffer, size, false);
-  if (memory < 0)
-    return memory;
-  const std::int64_t at =
-      offset == kAtPosition ? sys_lseek(description.file.fd, 0, SEEK_CUR) : offset;
-  if (at < 0)
-    return static_cast<ssize_t>(at);
-  lock_board();
-  const ssize_t result = write_attribute(board_directory(), description.real, buffer, size, at);
-  unlock_board();
-  if (result > 0 && offset == kAtPosition)
-    sys_lseek(description.file.fd, at + result, SEEK_SET);
+ssize_t read_attribute_file(Description &description, void *buffer, std::size_t size,
+                            std::int64_t offset) {
+  const ssize_t result = read_medium_of(description, buffer, size, offset);
+  description.shared->seen = attribute_mark(description.file.medium);
   return result;
 }
 
@@ -112,10 +146,13 @@ ssize_t read_kind(Description &description, void *buffer, std::size_t size, std:
   switch (description.kind) {
     case Kind::kModel:
       return read_model(description, buffer, size, offset);
+    case Kind::kAttribute:
+      return read_attribute_file(description, buffer, size, offset);
     case Kind::kDirectory:
       return -EISDIR;
     default:
-      return read_file(description.file.fd, buffer, size, offset);
+      return offset == kAtPosition ? sys_read(description.file.fd, buffer, size)
+                                   : sys_pread(description.file.fd, buffer, size, offset);
   }
 }
 
@@ -167,12 +204,21 @@ void trace_offset(TraceLine &line, std::int64_t offset) {
 
 }  // namespace
 
+std::uint64_t attribute_mark(int medium) {
+  unsigned char text[256];
+  const ssize_t size = sys_pread(medium, text, sizeof text, 0);
+  std::uint64_t mark = 0xcbf29ce484222325;
+  for (ssize_t i = 0; i < size; ++i)
+    mark = (mark ^ text[i]) * 0x100000001b3;
+  return mark;
+}
+
 int wait_readable(Description &description) {
   const Model *model = description.file.model;
-  if (model == nullptr || model->readable_at == nullptr)
+  if (model == nullptr || model->ready == nullptr)
     return 0;
   if (description.file.flags & O_NONBLOCK)
-    return ready_at(description, board_time()) <= board_time() ? 0 : -EAGAIN;
+    return readiness_of(description, POLLIN, current_time()).events != 0 ? 0 : -EAGAIN;
   for (;;) {
     Watch watch = {&description, POLLIN, 0};
     Wait wait;
@@ -203,17 +249,29 @@ ssize_t read_on_board(Description &description, void *buffer, std::size_t size,
   return shown(transfer, result);
 }
 
+namespace {
+
+// The bytes as far as they can be read.
+void begin_write_line(TraceLine &line, const Description &description, const void *buffer,
+                      std::size_t size, std::int64_t offset) {
+  const bool readable = check_user(buffer, size, false) == 0;
+  trace_begin(line, "write", description.asked, readable ? size : 0);
+  if (offset != kAtPosition)
+    trace_number(line, "at=", offset);
+  if (readable)
+    trace_data(line, "in=", buffer, size);
+}
+
+}  // namespace
+
 ssize_t write_on_board(Description &description, const void *buffer, std::size_t size,
                        std::int64_t offset) {
   const Transfer transfer = begin_transfer(description, "write", size);
   // The line is begun first: the buffer may be gone when the call has been made.
   TraceLine line;
   line.text.capacity = 0;
-  if (tracing() && check_user(buffer, transfer.size, false) == 0) {
-    trace_begin(line, "write", description.asked, transfer.size);
-    trace_offset(line, offset);
-    trace_data(line, "in=", buffer, transfer.size);
-  }
+  if (tracing())
+    begin_write_line(line, description, buffer, transfer.size, offset);
   ssize_t result = fails(transfer) ? static_cast<ssize_t>(-transfer.fault->value)
                                    : write_kind(description, buffer, transfer.size, offset);
   if (!fails(transfer))

@@ -1,12 +1,8 @@
 // /dev/iccard: 256 bytes of a chip card. A card that is pulled takes the node away, which is a
 // fault of the board ("/dev/iccard absent"); a worn card is a setting of this model.
-//
-//   stuck_byte   a byte of the card (0 to 255) that keeps its value whatever is written
-//   stuck_value  that value
-//   inverted     1: every byte reads back as its complement
-//   protected    1: the card refuses writes (EROFS)
 
 #include "platform/driver/iccard.h"
+#include "vboard/interposer/models/host.h"
 #include "vboard/interposer/models/models.h"
 
 #include <errno.h>
@@ -14,61 +10,57 @@
 namespace vboard {
 namespace {
 
-int read_card(OpenFile &file, unsigned char *block) {
-  if (const int error = read_medium(file, block, ICCARD_SIZE, 0))
+using enum Direction;
+using enum SettingKind;
+
+constexpr Setting kSettings[] = {
+    {.key = "stuck_byte",
+     .kind = kNumber,
+     .otherwise = "-1",
+     .help = "a byte of the card that keeps its value whatever is written",
+     .least = -1,
+     .most = ICCARD_SIZE - 1},
+    {.key = "stuck_value", .kind = kNumber, .otherwise = "0", .help = "that value", .most = 255},
+    {.key = "inverted",
+     .kind = kFlag,
+     .otherwise = "0",
+     .help = "1: every byte reads back as its complement"},
+    {.key = "protected", .kind = kFlag, .otherwise = "0", .help = "1: writing is refused (EROFS)"},
+};
+
+using Card = unsigned char[ICCARD_SIZE];
+
+int read_card(OpenFile &file, Card &card) {
+  if (const int error = read_medium(file, card, sizeof card, 0))
     return error;
-  const std::int64_t stuck = node_number(file.node, "stuck_byte", -1);
-  if (stuck >= 0 && stuck < ICCARD_SIZE)
-    block[stuck] = static_cast<unsigned char>(node_number(file.node, "stuck_value", 0));
-  if (node_number(file.node, "inverted", 0) != 0) {
-    for (int i = 0; i < ICCARD_SIZE; ++i)
-      block[i] = static_cast<unsigned char>(~block[i]);
+  const std::int64_t stuck = setting_number(file, "stuck_byte");
+  if (stuck >= 0)
+    card[stuck] = static_cast<unsigned char>(setting_number(file, "stuck_value"));
+  if (setting_is_on(file, "inverted")) {
+    for (unsigned char &byte : card)
+      byte = static_cast<unsigned char>(~byte);
   }
   return 0;
 }
 
-int iccard_ioctl(OpenFile &file, std::uint32_t request, void *argument) {
-  switch (request) {
-    case HAL_ICCARD_READ:
-      return read_card(file, static_cast<unsigned char *>(argument));
-    case HAL_ICCARD_WRITE:
-      if (node_number(file.node, "protected", 0) != 0)
-        return -EROFS;
-      return write_medium(file, argument, ICCARD_SIZE, 0);
-    default:
-      return -ENOTTY;
-  }
+int write_card(OpenFile &file, Card &card) {
+  return setting_is_on(file, "protected") ? -EROFS : write_medium(file, card, sizeof card, 0);
 }
 
-using enum Direction;
-
+// clang-format off
 constexpr Request kRequests[] = {
-    {.number = HAL_ICCARD_READ, .name = "HAL_ICCARD_READ", .size = ICCARD_SIZE, .direction = kOut},
-    {.number = HAL_ICCARD_WRITE, .name = "HAL_ICCARD_WRITE", .size = ICCARD_SIZE, .direction = kIn},
+    {.number = HAL_ICCARD_READ,  .name = "HAL_ICCARD_READ",  .direction = kOut, .handler = answers<read_card>},
+    {.number = HAL_ICCARD_WRITE, .name = "HAL_ICCARD_WRITE", .direction = kIn,  .handler = answers<write_card>},
 };
-
-// The card answers requests only: its bytes are no stream.
-ssize_t no_read(OpenFile &, void *, std::size_t) {
-  return -EINVAL;
-}
-
-ssize_t no_write(OpenFile &, const void *, std::size_t) {
-  return -EINVAL;
-}
+// clang-format on
 
 }  // namespace
 
 extern constexpr Model kIccardModel = {
     .name = "iccard",
+    .settings = kSettings,
     .requests = kRequests,
     .medium_size = ICCARD_SIZE,
-    .medium_fill = 0,
-    .open = nullptr,
-    .close = nullptr,
-    .read = no_read,
-    .write = no_write,
-    .ioctl = iccard_ioctl,
-    .readable_at = nullptr,
 };
 
 }  // namespace vboard

@@ -1,39 +1,40 @@
-// /dev/korstorage: the storage driver's view of the SATA ports, and block traces.
+// /dev/korstorage: the storage driver's view of the SATA ports, and block traces. The medium is the
+// time line of a trace, one event a line:
 //
-//   ports               how many ports the driver knows (1); others are ENODEV
-//   scan_failed         1: the bus scan is not done (EAGAIN)
-//   P.NAME              a counter of port P by its name in the driver: 0.readErr = 3
-//   P.hdStatus          bits 0 and 1 abnormal, bit 2 idle
-//   P.resets, P.reset_time, P.err_type, P.err_count, P.cmd_type, P.sector, P.trim
-//   devices             names of the devices that can be traced, separated by blanks
-//   trace_result        what the start of a trace answers instead of 0
-//   stop_result         likewise its stop
-//   medium              the time line of a trace, one event a line:
-//                       SECONDS ACTION SECTOR BYTES PID ERROR [CATEGORY...]
-//                       ACTION is the code; a CATEGORY is write, flush, sync, ahead, meta, discard
-//                       or fua. Seconds count from the start of the trace.
+//   SECONDS ACTION SECTOR BYTES PID ERROR [CATEGORY...]
+//
+// Seconds count from the start of the trace; ACTION is the code; a CATEGORY is write, flush, sync,
+// ahead, meta, discard or fua.
 
 #include "platform/driver/korstorage.h"
-#include "vboard/base/kernel.h"
 #include "vboard/base/text.h"
+#include "vboard/interposer/models/host.h"
 #include "vboard/interposer/models/models.h"
 
 #include <errno.h>
 #include <stdio.h>
-#include <stdlib.h>
 #include <string.h>
+
+#include <algorithm>
+#include <array>
+#include <iterator>
 
 namespace vboard {
 namespace {
+
+using enum Direction;
+using enum SettingKind;
 
 constexpr std::int32_t kHandle = 7;
 constexpr std::size_t kLongestTimeline = 1 << 20;
 constexpr std::uint32_t kMagic = 0x65617407;  // the kernel's, with its version
 
+constexpr std::size_t kWordCount = 54;
+
 struct TraceState {
   bool tracing;
   BoardTime started;
-  std::size_t next;  // byte of the time line
+  std::uint64_t next;  // byte of the time line
   std::uint32_t sequence;
 };
 
@@ -52,43 +53,158 @@ constexpr const char *kWords[] = {
     "ATABusError",      "TimeOutError",   "HSMviolation",   "SystemError",     "MediaError",
     "InvalidArgument",  "DeviceError",    "UnknownError",   "accessTime",
 };
-static_assert(sizeof kWords / sizeof kWords[0] == 54);
+static_assert(std::size(kWords) == kWordCount);
+
+// The settings of a port stand behind its number.
+constexpr Setting kOwnSettings[] = {
+    {.key = "ports",
+     .kind = kNumber,
+     .otherwise = "1",
+     .help = "how many ports the driver knows; others are ENODEV",
+     .most = INT32_MAX},
+    {.key = "scan_failed",
+     .kind = kFlag,
+     .otherwise = "0",
+     .help = "1: the scan of the bus is not done (EAGAIN)"},
+    {.key = "devices",
+     .kind = kText,
+     .otherwise = "",
+     .help = "names of the devices that can be traced, separated by blanks"},
+    {.key = "trace_result",
+     .kind = kNumber,
+     .otherwise = "0",
+     .help = "what the start of a trace answers",
+     .least = INT32_MIN,
+     .most = INT32_MAX},
+    {.key = "stop_result",
+     .kind = kNumber,
+     .otherwise = "0",
+     .help = "what its stop answers",
+     .least = INT32_MIN,
+     .most = INT32_MAX},
+    {.key = "#.resets",
+     .kind = kNumber,
+     .otherwise = "0",
+     .help = "resets of the port",
+     .least = INT64_MIN},
+    {.key = "#.reset_time",
+     .kind = kNumber,
+     .otherwise = "0",
+     .help = "when the last one was",
+     .least = INT64_MIN},
+    {.key = "#.err_type",
+     .kind = kNumber,
+     .otherwise = "0",
+     .help = "STOR_CMD_ERR_REQ: err_type",
+     .least = INT64_MIN},
+    {.key = "#.err_count",
+     .kind = kNumber,
+     .otherwise = "0",
+     .help = "err_count",
+     .least = INT64_MIN},
+    {.key = "#.cmd_type",
+     .kind = kNumber,
+     .otherwise = "0",
+     .help = "cmd_type",
+     .least = INT64_MIN},
+    {.key = "#.sector", .kind = kNumber, .otherwise = "0", .help = "sector", .least = INT64_MIN},
+    {.key = "#.trim",
+     .kind = kNumber,
+     .otherwise = "0",
+     .help = "1: the drive can trim",
+     .least = INT64_MIN},
+};
+
+struct Keys {
+  char text[kWordCount][24];
+};
+
+constexpr Keys kWordKeys = [] {
+  Keys keys = {};
+  for (std::size_t i = 0; i < kWordCount; ++i) {
+    keys.text[i][0] = '#';
+    keys.text[i][1] = '.';
+    for (std::size_t at = 0; kWords[i][at] != '\0'; ++at)
+      keys.text[i][2 + at] = kWords[i][at];
+  }
+  return keys;
+}();
+
+constexpr auto kSettings = [] {
+  std::array<Setting, std::size(kOwnSettings) + kWordCount> all = {};
+  auto next = std::copy(std::begin(kOwnSettings), std::end(kOwnSettings), all.begin());
+  for (const auto &key : kWordKeys.text)
+    *next++ = {.key = key,
+               .kind = kNumber,
+               .otherwise = "0",
+               .help = "a word of STOR_CMD_GET",
+               .least = INT32_MIN,
+               .most = UINT32_MAX};
+  return all;
+}();
 
 std::int64_t port_number(const OpenFile &file, std::int32_t port, const char *name) {
   char key[40];
   snprintf(key, sizeof key, "%d.%s", port, name);
-  return node_number(file.node, key, 0);
+  return setting_number(file, key);
 }
 
 int check_port(const OpenFile &file, std::int32_t port) {
-  return port >= 0 && port < node_number(file.node, "ports", 1) ? 0 : -ENODEV;
+  return port >= 0 && port < setting_number(file, "ports") ? 0 : -ENODEV;
 }
 
-void fill_statistics(const OpenFile &file, std::int32_t port, StorStatistics &out) {
-  out = {};
-  for (std::size_t i = 0; i < 54; ++i) {
+// A record about a port begins with the port's number, and its answer stands in its place.
+int get_statistics(OpenFile &file, StorStatistics &record) {
+  std::int32_t port;
+  memcpy(&port, &record, sizeof port);
+  if (const int error = check_port(file, port))
+    return error;
+  record = {};
+  for (std::size_t i = 0; i < kWordCount; ++i) {
     const auto value = static_cast<std::int32_t>(port_number(file, port, kWords[i]));
-    memcpy(reinterpret_cast<unsigned char *>(&out) + 4 * i, &value, 4);
+    memcpy(reinterpret_cast<unsigned char *>(&record) + 4 * i, &value, 4);
   }
+  return 0;
 }
 
-void fill_resets(const OpenFile &file, std::int32_t port, StorResetStatus &out) {
-  out = {};
-  out.count = static_cast<std::int32_t>(port_number(file, port, "resets"));
-  out.last_time = static_cast<std::int32_t>(port_number(file, port, "reset_time"));
+int get_resets(OpenFile &file, StorResetStatus &record) {
+  std::int32_t port;
+  memcpy(&port, &record, sizeof port);
+  if (const int error = check_port(file, port))
+    return error;
+  record = {};
+  record.count = static_cast<std::int32_t>(port_number(file, port, "resets"));
+  record.last_time = static_cast<std::int32_t>(port_number(file, port, "reset_time"));
+  return 0;
 }
 
-void fill_error(const OpenFile &file, std::int32_t port, StorErrorRequest &out) {
-  out = {};
-  out.err_type = static_cast<std::int32_t>(port_number(file, port, "err_type"));
-  out.err_count = static_cast<std::int32_t>(port_number(file, port, "err_count"));
-  out.cmd_type = static_cast<std::int32_t>(port_number(file, port, "cmd_type"));
-  out.sector = port_number(file, port, "sector");
+int get_error(OpenFile &file, StorErrorRequest &record) {
+  std::int32_t port;
+  memcpy(&port, &record, sizeof port);
+  if (const int error = check_port(file, port))
+    return error;
+  record = {};
+  record.err_type = static_cast<std::int32_t>(port_number(file, port, "err_type"));
+  record.err_count = static_cast<std::int32_t>(port_number(file, port, "err_count"));
+  record.cmd_type = static_cast<std::int32_t>(port_number(file, port, "cmd_type"));
+  record.sector = port_number(file, port, "sector");
+  return 0;
+}
+
+int get_trim(OpenFile &file, std::int32_t &port) {
+  if (const int error = check_port(file, port))
+    return error;
+  port = static_cast<std::int32_t>(port_number(file, port, "trim"));
+  return 0;
+}
+
+int ask_scan(OpenFile &file, std::int32_t &) {
+  return setting_is_on(file, "scan_failed") ? -EAGAIN : 0;
 }
 
 bool is_traceable(const OpenFile &file, const StorTraceStart &start) {
   const std::string_view name(start.name, strnlen(start.name, sizeof start.name));
-  std::string_view devices = node_text(file.node, "devices");
+  std::string_view devices = setting_text(file, "devices");
   for (std::string_view word = take_word(devices); !word.empty(); word = take_word(devices)) {
     if (word == name)
       return true;
@@ -104,35 +220,19 @@ int start_trace(OpenFile &file, StorTraceStart &start) {
     return -ENODEV;
   if (state.tracing)
     return -EBUSY;
-  if (const std::int64_t result = node_number(file.node, "trace_result", 0))
+  if (const std::int64_t result = setting_number(file, "trace_result"))
     return static_cast<int>(result);
   state = {.tracing = true, .started = board_time(), .next = 0, .sequence = 0};
   start.handle = kHandle;
   return 0;
 }
 
-int stop_trace(OpenFile &file, const StorTraceStart &start) {
+int stop_trace(OpenFile &file, StorTraceStart &start) {
   TraceState &state = state_of<TraceState>(file);
   if (!state.tracing || start.handle != kHandle)
     return -EINVAL;
   state.tracing = false;
-  return static_cast<int>(node_number(file.node, "stop_result", 0));
-}
-
-// The whole time line, in file.extra; empty without one.
-std::string_view load_timeline(OpenFile &file) {
-  if (file.extra == nullptr) {
-    const std::int64_t size = sys_size(file.fd);
-    if (size <= 0 || size > static_cast<std::int64_t>(kLongestTimeline))
-      return {};
-    char *text = static_cast<char *>(calloc(1, static_cast<std::size_t>(size) + 1));
-    if (text == nullptr || sys_pread(file.fd, text, static_cast<std::size_t>(size), 0) != size) {
-      free(text);
-      return {};
-    }
-    file.extra = text;
-  }
-  return static_cast<const char *>(file.extra);
+  return static_cast<int>(setting_number(file, "stop_result"));
 }
 
 std::uint32_t category_of(std::string_view word) {
@@ -174,10 +274,10 @@ int read_event(OpenFile &file, StorTraceEvent &out) {
   TraceState &state = state_of<TraceState>(file);
   if (!state.tracing || out.handle != kHandle)
     return -EINVAL;
-  const std::string_view timeline = load_timeline(file);
+  const std::string_view timeline = load_medium(file, kLongestTimeline);
   out = {};
   out.handle = kHandle;
-  std::string_view rest = timeline.substr(std::min(state.next, timeline.size()));
+  std::string_view rest = timeline.substr(std::min<std::size_t>(state.next, timeline.size()));
   std::string_view line;
   while (take_line(rest, line)) {
     std::int64_t due = 0;
@@ -198,102 +298,25 @@ int read_event(OpenFile &file, StorTraceEvent &out) {
   return 0;
 }
 
-int korstorage_ioctl(OpenFile &file, std::uint32_t request, void *argument) {
-  std::int32_t port;
-  memcpy(&port, argument, sizeof port);
-  switch (request) {
-    case STOR_CMD_SCAN_DONE:
-      return node_number(file.node, "scan_failed", 0) != 0 ? -EAGAIN : 0;
-    case STOR_CMD_TRACE_DEVICE_START:
-      return start_trace(file, *static_cast<StorTraceStart *>(argument));
-    case STOR_CMD_TRACE_DEVICE_STOP:
-      return stop_trace(file, *static_cast<StorTraceStart *>(argument));
-    case STOR_CMD_TRACE_READ:
-      return read_event(file, *static_cast<StorTraceEvent *>(argument));
-    default:
-      break;
-  }
-  if (const int error = check_port(file, port))
-    return error;
-  switch (request) {
-    case STOR_CMD_GET:
-      fill_statistics(file, port, *static_cast<StorStatistics *>(argument));
-      return 0;
-    case STOR_CMD_HD_RESET_STATUS:
-      fill_resets(file, port, *static_cast<StorResetStatus *>(argument));
-      return 0;
-    case STOR_CMD_ERR_REQ:
-      fill_error(file, port, *static_cast<StorErrorRequest *>(argument));
-      return 0;
-    case STOR_CMD_TRIM_SUPPORT:
-      port = static_cast<std::int32_t>(port_number(file, port, "trim"));
-      memcpy(argument, &port, sizeof port);
-      return 0;
-    default:
-      return -ENOTTY;
-  }
-}
-
-void korstorage_close(OpenFile &file) {
-  free(file.extra);
-  file.extra = nullptr;
-}
-
-using enum Direction;
-
+// clang-format off
 constexpr Request kRequests[] = {
-    {.number = STOR_CMD_GET,
-     .name = "STOR_CMD_GET",
-     .size = sizeof(StorStatistics),
-     .direction = kInOut},
-    {.number = STOR_CMD_SCAN_DONE, .name = "STOR_CMD_SCAN_DONE", .size = 4, .direction = kInOut},
-    {.number = STOR_CMD_HD_RESET_STATUS,
-     .name = "STOR_CMD_HD_RESET_STATUS",
-     .size = sizeof(StorResetStatus),
-     .direction = kInOut},
-    {.number = STOR_CMD_ERR_REQ,
-     .name = "STOR_CMD_ERR_REQ",
-     .size = sizeof(StorErrorRequest),
-     .direction = kInOut},
-    {.number = STOR_CMD_TRIM_SUPPORT,
-     .name = "STOR_CMD_TRIM_SUPPORT",
-     .size = 4,
-     .direction = kInOut},
-    {.number = STOR_CMD_TRACE_DEVICE_START,
-     .name = "STOR_CMD_TRACE_DEVICE_START",
-     .size = sizeof(StorTraceStart),
-     .direction = kInOut},
-    {.number = STOR_CMD_TRACE_DEVICE_STOP,
-     .name = "STOR_CMD_TRACE_DEVICE_STOP",
-     .size = sizeof(StorTraceStart),
-     .direction = kInOut},
-    {.number = STOR_CMD_TRACE_READ,
-     .name = "STOR_CMD_TRACE_READ",
-     .size = sizeof(StorTraceEvent),
-     .direction = kInOut},
+    {.number = STOR_CMD_GET,                .name = "STOR_CMD_GET",                .direction = kInOut, .handler = answers<get_statistics>},
+    {.number = STOR_CMD_SCAN_DONE,          .name = "STOR_CMD_SCAN_DONE",          .direction = kInOut, .handler = answers<ask_scan>},
+    {.number = STOR_CMD_HD_RESET_STATUS,    .name = "STOR_CMD_HD_RESET_STATUS",    .direction = kInOut, .handler = answers<get_resets>},
+    {.number = STOR_CMD_ERR_REQ,            .name = "STOR_CMD_ERR_REQ",            .direction = kInOut, .handler = answers<get_error>},
+    {.number = STOR_CMD_TRIM_SUPPORT,       .name = "STOR_CMD_TRIM_SUPPORT",       .direction = kInOut, .handler = answers<get_trim>},
+    {.number = STOR_CMD_TRACE_DEVICE_START, .name = "STOR_CMD_TRACE_DEVICE_START", .direction = kInOut, .handler = answers<start_trace>},
+    {.number = STOR_CMD_TRACE_DEVICE_STOP,  .name = "STOR_CMD_TRACE_DEVICE_STOP",  .direction = kInOut, .handler = answers<stop_trace>},
+    {.number = STOR_CMD_TRACE_READ,         .name = "STOR_CMD_TRACE_READ",         .direction = kInOut, .handler = answers<read_event>},
 };
-
-ssize_t no_read(OpenFile &, void *, std::size_t) {
-  return -EINVAL;
-}
-
-ssize_t no_write(OpenFile &, const void *, std::size_t) {
-  return -EINVAL;
-}
+// clang-format on
 
 }  // namespace
 
 extern constexpr Model kKorstorageModel = {
     .name = "korstorage",
+    .settings = kSettings,
     .requests = kRequests,
-    .medium_size = 0,
-    .medium_fill = 0,
-    .open = nullptr,
-    .close = korstorage_close,
-    .read = no_read,
-    .write = no_write,
-    .ioctl = korstorage_ioctl,
-    .readable_at = nullptr,
 };
 
 }  // namespace vboard

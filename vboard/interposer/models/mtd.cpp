@@ -1,80 +1,98 @@
 // /dev/mtdN: a partition of NOR flash, as the kernel's MTD character device shows it. Programming
 // clears bits only; erasing sets whole blocks to FF. The medium is the flash, byte for byte.
-//
-//   erase_size   bytes of an erase block (4096)
-//   write_size   bytes of the smallest write (1)
-//   locks        1: the chip has a protection bit, for all of the partition; without it MEMLOCK and
-//                MEMUNLOCK are EOPNOTSUPP
-//   protected    that bit: 1 refuses programming and erasing (EROFS)
-//   worn_block   a block that does not erase any more (EIO), counted from 0
 
-#include "vboard/base/kernel.h"
+#include "vboard/interposer/models/host.h"
 #include "vboard/interposer/models/models.h"
 
 #include <errno.h>
 #include <mtd/mtd-user.h>
 #include <string.h>
 #include <sys/ioctl.h>
-#include <unistd.h>
 
 #include <algorithm>
 
 namespace vboard {
 namespace {
 
+using enum Direction;
+using enum SettingKind;
+
 static_assert(MEMGETINFO == 0x80204D01 && sizeof(mtd_info_user) == 32 &&
               sizeof(erase_info_user) == 8);
 
-constexpr std::int64_t kDefaultEraseSize = 4096;
-
-std::int64_t erase_size_of(const OpenFile &file) {
-  const std::int64_t size = node_number(file.node, "erase_size", kDefaultEraseSize);
-  return size >= 256 && size <= (1 << 24) ? size : kDefaultEraseSize;
-}
+constexpr Setting kSettings[] = {
+    {.key = "erase_size",
+     .kind = kNumber,
+     .otherwise = "4096",
+     .help = "bytes of an erase block",
+     .least = 256,
+     .most = 1 << 24},
+    {.key = "write_size",
+     .kind = kNumber,
+     .otherwise = "1",
+     .help = "bytes of the smallest write",
+     .least = 1,
+     .most = 1 << 24},
+    {.key = "locks",
+     .kind = kFlag,
+     .otherwise = "0",
+     .help = "1: the chip has a protection bit, for all of the partition"},
+    {.key = "protected",
+     .kind = kFlag,
+     .otherwise = "0",
+     .help = "that bit: 1 refuses programming and erasing (EROFS)"},
+    {.key = "worn_block",
+     .kind = kNumber,
+     .otherwise = "-1",
+     .help = "a block, counted from 0, that does not erase any more (EIO)",
+     .least = -1},
+};
 
 bool is_protected(const OpenFile &file) {
-  return node_number(file.node, "locks", 0) != 0 && node_number(file.node, "protected", 0) != 0;
+  return setting_is_on(file, "locks") && setting_is_on(file, "protected");
 }
 
-ssize_t mtd_write(OpenFile &file, const void *buffer, std::size_t size) {
+std::uint64_t flash_size(const OpenFile &file) {
+  return static_cast<std::uint64_t>(std::max<std::int64_t>(0, medium_size(file)));
+}
+
+ssize_t mtd_write(OpenFile &file, const UserMemory &from, std::int64_t at) {
   if (is_protected(file))
     return -EROFS;
-  const std::int64_t at = sys_lseek(file.fd, 0, SEEK_CUR);
-  const std::int64_t flash = sys_size(file.fd);
-  if (at < 0 || flash < 0)
-    return -EIO;
+  const std::int64_t flash = medium_size(file);
   if (at >= flash)
-    return size == 0 ? 0 : -ENOSPC;
+    return from.size == 0 ? 0 : -ENOSPC;
 
-  const unsigned char *bytes = static_cast<const unsigned char *>(buffer);
-  const std::size_t left = std::min(size, static_cast<std::size_t>(flash - at));
+  const std::size_t left = std::min(from.size, static_cast<std::size_t>(flash - at));
   std::size_t done = 0;
   while (done < left) {
     unsigned char page[512];
+    unsigned char bytes[sizeof page];
     const std::size_t piece = std::min(left - done, sizeof page);
     const std::int64_t offset = at + static_cast<std::int64_t>(done);
-    if (const int error = read_medium(file, page, piece, offset))
-      return error;
+    int error = copy_in(bytes, from.address + done, piece);
+    if (error == 0)
+      error = read_medium(file, page, piece, offset);
     for (std::size_t i = 0; i < piece; ++i)
-      page[i] = static_cast<unsigned char>(page[i] & bytes[done + i]);
-    if (const int error = write_medium(file, page, piece, offset))
-      return error;
+      page[i] = static_cast<unsigned char>(page[i] & bytes[i]);
+    if (error == 0)
+      error = write_medium(file, page, piece, offset);
+    if (error < 0)
+      return done > 0 ? static_cast<ssize_t>(done) : error;
     done += piece;
   }
-  sys_lseek(file.fd, at + static_cast<std::int64_t>(done), SEEK_SET);
   return static_cast<ssize_t>(done);
 }
 
 int erase(OpenFile &file, std::uint64_t start, std::uint64_t length) {
   if (is_protected(file))
     return -EROFS;
-  const std::uint64_t block = static_cast<std::uint64_t>(erase_size_of(file));
-  const std::uint64_t flash =
-      static_cast<std::uint64_t>(std::max<std::int64_t>(0, sys_size(file.fd)));
+  const std::uint64_t block = static_cast<std::uint64_t>(setting_number(file, "erase_size"));
+  const std::uint64_t flash = flash_size(file);
   if (length == 0 || start % block != 0 || length % block != 0 || start > flash ||
       length > flash - start)
     return -EINVAL;
-  const std::int64_t worn = node_number(file.node, "worn_block", -1);
+  const std::int64_t worn = setting_number(file, "worn_block");
   unsigned char page[256];
   memset(page, 0xFF, sizeof page);
   for (std::uint64_t at = start; at < start + length; at += block) {
@@ -91,80 +109,73 @@ int erase(OpenFile &file, std::uint64_t start, std::uint64_t length) {
   return 0;
 }
 
+int erase_range(OpenFile &file, erase_info_user &range) {
+  return erase(file, range.start, range.length);
+}
+
+int erase_long_range(OpenFile &file, erase_info_user64 &range) {
+  return erase(file, range.start, range.length);
+}
+
 int set_protection(OpenFile &file, const erase_info_user &range, int on) {
-  const std::uint64_t flash =
-      static_cast<std::uint64_t>(std::max<std::int64_t>(0, sys_size(file.fd)));
-  if (std::uint64_t{range.start} + range.length > flash)
+  if (std::uint64_t{range.start} + range.length > flash_size(file))
     return -EINVAL;
-  if (node_number(file.node, "locks", 0) == 0)
+  if (!setting_is_on(file, "locks"))
     return -EOPNOTSUPP;
   return store_number(file, "protected", on);
 }
 
-mtd_info_user info(const OpenFile &file) {
-  mtd_info_user out = {};
+int protect(OpenFile &file, erase_info_user &range) {
+  return set_protection(file, range, 1);
+}
+
+int unprotect(OpenFile &file, erase_info_user &range) {
+  return set_protection(file, range, 0);
+}
+
+int ask_protection(OpenFile &file, erase_info_user &) {
+  return setting_is_on(file, "locks") ? is_protected(file) : -EOPNOTSUPP;
+}
+
+int get_info(OpenFile &file, mtd_info_user &out) {
   out.type = MTD_NORFLASH;
   out.flags = MTD_CAP_NORFLASH;
-  out.size = static_cast<std::uint32_t>(sys_size(file.fd));
-  out.erasesize = static_cast<std::uint32_t>(erase_size_of(file));
-  out.writesize = static_cast<std::uint32_t>(node_number(file.node, "write_size", 1));
-  return out;
+  out.size = static_cast<std::uint32_t>(flash_size(file));
+  out.erasesize = static_cast<std::uint32_t>(setting_number(file, "erase_size"));
+  out.writesize = static_cast<std::uint32_t>(setting_number(file, "write_size"));
+  return 0;
+}
+
+// One kind of erase block, and so no regions.
+int count_regions(OpenFile &, int &out) {
+  out = 0;
+  return 0;
 }
 
 // NOR flash has no bad blocks: none is bad, and none can be marked.
-int bad_block(const OpenFile &file, const void *argument, int answer) {
-  std::int64_t offset;
-  memcpy(&offset, argument, sizeof offset);
-  return offset < 0 || offset >= sys_size(file.fd) ? -EINVAL : answer;
+bool is_in_flash(const OpenFile &file, std::int64_t offset) {
+  return offset >= 0 && offset < medium_size(file);
 }
 
-int mtd_ioctl(OpenFile &file, std::uint32_t request, void *argument) {
-  erase_info_user range;
-  erase_info_user64 long_range;
-  switch (request) {
-    case MEMGETINFO: {
-      mtd_info_user out = info(file);
-      memcpy(argument, &out, sizeof out);
-      return 0;
-    }
-    case MEMERASE:
-      memcpy(&range, argument, sizeof range);
-      return erase(file, range.start, range.length);
-    case MEMERASE64:
-      memcpy(&long_range, argument, sizeof long_range);
-      return erase(file, long_range.start, long_range.length);
-    case MEMLOCK:
-    case MEMUNLOCK:
-      memcpy(&range, argument, sizeof range);
-      return set_protection(file, range, request == MEMLOCK);
-    case MEMISLOCKED:
-      return node_number(file.node, "locks", 0) == 0 ? -EOPNOTSUPP : is_protected(file);
-    case MEMGETREGIONCOUNT:
-      // One kind of erase block, and so no regions.
-      memset(argument, 0, sizeof(int));
-      return 0;
-    case MEMGETBADBLOCK:
-      return bad_block(file, argument, 0);
-    case MEMSETBADBLOCK:
-      return bad_block(file, argument, -EOPNOTSUPP);
-    default:
-      return -ENOTTY;
-  }
+int ask_bad_block(OpenFile &file, std::int64_t &offset) {
+  return is_in_flash(file, offset) ? 0 : -EINVAL;
 }
 
-using enum Direction;
+int mark_bad_block(OpenFile &file, std::int64_t &offset) {
+  return is_in_flash(file, offset) ? -EOPNOTSUPP : -EINVAL;
+}
 
 // clang-format off
 constexpr Request kRequests[] = {
-    {.number = MEMGETINFO,        .name = "MEMGETINFO",        .size = 32, .direction = kOut},
-    {.number = MEMERASE,          .name = "MEMERASE",          .size = 8,  .direction = kIn},
-    {.number = MEMERASE64,        .name = "MEMERASE64",        .size = 16, .direction = kIn},
-    {.number = MEMLOCK,           .name = "MEMLOCK",           .size = 8,  .direction = kIn},
-    {.number = MEMUNLOCK,         .name = "MEMUNLOCK",         .size = 8,  .direction = kIn},
-    {.number = MEMISLOCKED,       .name = "MEMISLOCKED",       .size = 8,  .direction = kIn},
-    {.number = MEMGETREGIONCOUNT, .name = "MEMGETREGIONCOUNT", .size = 4,  .direction = kOut},
-    {.number = MEMGETBADBLOCK,    .name = "MEMGETBADBLOCK",    .size = 8,  .direction = kIn},
-    {.number = MEMSETBADBLOCK,    .name = "MEMSETBADBLOCK",    .size = 8,  .direction = kIn},
+    {.number = MEMGETINFO,        .name = "MEMGETINFO",        .direction = kOut, .handler = answers<get_info>},
+    {.number = MEMERASE,          .name = "MEMERASE",          .direction = kIn,  .handler = answers<erase_range>},
+    {.number = MEMERASE64,        .name = "MEMERASE64",        .direction = kIn,  .handler = answers<erase_long_range>},
+    {.number = MEMLOCK,           .name = "MEMLOCK",           .direction = kIn,  .handler = answers<protect>},
+    {.number = MEMUNLOCK,         .name = "MEMUNLOCK",         .direction = kIn,  .handler = answers<unprotect>},
+    {.number = MEMISLOCKED,       .name = "MEMISLOCKED",       .direction = kIn,  .handler = answers<ask_protection>},
+    {.number = MEMGETREGIONCOUNT, .name = "MEMGETREGIONCOUNT", .direction = kOut, .handler = answers<count_regions>},
+    {.number = MEMGETBADBLOCK,    .name = "MEMGETBADBLOCK",    .direction = kIn,  .handler = answers<ask_bad_block>},
+    {.number = MEMSETBADBLOCK,    .name = "MEMSETBADBLOCK",    .direction = kIn,  .handler = answers<mark_bad_block>},
 };
 // clang-format on
 
@@ -172,15 +183,12 @@ constexpr Request kRequests[] = {
 
 extern constexpr Model kMtdModel = {
     .name = "mtd",
+    .settings = kSettings,
     .requests = kRequests,
     .medium_size = 64 << 10,
     .medium_fill = 0xFF,
-    .open = nullptr,
-    .close = nullptr,
-    .read = nullptr,
+    .medium_is_stream = true,
     .write = mtd_write,
-    .ioctl = mtd_ioctl,
-    .readable_at = nullptr,
 };
 
 }  // namespace vboard

@@ -1,15 +1,11 @@
 // /dev/mem: the board's physical memory. The medium is the memory, an address being an offset: a
 // sparse file, which begins as zeros. There is memory, or a register, where a region says so, and
 // only there may be mapped.
-//
-//   region0, region1, ...   NAME FIRST LAST, whole pages: "ram 0x00000000 0x1fffffff"
-//   refuses                 the error for what no region holds (EINVAL)
 
-#include "vboard/base/kernel.h"
 #include "vboard/base/text.h"
+#include "vboard/interposer/models/host.h"
 #include "vboard/interposer/models/models.h"
 
-#include <errno.h>
 #include <stdio.h>
 
 #include <algorithm>
@@ -19,6 +15,17 @@ namespace {
 
 constexpr int kMostRegions = 32;
 constexpr std::int64_t kPage = 4096;
+
+constexpr Setting kSettings[] = {
+    {.key = "region#",
+     .kind = SettingKind::kText,
+     .otherwise = "",
+     .help = "NAME FIRST LAST, whole pages: ram 0x00000000 0x1fffffff"},
+    {.key = "refuses",
+     .kind = SettingKind::kErrno,
+     .otherwise = "EINVAL",
+     .help = "the error for what no region holds"},
+};
 
 // False when there is no region of that number.
 bool find_region(const Node &node, int number, std::int64_t &first, std::int64_t &last) {
@@ -31,12 +38,12 @@ bool find_region(const Node &node, int number, std::int64_t &first, std::int64_t
 }
 
 int phys_mem_open(OpenFile &file) {
-  std::int64_t end = sys_size(file.fd);
+  std::int64_t end = medium_size(file);
   std::int64_t first;
   std::int64_t last;
   for (int i = 0; i < kMostRegions && find_region(file.node, i, first, last); ++i)
     end = std::max(end, last + 1);
-  return end > sys_size(file.fd) ? sys_ftruncate(file.fd, end) : 0;
+  return end > medium_size(file) ? resize_medium(file, end) : 0;
 }
 
 int phys_mem_map(OpenFile &file, std::size_t size, std::int64_t offset) {
@@ -51,10 +58,8 @@ int phys_mem_map(OpenFile &file, std::size_t size, std::int64_t offset) {
       if (first <= at && at <= last)
         reached = last + 1;
     }
-    if (reached == at) {
-      const int error = parse_errno(node_text(file.node, "refuses"));
-      return error != 0 ? -error : -EINVAL;
-    }
+    if (reached == at)
+      return -static_cast<int>(setting_number(file, "refuses"));
     at = reached;
   }
   return 0;
@@ -64,15 +69,9 @@ int phys_mem_map(OpenFile &file, std::size_t size, std::int64_t offset) {
 
 extern constexpr Model kPhysMemModel = {
     .name = "phys_mem",
-    .requests = {},
-    .medium_size = 0,
-    .medium_fill = 0,
+    .settings = kSettings,
+    .medium_is_stream = true,
     .open = phys_mem_open,
-    .close = nullptr,
-    .read = nullptr,
-    .write = nullptr,
-    .ioctl = nullptr,
-    .readable_at = nullptr,
     .map = phys_mem_map,
 };
 

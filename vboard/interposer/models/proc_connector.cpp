@@ -1,20 +1,14 @@
 // Netlink sockets, of which the board has one kind that answers: the kernel's process-events
-// connector. A time line of events begins to run when a bound socket subscribes. The file
-// netlink/connector of the board tells of it; without the file the kernel has no connector:
-//
-//   events   the time line, media/EVENTS (see vboard/board/process_events.h)
-//   denied   1: only the superuser may listen, and nobody is: binding is EPERM
+// connector. A time line of events begins to run when a bound socket subscribes. The node file
+// netlink/connector of the board describes it; without the file the kernel has no connector.
 
 #include "vboard/board/process_events.h"
-#include "vboard/board/state_files.h"
+#include "vboard/interposer/models/host.h"
 #include "vboard/interposer/models/models.h"
 #include "vboard/interposer/models/socket_calls.h"
 
 #include <errno.h>
-#include <fcntl.h>
 #include <linux/netlink.h>
-#include <stdio.h>
-#include <stdlib.h>
 #include <string.h>
 
 #include <algorithm>
@@ -22,146 +16,114 @@
 namespace vboard {
 namespace {
 
-constexpr std::size_t kMostTimeline = 1 << 20;
+using enum SettingKind;
+
+constexpr std::size_t kLongestTimeline = 1 << 20;
 constexpr std::size_t kSubscription = 40;
 constexpr std::uint32_t kListen = 1;
 constexpr std::uint32_t kIgnore = 2;
 
+constexpr Setting kSettings[] = {
+    {.key = "events", .kind = kMedium, .otherwise = "", .help = "the time line, a file of media/"},
+    {.key = "denied",
+     .kind = kFlag,
+     .otherwise = "0",
+     .help = "1: only the superuser may listen, and nobody is: binding is EPERM"},
+};
+
 struct ConnectorState {
-  bool is_connector;
-  bool denied;
   bool bound;
   bool listening;
-  bool acknowledges;  // the answer to a subscription waits to be read
-  BoardTime since;    // of the subscription
-  bool has_next;
-  std::string_view text;  // the whole time line
-  std::string_view rest;  // of it, behind `next`
+  bool acknowledges;   // the answer to a subscription waits to be read
+  BoardTime since;     // of the subscription
+  std::uint64_t read;  // bytes of the time line up to the next event
 };
 
-// The next event stands behind the time line's text in one allocation.
-struct Timeline {
-  ProcessEventLine next;
-  char text[kMostTimeline];
-};
-
-Timeline &timeline_of(OpenFile &file) {
-  return *static_cast<Timeline *>(file.extra);
+// The next event, and what the time line has behind it; false at its end.
+bool find_next(OpenFile &file, ProcessEventLine &out, std::uint64_t &behind) {
+  const std::string_view timeline = load_medium(file, kLongestTimeline);
+  std::string_view rest =
+      timeline.substr(std::min<std::size_t>(state_of<ConnectorState>(file).read, timeline.size()));
+  const bool found = next_process_event(rest, out);
+  behind = timeline.size() - rest.size();
+  return found;
 }
 
-int connector_open(OpenFile &file) {
+ssize_t connector_write(OpenFile &file, const UserMemory &from, std::int64_t) {
   ConnectorState &state = state_of<ConnectorState>(file);
-  state.is_connector = node_number(file.node, "protocol", 0) == NETLINK_CONNECTOR;
-  if (!state.is_connector)
-    return 0;
-  char path[512];
-  snprintf(path, sizeof path, "%s/netlink/connector", board_directory());
-  Node settings;
-  if (load_node(path, settings) < 0)
-    return -EPROTONOSUPPORT;
-  state.denied = node_number(settings, "denied", 0) != 0;
-  file.extra = malloc(sizeof(Timeline));
-  if (file.extra == nullptr)
-    return -ENOMEM;
-  const std::string_view events = node_text(settings, "events");
-  char name[300];
-  snprintf(name, sizeof name, "media/%.*s", static_cast<int>(events.size()), events.data());
-  const ssize_t size =
-      events.empty() ? 0 : load_state(board_directory(), name, timeline_of(file).text);
-  state.text = {timeline_of(file).text, static_cast<std::size_t>(std::max<ssize_t>(size, 0))};
-  return 0;
-}
-
-void connector_close(OpenFile &file) {
-  free(file.extra);
-  file.extra = nullptr;
-}
-
-void listen(OpenFile &file) {
-  ConnectorState &state = state_of<ConnectorState>(file);
-  state.listening = true;
-  state.acknowledges = true;
-  state.since = board_time();
-  state.rest = state.text;
-  state.has_next = next_process_event(state.rest, timeline_of(file).next);
-}
-
-ssize_t connector_write(OpenFile &file, const void *buffer, std::size_t size) {
-  ConnectorState &state = state_of<ConnectorState>(file);
-  if (!state.is_connector)
-    return -ENOTCONN;
   std::uint32_t words[kSubscription / 4];
-  if (size < kSubscription)
-    return static_cast<ssize_t>(size);  // the kernel drops what it does not understand
-  memcpy(words, buffer, sizeof words);
+  if (from.size < kSubscription)
+    return static_cast<ssize_t>(from.size);  // the kernel drops what it does not understand
+  if (const int error = copy_in(words, from.address, sizeof words))
+    return error;
   const bool to_events = words[0] >= kSubscription && words[4] == 1 && words[5] == 1;
-  if (to_events && words[9] == kListen)
-    listen(file);
+  if (to_events && words[9] == kListen) {
+    state.listening = true;
+    state.acknowledges = true;
+    state.since = board_time();
+    state.read = 0;
+  }
   if (to_events && words[9] == kIgnore)
     state.listening = false;
-  return static_cast<ssize_t>(size);
+  return static_cast<ssize_t>(from.size);
 }
 
-BoardTime connector_readable_at(OpenFile &file, BoardTime) {
+BoardTime next_at(OpenFile &file) {
   const ConnectorState &state = state_of<ConnectorState>(file);
   if (!state.bound || !state.listening)
     return kNever;
   if (state.acknowledges)
     return state.since;
-  return state.has_next ? state.since + timeline_of(file).next.at : kNever;
+  ProcessEventLine next;
+  std::uint64_t behind;
+  return find_next(file, next, behind) ? state.since + next.at : kNever;
 }
 
-ssize_t connector_read(OpenFile &file, void *buffer, std::size_t size) {
+Readiness connector_ready(OpenFile &file, short events, BoardTime now) {
+  const BoardTime at = (events & POLLIN) != 0 ? next_at(file) : kNever;
+  return {.events = static_cast<short>(at <= now ? events : events & ~POLLIN), .next = at};
+}
+
+// The rest of a datagram that is too long is lost.
+ssize_t connector_read(OpenFile &file, const UserMemory &to, std::int64_t) {
   ConnectorState &state = state_of<ConnectorState>(file);
-  if (!state.is_connector)
-    return -ENOTCONN;
-  if (connector_readable_at(file, 0) > board_time())
+  if (next_at(file) > board_time())
     return -EAGAIN;
-  ProcessEventLine &next = timeline_of(file).next;
   if (state.acknowledges) {
     unsigned char answer[kEventMessage];
     build_process_event(0, {}, answer);
     state.acknowledges = false;
-    size = std::min(size, sizeof answer);
-    memcpy(buffer, answer, size);
-    return static_cast<ssize_t>(size);
+    return give(to, answer, sizeof answer);
   }
-  size = std::min(size, next.size);  // the rest of a datagram that is too long is lost
-  memcpy(buffer, next.datagram, size);
-  state.has_next = next_process_event(state.rest, next);
-  return static_cast<ssize_t>(size);
+  ProcessEventLine next;
+  find_next(file, next, state.read);
+  return give(to, next.datagram, next.size);
 }
 
-int connector_ioctl(OpenFile &file, std::uint32_t request, void *) {
-  ConnectorState &state = state_of<ConnectorState>(file);
-  if (request != kSocketBind)
-    return -ENOTTY;
-  if (state.denied)
+int bind_connector(OpenFile &file, SocketAddress &) {
+  if (setting_is_on(file, "denied"))
     return -EPERM;
-  state.bound = true;
+  state_of<ConnectorState>(file).bound = true;
   return 0;
 }
 
 constexpr Request kRequests[] = {
     {.number = kSocketBind,
      .name = "bind",
-     .size = sizeof(SocketAddress),
-     .direction = Direction::kIn},
+     .direction = Direction::kIn,
+     .handler = answers<bind_connector>},
 };
 
 }  // namespace
 
 extern constexpr Model kProcConnectorModel = {
-    .name = "socket.netlink",
+    .name = "connector",
+    .settings = kSettings,
     .requests = kRequests,
-    .medium_size = 0,
-    .medium_fill = 0,
-    .open = connector_open,
-    .close = connector_close,
+    .medium_setting = "events",
     .read = connector_read,
     .write = connector_write,
-    .ioctl = connector_ioctl,
-    .readable_at = connector_readable_at,
+    .ready = connector_ready,
 };
 
 }  // namespace vboard

@@ -1,14 +1,13 @@
 // /dev/sda: a SATA drive (sata_drive.cpp) behind the kernel's requests: SG_IO with the SCSI
 // commands that tools ask of a disk and with ATA PASS-THROUGH, and the older HDIO requests.
 //
-//   host_status     what the host adapter reports for every SG_IO (0); the drive then gets nothing
-//   transfer_limit  how many bytes of an SG_IO's answer arrive at most (0: all)
-//   log             a file of media/ that keeps every command that the drive got, one a line:
-//                   "SG", the CDB, the data bytes' number; "HD", the request's bytes
+// The log has a command a line: "SG", the CDB, the number of data bytes; "HD" and the request's
+// bytes.
 
 #include "vboard/base/kernel.h"
 #include "vboard/base/text.h"
 #include "vboard/board/board_files.h"
+#include "vboard/interposer/models/host.h"
 #include "vboard/interposer/models/models.h"
 #include "vboard/interposer/models/sata_drive.h"
 
@@ -25,6 +24,88 @@
 namespace vboard {
 namespace {
 
+using enum Direction;
+using enum SettingKind;
+
+constexpr Setting kSettings[] = {
+    {.key = "identify",
+     .kind = kMedium,
+     .otherwise = "",
+     .help = "512 bytes: the answer to IDENTIFY DEVICE"},
+    {.key = "smart_values",
+     .kind = kMedium,
+     .otherwise = "",
+     .help = "512 bytes: the answer to SMART READ DATA"},
+    {.key = "smart_thresholds",
+     .kind = kMedium,
+     .otherwise = "",
+     .help = "512 bytes: the answer to SMART READ THRESHOLDS"},
+    {.key = "ram", .kind = kMedium, .otherwise = "", .help = "controller RAM from address 0 on"},
+    {.key = "firmware",
+     .kind = kMedium,
+     .otherwise = "",
+     .help = "what DOWNLOAD MICROCODE has stored"},
+    {.key = "firmware_size",
+     .kind = kNumber,
+     .otherwise = "0",
+     .help = "bytes of a whole image; the drive takes it over when its last block arrives"},
+    {.key = "downloads",
+     .kind = kNumber,
+     .otherwise = "0",
+     .help = "blocks that DOWNLOAD MICROCODE has sent since the board was made"},
+    {.key = "download_at",
+     .kind = kNumber,
+     .otherwise = "0",
+     .help = "where the next block belongs"},
+    {.key = "updates", .kind = kNumber, .otherwise = "0", .help = "images that were taken over"},
+    {.key = "announced",
+     .kind = kNumber,
+     .otherwise = "-1",
+     .help = "the address that the next vendor read fetches, -1 for none",
+     .least = -1,
+     .most = UINT32_MAX},
+    {.key = "vendor_mode",
+     .kind = kFlag,
+     .otherwise = "0",
+     .help = "1: vendor commands are understood"},
+    {.key = "standby", .kind = kFlag, .otherwise = "0", .help = "1: it sleeps"},
+    {.key = "autosave",
+     .kind = kFlag,
+     .otherwise = "0",
+     .help = "1: SMART saves its attributes by itself"},
+    {.key = "smart_enabled",
+     .kind = kFlag,
+     .otherwise = "1",
+     .help = "1: SMART commands are understood"},
+    {.key = "smart_exceeded",
+     .kind = kFlag,
+     .otherwise = "0",
+     .help = "1: SMART RETURN STATUS says that a threshold is exceeded"},
+    {.key = "smart_status",
+     .kind = kNumber,
+     .otherwise = "-1",
+     .help = "LBA mid and high (low and high byte) that it answers instead",
+     .least = -1,
+     .most = 0xFFFF},
+    {.key = "aborts",
+     .kind = kText,
+     .otherwise = "",
+     .help = "commands that it refuses: ec, or with features b0/d0, separated by blanks"},
+    {.key = "host_status",
+     .kind = kNumber,
+     .otherwise = "0",
+     .help = "what the host adapter reports for every SG_IO; not 0: the drive gets nothing",
+     .most = 0xFFFF},
+    {.key = "transfer_limit",
+     .kind = kNumber,
+     .otherwise = "0",
+     .help = "bytes of an SG_IO's answer that arrive at most; 0: all of them"},
+    {.key = "log",
+     .kind = kMedium,
+     .otherwise = "",
+     .help = "a file of media/ that keeps every command that the drive got"},
+};
+
 constexpr std::size_t kLongestTransfer = 256 * kAtaSector;
 constexpr std::size_t kCdbSize = 16;
 
@@ -36,8 +117,8 @@ constexpr unsigned short kDriverSense = 0x08;
 
 void log_command(const OpenFile &file, const char *transport, const std::uint8_t *bytes,
                  std::size_t count, std::size_t data_size) {
-  const std::string_view name = node_text(file.node, "log");
-  if (name.empty() || name.find('/') != name.npos)
+  const std::string_view name = setting_text(file, "log");
+  if (name.empty())
     return;
   char text[512];
   TextBuffer path = {text, sizeof text - 1, 0, false};
@@ -251,6 +332,10 @@ int run_scsi(OpenFile &file, ScsiCommand &command) {
   return 0;
 }
 
+std::uint64_t address_of(const void *pointer) {
+  return reinterpret_cast<std::uintptr_t>(pointer);
+}
+
 // The transfer's data, copied from and to the program: its pointer may be wrong.
 int move_data(OpenFile &file, sg_io_hdr &header, ScsiCommand &command) {
   static std::uint8_t transfer[kLongestTransfer];  // the board's lock is held
@@ -259,15 +344,16 @@ int move_data(OpenFile &file, sg_io_hdr &header, ScsiCommand &command) {
   const bool in = header.dxfer_direction == SG_DXFER_FROM_DEV;
   command.size = in || out ? header.dxfer_len : 0;
   memset(transfer, 0, command.size);
-  if (out && read_user(transfer, header.dxferp, command.size) != 0)
+  if (out && copy_in(transfer, address_of(header.dxferp), command.size) != 0)
     return -EFAULT;
   log_command(file, "SG", command.cdb, command.cdb_length, command.size);
   if (const int error = run_scsi(file, command))
     return error;
-  const std::int64_t limit = node_number(file.node, "transfer_limit", 0);
+  const std::int64_t limit = setting_number(file, "transfer_limit");
   if (limit > 0)
     command.filled = std::min(command.filled, static_cast<std::size_t>(limit));
-  if (in && command.filled > 0 && write_user(header.dxferp, transfer, command.filled) != 0)
+  if (in && command.filled > 0 &&
+      copy_out(address_of(header.dxferp), transfer, command.filled) != 0)
     return -EFAULT;
   return 0;
 }
@@ -279,13 +365,13 @@ int sg_io(OpenFile &file, sg_io_hdr &header) {
       header.dxfer_len > kLongestTransfer)
     return -EINVAL;
   std::uint8_t cdb[kCdbSize] = {};
-  if (read_user(cdb, header.cmdp, header.cmd_len) != 0)
+  if (copy_in(cdb, address_of(header.cmdp), header.cmd_len) != 0)
     return -EFAULT;
   ScsiCommand command = {};
   command.cdb = cdb;
   command.cdb_length = header.cmd_len;
 
-  const std::int64_t host_status = node_number(file.node, "host_status", 0);
+  const std::int64_t host_status = setting_number(file, "host_status");
   if (host_status == 0) {
     if (const int error = move_data(file, header, command))
       return error;
@@ -296,7 +382,8 @@ int sg_io(OpenFile &file, sg_io_hdr &header) {
   header.driver_status = command.status == kCheckCondition ? kDriverSense : 0;
   header.sb_len_wr =
       static_cast<unsigned char>(std::min<std::size_t>(command.sense_length, header.mx_sb_len));
-  if (header.sb_len_wr > 0 && write_user(header.sbp, command.sense, header.sb_len_wr) != 0)
+  if (header.sb_len_wr > 0 &&
+      copy_out(address_of(header.sbp), command.sense, header.sb_len_wr) != 0)
     return -EFAULT;
   header.resid = static_cast<int>(
       header.dxfer_direction == SG_DXFER_FROM_DEV ? header.dxfer_len - command.filled : 0);
@@ -308,10 +395,7 @@ int sg_io(OpenFile &file, sg_io_hdr &header) {
 // HDIO.
 
 // As libata answers it: four bytes of arguments, then as many sectors as the fourth says.
-int drive_cmd(OpenFile &file, std::uint8_t *arguments) {
-  std::uint8_t head[4];
-  if (read_user(head, arguments, sizeof head) != 0)
-    return -EFAULT;
+int drive_cmd(OpenFile &file, std::uint8_t (&head)[4], Argument &argument) {
   const std::size_t size = head[3] * kAtaSector;
   if (size > kLongestTransfer)
     return -EINVAL;
@@ -332,18 +416,16 @@ int drive_cmd(OpenFile &file, std::uint8_t *arguments) {
       run_ata_command(file, registers, size > 0 ? AtaData::kIn : AtaData::kNone, transfer, size);
   if (error < 0)
     return error;
-  const std::uint8_t status[3] = {registers.command, registers.features, registers.count};
-  if (write_user(arguments, status, sizeof status) != 0)
-    return -EFAULT;
+  head[0] = registers.command;
+  head[1] = registers.features;
+  head[2] = registers.count;
+  argument.answers_failure = true;
   if (registers.command == kAtaAborted)
     return -EIO;
-  return size > 0 && write_user(arguments + 4, transfer, size) != 0 ? -EFAULT : 0;
+  return copy_out(argument.address + sizeof head, transfer, size);
 }
 
-int drive_task(OpenFile &file, std::uint8_t *arguments) {
-  std::uint8_t head[7];
-  if (read_user(head, arguments, sizeof head) != 0)
-    return -EFAULT;
+int drive_task(OpenFile &file, std::uint8_t (&head)[7], Argument &argument) {
   log_command(file, "HD", head, sizeof head, 0);
   AtaRegisters registers = {head[1], head[2], head[3], head[4], head[5], head[6], head[0]};
   const int error = run_ata_command(file, registers, AtaData::kNone, nullptr, 0);
@@ -352,12 +434,12 @@ int drive_task(OpenFile &file, std::uint8_t *arguments) {
   const std::uint8_t out[7] = {registers.command, registers.features, registers.count,
                                registers.lba_low, registers.lba_mid,  registers.lba_high,
                                registers.device};
-  if (write_user(arguments, out, sizeof out) != 0)
-    return -EFAULT;
+  memcpy(head, out, sizeof out);
+  argument.answers_failure = true;
   return registers.command == kAtaAborted ? -EIO : 0;
 }
 
-int capacity(OpenFile &file, std::uint64_t &out) {
+int get_capacity(OpenFile &file, std::uint64_t &out) {
   unsigned char identify[kAtaSector];
   if (const int error = load_identify(file, identify))
     return error;
@@ -365,64 +447,36 @@ int capacity(OpenFile &file, std::uint64_t &out) {
   return 0;
 }
 
-int sata_disk_ioctl(OpenFile &file, std::uint32_t request, void *argument) {
-  switch (request) {
-    case SG_IO:
-      return sg_io(file, *static_cast<sg_io_hdr *>(argument));
-    case SG_GET_VERSION_NUM:
-      *static_cast<int *>(argument) = 30527;  // what the block layer answers
-      return 0;
-    case HDIO_DRIVE_CMD:
-      return drive_cmd(file, static_cast<std::uint8_t *>(argument));
-    case HDIO_DRIVE_TASK:
-      return drive_task(file, static_cast<std::uint8_t *>(argument));
-    case BLKGETSIZE64:
-      return capacity(file, *static_cast<std::uint64_t *>(argument));
-    case BLKSSZGET:
-      *static_cast<int *>(argument) = kAtaSector;
-      return 0;
-    default:
-      return -ENOTTY;
-  }
+int get_sector_size(OpenFile &, int &out) {
+  out = kAtaSector;
+  return 0;
 }
 
-using enum Direction;
+int get_version(OpenFile &, int &out) {
+  out = 30527;  // what the block layer answers
+  return 0;
+}
 
-// The records of the first three hold addresses or have no fixed size: traces show their results,
-// the log shows their bytes.
+// clang-format off
 constexpr Request kRequests[] = {
-    {.number = SG_IO, .name = "SG_IO", .size = 0, .direction = kOut},
-    {.number = HDIO_DRIVE_CMD, .name = "HDIO_DRIVE_CMD", .size = 4, .direction = kInOut},
-    {.number = HDIO_DRIVE_TASK, .name = "HDIO_DRIVE_TASK", .size = 7, .direction = kInOut},
-    {.number = SG_GET_VERSION_NUM, .name = "SG_GET_VERSION_NUM", .size = 4, .direction = kOut},
-    {.number = static_cast<std::uint32_t>(BLKGETSIZE64),
-     .name = "BLKGETSIZE64",
-     .size = 8,
-     .direction = kOut},
-    {.number = BLKSSZGET, .name = "BLKSSZGET", .size = 4, .direction = kOut},
+    // The record holds addresses, which differ from run to run; the log shows what was sent.
+    {.number = SG_IO,              .name = "SG_IO",              .direction = kInOut, .handler = answers<sg_io>, .traced = false},
+    {.number = HDIO_DRIVE_CMD,     .name = "HDIO_DRIVE_CMD",     .direction = kInOut, .handler = answers<drive_cmd>},
+    {.number = HDIO_DRIVE_TASK,    .name = "HDIO_DRIVE_TASK",    .direction = kInOut, .handler = answers<drive_task>},
+    {.number = SG_GET_VERSION_NUM, .name = "SG_GET_VERSION_NUM", .direction = kOut,   .handler = answers<get_version>},
+    {.number = static_cast<std::uint32_t>(BLKGETSIZE64), .name = "BLKGETSIZE64", .direction = kOut, .handler = answers<get_capacity>},
+    {.number = BLKSSZGET,          .name = "BLKSSZGET",          .direction = kOut,   .handler = answers<get_sector_size>},
 };
-
-ssize_t no_transfer(OpenFile &, void *, std::size_t) {
-  return -EIO;  // no media: this disk answers commands only
-}
-
-ssize_t no_store(OpenFile &, const void *, std::size_t) {
-  return -EIO;
-}
+// clang-format on
 
 }  // namespace
 
+// No media: this disk answers commands only.
 extern constexpr Model kSataDiskModel = {
     .name = "sata_disk",
+    .settings = kSettings,
     .requests = kRequests,
-    .medium_size = 0,
-    .medium_fill = 0,
-    .open = nullptr,
-    .close = nullptr,
-    .read = no_transfer,
-    .write = no_store,
-    .ioctl = sata_disk_ioctl,
-    .readable_at = nullptr,
+    .no_stream = EIO,
 };
 
 }  // namespace vboard

@@ -1,23 +1,12 @@
 // The drive behind /dev/sda: IDENTIFY DEVICE, SMART, power, cache, and the vendor's commands for
-// reading controller RAM and loading new firmware. Its bytes are files in media/:
-//
-//   identify, smart_values, smart_thresholds   512 bytes each
-//   ram                                        controller RAM from address 0 on
-//   firmware                                   what DOWNLOAD MICROCODE has stored
-//
-//   firmware_size     bytes of a whole image; the drive takes it over when its last block arrives
-//   downloads         blocks that DOWNLOAD MICROCODE has sent since the board was made
-//   updates           images that were taken over
-//   smart_enabled, autosave, vendor_mode, standby   0 or 1
-//   smart_exceeded    1: SMART RETURN STATUS says that a threshold is exceeded
-//   smart_status      LBA mid and high (low and high byte) that it answers instead
-//   aborts            commands that it refuses: "ec", or with features "b0/d0", separated by blanks
+// reading controller RAM and loading new firmware. Its bytes are files in media.
 
 #include "vboard/interposer/models/sata_drive.h"
 
 #include "vboard/base/kernel.h"
 #include "vboard/base/text.h"
 #include "vboard/board/board_files.h"
+#include "vboard/interposer/models/host.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -46,7 +35,7 @@ constexpr std::size_t kTemplateAt = 4192;
 
 // A file of media/ that a setting names. The descriptor, or a negated errno.
 int open_medium(const OpenFile &file, const char *setting, int flags) {
-  const std::string_view name = node_text(file.node, setting);
+  const std::string_view name = setting_text(file, setting);
   if (name.empty())
     return -ENOENT;
   char path[512];
@@ -84,17 +73,13 @@ int write_named(const OpenFile &file, const char *setting, const void *bytes, st
   return static_cast<std::size_t>(count) == size ? 0 : -EIO;
 }
 
-bool is_set(const OpenFile &file, const char *key, bool otherwise = false) {
-  return node_number(file.node, key, otherwise ? 1 : 0) != 0;
-}
-
 // "ec", "b0/d0": the drive's list of what it refuses.
 bool is_refused(const OpenFile &file, const AtaRegisters &registers) {
   char command[8];
   char with_features[8];
   snprintf(command, sizeof command, "%02x", registers.command);
   snprintf(with_features, sizeof with_features, "%02x/%02x", registers.command, registers.features);
-  std::string_view list = node_text(file.node, "aborts");
+  std::string_view list = setting_text(file, "aborts");
   for (std::string_view word = take_word(list); !word.empty(); word = take_word(list)) {
     if (word == command || word == with_features)
       return true;
@@ -108,7 +93,7 @@ int smart_command(OpenFile &file, AtaRegisters &registers, void *data, std::size
   constexpr std::uint8_t kEnable = 0xD8;
   if (registers.lba_mid != kSmartMid || registers.lba_high != kSmartHigh)
     return kRefused;
-  if (!is_set(file, "smart_enabled", true) && registers.features != kEnable)
+  if (!setting_is_on(file, "smart_enabled") && registers.features != kEnable)
     return kRefused;
   switch (registers.features) {
     case 0xD0:
@@ -125,10 +110,10 @@ int smart_command(OpenFile &file, AtaRegisters &registers, void *data, std::size
     case 0xD9:
       return store_number(file, "smart_enabled", 0);
     case 0xDA: {
-      const bool exceeded = is_set(file, "smart_exceeded");
-      const std::int64_t told =
-          node_number(file.node, "smart_status",
-                      exceeded ? kExceededHigh << 8 | kExceededMid : kSmartHigh << 8 | kSmartMid);
+      const bool exceeded = setting_is_on(file, "smart_exceeded");
+      std::int64_t told = setting_number(file, "smart_status");
+      if (told < 0)
+        told = exceeded ? kExceededHigh << 8 | kExceededMid : kSmartHigh << 8 | kSmartMid;
       registers.lba_mid = static_cast<std::uint8_t>(told);
       registers.lba_high = static_cast<std::uint8_t>(told >> 8);
       if (size > 0) {  // the vendor's form, with data
@@ -152,7 +137,7 @@ int set_features(OpenFile &file, const AtaRegisters &registers) {
 }
 
 bool is_vendor_command(const OpenFile &file, const AtaRegisters &registers) {
-  return is_set(file, "vendor_mode") && registers.lba_mid == kVendorMid &&
+  return setting_is_on(file, "vendor_mode") && registers.lba_mid == kVendorMid &&
          registers.lba_high == kVendorHigh;
 }
 
@@ -168,7 +153,7 @@ int announce(OpenFile &file, const AtaRegisters &registers, const void *data, st
 }
 
 int fetch(OpenFile &file, const AtaRegisters &registers, void *data, std::size_t size) {
-  const std::int64_t address = node_number(file.node, "announced", -1);
+  const std::int64_t address = setting_number(file, "announced");
   if (!is_vendor_command(file, registers) || registers.lba_low != 0x86 || address < 0)
     return kRefused;
   const int result = read_named(file, "ram", data, size, address);
@@ -201,7 +186,7 @@ int take_over(OpenFile &file, std::int64_t image_size) {
     return error;
   if (const int error = store_number(file, "vendor_mode", 0))
     return error;
-  return store_number(file, "updates", node_number(file.node, "updates", 0) + 1);
+  return store_number(file, "updates", setting_number(file, "updates") + 1);
 }
 
 int download(OpenFile &file, const AtaRegisters &registers, const void *data, std::size_t size) {
@@ -209,15 +194,15 @@ int download(OpenFile &file, const AtaRegisters &registers, const void *data, st
   const std::int64_t offset =
       static_cast<std::int64_t>(registers.lba_mid | registers.lba_high << 8) *
       static_cast<std::int64_t>(kAtaSector);
-  const std::int64_t image_size = node_number(file.node, "firmware_size", 0);
+  const std::int64_t image_size = setting_number(file, "firmware_size");
   if (registers.features != kDownloadWithOffsets || blocks == 0 || size != blocks * kAtaSector ||
-      offset != node_number(file.node, "download_at", 0) * (offset != 0))
+      offset != setting_number(file, "download_at") * (offset != 0))
     return kRefused;
   if (const int error = write_named(file, "firmware", data, size, offset))
     return error;
   const std::int64_t end = offset + static_cast<std::int64_t>(size);
   store_number(file, "downloads",
-               node_number(file.node, "downloads", 0) + static_cast<std::int64_t>(blocks));
+               setting_number(file, "downloads") + static_cast<std::int64_t>(blocks));
   if (const int error = store_number(file, "download_at", end))
     return error;
   if (image_size > 0 && end >= image_size)
@@ -239,7 +224,7 @@ int run_command(OpenFile &file, AtaRegisters &registers, AtaData direction, void
     case 0xE0:
       return store_number(file, "standby", 1);
     case 0xE5:
-      registers.count = is_set(file, "standby") ? 0x00 : 0xFF;
+      registers.count = setting_is_on(file, "standby") ? 0x00 : 0xFF;
       return 0;
     case 0xE7:
     case 0xEA:

@@ -1,4 +1,5 @@
-// Sockets of the families that reach beyond the board, as their models see them.
+// Calls of a socket that a model may take, as rows of its request table. Without the row they fail
+// with ENETUNREACH: the board has no network.
 
 #ifndef VBOARD_INTERPOSER_MODELS_SOCKET_CALLS_H
 #define VBOARD_INTERPOSER_MODELS_SOCKET_CALLS_H
@@ -8,15 +9,13 @@
 
 namespace vboard {
 
-// Calls of a socket that a model may take, as rows of its request table. Without the row they fail
-// with ENETUNREACH: the board has no network.
 inline constexpr std::uint32_t kSocketBind = 0xFFFF0001;
 inline constexpr std::uint32_t kSocketConnect = 0xFFFF0002;
 
-// Their argument.
+// Their record: the address, as much of it as there is room for.
 struct SocketAddress {
-  const void *data;
   std::size_t size;
+  unsigned char bytes[128];
 };
 
 }  // namespace vboard

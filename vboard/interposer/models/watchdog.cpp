@@ -1,13 +1,8 @@
 // /dev/watchdog, as Linux's watchdog core has it: opening arms it, a keep-alive, a write or a new
 // time limit starts the limit anew, and a close without the magic 'V' leaves it armed. When the
 // limit runs out the board resets, whether the program still runs or not.
-//
-//   identity, options, firmware_version, boot_status   what the driver tells about itself
-//   timeout_s                                          the limit (60)
-//   min_timeout_s, max_timeout_s                       limits of the limit (1, 65535)
-//   nowayout   1: it cannot be stopped any more
-//   bites      0: it never resets the board (a broken watchdog, whose test fails by going on)
 
+#include "vboard/interposer/models/host.h"
 #include "vboard/interposer/models/models.h"
 
 #include <errno.h>
@@ -19,28 +14,70 @@
 namespace vboard {
 namespace {
 
+using enum Direction;
+using enum SettingKind;
+
 static_assert(WDIOC_GETSUPPORT == 0x80285700 && WDIOC_SETTIMEOUT == 0xC0045706 &&
               WDIOC_KEEPALIVE == 0x80045705 && WDIOC_SETOPTIONS == 0x80045704);
 
-constexpr int kDefaultOptions = WDIOF_SETTIMEOUT | WDIOF_MAGICCLOSE | WDIOF_KEEPALIVEPING;
-constexpr std::int64_t kDefaultTimeout = 60;
+constexpr std::int64_t kLongest = 65535;  // seconds
+
+static_assert((WDIOF_SETTIMEOUT | WDIOF_MAGICCLOSE | WDIOF_KEEPALIVEPING) == 0x8180);
+constexpr Setting kSettings[] = {
+    {.key = "timeout_s",
+     .kind = kNumber,
+     .otherwise = "60",
+     .help = "the limit; the program's last one stays",
+     .least = 1,
+     .most = kLongest},
+    {.key = "min_timeout_s",
+     .kind = kNumber,
+     .otherwise = "1",
+     .help = "the shortest limit that a program may set",
+     .least = 1,
+     .most = kLongest},
+    {.key = "max_timeout_s",
+     .kind = kNumber,
+     .otherwise = "65535",
+     .help = "the longest",
+     .least = 1,
+     .most = kLongest},
+    {.key = "identity", .kind = kText, .otherwise = "", .help = "the name that the driver reports"},
+    {.key = "options",
+     .kind = kNumber,
+     .otherwise = "0x8180",
+     .help = "its option bits: set time-out, magic close, keep-alive",
+     .most = UINT32_MAX},
+    {.key = "firmware_version",
+     .kind = kNumber,
+     .otherwise = "0",
+     .help = "what the driver reports",
+     .most = UINT32_MAX},
+    {.key = "boot_status",
+     .kind = kNumber,
+     .otherwise = "0",
+     .help = "likewise",
+     .least = INT32_MIN,
+     .most = INT32_MAX},
+    {.key = "nowayout", .kind = kFlag, .otherwise = "0", .help = "1: it cannot be stopped (EBUSY)"},
+    {.key = "bites", .kind = kFlag, .otherwise = "1", .help = "0: it never resets the board"},
+};
 
 struct WatchdogState {
   BoardTime reset_at;  // kNever while it is stopped
   int timeout_s;
   int options;
-  int claim;
   bool may_stop;  // the magic character came with the last write
 };
 
 void start_limit(OpenFile &file, WatchdogState &state) {
   state.reset_at = board_time() + state.timeout_s * kSecond;
-  if (node_number(file.node, "bites", 1) != 0)
+  if (setting_is_on(file, "bites"))
     set_reset_time(state.reset_at);
 }
 
 int stop(OpenFile &file, WatchdogState &state) {
-  if (node_number(file.node, "nowayout", 0) != 0)
+  if (setting_is_on(file, "nowayout"))
     return -EBUSY;
   state.reset_at = kNever;
   set_reset_time(kNever);
@@ -55,11 +92,10 @@ void keep_alive(OpenFile &file, WatchdogState &state) {
 
 int watchdog_open(OpenFile &file) {
   WatchdogState &state = state_of<WatchdogState>(file);
-  if (const int error = claim_device(file, state.claim))
+  if (const int error = claim_device(file))
     return error;
-  const std::int64_t timeout = node_number(file.node, "timeout_s", kDefaultTimeout);
-  state.timeout_s = static_cast<int>(timeout >= 1 && timeout <= 65535 ? timeout : kDefaultTimeout);
-  state.options = static_cast<int>(node_number(file.node, "options", kDefaultOptions));
+  state.timeout_s = static_cast<int>(setting_number(file, "timeout_s"));
+  state.options = static_cast<int>(setting_number(file, "options"));
   start_limit(file, state);
   return 0;
 }
@@ -69,40 +105,71 @@ void watchdog_close(OpenFile &file) {
   const bool may_stop = state.may_stop || (state.options & WDIOF_MAGICCLOSE) == 0;
   if (state.reset_at != kNever && (!may_stop || stop(file, state) < 0))
     keep_alive(file, state);
-  release_claim(state.claim);
 }
 
-ssize_t watchdog_write(OpenFile &file, const void *buffer, std::size_t size) {
-  if (size == 0)
+ssize_t watchdog_write(OpenFile &file, const UserMemory &from, std::int64_t) {
+  if (from.size == 0)
     return 0;
+  bool may_stop = false;
+  for (std::size_t done = 0; done < from.size;) {
+    unsigned char bytes[256];
+    const std::size_t piece = std::min(from.size - done, sizeof bytes);
+    if (const int error = copy_in(bytes, from.address + done, piece))
+      return error;
+    may_stop = may_stop || memchr(bytes, 'V', piece) != nullptr;
+    done += piece;
+  }
   WatchdogState &state = state_of<WatchdogState>(file);
-  state.may_stop = memchr(buffer, 'V', size) != nullptr;
+  state.may_stop = may_stop;
   keep_alive(file, state);
-  return static_cast<ssize_t>(size);
+  return static_cast<ssize_t>(from.size);
 }
 
-void get_support(const OpenFile &file, const WatchdogState &state, watchdog_info &out) {
-  out = {};
-  out.options = static_cast<std::uint32_t>(state.options);
-  out.firmware_version = static_cast<std::uint32_t>(node_number(file.node, "firmware_version", 0));
-  const std::string_view identity = node_text(file.node, "identity");
+int get_support(OpenFile &file, watchdog_info &out) {
+  out.options = static_cast<std::uint32_t>(state_of<WatchdogState>(file).options);
+  out.firmware_version = static_cast<std::uint32_t>(setting_number(file, "firmware_version"));
   // A text that fills the field has no terminator, as some drivers have it.
-  identity.copy(reinterpret_cast<char *>(out.identity), sizeof out.identity);
+  setting_text(file, "identity").copy(reinterpret_cast<char *>(out.identity), sizeof out.identity);
+  return 0;
 }
 
-int set_timeout(OpenFile &file, WatchdogState &state, int &timeout_s) {
+int get_status(OpenFile &, int &out) {
+  out = 0;
+  return 0;
+}
+
+int get_boot_status(OpenFile &file, int &out) {
+  out = static_cast<int>(setting_number(file, "boot_status"));
+  return 0;
+}
+
+int set_timeout(OpenFile &file, int &timeout_s) {
+  WatchdogState &state = state_of<WatchdogState>(file);
   if ((state.options & WDIOF_SETTIMEOUT) == 0)
     return -EOPNOTSUPP;
-  if (timeout_s < node_number(file.node, "min_timeout_s", 1) ||
-      timeout_s > node_number(file.node, "max_timeout_s", 65535) || timeout_s < 1 ||
-      timeout_s > 65535)
+  if (timeout_s < setting_number(file, "min_timeout_s") ||
+      timeout_s > setting_number(file, "max_timeout_s"))
     return -EINVAL;
   state.timeout_s = timeout_s;
   keep_alive(file, state);
   return store_number(file, "timeout_s", timeout_s);
 }
 
-int set_options(OpenFile &file, WatchdogState &state, int options) {
+int get_timeout(OpenFile &file, int &out) {
+  out = state_of<WatchdogState>(file).timeout_s;
+  return 0;
+}
+
+int get_time_left(OpenFile &file, int &out) {
+  const WatchdogState &state = state_of<WatchdogState>(file);
+  out = state.reset_at == kNever
+            ? state.timeout_s
+            : static_cast<int>(std::max<BoardTime>(0, (state.reset_at - board_time()) / kSecond));
+  return 0;
+}
+
+int set_options(OpenFile &file, int &options) {
+  WatchdogState &state = state_of<WatchdogState>(file);
   if ((options & (WDIOS_DISABLECARD | WDIOS_ENABLECARD)) == 0)
     return -EINVAL;
   if (options & WDIOS_DISABLECARD) {
@@ -114,59 +181,26 @@ int set_options(OpenFile &file, WatchdogState &state, int options) {
   return 0;
 }
 
-int time_left(const WatchdogState &state) {
-  if (state.reset_at == kNever)
-    return state.timeout_s;
-  return static_cast<int>(std::max<BoardTime>(0, (state.reset_at - board_time()) / kSecond));
-}
-
-int watchdog_ioctl(OpenFile &file, std::uint32_t request, void *argument) {
+int feed(OpenFile &file) {
   WatchdogState &state = state_of<WatchdogState>(file);
-  int *number = static_cast<int *>(argument);
-  switch (request) {
-    case WDIOC_GETSUPPORT:
-      get_support(file, state, *static_cast<watchdog_info *>(argument));
-      return 0;
-    case WDIOC_GETSTATUS:
-      *number = 0;
-      return 0;
-    case WDIOC_GETBOOTSTATUS:
-      *number = static_cast<int>(node_number(file.node, "boot_status", 0));
-      return 0;
-    case WDIOC_SETOPTIONS:
-      return set_options(file, state, *number);
-    case WDIOC_KEEPALIVE:
-      if ((state.options & WDIOF_KEEPALIVEPING) == 0)
-        return -EOPNOTSUPP;
-      keep_alive(file, state);
-      return 0;
-    case WDIOC_SETTIMEOUT:
-      return set_timeout(file, state, *number);
-    case WDIOC_GETTIMEOUT:
-      *number = state.timeout_s;
-      return 0;
-    case WDIOC_GETTIMELEFT:
-      *number = time_left(state);
-      return 0;
-    default:
-      return -ENOTTY;
-  }
+  if ((state.options & WDIOF_KEEPALIVEPING) == 0)
+    return -EOPNOTSUPP;
+  keep_alive(file, state);
+  return 0;
 }
-
-using enum Direction;
 
 // clang-format off
 constexpr Request kRequests[] = {
-    {.number = WDIOC_GETSUPPORT,    .name = "WDIOC_GETSUPPORT",    .size = 40, .direction = kOut},
-    {.number = WDIOC_GETSTATUS,     .name = "WDIOC_GETSTATUS",     .size = 4,  .direction = kOut},
-    {.number = WDIOC_GETBOOTSTATUS, .name = "WDIOC_GETBOOTSTATUS", .size = 4,  .direction = kOut},
-    // Taken from the caller, whatever direction the number tells.
-    {.number = WDIOC_SETOPTIONS,    .name = "WDIOC_SETOPTIONS",    .size = 4,  .direction = kIn},
+    {.number = WDIOC_GETSUPPORT,    .name = "WDIOC_GETSUPPORT",    .direction = kOut,   .handler = answers<get_support>},
+    {.number = WDIOC_GETSTATUS,     .name = "WDIOC_GETSTATUS",     .direction = kOut,   .handler = answers<get_status>},
+    {.number = WDIOC_GETBOOTSTATUS, .name = "WDIOC_GETBOOTSTATUS", .direction = kOut,   .handler = answers<get_boot_status>},
+    // Taken from the caller, whatever direction the number says.
+    {.number = WDIOC_SETOPTIONS,    .name = "WDIOC_SETOPTIONS",    .direction = kIn,    .handler = answers<set_options>},
     // The argument is not looked at; callers pass null, or nothing.
-    {.number = WDIOC_KEEPALIVE,     .name = "WDIOC_KEEPALIVE",     .size = 0,  .direction = kNone},
-    {.number = WDIOC_SETTIMEOUT,    .name = "WDIOC_SETTIMEOUT",    .size = 4,  .direction = kInOut},
-    {.number = WDIOC_GETTIMEOUT,    .name = "WDIOC_GETTIMEOUT",    .size = 4,  .direction = kOut},
-    {.number = WDIOC_GETTIMELEFT,   .name = "WDIOC_GETTIMELEFT",   .size = 4,  .direction = kOut},
+    {.number = WDIOC_KEEPALIVE,     .name = "WDIOC_KEEPALIVE",     .direction = kNone,  .handler = answers<feed>},
+    {.number = WDIOC_SETTIMEOUT,    .name = "WDIOC_SETTIMEOUT",    .direction = kInOut, .handler = answers<set_timeout>},
+    {.number = WDIOC_GETTIMEOUT,    .name = "WDIOC_GETTIMEOUT",    .direction = kOut,   .handler = answers<get_timeout>},
+    {.number = WDIOC_GETTIMELEFT,   .name = "WDIOC_GETTIMELEFT",   .direction = kOut,   .handler = answers<get_time_left>},
 };
 // clang-format on
 
@@ -174,15 +208,11 @@ constexpr Request kRequests[] = {
 
 extern constexpr Model kWatchdogModel = {
     .name = "watchdog",
+    .settings = kSettings,
     .requests = kRequests,
-    .medium_size = 0,
-    .medium_fill = 0,
     .open = watchdog_open,
     .close = watchdog_close,
-    .read = nullptr,
     .write = watchdog_write,
-    .ioctl = watchdog_ioctl,
-    .readable_at = nullptr,
 };
 
 }  // namespace vboard

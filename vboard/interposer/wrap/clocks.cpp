@@ -23,7 +23,7 @@ namespace vboard {
 // Reading a clock takes time as well: a program may wait for it in a loop.
 std::int64_t read_calendar() {
   spend_call();
-  return board_calendar_time();
+  return current_calendar_time();
 }
 
 bool read_clock(clockid_t clock, std::int64_t &out) {
@@ -40,7 +40,7 @@ bool read_clock(clockid_t clock, std::int64_t &out) {
     case CLOCK_BOOTTIME:
     case CLOCK_BOOTTIME_ALARM:
       spend_call();
-      out = run_page().monotonic_start + board_time();
+      out = run_page().monotonic_start + current_time();
       return true;
     default:
       return false;
@@ -57,7 +57,7 @@ int set_calendar(std::int64_t calendar, const char *call) {
     append_seconds(line.text, calendar);
   }
   trace_end(line, 0, 0);
-  run_page().calendar_start.store(calendar - board_time());
+  run_page().calendar_start.store(calendar - current_time());
   spend_call();
   return 0;
 }
@@ -136,7 +136,7 @@ WRAP(int, adjtime, const timeval *delta, timeval *old) {
     return 0;
   // The board's clock takes the whole step at once.
   BoardTime step = saturated_nanoseconds(delta->tv_sec, BoardTime{delta->tv_usec} * 1000);
-  return set_calendar(calendar_after(board_calendar_time(), step), "adjtime");
+  return set_calendar(calendar_after(current_calendar_time(), step), "adjtime");
 }
 
 namespace {
@@ -146,7 +146,7 @@ int adjust(timex *record, const char *call) {
     trace_call(call, {}, 0, 0);
     spend_call();
   }
-  const std::int64_t now = board_calendar_time();
+  const std::int64_t now = current_calendar_time();
   record->time = {static_cast<time_t>(now / kSecond),
                   static_cast<suseconds_t>(now % kSecond / 1000)};
   record->status = STA_UNSYNC;

@@ -86,7 +86,7 @@ WRAP(int, fcntl64, int fd, int command, ...) {
       break;
     case F_SETFL: {
       const int flags = static_cast<int>(reinterpret_cast<std::intptr_t>(argument));
-      file.flags = (file.flags & ~changeable) | (flags & changeable);
+      set_flags(*description, (file.flags & ~changeable) | (flags & changeable));
       result = 0;
       if (description->kind != Kind::kModel)
         result = REAL(fcntl64)(fd, command, argument);

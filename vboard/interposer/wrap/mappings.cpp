@@ -2,6 +2,7 @@
 
 #include "vboard/base/kernel.h"
 #include "vboard/interposer/core/descriptors.h"
+#include "vboard/interposer/core/device_lock.h"
 #include "vboard/interposer/core/engine.h"
 #include "vboard/interposer/core/report.h"
 #include "vboard/interposer/core/state.h"
@@ -19,7 +20,14 @@ WRAP(off64_t, lseek64, int fd, off64_t offset, int whence) {
   Description *description = on_board() ? acquire(fd) : nullptr;
   if (description == nullptr)
     return REAL(lseek64)(fd, offset, whence);
-  const bool stream = description->kind == Kind::kModel && !description->has_medium;
+  const OpenFile &file = description->file;
+  const bool stream = description->kind == Kind::kModel && !file.model->medium_is_stream;
+  // The position is the descriptor's; the end is the medium's.
+  if (!stream && whence == SEEK_END && file.medium >= 0) {
+    const std::int64_t size = sys_size(file.medium);
+    whence = SEEK_SET;
+    offset = size < 0 ? size : offset + size;
+  }
   release(description);
   return stream ? report<off64_t>(-ESPIPE) : report<off64_t>(sys_lseek(fd, offset, whence));
 }
@@ -40,10 +48,12 @@ int may_map(Description &description, std::size_t size, std::int64_t offset) {
   const Model *model = description.file.model;
   if (description.kind != Kind::kModel || model->map == nullptr)
     return 0;
-  lock_board();
-  const int result = model->map(description.file, size, offset);
-  unlock_board();
-  return result;
+  const DeviceLock lock;
+  return model->map(description.file, size, offset);
+}
+
+int mapped_descriptor(const Description &description, int fd) {
+  return description.shared != nullptr ? description.file.medium : fd;
 }
 
 void *map_on_board(Description &description, void *address, std::size_t size, int protection,
@@ -54,14 +64,16 @@ void *map_on_board(Description &description, void *address, std::size_t size, in
   const int mode = description.file.flags & O_ACCMODE;
   if (fault != nullptr && fault->effect == FaultEffect::kErrno)
     error = static_cast<int>(-fault->value);
-  else if (is_gone(description) || (description.kind == Kind::kModel && !description.has_medium))
+  else if (is_gone(description) ||
+           (description.kind == Kind::kModel && description.file.medium < 0))
     error = -ENODEV;
   else if (mode == O_WRONLY || (mode == O_RDONLY && shared && (protection & PROT_WRITE)))
     error = -EACCES;
   else if (size > 0 && (error = may_map(description, size, offset)) < 0)
     result = nullptr;
   else
-    result = sys_mmap(address, size, protection, flags, fd, offset, error);
+    result = sys_mmap(address, size, protection, flags, mapped_descriptor(description, fd), offset,
+                      error);
   if (tracing()) {
     char rights[4];
     int count = 0;

@@ -195,7 +195,7 @@ WRAP(int, select, int count, fd_set *reads, fd_set *writes, fd_set *excepts, tim
   if (limit != nullptr) {
     // Linux leaves in the record what was left of the time.
     const int error = errno;
-    const BoardTime now = board_time();
+    const BoardTime now = current_time();
     const BoardTime rest = deadline > now ? deadline - now : 0;
     limit->tv_sec = static_cast<time_t>(rest / kSecond);
     limit->tv_usec = static_cast<suseconds_t>(rest % kSecond / 1000);

@@ -90,6 +90,19 @@ const char *find_arm_program(const char *name, char (&out)[kPathSize]) {
   return nullptr;
 }
 
+// The program that takes this one's place counts the open devices anew.
+template <typename Exec>
+int replace_program(Exec exec) {
+  if (!on_board())
+    return exec();
+  leave_all();
+  const int result = exec();
+  const int error = errno;
+  come_back_to_all();
+  errno = error;
+  return result;
+}
+
 }  // namespace
 
 // A child of vfork() would close the parent's devices when it closes its own.
@@ -128,7 +141,7 @@ WRAP(FILE *, popen, const char *command, const char *mode) {
 WRAP(int, execve, const char *path, char *const words[], char *const given[]) {
   check_program(path);
   EMULATE(arm_program(path), path, words);
-  return REAL(execve)(path, words, COMPLETED(given));
+  return replace_program([&] { return REAL(execve)(path, words, COMPLETED(given)); });
 }
 
 WRAP(int, execv, const char *path, char *const words[]) {
@@ -139,7 +152,7 @@ WRAP(int, execvpe, const char *file, char *const words[], char *const given[]) {
   check_program(file);
   char place[kPathSize];
   EMULATE(find_arm_program(file, place), file, words);
-  return REAL(execvpe)(file, words, COMPLETED(given));
+  return replace_program([&] { return REAL(execvpe)(file, words, COMPLETED(given)); });
 }
 
 WRAP(int, execvp, const char *file, char *const words[]) {
@@ -149,11 +162,12 @@ WRAP(int, execvp, const char *file, char *const words[]) {
 WRAP(int, execveat, int directory, const char *path, char *const words[], char *const given[],
      int flags) {
   check_program(path);
-  return REAL(execveat)(directory, path, words, COMPLETED(given), flags);
+  return replace_program(
+      [&] { return REAL(execveat)(directory, path, words, COMPLETED(given), flags); });
 }
 
 WRAP(int, fexecve, int fd, char *const words[], char *const given[]) {
-  return REAL(fexecve)(fd, words, COMPLETED(given));
+  return replace_program([&] { return REAL(fexecve)(fd, words, COMPLETED(given)); });
 }
 
 WRAP(int, posix_spawn, pid_t *child, const char *path, const posix_spawn_file_actions_t *actions,

@@ -44,7 +44,8 @@ WRAP(int, ioctl, int fd, unsigned long request, ...) {
   if (is_kernels || (description->kind == Kind::kFile && !description->faulty))
     result = request_of_pc(fd, request, argument);
   else
-    result = report(request_on_board(*description, number, argument));
+    result =
+        report(request_on_board(*description, number, reinterpret_cast<std::uintptr_t>(argument)));
   release(description);
   return result;
 }

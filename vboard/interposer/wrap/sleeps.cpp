@@ -36,7 +36,7 @@ int sleep_for(BoardTime duration, BoardTime &rest) {
   }
   if (!interrupted)
     return 0;
-  const BoardTime now = board_time();
+  const BoardTime now = current_time();
   rest = deadline > now ? deadline - now : 0;
   return -EINTR;
 }
@@ -73,7 +73,7 @@ WRAP(int, clock_nanosleep, clockid_t clock, int flags, const timespec *request,
   const bool absolute = (flags & TIMER_ABSTIME) != 0;
   if (absolute) {
     duration -=
-        is_calendar(clock) ? board_calendar_time() : run_page().monotonic_start + board_time();
+        is_calendar(clock) ? current_calendar_time() : run_page().monotonic_start + current_time();
     if (duration < 0)
       duration = 0;
   }

@@ -8,7 +8,10 @@
 #include "vboard/base/text.h"
 #include "vboard/board/board_files.h"
 #include "vboard/interposer/core/descriptors.h"
+#include "vboard/interposer/core/device_lock.h"
 #include "vboard/interposer/core/engine.h"
+#include "vboard/interposer/core/host.h"
+#include "vboard/interposer/core/opening.h"
 #include "vboard/interposer/core/paths.h"
 #include "vboard/interposer/core/report.h"
 #include "vboard/interposer/core/requests.h"
@@ -27,6 +30,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstddef>
 
 using namespace vboard;
@@ -38,15 +42,14 @@ namespace {
 
 struct Family {
   int number;
-  const char *name;   // in traces
-  const char *model;  // wins over the model "socket" when it exists
+  const char *name;  // in traces
 };
 
 constexpr Family kFamilies[] = {
-    {AF_INET, "INET", "socket.inet"},
-    {AF_INET6, "INET6", "socket.inet"},
-    {AF_PACKET, "PACKET", "socket.packet"},
-    {AF_NETLINK, "NETLINK", "socket.netlink"},
+    {AF_INET, "INET"},
+    {AF_INET6, "INET6"},
+    {AF_PACKET, "PACKET"},
+    {AF_NETLINK, "NETLINK"},
 };
 
 const Family *find_family(int number) {
@@ -76,38 +79,6 @@ bool is_foreign_family(int family) {
   return family != AF_UNIX && find_family(family) == nullptr;
 }
 
-int open_socket(const Family &family, int type, int protocol) {
-  int flags = O_RDWR;
-  flags |= type & SOCK_NONBLOCK ? O_NONBLOCK : 0;
-  flags |= type & SOCK_CLOEXEC ? O_CLOEXEC : 0;
-  Description *description = new_description(Kind::kModel, "socket", "socket", flags);
-  if (description == nullptr)
-    return -ENOMEM;
-  OpenFile &file = description->file;
-  // A socket has no node file; what it was made with stands in the place of its settings.
-  set_node_number(file.node, "domain", family.number);
-  set_node_number(file.node, "type", type & 0xF);
-  set_node_number(file.node, "protocol", protocol);
-  file.model = find_model(family.model);
-  if (file.model == nullptr)
-    file.model = find_model("socket");
-  int fd = file.model == nullptr ? -EAFNOSUPPORT : stand_in(flags);
-  if (fd >= 0) {
-    file.fd = fd;
-    lock_board();
-    int result = file.model->open != nullptr ? file.model->open(file) : 0;
-    unlock_board();
-    if (result >= 0)
-      result = attach(description, fd);
-    if (result >= 0)
-      return fd;
-    sys_close(fd);
-    fd = result;
-  }
-  free_description(description);
-  return fd;
-}
-
 // The description of a socket of the board; null for the PC's.
 Description *acquire_socket(int fd) {
   Description *description = on_board() ? acquire(fd) : nullptr;
@@ -122,19 +93,28 @@ Description *acquire_socket(int fd) {
 // A request that only some socket models know.
 int ask_model(Description &description, const char *call, std::uint32_t number, const void *address,
               socklen_t size) {
-  int result = -ENETUNREACH;
+  SocketAddress record = {.size = size, .bytes = {}};
+  const std::size_t copied = std::min<std::size_t>(size, sizeof record.bytes);
+  int result = read_user(record.bytes, address, copied);
+  const bool readable = result == 0;
   const Request *request = find_request(*description.file.model, number);
-  if (request != nullptr) {
-    SocketAddress argument = {address, size};
-    lock_board();
-    result = description.file.model->ioctl(description.file, number, &argument);
-    unlock_board();
+  if (result == 0 && request == nullptr)
+    result = -ENETUNREACH;
+  if (result == 0) {
+    Argument argument = {.number = number,
+                         .address = 0,
+                         .record = &record,
+                         .size = sizeof record,
+                         .answers_failure = false};
+    const DeviceLock lock;
+    look_at_node(description);
+    result = request->handler.call(description.file, argument);
   }
   if (tracing()) {
     TraceLine line;
-    trace_begin(line, call, description.asked, size);
-    if (check_user(address, size, false) == 0)
-      trace_data(line, "in=", address, size);
+    trace_begin(line, call, description.asked, copied);
+    if (readable)
+      trace_data(line, "in=", record.bytes, copied);
     trace_end(line, result, -result);
   }
   spend_call();
@@ -184,7 +164,7 @@ WRAP(int, socket, int family, int type, int protocol) {
   else if (is_absent({"socket", "socket"}))
     result = -EAFNOSUPPORT;
   else
-    result = open_socket(*ours, type, protocol);
+    result = open_socket({family, type, protocol});
   if (result >= 0 && fault != nullptr && fault->effect == FaultEffect::kResult)
     result = static_cast<int>(fault->value);
   if (tracing()) {
@@ -264,8 +244,7 @@ ssize_t receive_bytes(Description &socket, void *bytes, std::size_t size, int fl
   }
   const bool waits = (flags & MSG_DONTWAIT) == 0 || (socket.file.flags & O_NONBLOCK) != 0;
   if (!waits) {
-    const BoardTime now = board_time();
-    if (ready_at(socket, now) > now)
+    if ((readiness_of(socket, POLLIN, current_time()).events & POLLIN) == 0)
       return -EAGAIN;
   }
   return read_on_board(socket, bytes, size, kAtPosition);
@@ -382,7 +361,7 @@ namespace {
 
 int unnamed(Description &socket, sockaddr *address, socklen_t *size) {
   sockaddr_storage name = {};
-  const std::int64_t family = node_number(socket.file.node, "domain", AF_UNSPEC);
+  const std::int64_t family = socket.shared->socket.family;
   name.ss_family = static_cast<sa_family_t>(family);
   const socklen_t full = family == AF_INET6  ? sizeof(sockaddr_in6)
                          : family == AF_INET ? sizeof(sockaddr_in)
@@ -417,11 +396,11 @@ WRAP(int, getsockopt, int fd, int level, int option, void *value, socklen_t *siz
     return REAL(getsockopt)(fd, level, option, value, size);
   std::int64_t answer = 0;
   if (level == SOL_SOCKET && option == SO_TYPE)
-    answer = node_number(socket->file.node, "type", 0);
+    answer = socket->shared->socket.type & 0xF;
   if (level == SOL_SOCKET && option == SO_DOMAIN)
-    answer = node_number(socket->file.node, "domain", 0);
+    answer = socket->shared->socket.family;
   if (level == SOL_SOCKET && option == SO_PROTOCOL)
-    answer = node_number(socket->file.node, "protocol", 0);
+    answer = socket->shared->socket.protocol;
   release(socket);
   int number = static_cast<int>(answer);
   const socklen_t copied = *size < sizeof number ? *size : static_cast<socklen_t>(sizeof number);

@@ -86,13 +86,15 @@ int stat_at(int directory, const char *path, int flags, Stat *out,
 
 template <typename Stat>
 int stat_descriptor(int fd, Stat *out, int (*plain)(int, Stat *)) {
-  const int result = plain(fd, out);
-  Description *description = result == 0 && on_board() ? acquire(fd) : nullptr;
-  if (description != nullptr) {
-    if (description->kind == Kind::kModel)
-      show_device(description->file.node, *out);
-    release(description);
-  }
+  Description *description = on_board() ? acquire(fd) : nullptr;
+  if (description == nullptr)
+    return plain(fd, out);
+  // What stands in for a medium says nothing about it.
+  const int behind = description->file.medium;
+  const int result = plain(behind >= 0 ? behind : fd, out);
+  if (result == 0 && description->kind == Kind::kModel)
+    show_device(description->file.node, *out);
+  release(description);
   return result;
 }
 

@@ -124,6 +124,26 @@ int flags_of(const char *mode) {
   return flags;
 }
 
+// libc's standard streams write to their descriptors past write(). Where one of these is the
+// board's, the program gets a stream of the board in its place.
+__attribute__((constructor)) void take_standard_streams() {
+  if (!on_board())
+    return;
+  struct {
+    int fd;
+    FILE **stream;
+    const char *mode;
+  } const kStandard[] = {{0, &stdin, "r"}, {1, &stdout, "w"}, {2, &stderr, "w"}};
+  for (const auto &one : kStandard) {
+    FILE *const ours = is_board_descriptor(one.fd) ? open_stream(one.fd, one.mode) : nullptr;
+    if (ours == nullptr)
+      continue;
+    if (one.fd == 2)
+      setvbuf(ours, nullptr, _IONBF, 0);
+    *one.stream = ours;
+  }
+}
+
 }  // namespace
 
 WRAP(FILE *, fopen64, const char *path, const char *mode) {

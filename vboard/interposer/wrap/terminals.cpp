@@ -47,7 +47,8 @@ bool request_if_board(int fd, std::uint32_t number, void *argument, int &out_res
     return false;
   const bool ours = description->kind == Kind::kModel;
   if (ours)
-    out_result = report(request_on_board(*description, number, argument));
+    out_result =
+        report(request_on_board(*description, number, reinterpret_cast<std::uintptr_t>(argument)));
   release(description);
   return ours;
 }

@@ -61,7 +61,7 @@ BoardTime board_moment(clockid_t clock, const timespec &absolute) {
 
 // The same moment on the PC's CLOCK_MONOTONIC.
 timespec pc_moment(BoardTime moment) {
-  const timespec rest = pc_duration(saturated_sum(moment, -board_time()));
+  const timespec rest = pc_duration(saturated_sum(moment, -current_time()));
   timespec now;
   REAL(clock_gettime)(CLOCK_MONOTONIC, &now);
   return timespec_of(saturated_sum(nanoseconds_of(now), nanoseconds_of(rest)));

@@ -178,9 +178,9 @@ WRAP(int, timer_settime, timer_t id, int flags, const itimerspec *value, itimers
   if (at_speed) {
     if (first != 0 && (flags & TIMER_ABSTIME)) {
       // Which clock it belongs to is not known here; the two differ by decades.
-      const bool calendar = first > board_calendar_time() / 2;
+      const bool calendar = first > current_calendar_time() / 2;
       const BoardTime now =
-          calendar ? board_calendar_time() : run_page().monotonic_start + board_time();
+          calendar ? current_calendar_time() : run_page().monotonic_start + current_time();
       first = std::max<BoardTime>(first - now, 1);
     }
     const itimerspec pc = {timespec_of(to_pc(interval)), timespec_of(to_pc(first))};

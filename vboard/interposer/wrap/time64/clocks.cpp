@@ -2,6 +2,7 @@
 // __timespec_get64 __clock_settime64 __settimeofday64 __adjtime64 ___adjtimex64 __clock_adjtime64
 // __setitimer64 __getitimer64 __timer_settime64 __timer_gettime64.
 
+#include "vboard/interposer/core/engine.h"
 #include "vboard/base/calendar.h"
 #include "vboard/interposer/core/report.h"
 #include "vboard/interposer/wrap/clocks.h"
@@ -81,7 +82,7 @@ WRAP(int, __adjtime64, const timeval *delta, timeval *old) {
 namespace {
 
 int read_adjustment(timex *record) {
-  const std::int64_t now = board_calendar_time();
+  const std::int64_t now = current_calendar_time();
   record->time.tv_sec = now / kSecond;
   record->time.tv_usec = now % kSecond / 1000;
   record->status = STA_UNSYNC;

@@ -1,0 +1,100 @@
+#include "vboard/interposer/core/shared_files.h"
+
+#include "vboard/base/kernel.h"
+#include "vboard/base/text.h"
+#include "vboard/interposer/core/device_lock.h"
+#include "vboard/interposer/core/state.h"
+
+#include <fcntl.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/mman.h>
+
+namespace vboard {
+
+namespace {
+
+constexpr std::string_view kLink = "/memfd:";
+constexpr std::string_view kName = "vboard:";
+
+// Whether nobody has it any more: free, or left behind by a process that was killed or replaced.
+bool is_free(const SharedFile &shared) {
+  return shared.used == 0 || shared.processes <= 0;
+}
+
+}  // namespace
+
+SharedFile *new_shared_file() {
+  RunFile *run = run_file();
+  if (run == nullptr) {
+    SharedFile *own = static_cast<SharedFile *>(calloc(1, sizeof(SharedFile)));
+    if (own != nullptr)
+      own->processes = 1;
+    return own;
+  }
+  const DeviceLock lock;
+  for (SharedFile &shared : run->files) {
+    if (!is_free(shared))
+      continue;
+    const std::uint32_t generation = shared.generation + 1;
+    memset(&shared, 0, sizeof shared);
+    shared.used = 1;
+    shared.generation = generation;
+    shared.processes = 1;
+    return &shared;
+  }
+  return nullptr;
+}
+
+bool leave_shared_file(SharedFile &shared) {
+  const DeviceLock lock;
+  if (--shared.processes > 0)
+    return false;
+  if (run_file() == nullptr)
+    free(&shared);
+  else
+    shared.used = 0;
+  return true;
+}
+
+int open_stand_in(const SharedFile &shared, int flags) {
+  char name[48];
+  TextBuffer text = {name, sizeof name - 1, 0, false};
+  append_text(text, kName);
+  if (const RunFile *run = run_file()) {
+    append_decimal(text, &shared - run->files);
+    append_text(text, ":");
+    append_decimal(text, shared.generation);
+  }
+  name[text.length] = '\0';
+  return sys_memfd(name, (flags & O_CLOEXEC) != 0 ? MFD_CLOEXEC : 0);
+}
+
+SharedFile *shared_file_behind(int fd) {
+  RunFile *run = run_file();
+  if (run == nullptr)
+    return nullptr;
+  char path[40];
+  TextBuffer text = {path, sizeof path - 1, 0, false};
+  append_text(text, "/proc/self/fd/");
+  append_decimal(text, fd);
+  path[text.length] = '\0';
+  char link[96];
+  const ssize_t length = sys_readlink(path, link, sizeof link);
+  std::string_view name(link, length > 0 ? static_cast<std::size_t>(length) : 0);
+  if (!name.starts_with(kLink) || !name.substr(kLink.size()).starts_with(kName))
+    return nullptr;
+  name.remove_prefix(kLink.size() + kName.size());
+  name = take_word(name);  // without " (deleted)"
+  const std::size_t colon = name.find(':');
+  std::int64_t index;
+  std::int64_t generation;
+  if (colon == name.npos || !parse_number(name.substr(0, colon), index) ||
+      !parse_number(name.substr(colon + 1), generation) || index < 0 ||
+      index >= static_cast<std::int64_t>(kSharedFiles))
+    return nullptr;
+  SharedFile &shared = run->files[index];
+  return shared.used != 0 && shared.generation == generation ? &shared : nullptr;
+}
+
+}  // namespace vboard

@@ -1,0 +1,27 @@
+// What the processes of a run share about the board's open files, and how a process that inherits a
+// descriptor finds it.
+//
+// A descriptor of the board is, to the kernel, an empty file in memory whose name says which shared
+// file it stands for. It goes through dup(), fork() and exec() as any descriptor does, and whoever
+// has no interposer finds nothing in it.
+
+#ifndef VBOARD_INTERPOSER_CORE_SHARED_FILES_H
+#define VBOARD_INTERPOSER_CORE_SHARED_FILES_H
+
+#include "vboard/board/run_page.h"
+
+namespace vboard {
+
+// A zeroed shared file, held by this process; null when the run has no room for another one.
+SharedFile *new_shared_file();
+// True for the last process that had it; the shared file must not be used any more.
+bool leave_shared_file(SharedFile &shared);
+
+// Opens the kernel's descriptor for it, at the lowest free number; a negated errno without one.
+int open_stand_in(const SharedFile &shared, int flags);
+// The shared file that a descriptor stands for; null for any other descriptor.
+SharedFile *shared_file_behind(int fd);
+
+}  // namespace vboard
+
+#endif
