@@ -26,8 +26,9 @@ struct Connector {
   std::vector<std::uint32_t> senders;  // port ids of the datagrams in order
   std::size_t received = 0;
   int waits = 0;
-  int interrupted_wait = 0;  // SIGINT comes when this wait begins, from 1; 0: never
-  int failed_wait = 0;       // this wait finds an error of the socket, as receiving does
+  int interrupted_wait = 0;             // SIGINT comes when this wait begins, from 1; 0: never
+  int failed_wait = 0;                  // this wait finds an error of the socket, as receiving does
+  std::size_t interrupted_receive = 0;  // SIGINT comes with this datagram, from 1; 0: never
 };
 
 Connector *connector = nullptr;
@@ -72,6 +73,8 @@ ssize_t recvmsg(int fd, msghdr *message, int flags) {
   source.nl_pid = connector->senders.at(connector->received++);
   memcpy(message->msg_name, &source, sizeof source);
   message->msg_namelen = sizeof source;
+  if (connector->received == connector->interrupted_receive)
+    raise(SIGINT);
   return count;
 }
 
@@ -88,7 +91,9 @@ int ppoll(pollfd *fds, nfds_t count, const timespec *limit, const sigset_t *mask
       connector->failed_wait > 0 && connector->waits > connector->failed_wait;
   const bool loses_signal =
       connector->waits == connector->interrupted_wait && !interrupt_wait(mask);
-  if (ignores_error || loses_signal) {
+  const bool forgets_signal =
+      connector->interrupted_receive > 0 && connector->received >= connector->interrupted_receive;
+  if (ignores_error || loses_signal || forgets_signal) {
     ADD_FAILURE() << "this wait never ends";
     errno = ETIME;
     return -1;
@@ -191,6 +196,19 @@ TEST_F(ProctraceSocket, a_signal_right_before_a_later_wait_interrupts_that) {
   EXPECT_EQ(out, kInterrupted);
   EXPECT_EQ(err, "exec pid=1/tgid=2\n");
   EXPECT_EQ(played.waits, 2);
+}
+
+// The wait is not interrupted, so that nothing is reported.
+TEST_F(ProctraceSocket, a_signal_while_an_event_is_handled_ends_the_trace_after_that_event) {
+  add(event(kExec, 1, 2), 0);
+  add(event(kExec, 3, 4), 0);
+  add(event(kExec, 5, 6), 0);
+  played.interrupted_receive = 2;
+  EXPECT_EQ(run(), 0);
+  EXPECT_EQ(out, "");
+  EXPECT_EQ(err, "exec pid=1/tgid=2\nexec pid=3/tgid=4\n");
+  EXPECT_EQ(played.waits, 2);
+  EXPECT_EQ(operations(), (std::vector<std::uint32_t>{1, 2}));
 }
 
 TEST_F(ProctraceSocket, a_signal_that_its_parent_blocked_interrupts_the_wait_too) {
