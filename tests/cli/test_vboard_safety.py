@@ -460,6 +460,18 @@ def test_real_time_scheduling_is_only_said_to_be_set(board, probe, step):
     assert lines(board.run_command([probe, step])) == [f"{step} 0"]
 
 
+@pytest.mark.parametrize("process, named", [("0", ""), ("-1", ""), ("1", " pid=1")])
+def test_the_trace_names_the_process_whose_scheduling_is_set_unless_it_is_the_caller(
+    board, probe, process, named
+):
+    run = board.run_command([probe, "scheduler_of", process])
+    assert lines(run) == ["scheduler_of 0"] * 2
+    assert [line for line in run.requests if line.startswith("sched_")] == [
+        f"sched_setscheduler RR 50{named} = 0",
+        f"sched_setparam RR 50{named} = 0",
+    ]
+
+
 # --- the network ------------------------------------------------------------------------------------------
 
 

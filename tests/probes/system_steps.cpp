@@ -54,6 +54,15 @@ void step_scheduler(char **) {
   report("scheduler", sched_setscheduler(0, SCHED_RR, &parameter));
 }
 
+// Of a process: 0 and -1 are this one.
+void step_scheduler_of(char **words) {
+  sched_param parameter = {};
+  parameter.sched_priority = 50;
+  const int process = atoi(words[0]) == -1 ? getpid() : atoi(words[0]);
+  report("scheduler_of", sched_setscheduler(process, SCHED_RR, &parameter));
+  report("scheduler_of", sched_setparam(process, &parameter));
+}
+
 void step_thread_scheduler(char **) {
   sched_param parameter = {};
   parameter.sched_priority = 50;
@@ -196,6 +205,7 @@ const Step kSystemSteps[] = {
     {"settimeofday", 1, step_settimeofday},
     {"clock_settime", 1, step_clock_settime},
     {"scheduler", 0, step_scheduler},
+    {"scheduler_of", 1, step_scheduler_of},
     {"thread_scheduler", 0, step_thread_scheduler},
     {"socket", 2, step_socket},
     {"connect", 2, step_connect},

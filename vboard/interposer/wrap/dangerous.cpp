@@ -125,8 +125,8 @@ namespace {
 
 constexpr const char *kPolicies[] = {"OTHER", "FIFO", "RR", "BATCH", "ISO", "IDLE", "DEADLINE"};
 
-// 0 or an errno, positive.
-int set_policy(const char *call, int policy, int priority) {
+// 0 or an errno, positive. The trace names a process that is not the caller.
+int set_policy(const char *call, int policy, int priority, pid_t process = 0) {
   policy &= ~SCHED_RESET_ON_FORK;
   const bool real_time = policy == SCHED_FIFO || policy == SCHED_RR;
   if (policy < 0 || policy > 6)
@@ -138,6 +138,8 @@ int set_policy(const char *call, int policy, int priority) {
     trace_begin(line, call, {});
     trace_word(line, kPolicies[policy]);
     trace_number(line, "", priority);
+    if (process != 0 && process != getpid())
+      trace_number(line, "pid=", process);
     trace_end(line, 0, 0);
   }
   spend_call();
@@ -154,14 +156,14 @@ bool is_real_time(int policy) {
 WRAP(int, sched_setscheduler, pid_t process, int policy, const sched_param *parameters) {
   if (!on_board())
     return REAL(sched_setscheduler)(process, policy, parameters);
-  return report(-set_policy("sched_setscheduler", policy, parameters->sched_priority));
+  return report(-set_policy("sched_setscheduler", policy, parameters->sched_priority, process));
 }
 
 WRAP(int, sched_setparam, pid_t process, const sched_param *parameters) {
   if (!on_board())
     return REAL(sched_setparam)(process, parameters);
   const int policy = parameters->sched_priority > 0 ? SCHED_RR : SCHED_OTHER;
-  return report(-set_policy("sched_setparam", policy, parameters->sched_priority));
+  return report(-set_policy("sched_setparam", policy, parameters->sched_priority, process));
 }
 
 WRAP(int, pthread_setschedparam, pthread_t thread, int policy, const sched_param *parameters) {
