@@ -164,6 +164,17 @@ def test_a_failed_poll_is_tried_again(board):
     assert log_of(board, "var/sda_blktrace.log").count(b"\n\0") == 1
 
 
+def test_events_after_a_quiet_time_are_logged_too(board):
+    # Thousands of polls find no event before the first one, and between the two.
+    timeline(board, "0.01 1 2048 4096 4194305 0", "0.02 8 4096 512 4194305 0")
+    run = board.run("bt2", "blktrace", "sda", signals=STOP)
+    assert (run.status, run.stdout, run.stderr) == (0, b"", b"")
+    assert log_of(board, "var/sda_blktrace.log") == (
+        event_line("sda", 10000001, "", "Q", 2048, 8, "R", "0")
+        + event_line("sda", 20000001, "", "C", 4096, 1, "R", "0")
+    )
+
+
 def test_an_event_of_a_process_that_has_ended(board):
     timeline(board, "0 1 2048 4096 4194305 0")  # above the largest process number
     board.run("bt2", "blktrace", "sda", signals=STOP)
