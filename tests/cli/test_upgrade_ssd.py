@@ -9,7 +9,7 @@ import os
 import pytest
 
 import disk
-from conftest import is_instrumented, out
+from conftest import assert_story, is_instrumented, little_memory, out
 from disk import READ_DRIVE, READ_RAM, chunk, chunks, make_image, stamped
 
 OWN = b"This is korvexium sata[/dev/sda],will go to upgrade!\n"
@@ -35,6 +35,11 @@ def assert_run(run, status, stdout):
     assert run.stdout == stdout
     assert run.stderr == b""
     assert run.status == status
+
+
+def without_blocks_of(board, size):
+    """Options of a run in which the program gets no block of just this size."""
+    return {"env": {**little_memory(board.build), "NO_BLOCKS_OF": str(size)}}
 
 
 def begin(name=NAME):
@@ -72,6 +77,21 @@ def test_unreadable_image(drive):
     (work / NAME).chmod(0)
     assert_run(update(drive, None), 254, b"FW from " + NAME.encode() + b"\nopen bin fail\n")
     assert disk.commands(drive) == []
+
+
+def test_an_image_that_is_found_and_does_not_open(drive):
+    drive.path("mnt/sd").mkdir(parents=True, exist_ok=True)
+    drive.path(f"mnt/sd/{NAME}").write_bytes(make_image(drive))
+    drive.fault(f"/mnt/sd/{NAME} open errno=EACCES")
+    run = drive.run("upgrade", "ssd", "sda", f"/mnt/sd/{NAME}", story=True)
+    assert run.status == 254
+    assert_story(
+        run,
+        out(f"FW from /mnt/sd/{NAME}\n"),
+        f"stat /mnt/sd/{NAME} = 0",
+        f"open /mnt/sd/{NAME} RDONLY = EACCES",
+        out("open bin fail\n"),
+    )
 
 
 def test_a_directory_is_read_and_fails(drive):
@@ -287,6 +307,22 @@ def test_failed_vendor_mode_is_reported_and_goes_on(drive):
         b"enable_vendor error errno = 5\n"
         b"update success\n",
     )
+
+
+def test_a_scratch_buffer_that_is_not_to_be_had_is_reported_and_the_update_goes_on(drive):
+    run = update(drive, make_image(drive), **without_blocks_of(drive, 512))
+    assert_run(
+        run,
+        0,
+        begin() + b"malloc failed\nenable_smart error errno = 12\n" + OWN + b"update success\n",
+    )
+    # Neither of the two commands that would need it.
+    assert disk.commands(drive) == READ_DRIVE[:1] + READ_DRIVE[3:] + READ_RAM + chunks(16384)
+
+
+def test_a_tag_block_that_is_not_to_be_had_ends_the_update(drive):
+    run = update(drive, make_image(drive), **without_blocks_of(drive, 4096))
+    assert_stopped(drive, run, b"malloc rawbuf failed\n", -1, READ_DRIVE)
 
 
 def test_failed_announcement(drive):

@@ -147,12 +147,20 @@ TEST_F(SsdUpgrade, device_step_refuses_null_arguments) {
 
 // Exported steps.
 
+// What the next call finds on the stack where it keeps its texts: no NUL.
+[[gnu::noinline]] void fill_stack() {
+  volatile unsigned char filler[16384];
+  for (volatile unsigned char &byte : filler)
+    byte = 0xA5;
+}
+
 Outcome guarded(std::vector<std::uint8_t> &image, const char *update, const char *current) {
   std::array<std::uint8_t, 512> identify = {};
   memcpy(&identify[46], current, 8);
   const std::size_t length = image.size();
   image.resize(static_cast<std::size_t>(image_buffer_size(length)));
   const Outcome result = outcome([&] {
+    fill_stack();
     return korsata_download_microcode("/dev/null", image.data(), static_cast<std::uint32_t>(length),
                                       update, identify.data());
   });
