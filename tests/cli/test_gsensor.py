@@ -429,6 +429,24 @@ def test_set_range_with_a_word_that_is_no_number_is_not_reported(board, words, a
     assert run.status == 0
 
 
+@pytest.mark.parametrize(
+    "accel, gyro",
+    [(128, 250), (260, 500), (-1, 65786), (65540, 128), (-2147483648, 2147483647)],
+)
+def test_set_range_takes_numbers_of_32_bits(board, accel, gyro):
+    # Each of the two is another number in 8 or 16 bits. Which ranges there are is the driver's business.
+    assert_run(
+        recorded(board, "-s", str(accel), str(gyro)),
+        0,
+        OPEN,
+        asked(accel, gyro),
+        set_range(accel, gyro, "EINVAL"),
+        err("HAT_GYRO_SET_RNG set failure.\n: Invalid argument\n"),
+        *checks(f"2 != {accel}, 250 != {gyro}" if gyro != 250 else f"2 != {accel}, 250 == 250"),
+        CLOSE,
+    )
+
+
 def test_set_range_s_second_word_does_not_end_the_option_walk(board):
     assert_run(
         recorded(board, "-s", "8", "1000", "-g"),
