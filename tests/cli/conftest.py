@@ -219,7 +219,7 @@ def little_memory(build):
 
 
 def untraced(board):
-    """Options of a run that tells on standard error of munmap(), fsync() and pathconf()."""
+    """Options of a run that tells on standard error of munmap(), fsync(), pathconf() and wrong close()."""
     if is_instrumented(board.build):
         pytest.skip("a sanitizer has calls of its own")
     return {"env": {"LD_PRELOAD": str(board.build / "tests/plugin/untraced.so")}}

@@ -1,8 +1,9 @@
 // Tells on standard error of calls that the virtual board neither needs to change nor traces: the
-// end of a mapping, what is brought to the disk, and whose path's limits are asked for. Put in
-// front of the C library with LD_PRELOAD.
+// end of a mapping, what is brought to the disk, whose path's limits are asked for, and the close
+// of a number that is no descriptor. Put in front of the C library with LD_PRELOAD.
 
 #include <dlfcn.h>
+#include <errno.h>
 #include <stdio.h>
 #include <sys/mman.h>
 #include <sys/syscall.h>
@@ -32,6 +33,15 @@ extern "C" __attribute__((visibility("default"))) int munmap(void *addr, std::si
 extern "C" __attribute__((visibility("default"))) int fsync(int fd) {
   const int result = static_cast<int>(syscall(SYS_fsync, fd));
   tell("fsync %d = %d\n", fd, result);
+  return result;
+}
+
+extern "C" __attribute__((visibility("default"))) int close(int fd) {
+  const int result = static_cast<int>(syscall(SYS_close, fd));
+  if (result != 0 && errno == EBADF) {
+    tell("close %d = EBADF\n", fd);
+    errno = EBADF;
+  }
   return result;
 }
 
