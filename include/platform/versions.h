@@ -21,7 +21,8 @@ extern "C" {
 RIG_API uint32_t rig_kernel_version(void);
 
 /* The day on which the running kernel was built: year - 2000 in bits 16 and up, month (1 to 12) in
- * bits 8 to 15, day in bits 0 to 7. 0 with errno for failure, also when the kernel does not tell.
+ * bits 8 to 15, day in bits 0 to 7. 0 with errno for failure (ENODATA when the kernel does not
+ * tell).
  *
  * From /proc/version. */
 RIG_API uint32_t rig_kernel_date(void);

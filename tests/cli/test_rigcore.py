@@ -234,3 +234,66 @@ def test_a_name_that_no_device_can_have_is_refused(board, name):
 @pytest.mark.parametrize("power", ["2", "0xffffffff"])
 def test_a_power_that_is_neither_on_nor_off_is_refused(board, power):
     assert ask(board, "switch", "sda", power, "power", "sda") == ["switch EINVAL", "power 1"]
+
+
+# --- Reasons that outlive a message ---------------------------------------------------------------
+
+OVERLAYS = "/sys/kernel/config/device-tree/overlays"
+
+
+def ask_without_messages(board, *words):
+    """The lines of a probe whose standard error takes nothing: each message fails with ENOSPC."""
+    probe = board.build / "tests/probes/rig_probe"
+    run = board.run_command(["sh", "-c", 'exec "$@" 2>/dev/full', "sh", probe, *words])
+    assert (run.status, run.stderr) == (0, b"")
+    return run.stdout.decode().splitlines()
+
+
+@pytest.mark.parametrize(
+    "node, name, fault, reason",
+    [
+        ("chosen", "test", None, "EINVAL"),
+        ("/chosen/none", "test", None, "ENOENT"),
+        ("/chosen", "test", f"{OVERLAYS} absent", "ENOSYS"),
+        ("/chosen", "test", f"{OVERLAYS}/benchrig-0/status read short=0", "EIO"),
+        ("/chosen", "test", f"{OVERLAYS}/benchrig-0/dtbo write errno=EACCES", "EACCES"),
+    ],
+)
+def test_an_overlay_that_is_refused_has_its_reason_whatever_becomes_of_the_message(
+    board, node, name, fault, reason
+):
+    if fault:
+        board.fault(fault)
+    assert ask_without_messages(board, "overlay", node, name, "aaaa") == [f"overlay {reason}"]
+
+
+# The map's first reading complains of its line before the answer is found.
+WRONG_LINE = "no entry\n"
+
+
+@pytest.mark.parametrize(
+    "entry, reason",
+    [
+        ("version.uboot = /etc/none", "ENOENT"),
+        ("version.uboot = /etc/empty", "ENOENT"),
+        ("version.uboot =", "ENODEV"),
+        (f"version.uboot = /{255 * 'x'}", "ENAMETOOLONG"),
+    ],
+)
+def test_a_text_that_the_board_does_not_have_has_its_reason_after_a_complaint(board, entry, reason):
+    board.path("etc/empty").write_bytes(b"")
+    board.path(MAP).write_text(f"{WRONG_LINE}{entry}\n", encoding="utf-8")
+    assert ask_without_messages(board, "uboot") == [f"uboot {reason}"]
+
+
+@pytest.mark.parametrize("text", ["", "NAME=Bench\n", "PRETTY_NAME=\n", 'PRETTY_NAME=""\n'])
+def test_a_board_support_package_without_a_name_is_enoent_after_a_complaint(board, text):
+    board.path("etc/os-release").write_text(text, encoding="utf-8")
+    board.path(MAP).write_text(WRONG_LINE, encoding="utf-8")
+    assert ask_without_messages(board, "korbsp") == ["korbsp ENOENT"]
+
+
+@pytest.mark.parametrize("text, reason", [("Linux\n", "ENODATA"), ("", "ENODATA")])
+def test_a_kernel_that_does_not_tell_its_date_has_a_reason(board, text, reason):
+    board.path("proc/version").write_text(text, encoding="utf-8")
+    assert ask_without_messages(board, "uboot", "date")[1:] == [f"date {reason}"]

@@ -10,8 +10,10 @@
 
 #include "platform/board_io.h"
 #include "platform/boot_blocks.h"
+#include "platform/device_tree.h"
 #include "platform/storage.h"
 #include "platform/uenv.h"
+#include "platform/versions.h"
 
 #include <errno.h>
 #include <stdio.h>
@@ -113,11 +115,42 @@ void step_switch(const char *name, char **words) {
   report(name, result, result != 0);
 }
 
+// A text as a property.
+void step_overlay(const char *name, char **words) {
+  DtbOverlayProp property = {};
+  property.node = words[0];
+  property.name = words[1];
+  property.type = DTB_PROP_STRING;
+  property.value = words[2];
+  property.length = static_cast<std::uint32_t>(strlen(words[2]));
+  const int result = rig_dtb_overlay(&property, 1);
+  report(name, result, result != 0);
+}
+
+void step_uboot(const char *name, char **) {
+  char text[RIG_VERSION_TEXT_SIZE] = "";
+  const int result = rig_get_ubootversion(text);
+  report(name, result, result != 0, text);
+}
+
+void step_korbsp(const char *name, char **) {
+  char text[RIG_VERSION_TEXT_SIZE] = "";
+  const int result = rig_get_korbspversion(text);
+  report(name, result, result != 0, text);
+}
+
+void step_date(const char *name, char **) {
+  const std::uint32_t result = rig_kernel_date();
+  report(name, static_cast<int>(result), result == 0);
+}
+
 constexpr Step kSteps[] = {
-    {"total", 0, step_total},   {"key", 1, step_key},     {"get", 1, step_get},
-    {"set", 2, step_set},       {"beep", 1, step_beep},   {"input", 0, step_input},
-    {"output", 1, step_output}, {"vga", 0, step_vga},     {"bootparam", 1, step_bootparam},
-    {"state", 1, step_state},   {"power", 1, step_power}, {"switch", 2, step_switch},
+    {"total", 0, step_total},     {"key", 1, step_key},     {"get", 1, step_get},
+    {"set", 2, step_set},         {"beep", 1, step_beep},   {"input", 0, step_input},
+    {"output", 1, step_output},   {"vga", 0, step_vga},     {"bootparam", 1, step_bootparam},
+    {"state", 1, step_state},     {"power", 1, step_power}, {"switch", 2, step_switch},
+    {"overlay", 3, step_overlay}, {"uboot", 0, step_uboot}, {"korbsp", 0, step_korbsp},
+    {"date", 0, step_date},
 };
 
 const Step *find_step(const char *name) {
