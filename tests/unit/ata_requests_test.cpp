@@ -239,6 +239,21 @@ TEST(AtaSgIo, every_row_is_among_the_cases) {
   }
 }
 
+// Nobody would see it: the caller's values take the place of what a row holds there.
+TEST(AtaSgIo, a_row_holds_zeros_where_the_caller_s_values_go) {
+  for (const SgRow &row : sg_rows()) {
+    const bool is_microcode = row.operand == SgOperand::kMicrocode;
+    const bool has_data = row.operand == SgOperand::kVendorDma || is_microcode;
+    const bool has_count =
+        row.operand == SgOperand::kAutosave || row.operand == SgOperand::kSubcommand || has_data;
+    EXPECT_EQ(has_count ? row.count : 0, 0) << row.code;
+    EXPECT_EQ(has_data ? row.length : 0, 0) << row.code;
+    EXPECT_EQ(has_data ? row.lba[0] : 0, 0) << row.code;
+    EXPECT_EQ(is_microcode ? row.lba[1] : 0, 0) << row.code;
+    EXPECT_EQ(is_microcode ? row.lba[2] : 0, 0) << row.code;
+  }
+}
+
 TEST(AtaSgIo, knows_no_other_code) {
   for (const int code : {-1, 0, 133, 135, 147, 207, 211, 213, 214, 215, 219, 235, 240, 256 + 208})
     EXPECT_EQ(find_sg_row(code), nullptr) << code;

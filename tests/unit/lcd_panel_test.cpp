@@ -27,6 +27,13 @@ class Lcd : public testing::Test {
 
 using Bytes = std::array<std::uint8_t, 3>;
 
+// Taken before main: the other tests open displays.
+const int device_at_start = lcd_device;
+
+TEST_F(Lcd, no_display_is_open_at_the_start) {
+  EXPECT_EQ(device_at_start, -1);
+}
+
 TEST_F(Lcd, initialises_the_controller_with_22_commands) {
   const std::array<std::uint8_t, 22> expected = {0xE2, 0xAE, 0xEE, 0x40, 0xA2, 0xA0, 0xC8, 0xA6,
                                                  0x24, 0x81, 0x3F, 0x2F, 0xF8, 0x01, 0xFF, 0x72,
