@@ -15,6 +15,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <string>
 #include <vector>
@@ -61,9 +62,11 @@ int bind(int fd, const sockaddr *address, socklen_t size) noexcept {
 }
 
 ssize_t recvmsg(int fd, msghdr *message, int flags) {
+  const socklen_t room = message->msg_namelen;
   const ssize_t count = real(&recvmsg, "recvmsg")(fd, message, flags);
   if (connector == nullptr)
     return count;
+  EXPECT_EQ(message->msg_iovlen, 1u);
   if (connector->waits == connector->failed_wait) {
     errno = ENOBUFS;
     return -1;
@@ -71,7 +74,7 @@ ssize_t recvmsg(int fd, msghdr *message, int flags) {
   sockaddr_nl source = {};
   source.nl_family = AF_NETLINK;
   source.nl_pid = connector->senders.at(connector->received++);
-  memcpy(message->msg_name, &source, sizeof source);
+  memcpy(message->msg_name, &source, std::min<std::size_t>(room, sizeof source));
   message->msg_namelen = sizeof source;
   if (connector->received == connector->interrupted_receive)
     raise(SIGINT);
@@ -133,7 +136,7 @@ class ProctraceSocket : public testing::Test {
   }
 
   void add(const Bytes &datagram, std::uint32_t sender) {
-    ASSERT_EQ(write(played.ends[1], datagram.data(), datagram.size()),
+    ASSERT_EQ(send(played.ends[1], datagram.data(), datagram.size(), 0),
               static_cast<ssize_t>(datagram.size()));
     played.senders.push_back(sender);
   }
@@ -176,6 +179,16 @@ TEST_F(ProctraceSocket, datagrams_of_other_processes_are_ignored) {
   EXPECT_EQ(run(), 0);
   EXPECT_EQ(out, "");
   EXPECT_EQ(err, "exec pid=1/tgid=2\nexec pid=9/tgid=10\nunhandled event: 0x     100\n");
+  EXPECT_EQ(operations(), (std::vector<std::uint32_t>{1, 2}));
+}
+
+TEST_F(ProctraceSocket, an_empty_datagram_is_ignored) {
+  add({}, 0);
+  add(event(kExec, 1, 2), 0);
+  add(event(kUnknown, 0, 0), 0);
+  EXPECT_EQ(run(), 0);
+  EXPECT_EQ(out, "");
+  EXPECT_EQ(err, "exec pid=1/tgid=2\nunhandled event: 0x     100\n");
   EXPECT_EQ(operations(), (std::vector<std::uint32_t>{1, 2}));
 }
 
