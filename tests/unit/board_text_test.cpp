@@ -4,6 +4,8 @@
 #include "vboard/board/run_page.h"
 #include "vboard/base/text.h"
 
+#include <string.h>
+
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -25,6 +27,47 @@ TEST(BoardText, an_empty_text_needs_no_place) {
   TextBuffer none = {nullptr, 0, 0, false};
   append_text(none, "x");
   EXPECT_TRUE(none.overflow);
+}
+
+TEST(BoardText, a_fixed_text_ends_in_a_nul_after_every_piece) {
+  FixedText<8> text;
+  EXPECT_EQ(text.view(), "");
+  EXPECT_STREQ(text.c_str(), "");
+  memset(text.data, 'x', sizeof text.data);
+  append_text(text, "ab", std::string_view("cd"));
+  EXPECT_STREQ(text.c_str(), "abcd");
+  append_decimal(text, -7);
+  EXPECT_STREQ(text.c_str(), "abcd-7");
+  EXPECT_EQ(text.view(), "abcd-7");
+  EXPECT_FALSE(text.overflow);
+}
+
+TEST(BoardText, a_fixed_text_remembers_that_something_did_not_fit) {
+  FixedText<8> text;
+  append_text(text, "1234567");
+  EXPECT_FALSE(text.overflow);
+  append_text(text, "8");
+  EXPECT_TRUE(text.overflow);
+  EXPECT_STREQ(text.c_str(), "1234567");
+  append_text(text, "");
+  EXPECT_TRUE(text.overflow);
+
+  FixedText<8> cut;
+  append_text(cut, "12345", "678");
+  EXPECT_TRUE(cut.overflow);
+  EXPECT_STREQ(cut.c_str(), "1234567");
+}
+
+TEST(BoardText, a_fixed_text_takes_numbers_and_seconds) {
+  FixedText<32> text;
+  append_hex(text, 0xC0FE);
+  append_text(text, " ");
+  append_seconds(text, 3'000'004'999);
+  EXPECT_STREQ(text.c_str(), "0xc0fe 3.000004");
+  const FixedText<32> copy = text;
+  text = {};
+  EXPECT_STREQ(text.c_str(), "");
+  EXPECT_STREQ(copy.c_str(), "0xc0fe 3.000004");
 }
 
 TEST(BoardTime, sums_end_where_64_bits_do) {

@@ -30,7 +30,8 @@ int parse_signal(std::string_view word);
 // Copies into a fixed text of a record; false (and an empty text) when it does not fit.
 bool copy_text(std::span<char> out, std::string_view text);
 
-// A text of a fixed size that is put together piece by piece; what does not fit sets `overflow`.
+// A text that is put together piece by piece in room of any size; what does not fit is cut off and
+// sets `overflow`. It has no NUL at its end: FixedText has.
 struct TextBuffer {
   char *data;
   std::size_t capacity;
@@ -42,6 +43,51 @@ void append_decimal(TextBuffer &buffer, std::int64_t value);
 void append_hex(TextBuffer &buffer, std::uint64_t value);
 // Nanoseconds as seconds with six decimals, cut: "0.000004".
 void append_seconds(TextBuffer &buffer, std::int64_t nanoseconds);
+
+// The same with room of its own: up to N - 1 characters, which always end in a NUL.
+template <std::size_t N>
+struct FixedText {
+  char data[N];
+  std::size_t length;
+  bool overflow;
+
+  FixedText() : length(0), overflow(false) {
+    data[0] = '\0';
+  }
+  const char *c_str() const {
+    return data;
+  }
+  std::string_view view() const {
+    return {data, length};
+  }
+};
+
+// Hands the text to a function that appends to a TextBuffer.
+template <std::size_t N, typename Append>
+void append_with(FixedText<N> &text, Append append) {
+  TextBuffer buffer = {text.data, N - 1, text.length, text.overflow};
+  append(buffer);
+  text.length = buffer.length;
+  text.overflow = buffer.overflow;
+  text.data[text.length] = '\0';
+}
+
+template <std::size_t N, typename... Pieces>
+void append_text(FixedText<N> &text, const Pieces &...pieces) {
+  append_with(text, [&](TextBuffer &buffer) { (append_text(buffer, pieces), ...); });
+}
+template <std::size_t N>
+void append_decimal(FixedText<N> &text, std::int64_t value) {
+  append_with(text, [&](TextBuffer &buffer) { append_decimal(buffer, value); });
+}
+template <std::size_t N>
+void append_hex(FixedText<N> &text, std::uint64_t value) {
+  append_with(text, [&](TextBuffer &buffer) { append_hex(buffer, value); });
+}
+template <std::size_t N>
+void append_seconds(FixedText<N> &text, std::int64_t nanoseconds) {
+  append_with(text, [&](TextBuffer &buffer) { append_seconds(buffer, nanoseconds); });
+}
 
 }  // namespace vboard
 

@@ -13,14 +13,11 @@ namespace {
 
 constexpr std::string_view kMemory = "/sys/devices/system/memory";
 
-struct Name {
-  char text[128];
-};
+using Name = FixedText<128>;
 
 Name name_of(std::string_view directory, std::string_view attribute) {
   Name name;
-  snprintf(name.text, sizeof name.text, "%.*s/%.*s", static_cast<int>(directory.size()),
-           directory.data(), static_cast<int>(attribute.size()), attribute.data());
+  append_text(name, directory, "/", attribute);
   return name;
 }
 
@@ -31,43 +28,40 @@ std::string_view as_text(std::string_view value) {
 }
 
 std::string_view value_of(const char *board, const Name &name, std::span<char> room) {
-  const ssize_t length = load_state(board, name.text, room);
+  const ssize_t length = load_state(board, name.view(), room);
   return length > 0 ? as_text({room.data(), static_cast<std::size_t>(length)}) : std::string_view();
 }
 
 std::int64_t block_size(const char *board) {
   char text[32];
-  char prefixed[40];
-  const std::string_view value = value_of(board, name_of(kMemory, "block_size_bytes"), text);
-  const int length =
-      snprintf(prefixed, sizeof prefixed, "0x%.*s", static_cast<int>(value.size()), value.data());
+  FixedText<40> prefixed;
+  append_text(prefixed, "0x", value_of(board, name_of(kMemory, "block_size_bytes"), text));
   std::int64_t size = 0;
-  return parse_number({prefixed, static_cast<std::size_t>(length)}, size) ? size : 0;
+  return parse_number(prefixed.view(), size) ? size : 0;
 }
 
 int store_line(const char *board, const Name &name, std::string_view value) {
-  char line[64];
-  const int length =
-      snprintf(line, sizeof line, "%.*s\n", static_cast<int>(value.size()), value.data());
-  return store_state(board, name.text, {line, static_cast<std::size_t>(length)});
+  FixedText<64> line;
+  append_text(line, value, "\n");
+  return store_state(board, name.view(), line.view());
 }
 
 int make_block(const char *board, std::int64_t index, std::string_view state) {
   Name block;
-  snprintf(block.text, sizeof block.text, "%.*s/memory%lld", static_cast<int>(kMemory.size()),
-           kMemory.data(), static_cast<long long>(index));
-  if (has_state(board, block.text))
+  append_text(block, kMemory, "/memory");
+  append_decimal(block, index);
+  if (has_state(board, block.view()))
     return -EEXIST;
   char number[20];
   const int length = snprintf(number, sizeof number, "%08llx", static_cast<long long>(index));
-  int error = make_state_directory(board, block.text);
+  int error = make_state_directory(board, block.view());
   if (error == 0)
-    error = store_line(board, name_of(block.text, "phys_index"),
+    error = store_line(board, name_of(block.view(), "phys_index"),
                        {number, static_cast<std::size_t>(length)});
   if (error == 0)
-    error = store_line(board, name_of(block.text, "removable"), "1");
+    error = store_line(board, name_of(block.view(), "removable"), "1");
   // The state comes last: with it the block is there.
-  return error != 0 ? error : store_line(board, name_of(block.text, "state"), state);
+  return error != 0 ? error : store_line(board, name_of(block.view(), "state"), state);
 }
 
 }  // namespace

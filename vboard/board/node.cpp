@@ -104,32 +104,27 @@ bool set_node_text(Node &node, std::string_view key, std::string_view value) {
   if (key.empty() || key.find_first_of("=\n#") != std::string_view::npos ||
       value.find('\n') != std::string_view::npos)
     return false;
-  char text[sizeof node.text];
-  TextBuffer line = {text, sizeof text, 0, false};
+  FixedText<sizeof node.text> line;
   Place place = {node.length, node.length, {}};
   // A last line without its end is ended before another one follows.
   if (!find_setting(node, key, place) && node.length > 0 && node.text[node.length - 1] != '\n')
     append_text(line, "\n");
-  append_text(line, key);
-  append_text(line, value.empty() ? " =" : " = ");
-  append_text(line, value);
-  append_text(line, "\n");
+  append_text(line, key, value.empty() ? " =" : " = ", value, "\n");
 
   const std::size_t tail = node.length - place.line_end;
   if (line.overflow || place.line + line.length + tail >= sizeof node.text)
     return false;
   memmove(node.text + place.line + line.length, node.text + place.line_end, tail);
-  memcpy(node.text + place.line, text, line.length);
+  memcpy(node.text + place.line, line.data, line.length);
   node.length = place.line + line.length + tail;
   node.text[node.length] = '\0';
   return true;
 }
 
 bool set_node_number(Node &node, std::string_view key, std::int64_t value) {
-  char text[24];
-  TextBuffer buffer = {text, sizeof text, 0, false};
-  append_decimal(buffer, value);
-  return set_node_text(node, key, {text, buffer.length});
+  FixedText<24> text;
+  append_decimal(text, value);
+  return set_node_text(node, key, text.view());
 }
 
 int update_node(const char *file, void (*change)(Node &node, void *context), void *context) {

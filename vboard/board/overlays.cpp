@@ -21,19 +21,13 @@ constexpr std::size_t kMostBlob = 16 << 10;
 constexpr std::size_t kMostValue = 1024;
 constexpr std::size_t kMostRecord = 8 << 10;
 
-struct Name {
-  char text[512];
-};
+using Name = FixedText<512>;
 
 // A name that is too long becomes an empty one, which no call takes.
 Name joined(std::string_view first, std::string_view second, std::string_view third = {}) {
   Name name;
-  TextBuffer text = {name.text, sizeof name.text - 1, 0, false};
-  append_text(text, first);
-  append_text(text, second);
-  append_text(text, third);
-  name.text[text.overflow ? 0 : text.length] = '\0';
-  return name;
+  append_text(name, first, second, third);
+  return name.overflow ? Name() : name;
 }
 
 // "NAME" of ".../overlays/NAME" or of an attribute in it; empty for another path.
@@ -46,23 +40,22 @@ std::string_view overlay_name(std::string_view path) {
 
 Name property_file(std::string_view node, std::string_view property) {
   Name name = joined(kTree, node == "/" ? std::string_view() : node, "/");
-  return joined(name.text, property);
+  return joined(name.view(), property);
 }
 
 // What an overlay changed.
 
 struct Application {
   const char *board;
-  char text[kMostRecord];
-  TextBuffer record;
+  FixedText<kMostRecord> record;
 };
 
-void append_value(TextBuffer &record, std::string_view bytes) {
+void append_value(FixedText<kMostRecord> &record, std::string_view bytes) {
   constexpr char digits[] = "0123456789abcdef";
   for (const char byte : bytes) {
     const unsigned int value = static_cast<unsigned char>(byte);
-    char pair[2] = {digits[value >> 4], digits[value & 0xF]};
-    append_text(record, {pair, 2});
+    const char pair[] = {digits[value >> 4], digits[value & 0xF]};
+    append_text(record, std::string_view(pair, sizeof pair));
   }
   if (bytes.empty())
     append_text(record, "empty");
@@ -73,7 +66,7 @@ int make_node(const char *board, std::string_view node) {
   for (std::size_t at = 1; at <= node.size(); ++at) {
     if (at < node.size() && node[at] != '/')
       continue;
-    if (const int error = make_state_directory(board, joined(kTree, node.substr(0, at)).text);
+    if (const int error = make_state_directory(board, joined(kTree, node.substr(0, at)).view());
         error < 0)
       return error;
   }
@@ -84,13 +77,10 @@ int apply_property(const OverlayProperty &property, void *context) {
   Application &application = *static_cast<Application *>(context);
   Name file = property_file(property.node, property.name);
   char old[kMostValue];
-  const ssize_t length = load_state(application.board, file.text, old);
+  const ssize_t length = load_state(application.board, file.view(), old);
   if (const int error = make_node(application.board, property.node); error < 0)
     return error;
-  append_text(application.record, property.node);
-  append_text(application.record, " ");
-  append_text(application.record, property.name);
-  append_text(application.record, " ");
+  append_text(application.record, property.node, " ", property.name, " ");
   append_value(application.record, property.value);
   append_text(application.record, " ");
   if (length < 0)
@@ -98,14 +88,15 @@ int apply_property(const OverlayProperty &property, void *context) {
   else
     append_value(application.record, {old, static_cast<std::size_t>(length)});
   append_text(application.record, "\n");
-  return store_state(application.board, file.text, property.value);
+  return store_state(application.board, file.view(), property.value);
 }
 
 int check_target(const OverlayProperty &property, void *context) {
   const char *board = static_cast<const char *>(context);
   // The first component is the target's or one above it: a new one hangs in the air.
   const std::string_view top = property.node.substr(0, property.node.find('/', 1));
-  return has_state(board, joined(kTree, top == "/" ? std::string_view() : top).text) ? 0 : -ENOENT;
+  return has_state(board, joined(kTree, top == "/" ? std::string_view() : top).view()) ? 0
+                                                                                       : -ENOENT;
 }
 
 int apply(const char *board, std::string_view name, std::span<const unsigned char> blob) {
@@ -113,11 +104,9 @@ int apply(const char *board, std::string_view name, std::span<const unsigned cha
     return error;
   Application application;
   application.board = board;
-  application.record = {application.text, sizeof application.text, 0, false};
   const int error = read_overlay(blob, apply_property, &application);
   make_state_directory(board, "/overlays");
-  store_state(board, joined("/overlays/", name).text,
-              {application.text, application.record.length});
+  store_state(board, joined("/overlays/", name).view(), application.record.view());
   return error;
 }
 
@@ -144,9 +133,9 @@ void take_back(const char *board, std::string_view record) {
     Name file = property_file(node, property);
     char value[kMostValue];
     if (old == "-")
-      remove_state(board, file.text);
+      remove_state(board, file.view());
     else
-      store_state(board, file.text, {value, parse_value(old, value)});
+      store_state(board, file.view(), {value, parse_value(old, value)});
   }
 }
 
@@ -160,10 +149,10 @@ int make_overlay(const char *board, std::string_view path) {
     return -EEXIST;
   int error = make_state_directory(board, path);
   if (error == 0)
-    error = store_state(board, joined(path, "/path").text, "\n");
+    error = store_state(board, joined(path, "/path").view(), "\n");
   if (error == 0)
-    error = store_state(board, joined(path, "/dtbo").text, "");
-  return error != 0 ? error : store_state(board, joined(path, "/status").text, "unapplied\n");
+    error = store_state(board, joined(path, "/dtbo").view(), "");
+  return error != 0 ? error : store_state(board, joined(path, "/status").view(), "unapplied\n");
 }
 
 int remove_overlay(const char *board, std::string_view path) {
@@ -174,12 +163,12 @@ int remove_overlay(const char *board, std::string_view path) {
     return -ENOENT;
   Name record = joined("/overlays/", name);
   static char text[kMostRecord];
-  const ssize_t length = load_state(board, record.text, text);
+  const ssize_t length = load_state(board, record.view(), text);
   if (length > 0)
     take_back(board, {text, static_cast<std::size_t>(length)});
-  remove_state(board, record.text);
+  remove_state(board, record.view());
   for (const char *attribute : {"/path", "/dtbo", "/status"})
-    remove_state(board, joined(path, attribute).text);
+    remove_state(board, joined(path, attribute).view());
   return remove_state_directory(board, path);
 }
 
@@ -205,7 +194,7 @@ ssize_t write_overlay_blob(const char *board, std::string_view path, std::string
   const std::span<const unsigned char> whole(reinterpret_cast<const unsigned char *>(blob), size);
   const std::size_t wanted = blob_size(whole);
   if (wanted != 0 && size >= wanted && apply(board, name, whole) == 0)
-    store_state(board, joined(path.substr(0, path.rfind('/')), "/status").text, "applied\n");
+    store_state(board, joined(path.substr(0, path.rfind('/')), "/status").view(), "applied\n");
   return static_cast<ssize_t>(bytes.size());
 }
 

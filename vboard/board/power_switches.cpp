@@ -14,28 +14,19 @@ namespace {
 constexpr const char *kWaiting[] = {"/unpowered", "/unpowered/dev", "/unpowered/sys",
                                     "/unpowered/sys/block"};
 
-struct Name {
-  char text[256];
-};
-
-bool join(std::string_view first, std::string_view second, std::string_view third, Name &out) {
-  TextBuffer text = {out.text, sizeof out.text - 1, 0, false};
-  append_text(text, first);
-  append_text(text, second);
-  append_text(text, third);
-  out.text[text.length] = '\0';
-  return !text.overflow;
-}
+using Name = FixedText<256>;
 
 // Moves DIRECTORY/DEVICE to its place without power, or back. What is already there, or what the
 // board lacks, stays as it is.
 int move_file(const char *board, std::string_view directory, std::string_view device, bool on) {
   Name file;
   Name waiting;
-  if (!join(directory, device, {}, file) || !join(kWaiting[0], directory, device, waiting))
+  append_text(file, directory, device);
+  append_text(waiting, kWaiting[0], directory, device);
+  if (waiting.overflow)
     return -ENAMETOOLONG;
-  const char *from = on ? waiting.text : file.text;
-  const char *to = on ? file.text : waiting.text;
+  const std::string_view from = on ? waiting.view() : file.view();
+  const std::string_view to = on ? file.view() : waiting.view();
   return has_state(board, from) ? move_state(board, from, to) : 0;
 }
 
@@ -46,8 +37,9 @@ int move_device(const char *board, std::string_view device, bool on) {
   }
   // A disk that is found anew has not been let go yet.
   Name let_go;
-  if (on && join("/sys/block/", device, "/device/delete", let_go) && has_state(board, let_go.text))
-    return store_state(board, let_go.text, {});
+  append_text(let_go, "/sys/block/", device, "/device/delete");
+  if (on && !let_go.overflow && has_state(board, let_go.view()))
+    return store_state(board, let_go.view(), {});
   return 0;
 }
 

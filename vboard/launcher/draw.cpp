@@ -246,13 +246,12 @@ void draw_devices(const char *board, FILE *out) {
   const int count = list_folder(board, "dev", names);
   for (int i = 0; i < count; ++i) {
     char path[1024];
-    char label[300];
+    FixedText<300> label;
     Node node;
-    snprintf(label, sizeof label, "dev/%s", names[i]->d_name);
-    if (!board_file(board, label, path) || load_node(path, node) < 0)
+    append_text(label, "dev/", names[i]->d_name);
+    if (!board_file(board, label.view(), path) || load_node(path, node) < 0)
       continue;
-    fputc('/', out);
-    fprintf(out, "%-17s ", label);
+    fprintf(out, "/%-17s ", label.c_str());
     const Drawing *drawing = find_drawing(node);
     if (drawing != nullptr)
       drawing->line(board, node, out);
@@ -291,10 +290,12 @@ void draw_alarm(const char *board, FILE *out) {
   print_label(out, "alarm");
   fputs("inputs", out);
   for (int input = 0; input < 8; ++input) {
-    char name[64];
-    snprintf(name, sizeof name, "sys/class/gpio/gpio%d/value", 40 + input);
+    FixedText<64> name;
+    append_text(name, "sys/class/gpio/gpio");
+    append_decimal(name, 40 + input);
+    append_text(name, "/value");
     fputc(' ', out);
-    print(out, load_attribute(board, name, text));
+    print(out, load_attribute(board, name.view(), text));
   }
   fputs(", output ", out);
   print(out, load_attribute(board, "sys/class/gpio/gpio48/value", text));
@@ -351,11 +352,11 @@ void draw_interfaces(const char *board, FILE *out) {
   const int count = list_folder(board, "net", names);
   print_label(out, "network");
   for (int i = 0; i < count; ++i) {
-    char name[300];
+    FixedText<300> name;
     char path[1024];
     Node node;
-    snprintf(name, sizeof name, "net/%s", names[i]->d_name);
-    if (!board_file(board, name, path) || load_node(path, node) < 0)
+    append_text(name, "net/", names[i]->d_name);
+    if (!board_file(board, name.view(), path) || load_node(path, node) < 0)
       continue;
     fprintf(out, i == 0 ? "%s " : ", %s ", names[i]->d_name);
     print_setting(out, node, "ipv4", "no address");
@@ -441,11 +442,10 @@ int draw_node(const char *board, const char *node, FILE *out) {
   std::string_view name = node;
   while (name.starts_with("/"))
     name.remove_prefix(1);
-  char interface[300];
+  FixedText<300> interface;
   if (name.starts_with("net:")) {
-    snprintf(interface, sizeof interface, "net/%.*s",
-             static_cast<int>(std::min<std::size_t>(name.size() - 4, 255)), name.data() + 4);
-    name = interface;
+    append_text(interface, "net/", name.substr(4));
+    name = interface.view();
   }
   if (name.empty() || name.find("..") != std::string_view::npos)
     return -ENOENT;

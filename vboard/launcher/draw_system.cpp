@@ -32,9 +32,10 @@ void print(FILE *out, std::string_view text) {
 }
 
 std::string_view numbered(const Node &node, const char *word, int number) {
-  char key[24];
-  const int length = snprintf(key, sizeof key, "%s%d", word, number);
-  return node_text(node, {key, static_cast<std::size_t>(length)});
+  FixedText<24> key;
+  append_text(key, word);
+  append_decimal(key, number);
+  return node_text(node, key.view());
 }
 
 // A medium's lines as they stand, comments included; empty without a medium.
@@ -150,10 +151,10 @@ void memory_blocks_line(const char *board, FILE *out) {
   const int count = list_folder(board, kFolder, names);
   int blocks = 0;
   for (int i = 0; i < count; ++i) {
-    char file[512];
+    FixedText<512> file;
     char text[64];
-    snprintf(file, sizeof file, "%s/%s/state", kFolder, names[i]->d_name);
-    const std::ptrdiff_t size = read_board_file(board, file, text, sizeof text);
+    append_text(file, kFolder, "/", names[i]->d_name, "/state");
+    const std::ptrdiff_t size = read_board_file(board, file.view(), text, sizeof text);
     if (!std::string_view(names[i]->d_name).starts_with("memory") || size < 0)
       continue;
     fprintf(out, blocks++ == 0 ? "%s " : ", %s ", names[i]->d_name + strlen("memory"));
@@ -168,10 +169,10 @@ void overlays_line(const char *board, FILE *out) {
   dirent **names;
   const int count = list_folder(board, kFolder, names);
   for (int i = 0; i < count; ++i) {
-    char file[512];
+    FixedText<512> file;
     char text[64];
-    snprintf(file, sizeof file, "%s/%s/status", kFolder, names[i]->d_name);
-    const std::ptrdiff_t size = read_board_file(board, file, text, sizeof text);
+    append_text(file, kFolder, "/", names[i]->d_name, "/status");
+    const std::ptrdiff_t size = read_board_file(board, file.view(), text, sizeof text);
     fprintf(out, i == 0 ? "%s " : ", %s ", names[i]->d_name);
     print(out,
           size < 0 ? "without a status" : attribute_value({text, static_cast<std::size_t>(size)}));

@@ -51,16 +51,13 @@ int open_faults(const char *board) {
 }
 
 int add_fault(const char *board, int argc, char **argv) {
-  char text[1024];
-  TextBuffer line = {text, sizeof text, 0, false};
-  for (int i = 0; i < argc; ++i) {
-    append_text(line, i > 0 ? " " : "");
-    append_text(line, argv[i]);
-  }
+  FixedText<1025> line;
+  for (int i = 0; i < argc; ++i)
+    append_text(line, i > 0 ? " " : "", argv[i]);
   append_text(line, "\n");
-  if (line.overflow || memchr(text, '\n', line.length) != text + line.length - 1)
+  if (line.overflow || line.view().find('\n') != line.length - 1)
     return wrong_usage("fault");
-  int result = check_faults("fault", {text, line.length});
+  int result = check_faults("fault", line.view());
   if (result != 0)
     return result;
   const int fd = open_faults(board);
@@ -71,7 +68,7 @@ int add_fault(const char *board, int argc, char **argv) {
   char last = '\n';
   if (size > 0 && pread(fd, &last, 1, size - 1) == 1 && last != '\n' && write(fd, "\n", 1) != 1)
     result = fail("faults: %s", strerror(errno));
-  if (result == 0 && write(fd, text, line.length) != static_cast<ssize_t>(line.length))
+  if (result == 0 && write(fd, line.data, line.length) != static_cast<ssize_t>(line.length))
     result = fail("faults: %s", strerror(errno));
   close(fd);
   return result;

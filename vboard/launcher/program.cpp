@@ -34,14 +34,12 @@ int find_command(const char *name, char *out) {
       const std::size_t end = path.find(':');
       const std::string_view directory = path.substr(0, end);
       path.remove_prefix(end == std::string_view::npos ? path.size() : end + 1);
-      TextBuffer file = {out, kFileName - 1, 0, false};
-      append_text(file, directory.empty() ? "." : directory);
-      append_text(file, "/");
-      append_text(file, name);
-      out[file.length] = '\0';
+      FixedText<kFileName> file;
+      append_text(file, directory.empty() ? "." : directory, "/", name);
       struct stat status;
-      found = !file.overflow && stat(out, &status) == 0 && S_ISREG(status.st_mode) &&
-              access(out, X_OK) == 0;
+      found = !file.overflow && stat(file.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
+              access(file.c_str(), X_OK) == 0;
+      copy_text({out, kFileName}, file.view());
     }
     if (!found) {
       fail("%s: command not found", name);
@@ -73,11 +71,11 @@ int check_interposers(const char *chosen, std::size_t folder) {
   if (chosen[0] != '/')
     return fail("VBOARD_PRELOAD: %s: $LIB takes an absolute path", chosen);
   for (const char *kind : {VBOARD_LOADERS_FOLDER, kArmFolder}) {
-    char path[kFileName];
-    snprintf(path, sizeof path, "%.*s%s%s", static_cast<int>(folder), chosen, kind,
-             chosen + folder + strlen(kLoadersFolder));
-    if (access(path, R_OK) < 0)
-      return fail("VBOARD_PRELOAD: %s: %s", path, strerror(errno));
+    FixedText<kFileName> path;
+    append_text(path, std::string_view(chosen, folder), kind,
+                chosen + folder + strlen(kLoadersFolder));
+    if (access(path.c_str(), R_OK) < 0)
+      return fail("VBOARD_PRELOAD: %s: %s", path.c_str(), strerror(errno));
   }
   return 0;
 }
@@ -109,14 +107,11 @@ int preload_name(const char *interposer, char *out, std::size_t size) {
     return 0;
   }
   const char *folder = strstr(interposer, kLoadersFolder);
-  char opened[kFileName];
-  snprintf(opened, sizeof opened, "%.*s",
-           static_cast<int>(folder != nullptr ? static_cast<std::size_t>(folder - interposer)
-                                              : strlen(interposer)),
-           interposer);
-  const int fd = open(opened, O_RDONLY | O_CLOEXEC);
+  FixedText<kFileName> opened;
+  append_text(opened, folder != nullptr ? std::string_view(interposer, folder) : interposer);
+  const int fd = open(opened.c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0)
-    return fail("%s: %s", opened, strerror(errno));
+    return fail("%s: %s", opened.c_str(), strerror(errno));
   snprintf(out, size, "/proc/%d/fd/%d%s%s", getpid(), fd, folder != nullptr ? "/" : "",
            folder != nullptr ? folder : "");
   return 0;
@@ -169,14 +164,17 @@ int find_program(const char *name, Program &out) {
 
 void set_environment(const RunOptions &options, const char *board, const char *board_template,
                      const Program &program, int page_fd) {
-  char text[kFileName * 2];
   setenv(kBoardVariable, board, 1);
   if (board_template != nullptr)
     setenv(kTemplateVariable, board_template, 1);
   else
     unsetenv(kTemplateVariable);
-  snprintf(text, sizeof text, "/proc/%d/fd/%d", getpid(), page_fd);
-  setenv(kRunVariable, text, 1);
+  FixedText<64> page;
+  append_text(page, "/proc/");
+  append_decimal(page, getpid());
+  append_text(page, "/fd/");
+  append_decimal(page, page_fd);
+  setenv(kRunVariable, page.c_str(), 1);
   char work[PATH_MAX];
   setenv(kWorkVariable, getcwd(work, sizeof work) != nullptr ? work : "/", 1);
   unsetenv(kTraceVariable);
@@ -186,28 +184,28 @@ void set_environment(const RunOptions &options, const char *board, const char *b
       setenv(kTraceVariable, absolute, 1);
   }
 
-  static char faults[kFaultsSize];
-  TextBuffer lines = {faults, sizeof faults - 1, 0, false};
-  for (int i = 0; i < options.fault_count; ++i) {
-    append_text(lines, options.faults[i]);
-    append_text(lines, "\n");
-  }
-  faults[lines.length] = '\0';
+  FixedText<kFaultsSize> faults;
+  for (int i = 0; i < options.fault_count; ++i)
+    append_text(faults, options.faults[i], "\n");
   if (options.fault_count > 0)
-    setenv(kFaultsVariable, faults, 1);
+    setenv(kFaultsVariable, faults.c_str(), 1);
   else
     unsetenv(kFaultsVariable);
 
   const char *before = getenv("LD_PRELOAD");
-  snprintf(text, sizeof text, "%s%s%s%s", program.preload, kAfterInterposer,
-           before != nullptr && *before ? ":" : "", before != nullptr ? before : "");
-  setenv("LD_PRELOAD", text, 1);
+  FixedText<2 * kFileName> preload;
+  append_text(preload, program.preload, kAfterInterposer);
+  if (before != nullptr && *before)
+    append_text(preload, ":", before);
+  setenv("LD_PRELOAD", preload.c_str(), 1);
   constexpr char order[] = "verify_asan_link_order=0";
   const char *asan = getenv("ASAN_OPTIONS");
   if (asan == nullptr || strstr(asan, "verify_asan_link_order") == nullptr) {
-    snprintf(text, sizeof text, "%s%s%s", order, asan != nullptr && *asan ? ":" : "",
-             asan != nullptr ? asan : "");
-    setenv("ASAN_OPTIONS", text, 1);
+    FixedText<2 * kFileName> options_of_asan;
+    append_text(options_of_asan, order);
+    if (asan != nullptr && *asan)
+      append_text(options_of_asan, ":", asan);
+    setenv("ASAN_OPTIONS", options_of_asan.c_str(), 1);
   }
 }
 

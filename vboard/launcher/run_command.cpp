@@ -1,6 +1,7 @@
 // vboard run [OPTION...] -- COMMAND [ARGUMENT...]
 
 #include "vboard/base/kernel.h"
+#include "vboard/base/text.h"
 #include "vboard/board/run_page.h"
 #include "vboard/launcher/board_clock.h"
 #include "vboard/launcher/boards.h"
@@ -68,9 +69,13 @@ RunPage *make_page(int &out_fd) {
 
 // Kills the children of a process, theirs first. Orphans of the run are children of the launcher.
 void kill_children(pid_t process) {
-  char path[64];
-  snprintf(path, sizeof path, "/proc/%d/task/%d/children", process, process);
-  FILE *file = fopen(path, "r");
+  FixedText<64> path;
+  append_text(path, "/proc/");
+  append_decimal(path, process);
+  append_text(path, "/task/");
+  append_decimal(path, process);
+  append_text(path, "/children");
+  FILE *file = fopen(path.c_str(), "r");
   if (file == nullptr)
     return;
   int child;

@@ -4,6 +4,7 @@
 #include "vboard/base/kernel.h"
 #include "vboard/base/text.h"
 #include "vboard/board/board_files.h"
+#include "vboard/board/board_paths.h"
 #include "vboard/interposer/core/state.h"
 #include "vboard/interposer/models/model.h"
 
@@ -35,12 +36,9 @@ void add_faults(std::string_view text, std::size_t &count) {
 }
 
 void load_file(std::size_t &count) {
-  char path[1100];
-  TextBuffer name = {path, sizeof path - 1, 0, false};
-  append_text(name, board_root());
-  append_text(name, "/faults");
-  path[name.length] = '\0';
-  const int fd = board_open(path, O_RDONLY | O_CLOEXEC);
+  FixedText<kPathSize> path;
+  append_text(path, board_root(), "/faults");
+  const int fd = board_open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0)
     return;
   char *text = static_cast<char *>(malloc(kFileSize));

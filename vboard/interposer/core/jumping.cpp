@@ -151,14 +151,9 @@ bool decide(Waiter &mine) {
 // "S" in the thread's status: it sleeps in the kernel, in a call that the engine does not know.
 // "Z": it has ended before the others.
 bool is_asleep(const char *directory, const char *name) {
-  char path[64];
-  TextBuffer text = {path, sizeof path - 1, 0, false};
-  append_text(text, directory);
-  append_text(text, "/");
-  append_text(text, name);
-  append_text(text, "/stat");
-  path[text.length] = '\0';
-  const int fd = sys_open(path, O_RDONLY | O_CLOEXEC);
+  FixedText<64> path;
+  append_text(path, directory, "/", name, "/stat");
+  const int fd = sys_open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0)
     return true;  // it has ended
   char status[128];

@@ -47,12 +47,10 @@ std::string_view base_of(int directory, char *buffer, bool &is_board) {
     release(description);
     return {buffer, length};
   }
-  char link[40];
-  TextBuffer text = {link, sizeof link - 1, 0, false};
-  append_text(text, "/proc/self/fd/");
-  append_decimal(text, directory);
-  link[text.length] = '\0';
-  const ssize_t length = sys_readlink(link, buffer, kPathSize);
+  FixedText<40> link;
+  append_text(link, "/proc/self/fd/");
+  append_decimal(link, directory);
+  const ssize_t length = sys_readlink(link.c_str(), buffer, kPathSize);
   if (length <= 0 || buffer[0] != '/')
     return {};
   return {buffer, static_cast<std::size_t>(length)};

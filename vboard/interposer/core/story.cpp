@@ -28,14 +28,12 @@ std::atomic<std::uint64_t> noted[kStoryStreams];
 
 // Opens a descriptor of the launcher's once more.
 int open_of_launcher(int number, int flags) {
-  char path[64];
-  TextBuffer text = {path, sizeof path - 1, 0, false};
-  append_text(text, "/proc/");
-  append_decimal(text, run_page().launcher);
-  append_text(text, "/fd/");
-  append_decimal(text, number);
-  path[text.length] = '\0';
-  int fd = sys_open(path, flags | O_CLOEXEC);
+  FixedText<64> path;
+  append_text(path, "/proc/");
+  append_decimal(path, run_page().launcher);
+  append_text(path, "/fd/");
+  append_decimal(path, number);
+  int fd = sys_open(path.c_str(), flags | O_CLOEXEC);
   if (fd < 0)
     return fd;
   fd = sys_move_high(fd, kOwnDescriptors);

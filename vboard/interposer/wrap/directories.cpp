@@ -37,33 +37,20 @@ bool is_dot(const char *name) {
   return strcmp(name, ".") == 0 || strcmp(name, "..") == 0;
 }
 
-// "directory/name" of the board.
-bool join(const Description &directory, const char *name, char *out, std::size_t size) {
-  TextBuffer path = {out, size - 1, 0, false};
-  append_text(path, directory.asked);
-  append_text(path, "/");
-  append_text(path, name);
-  out[path.length] = '\0';
-  return !path.overflow;
-}
-
 bool is_absent_entry(const Description &directory, const char *name) {
-  char path[1024];
-  return !join(directory, name, path, sizeof path) || is_absent({path, path});
+  FixedText<kPathSize> path;
+  append_text(path, directory.asked, "/", name);
+  return path.overflow || is_absent({path.view(), path.view()});
 }
 
 // Whether a name of one layer was listed by a layer before it.
 bool is_listed(const Description &directory, const char *name) {
-  char path[kPathSize];
-  TextBuffer text = {path, sizeof path - 1, 0, false};
-  append_text(text, board_root());
-  append_text(text, directory.real);
-  append_text(text, "/");
-  append_text(text, name);
-  path[text.length] = '\0';
+  FixedText<kPathSize> path;
+  append_text(path, board_root(), directory.real, "/", name);
   FileStatus status;
   const bool after_template = directory.layer > 1;
-  return (after_template ? board_stat(path, status, false) : sys_stat(path, status, false)) == 0;
+  return (after_template ? board_stat(path.c_str(), status, false)
+                         : sys_stat(path.c_str(), status, false)) == 0;
 }
 
 // A node file of /dev is a device in a listing.
@@ -115,13 +102,10 @@ void add_layer(Description &directory, const char *path) {
 void open_layers(Description &directory) {
   if (directory.layer_count > 0)
     return;
-  char own[kPathSize];
-  TextBuffer path = {own, sizeof own - 1, 0, false};
-  append_text(path, board_root());
-  append_text(path, directory.real);
-  own[path.length] = '\0';
+  FixedText<kPathSize> own;
+  append_text(own, board_root(), directory.real);
   char file[kPathSize];
-  if (template_path(own, file, sizeof file))
+  if (template_path(own.c_str(), file, sizeof file))
     add_layer(directory, file);
   if (territory_of(directory.asked) == Territory::kOverlay)
     add_layer(directory, directory.asked);
@@ -350,14 +334,10 @@ int walk_tree(const Walk &walk, const char *path, int level) {
   const bool after = walk.full != nullptr && (walk.flags & FTW_DEPTH) != 0;
   int result = after ? 0 : visit(walk, path, status, FTW_D, level);
   while (dirent64 *entry = result == 0 ? vboard_readdir64(stream) : nullptr) {
-    char name[kPathSize];
-    TextBuffer text = {name, sizeof name - 1, 0, false};
-    append_text(text, path);
-    append_text(text, strcmp(path, "/") == 0 ? "" : "/");
-    append_text(text, entry->d_name);
-    name[text.length] = '\0';
-    if (!is_dot(entry->d_name) && !text.overflow && level < 64)
-      result = walk_tree(walk, name, level + 1);
+    FixedText<kPathSize> name;
+    append_text(name, path, strcmp(path, "/") == 0 ? "" : "/", entry->d_name);
+    if (!is_dot(entry->d_name) && !name.overflow && level < 64)
+      result = walk_tree(walk, name.c_str(), level + 1);
   }
   vboard_closedir(stream);
   return result == 0 && after ? visit(walk, path, status, FTW_DP, level) : result;

@@ -7,6 +7,7 @@
 #include "vboard/base/kernel.h"
 #include "vboard/base/text.h"
 #include "vboard/board/board_files.h"
+#include "vboard/board/board_paths.h"
 #include "vboard/board/node.h"
 #include "vboard/interposer/core/fault_table.h"
 #include "vboard/interposer/core/state.h"
@@ -54,25 +55,20 @@ bool add_interface(const char *name, void *context) {
 }
 
 std::size_t list_interfaces(Interface *out) {
-  char path[1200];
-  TextBuffer directory = {path, sizeof path - 1, 0, false};
-  append_text(directory, board_root());
-  append_text(directory, "/net");
-  path[directory.length] = '\0';
+  FixedText<kPathSize> directory;
+  append_text(directory, board_root(), "/net");
   InterfaceList list = {out, 0};
-  each_board_entry(path, add_interface, &list);
+  each_board_entry(directory.c_str(), add_interface, &list);
   const std::size_t count = list.count;
   std::sort(out, out + count, [](const Interface &left, const Interface &right) {
     return strcmp(left.name, right.name) < 0;
   });
   for (std::size_t i = 0; i < count; ++i) {
-    TextBuffer file = directory;
-    append_text(file, "/");
-    append_text(file, out[i].name);
-    path[file.length] = '\0';
+    FixedText<kPathSize> file = directory;
+    append_text(file, "/", out[i].name);
     Node node;
     node.length = 0;
-    load_node(path, node);
+    load_node(file.c_str(), node);
     out[i].index = static_cast<unsigned int>(node_number(node, "index", static_cast<long>(i + 1)));
     char text[INET_ADDRSTRLEN];
     out[i].has_address =

@@ -69,7 +69,7 @@ const char *arm_program(const char *path) {
 }
 
 // The same for a name as execvp() looks it up. Any other program is libc's to find.
-const char *find_arm_program(const char *name, char (&out)[kPathSize]) {
+const char *find_arm_program(const char *name, FixedText<kPathSize> &out) {
   if (name == nullptr || strchr(name, '/') != nullptr)
     return arm_program(name);
   const char *variable = getenv("PATH");
@@ -78,13 +78,10 @@ const char *find_arm_program(const char *name, char (&out)[kPathSize]) {
   std::string_view path = variable;
   while (!path.empty()) {
     const std::size_t end = path.find(':');
-    TextBuffer file = {out, sizeof out - 1, 0, false};
-    append_text(file, end == 0 ? "." : path.substr(0, end));
-    append_text(file, "/");
-    append_text(file, name);
-    out[file.length] = '\0';
-    if (!file.overflow && sys_access(out, X_OK) == 0)
-      return arm_program(out);
+    out = {};
+    append_text(out, end == 0 ? "." : path.substr(0, end), "/", name);
+    if (!out.overflow && sys_access(out.c_str(), X_OK) == 0)
+      return arm_program(out.c_str());
     path.remove_prefix(end == std::string_view::npos ? path.size() : end + 1);
   }
   return nullptr;
@@ -150,7 +147,7 @@ WRAP(int, execv, const char *path, char *const words[]) {
 
 WRAP(int, execvpe, const char *file, char *const words[], char *const given[]) {
   check_program(file);
-  char place[kPathSize];
+  FixedText<kPathSize> place;
   EMULATE(find_arm_program(file, place), file, words);
   return replace_program([&] { return REAL(execvpe)(file, words, COMPLETED(given)); });
 }
@@ -180,7 +177,7 @@ WRAP(int, posix_spawn, pid_t *child, const char *path, const posix_spawn_file_ac
 WRAP(int, posix_spawnp, pid_t *child, const char *file, const posix_spawn_file_actions_t *actions,
      const posix_spawnattr_t *attributes, char *const words[], char *const given[]) {
   check_program(file);
-  char place[kPathSize];
+  FixedText<kPathSize> place;
   EMULATE(find_arm_program(file, place), file, words);
   return REAL(posix_spawnp)(child, file, actions, attributes, words, COMPLETED(given));
 }
