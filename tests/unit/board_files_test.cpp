@@ -1,6 +1,7 @@
 // A board over its template: what is read from where, and when a file becomes the board's own.
 
 #include "vboard/board/board_files.h"
+#include "vboard/board/file_updates.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -172,4 +173,79 @@ TEST_F(BoardFiles, paths_beside_the_board_are_the_kernels) {
   ASSERT_TRUE(template_path((board + "/etc/other").c_str(), name, sizeof name));
   EXPECT_EQ(name, below + "/etc/other");
   EXPECT_FALSE(template_path((board + "/etc/other").c_str(), name, below.size() + 5));
+}
+
+TEST(BoardNames, a_file_lies_below_the_board) {
+  BoardPath path;
+  EXPECT_EQ(find_board_file("/b", "/dev/lcd", path), 0);
+  EXPECT_EQ(path.view(), "/b/dev/lcd");
+  EXPECT_EQ(find_board_file("/b", "dev//./lcd/", path), 0);
+  EXPECT_EQ(path.view(), "/b/dev/lcd");
+  EXPECT_EQ(find_board_file("/b", "/sys/a..b/..c/.d", path), 0);
+  EXPECT_EQ(path.view(), "/b/sys/a..b/..c/.d");
+  for (const char *name : {"..", "/..", "/dev/../../x", "dev/..", "../b/dev", "", "/", ".", "/./"})
+    EXPECT_EQ(find_board_file("/b", name, path), -EINVAL) << name;
+}
+
+TEST(BoardNames, a_path_has_4095_bytes_at_most) {
+  BoardPath path;
+  const std::string board = "/" + std::string(4000, 'b');
+  EXPECT_EQ(find_board_file(board, std::string(93, 'n'), path), 0);
+  EXPECT_EQ(path.length, 4095u);
+  EXPECT_EQ(find_board_file(board, std::string(94, 'n'), path), -ENAMETOOLONG);
+  EXPECT_EQ(find_medium(board, std::string(87, 'n'), path), 0);
+  EXPECT_EQ(find_medium(board, std::string(88, 'n'), path), -ENAMETOOLONG);
+  EXPECT_EQ(find_sibling(board, "/a", std::string(4095, 'n'), path), -ENAMETOOLONG);
+}
+
+TEST(BoardNames, a_medium_is_one_visible_name) {
+  BoardPath path;
+  EXPECT_EQ(find_medium("/b", "lcd.frame", path), 0);
+  EXPECT_EQ(path.view(), "/b/media/lcd.frame");
+  EXPECT_EQ(find_medium("/b", "a..b", path), 0);
+  EXPECT_EQ(find_medium("/b", "", path), -ENOENT);
+  for (const char *name : {"..", ".", ".hidden", "/etc/passwd", "a/b", "../x"})
+    EXPECT_EQ(find_medium("/b", name, path), -EINVAL) << name;
+}
+
+TEST(BoardNames, a_sibling_is_in_the_same_directory) {
+  BoardPath path;
+  EXPECT_EQ(find_sibling("/b", "/sys/leds/x/brightness", "max_brightness", path), 0);
+  EXPECT_EQ(path.view(), "/b/sys/leds/x/max_brightness");
+  EXPECT_EQ(find_sibling("/b", "/sys/leds/x/brightness", "../y", path), -EINVAL);
+}
+
+TEST_F(BoardFiles, a_stored_file_takes_the_place_of_the_old_one) {
+  const std::string file = board + "/etc/own";
+  std::filesystem::create_directories(board + "/etc");
+  EXPECT_EQ(store_file(file.c_str(), "first, and long"), 0);
+  EXPECT_EQ(text_of(file), "first, and long");
+  std::ifstream reader(file);
+  EXPECT_EQ(store_file(file.c_str(), "second"), 0);
+  EXPECT_EQ(text_of(file), "second");
+  EXPECT_EQ((std::string{std::istreambuf_iterator<char>(reader), {}}), "first, and long");
+  EXPECT_EQ(store_file((board + "/none/own").c_str(), "x"), -ENOENT);
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(board + "/etc"), {}), 1);
+}
+
+TEST_F(BoardFiles, an_unfinished_file_is_in_no_listing) {
+  EXPECT_TRUE(is_unfinished(".lcd.123.vboard-new"));
+  EXPECT_FALSE(is_unfinished("lcd.vboard-new"));
+  EXPECT_FALSE(is_unfinished(".lcd"));
+  write(board + "/etc/.other.1.vboard-new", "half");
+  EXPECT_EQ(names("/etc"), (Names{"deep", "other"}));
+}
+
+TEST_F(BoardFiles, a_state_has_a_name_on_the_board) {
+  const std::string_view at = board;
+  EXPECT_EQ(store_state(at, "/etc/deep/file", "mine"), 0);
+  EXPECT_EQ(text_of(board + "/etc/deep/file"), "mine");
+  EXPECT_EQ(store_state(at, "/etc/../../escaped", "x"), -EINVAL);
+  EXPECT_FALSE(std::filesystem::exists(folder + "/escaped"));
+  EXPECT_TRUE(has_state(at, "etc/other"));
+  EXPECT_FALSE(has_state(at, "/etc/none"));
+  EXPECT_EQ(move_state(at, "/etc/other", "/etc/deep/file"), -EEXIST);
+  EXPECT_EQ(move_state(at, "/etc/other", "/etc/deep/moved"), 0);
+  EXPECT_EQ(text_of(board + "/etc/deep/moved"), "other");
+  EXPECT_FALSE(has_state(at, "/etc/other"));
 }

@@ -37,8 +37,7 @@ constexpr long kFcntl = SYS_fcntl64;
 constexpr long kFcntl = SYS_fcntl;
 #endif
 
-constexpr unsigned int kStatus =
-    STATX_TYPE | STATX_MODE | STATX_SIZE | STATX_INO | STATX_MTIME;
+constexpr unsigned int kStatus = STATX_TYPE | STATX_MODE | STATX_SIZE | STATX_INO | STATX_MTIME;
 
 void fill(const struct statx &from, FileStatus &out) {
   out.mode = from.stx_mode;
@@ -47,12 +46,12 @@ void fill(const struct statx &from, FileStatus &out) {
   out.device_minor = from.stx_rdev_minor;
   out.inode = from.stx_ino;
   out.changed = from.stx_mtime.tv_sec * 1'000'000'000 + from.stx_mtime.tv_nsec;
+  out.filesystem = std::uint64_t{from.stx_dev_major} << 32 | from.stx_dev_minor;
 }
 
 int status_of(int directory, const char *path, int flags, FileStatus &out) {
   struct statx status;
-  const long result =
-      call(SYS_statx, directory, path, flags, kStatus, &status);
+  const long result = call(SYS_statx, directory, path, flags, kStatus, &status);
   if (result < 0)
     return static_cast<int>(result);
   fill(status, out);
@@ -132,12 +131,25 @@ int sys_ftruncate(int fd, std::int64_t size) {
 #endif
 }
 
+int sys_fchmod(int fd, unsigned int mode) {
+  return static_cast<int>(call(SYS_fchmod, fd, mode));
+}
+
 int sys_flock(int fd, int operation) {
   long result;
   do {
     result = call(SYS_flock, fd, operation);
   } while (result == -EINTR);
   return static_cast<int>(result);
+}
+
+bool sys_is_locked(int fd, std::int64_t offset) {
+  struct flock lock = {};
+  lock.l_type = F_WRLCK;
+  lock.l_whence = SEEK_SET;
+  lock.l_start = static_cast<off_t>(offset);
+  lock.l_len = 1;
+  return call(kFcntl, fd, F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
 }
 
 int sys_flags(int fd) {
@@ -204,6 +216,10 @@ int sys_rmdir(const char *path) {
 
 int sys_rename(const char *from, const char *to) {
   return static_cast<int>(call(SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, 0));
+}
+
+int sys_link(const char *from, const char *to) {
+  return static_cast<int>(call(SYS_linkat, AT_FDCWD, from, AT_FDCWD, to, 0));
 }
 
 ssize_t sys_getcwd(char *buffer, std::size_t size) {

@@ -22,7 +22,10 @@ ssize_t sys_pread(int fd, void *buffer, std::size_t size, std::int64_t offset);
 ssize_t sys_pwrite(int fd, const void *buffer, std::size_t size, std::int64_t offset);
 std::int64_t sys_lseek(int fd, std::int64_t offset, int whence);
 int sys_ftruncate(int fd, std::int64_t size);
+int sys_fchmod(int fd, unsigned int mode);
 int sys_flock(int fd, int operation);
+// Whether another open file has locked the byte at `offset`, whoever opened it.
+bool sys_is_locked(int fd, std::int64_t offset);
 // The flags of open() that the descriptor has now.
 int sys_flags(int fd);
 
@@ -36,8 +39,8 @@ struct FileStatus {
   std::uint32_t mode;
   std::uint64_t size;
   std::uint32_t device_major, device_minor;  // of a device node
-  std::uint64_t inode;
-  std::int64_t changed;  // nanoseconds since 1970
+  std::uint64_t filesystem, inode;           // which file it is
+  std::int64_t changed;                      // nanoseconds since 1970
 };
 int sys_stat(const char *path, FileStatus &out, bool follow = true);
 int sys_fstat(int fd, FileStatus &out);
@@ -49,6 +52,7 @@ int sys_mkdir(const char *path, unsigned int mode);
 int sys_unlink(const char *path);
 int sys_rmdir(const char *path);
 int sys_rename(const char *from, const char *to);
+int sys_link(const char *from, const char *to);
 ssize_t sys_getcwd(char *buffer, std::size_t size);
 int sys_memfd(const char *name, unsigned int flags);
 ssize_t sys_getdents(int fd, void *buffer, std::size_t size);

@@ -16,6 +16,7 @@
 #include "vboard/base/kernel.h"
 #include "vboard/base/text.h"
 #include "vboard/board/board_files.h"
+#include "vboard/board/file_updates.h"
 #include "vboard/board/memory_blocks.h"
 #include "vboard/board/node.h"
 #include "vboard/board/overlays.h"
@@ -23,9 +24,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
-#include <stdio.h>
 #include <string.h>
-#include <sys/file.h>
 
 #include <algorithm>
 
@@ -33,60 +32,31 @@ namespace vboard {
 namespace {
 
 constexpr std::size_t kPageSize = 4096;  // the most that a text attribute takes
-constexpr std::size_t kPathSize = 1024;
-constexpr int kMostHops = 4;  // of a value along wires that form a ring
+constexpr int kMostHops = 4;             // of a value along wires that form a ring
 constexpr std::int64_t kDefaultPart = 262'144;
-
-struct Path {
-  char text[kPathSize];
-};
-
-// False for a path that is too long, and for one that leaves the board.
-bool board_path(const char *board, std::string_view name, Path &out) {
-  const int length = snprintf(out.text, sizeof out.text, "%s%.*s", board,
-                              static_cast<int>(name.size()), name.data());
-  return length > 0 && static_cast<std::size_t>(length) < sizeof out.text &&
-         name.find("/../") == std::string_view::npos;
-}
-
-int open_locked(const char *file) {
-  const int fd = board_open(file, O_RDWR | O_CLOEXEC);
-  if (fd < 0)
-    return fd;
-  const int locked = sys_flock(fd, LOCK_EX);
-  if (locked < 0) {
-    sys_close(fd);
-    return locked;
-  }
-  return fd;
-}
 
 // Texts.
 
 int store_value(const char *board, std::string_view path, std::string_view value) {
-  Path file;
-  if (!board_path(board, path, file))
-    return -ENAMETOOLONG;
-  const int fd = open_locked(file.text);
+  BoardPath file;
+  if (const int error = find_board_file(board, path, file); error < 0)
+    return error;
+  const int fd = hold_file(file.c_str());
   if (fd < 0)
     return fd;
-  char text[kPageSize + 1];
-  std::size_t length = value.copy(text, kPageSize);
-  if (length > 0)
-    text[length++] = '\n';
-  ssize_t result = sys_pwrite(fd, text, length, 0);
-  if (result >= 0)
-    result = sys_ftruncate(fd, static_cast<std::int64_t>(length));
+  FixedText<kPageSize + 2> text;
+  append_text(text, value.substr(0, kPageSize), value.empty() ? "" : "\n");
+  const int result = overwrite_file(fd, text.view());
   sys_close(fd);
-  return static_cast<int>(std::min<ssize_t>(result, 0));
+  return result;
 }
 
 // The attribute's value without its line end; empty when the board lacks it.
 std::string_view load_value(const char *board, std::string_view path, char (&text)[kPageSize]) {
-  Path file;
-  if (!board_path(board, path, file))
+  BoardPath file;
+  if (find_board_file(board, path, file) < 0)
     return {};
-  const int fd = board_open(file.text, O_RDONLY | O_CLOEXEC);
+  const int fd = board_open(file.c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0)
     return {};
   const ssize_t length = sys_pread(fd, text, sizeof text, 0);
@@ -95,25 +65,22 @@ std::string_view load_value(const char *board, std::string_view path, char (&tex
                     : std::string_view();
 }
 
-// The attribute `name` beside `path`.
-bool sibling(std::string_view path, std::string_view name, Path &out) {
-  const std::string_view directory = path.substr(0, path.rfind('/') + 1);
-  const int length =
-      snprintf(out.text, sizeof out.text, "%.*s%.*s", static_cast<int>(directory.size()),
-               directory.data(), static_cast<int>(name.size()), name.data());
-  return length > 0 && static_cast<std::size_t>(length) < sizeof out.text;
+// The name on the board of the attribute `name` beside `path`.
+BoardPath sibling(std::string_view path, std::string_view name) {
+  BoardPath other;
+  append_text(other, path.substr(0, path.rfind('/') + 1), name);
+  return other;
 }
 
 int store_sibling(const char *board, std::string_view path, std::string_view name,
                   std::string_view value) {
-  Path other;
-  return sibling(path, name, other) ? store_value(board, other.text, value) : -ENAMETOOLONG;
+  return store_value(board, sibling(path, name).view(), value);
 }
 
 int store_decimal(const char *board, std::string_view path, std::int64_t value) {
-  char text[24];
-  const int length = snprintf(text, sizeof text, "%lld", static_cast<long long>(value));
-  return store_value(board, path, {text, static_cast<std::size_t>(length)});
+  FixedText<24> text;
+  append_decimal(text, value);
+  return store_value(board, path, text.view());
 }
 
 // Hooks: what takes the place of storing the text as it came.
@@ -130,11 +97,10 @@ ssize_t write_brightness(const Write &write) {
   std::int64_t value;
   if (!parse_number(attribute_value(write.bytes), value) || value < 0)
     return -EINVAL;
-  Path other;
   char text[kPageSize];
   std::int64_t most;
-  if (sibling(write.path, "max_brightness", other) &&
-      parse_number(load_value(write.board, other.text, text), most))
+  if (parse_number(load_value(write.board, sibling(write.path, "max_brightness").view(), text),
+                   most))
     value = std::min(value, most);
   return store_decimal(write.board, write.path, value);
 }
@@ -149,10 +115,10 @@ ssize_t write_pin(const Write &write) {
 
 // Bytes in place; the block keeps its size.
 ssize_t write_block(const Write &write) {
-  Path file;
-  if (!board_path(write.board, write.path, file))
-    return -ENAMETOOLONG;
-  const int fd = open_locked(file.text);
+  BoardPath file;
+  if (const int error = find_board_file(write.board, write.path, file); error < 0)
+    return error;
+  const int fd = hold_file(file.c_str());
   if (fd < 0)
     return fd;
   const std::int64_t size = sys_size(fd);
@@ -168,18 +134,17 @@ ssize_t write_block(const Write &write) {
 // The firmware class.
 
 bool is_loading(const char *board, std::string_view path) {
-  Path loading;
   char text[kPageSize];
-  return sibling(path, "loading", loading) && load_value(board, loading.text, text) == "1";
+  return load_value(board, sibling(path, "loading").view(), text) == "1";
 }
 
 ssize_t write_image(const Write &write) {
   if (!is_loading(write.board, write.path))
     return -ENODEV;
-  Path file;
-  if (!board_path(write.board, write.path, file))
-    return -ENAMETOOLONG;
-  const int fd = open_locked(file.text);
+  BoardPath file;
+  if (const int error = find_board_file(write.board, write.path, file); error < 0)
+    return error;
+  const int fd = hold_file(file.c_str());
   if (fd < 0)
     return fd;
   const ssize_t result = sys_pwrite(fd, write.bytes.data(), write.bytes.size(), write.offset);
@@ -215,12 +180,10 @@ int program(const char *image, const char *medium, std::int64_t size) {
 // being programmed is left with the first half of the image.
 std::string_view take_image(const char *board, std::string_view name, const char *image,
                             std::int64_t size, Node &settings) {
-  Path file;
-  char relative[kPathSize];
-  int length = snprintf(relative, sizeof relative, "/firmware/%.*s", static_cast<int>(name.size()),
-                        name.data());
-  if (length < 0 || !board_path(board, {relative, static_cast<std::size_t>(length)}, file) ||
-      load_node(file.text, settings) < 0)
+  BoardPath part;
+  BoardPath file;
+  append_text(part, "firmware/", name);
+  if (find_board_file(board, part.view(), file) < 0 || load_node(file.c_str(), settings) < 0)
     return "preparing:hw-error";
   const std::string_view fails = node_text(settings, "fails");
   const std::string_view medium = node_text(settings, "medium");
@@ -228,10 +191,8 @@ std::string_view take_image(const char *board, std::string_view name, const char
     return "preparing:invalid-file-size";
   const bool starts = fails.empty() || fails.starts_with("programming");
   if (starts && !medium.empty()) {
-    length = snprintf(relative, sizeof relative, "/media/%.*s", static_cast<int>(medium.size()),
-                      medium.data());
-    if (length < 0 || !board_path(board, {relative, static_cast<std::size_t>(length)}, file) ||
-        program(image, file.text, fails.empty() ? size : size / 2) < 0)
+    if (find_medium(board, medium, file) < 0 ||
+        program(image, file.c_str(), fails.empty() ? size : size / 2) < 0)
       return "programming:hw-error";
   }
   return fails;
@@ -273,16 +234,15 @@ ssize_t write_loading(const Write &write) {
   std::int64_t value;
   if (!parse_number(attribute_value(write.bytes), value))
     return -EINVAL;
-  Path data;
-  Path image;
-  if (!sibling(write.path, "data", data) || !board_path(write.board, data.text, image))
-    return -ENAMETOOLONG;
+  BoardPath image;
+  if (const int error = find_sibling(write.board, write.path, "data", image); error < 0)
+    return error;
   if (value == 1)
-    return begin_loading(write, image.text);
+    return begin_loading(write, image.c_str());
   if (value != 0 && value != -1)
     return -EINVAL;
   // Without a begun image both leave things as they are.
-  return is_loading(write.board, write.path) ? end_loading(write, image.text, value == 0) : 0;
+  return is_loading(write.board, write.path) ? end_loading(write, image.c_str(), value == 0) : 0;
 }
 
 ssize_t probe_memory(const Write &write) {
@@ -353,9 +313,10 @@ const AttributeHook &hook_of(std::string_view path) {
 // Wires.
 
 void follow_wires(const char *board, std::string_view from, std::string_view value, int hops) {
-  Path file;
+  BoardPath file;
   Node wires;
-  if (hops == 0 || !board_path(board, "/sys.wires", file) || load_node(file.text, wires) < 0)
+  if (hops == 0 || find_board_file(board, "sys.wires", file) < 0 ||
+      load_node(file.c_str(), wires) < 0)
     return;
   std::string_view rest(wires.text, wires.length);
   std::string_view line;

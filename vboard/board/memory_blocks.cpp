@@ -3,7 +3,7 @@
 #include "vboard/board/memory_blocks.h"
 
 #include "vboard/base/text.h"
-#include "vboard/board/state_files.h"
+#include "vboard/board/board_files.h"
 
 #include <errno.h>
 #include <stdio.h>

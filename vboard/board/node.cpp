@@ -3,6 +3,7 @@
 #include "vboard/base/kernel.h"
 #include "vboard/base/text.h"
 #include "vboard/board/board_files.h"
+#include "vboard/board/file_updates.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -55,20 +56,6 @@ int read_whole(int fd, Node &out) {
     }
   }
   return -E2BIG;
-}
-
-int write_whole(int fd, const Node &node) {
-  std::size_t done = 0;
-  while (done < node.length) {
-    const ssize_t count =
-        sys_pwrite(fd, node.text + done, node.length - done, static_cast<std::int64_t>(done));
-    if (count == -EINTR)
-      continue;
-    if (count <= 0)
-      return count == 0 ? -EIO : static_cast<int>(count);
-    done += static_cast<std::size_t>(count);
-  }
-  return sys_ftruncate(fd, static_cast<std::int64_t>(node.length));
 }
 
 }  // namespace
@@ -128,23 +115,21 @@ bool set_node_number(Node &node, std::string_view key, std::int64_t value) {
 }
 
 int update_node(const char *file, void (*change)(Node &node, void *context), void *context) {
-  const int fd = board_open(file, O_RDWR | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+  const int fd = hold_file(file);
   if (fd < 0)
     return fd;
-  int result = sys_flock(fd, LOCK_EX);
   Node before;
-  if (result == 0)
-    result = read_whole(fd, before);
+  int result = read_whole(fd, before);
   if (result == 0) {
     Node after = before;
     change(after, context);
     const bool same =
         after.length == before.length && memcmp(after.text, before.text, after.length) == 0;
     if (!same) {
-      result = write_whole(fd, after);
+      result = replace_file(file, fd, {after.text, after.length});
       // A full disk: what was there before fits in any case.
       if (result < 0)
-        write_whole(fd, before);
+        overwrite_file(fd, {before.text, before.length});
     }
   }
   sys_close(fd);

@@ -35,8 +35,8 @@ std::int64_t node_number(const Node &node, std::string_view key, std::int64_t fa
 bool set_node_text(Node &node, std::string_view key, std::string_view value);
 bool set_node_number(Node &node, std::string_view key, std::int64_t value);
 
-// Changes settings of the file under an exclusive lock: reads it anew, calls `change`, writes it
-// back. 0, or a negated errno; the file is left as it was on failure.
+// Changes settings of the file under its exclusive lock: reads it, calls `change`, and replaces it
+// when that changed anything. 0, or a negated errno; the file stays as it was on failure.
 int update_node(const char *file, void (*change)(Node &node, void *context), void *context);
 
 }  // namespace vboard

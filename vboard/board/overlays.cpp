@@ -4,7 +4,7 @@
 
 #include "vboard/base/text.h"
 #include "vboard/board/device_tree_blob.h"
-#include "vboard/board/state_files.h"
+#include "vboard/board/board_files.h"
 
 #include <errno.h>
 #include <stdio.h>

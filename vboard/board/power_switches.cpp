@@ -4,7 +4,7 @@
 
 #include "vboard/base/kernel.h"
 #include "vboard/base/text.h"
-#include "vboard/board/state_files.h"
+#include "vboard/board/board_files.h"
 
 #include <errno.h>
 

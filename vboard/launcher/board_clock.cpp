@@ -28,18 +28,18 @@ void count_boot(Node &node) {
 
 // Changes the clock file, which the first run that has something to keep makes.
 void update_clock(const char *board, void (*change)(Node &node, void *context), void *context) {
-  char file[kFileName];
-  if (!join_path(file, board, "clock"))
+  BoardPath file;
+  if (!locate(board, "clock", file))
     return;
-  int result = update_node(file, change, context);
+  int result = update_node(file.c_str(), change, context);
   if (result == -ENOENT) {
-    const int fd = open(file, O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
+    const int fd = open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
     if (fd >= 0)
       close(fd);
-    result = fd >= 0 ? update_node(file, change, context) : -errno;
+    result = fd >= 0 ? update_node(file.c_str(), change, context) : -errno;
   }
   if (result < 0 && result != -EACCES && result != -EROFS)
-    fail("%s: %s", file, strerror(-result));
+    fail("%s: %s", file.c_str(), strerror(-result));
 }
 
 struct Left {
@@ -51,9 +51,9 @@ struct Left {
 
 BoardClock start_board_clock(const char *board, std::int64_t date) {
   BoardClock clock = {date >= 0 ? date : pc_calendar(), kNoTime};
-  char file[kFileName];
+  BoardPath file;
   Node node;
-  if (!join_path(file, board, "clock") || load_node(file, node) < 0)
+  if (!locate(board, "clock", file) || load_node(file.c_str(), node) < 0)
     return clock;
   if (date < 0)
     clock.calendar_start = calendar_after(clock.calendar_start, node_number(node, "ahead_ns", 0));

@@ -2,7 +2,6 @@
 
 #include "vboard/base/kernel.h"
 #include "vboard/base/text.h"
-#include "vboard/board/board_paths.h"
 #include "vboard/board/gyro_chips.h"
 #include "vboard/board/node.h"
 
@@ -22,6 +21,14 @@ namespace vboard {
 namespace {
 
 constexpr std::string_view kBoardFormat = "vboard board, format 1";
+
+// "DIR/NAME"; false (and an error message) when it is too long.
+bool join_path(BoardPath &out, const char *directory, const char *name) {
+  append_text(out, directory, "/", name);
+  if (out.overflow)
+    fail("the name is too long: %s", out.c_str());
+  return !out.overflow;
+}
 
 int copy_file(const char *from, const char *to, mode_t mode) {
   const int in = open(from, O_RDONLY | O_CLOEXEC);
@@ -75,12 +82,12 @@ int copy_tree(const char *from, const char *to) {
   while (dirent *entry = result == 0 ? readdir(directory) : nullptr) {
     if (strcmp(entry->d_name, ".") == 0 || strcmp(entry->d_name, "..") == 0)
       continue;
-    char source[kFileName];
-    char target[kFileName];
+    BoardPath source;
+    BoardPath target;
     if (!join_path(source, from, entry->d_name) || !join_path(target, to, entry->d_name))
       result = kFailed;
     else
-      result = copy_entry(source, target);
+      result = copy_entry(source.c_str(), target.c_str());
   }
   closedir(directory);
   return result;
@@ -98,16 +105,16 @@ bool is_empty(const char *path) {
 }
 
 int set_gyro(const char *board, const char *chip) {
-  char file[kFileName];
-  if (!join_path(file, board, "dev/gyro"))
+  BoardPath file;
+  if (!locate(board, "dev/gyro", file))
     return kFailed;
   const int result = update_node(
-      file,
+      file.c_str(),
       [](Node &node, void *context) {
         set_node_text(node, "chip", static_cast<const char *>(context));
       },
       const_cast<char *>(chip));
-  return result < 0 ? fail("%s: %s", file, strerror(-result)) : 0;
+  return result < 0 ? fail("%s: %s", file.c_str(), strerror(-result)) : 0;
 }
 
 }  // namespace
@@ -123,15 +130,11 @@ int fail(const char *format, ...) {
   return kFailed;
 }
 
-bool join_path(char *out, const char *directory, std::string_view name) {
-  TextBuffer path = {out, kFileName - 1, 0, false};
-  append_text(path, directory);
-  append_text(path, "/");
-  append_text(path, name);
-  out[path.length] = '\0';
-  if (path.overflow)
-    fail("the name is too long: %s", out);
-  return !path.overflow;
+bool locate(const char *board, std::string_view name, BoardPath &out) {
+  const int result = find_board_file(board, name, out);
+  if (result < 0)
+    fail("%s: %.*s: %s", board, static_cast<int>(name.size()), name.data(), strerror(-result));
+  return result == 0;
 }
 
 bool find_own_file(const char *const *places, std::size_t count, char *out) {
@@ -142,9 +145,9 @@ bool find_own_file(const char *const *places, std::size_t count, char *out) {
   self[length] = '\0';
   *strrchr(self, '/') = '\0';
   for (std::size_t i = 0; i < count; ++i) {
-    char path[kFileName];
+    BoardPath path;
     char found[PATH_MAX];
-    if (join_path(path, self, places[i]) && realpath(path, found) != nullptr)
+    if (join_path(path, self, places[i]) && realpath(path.c_str(), found) != nullptr)
       return copy_text({out, kFileName}, found);
   }
   return false;
@@ -154,11 +157,11 @@ int open_board(const char *directory, char *out) {
   char absolute[PATH_MAX];
   if (realpath(directory, absolute) == nullptr)
     return fail("%s: %s", directory, strerror(errno));
-  char file[kFileName];
-  if (!join_path(file, absolute, "board"))
+  BoardPath file;
+  if (!locate(absolute, "board", file))
     return kFailed;
   Node content;
-  const int result = load_node(file, content);
+  const int result = load_node(file.c_str(), content);
   if (result < 0)
     return fail("%s: not a board directory (%s)", directory, strerror(-result));
   std::string_view text(content.text, content.length);
@@ -179,16 +182,16 @@ int find_template(char *out) {
 
 int make_scratch(char *out) {
   const char *chosen = getenv("TMPDIR");
-  char name[kFileName];
+  BoardPath name;
   char absolute[PATH_MAX];
   if (!join_path(name, chosen != nullptr && *chosen ? chosen : P_tmpdir, "vboard.XXXXXX"))
     return kFailed;
-  if (mkdtemp(name) == nullptr)
-    return fail("%s: %s (TMPDIR names another place for a board of one run)", name,
+  if (mkdtemp(name.data) == nullptr)
+    return fail("%s: %s (TMPDIR names another place for a board of one run)", name.c_str(),
                 strerror(errno));
-  if (realpath(name, absolute) == nullptr)
-    return fail("%s: %s", name, strerror(errno));
-  return copy_text({out, kFileName}, absolute) ? 0 : fail("%s: the name is too long", name);
+  if (realpath(name.c_str(), absolute) == nullptr)
+    return fail("%s: %s", name.c_str(), strerror(errno));
+  return copy_text({out, kFileName}, absolute) ? 0 : fail("%s: the name is too long", absolute);
 }
 
 int make_board(const char *directory, const char *gyro) {
@@ -220,46 +223,34 @@ void remove_tree(const char *path) {
   if (directory == nullptr)
     return;
   while (dirent *entry = readdir(directory)) {
-    char name[kFileName];
+    BoardPath name;
     if (strcmp(entry->d_name, ".") == 0 || strcmp(entry->d_name, "..") == 0 ||
         !join_path(name, path, entry->d_name))
       continue;
     struct stat status;
-    if (lstat(name, &status) == 0 && S_ISDIR(status.st_mode))
-      remove_tree(name);
+    if (lstat(name.c_str(), &status) == 0 && S_ISDIR(status.st_mode))
+      remove_tree(name.c_str());
     else
-      unlink(name);
+      unlink(name.c_str());
   }
   closedir(directory);
   rmdir(path);
 }
 
-bool find_node_file(const char *board, const char *node, char *out) {
-  char name[kFileName];
-  const std::string_view text(node);
-  if (text.starts_with("net:")) {
-    TextBuffer path = {name, sizeof name - 1, 0, false};
-    append_text(path, "/net/");
-    append_text(path, text.substr(4));
-    name[path.length] = '\0';
-  } else {
-    bool directory;
-    if (normalise_path("/", text, name, directory) == 0) {
-      fail("%s: no such node", node);
-      return false;
-    }
+bool find_node_file(const char *board, const char *node, BoardPath &out) {
+  std::string_view name = node;
+  BoardPath interface;
+  if (name.starts_with("net:")) {
+    append_text(interface, "net/", name.substr(4));
+    name = interface.view();
   }
   // The second is the file of a storage device that is switched off.
   for (const char *folder : {"", "unpowered/"}) {
-    char file[kFileName];
-    TextBuffer path = {file, sizeof file - 1, 0, false};
-    append_text(path, folder);
-    append_text(path, name + 1);
-    file[path.length] = '\0';
+    BoardPath file;
+    append_text(file, folder, name);
     struct stat status;
-    if (!join_path(out, board, file))
-      return false;
-    if (stat(out, &status) == 0 && S_ISREG(status.st_mode))
+    if (find_board_file(board, file.view(), out) == 0 && stat(out.c_str(), &status) == 0 &&
+        S_ISREG(status.st_mode))
       return true;
   }
   fail("%s: the board has no such node", node);

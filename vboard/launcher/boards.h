@@ -3,6 +3,8 @@
 #ifndef VBOARD_LAUNCHER_BOARDS_H
 #define VBOARD_LAUNCHER_BOARDS_H
 
+#include "vboard/board/board_files.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
@@ -21,8 +23,8 @@ __attribute__((format(printf, 1, 2))) int fail(const char *format, ...);
 // `places` that exists. False when there is none.
 bool find_own_file(const char *const *places, std::size_t count, char *out);
 
-// "DIR/NAME"; false (and an error message) when it is too long.
-bool join_path(char *out, const char *directory, std::string_view name);
+// The path of a file of the board by its name there; false, with a message, when there is none.
+bool locate(const char *board, std::string_view name, BoardPath &out);
 
 // Checks that `directory` is a board that this vboard understands, and makes its name absolute.
 // 0, or kFailed with the reason on standard error.
@@ -44,7 +46,7 @@ void remove_tree(const char *path);
 
 // The file of a node as people name it: "/dev/lcd", "net:ppp0". False, with a message, when the
 // board has no such node.
-bool find_node_file(const char *board, const char *node, char *out);
+bool find_node_file(const char *board, const char *node, BoardPath &out);
 
 }  // namespace vboard
 

@@ -88,10 +88,9 @@ void rtc_line(const char *, const Node &node, FILE *out) {
 
 // The board's clock file knows a watchdog that the last run left armed.
 void watchdog_line(const char *board, const Node &node, FILE *out) {
-  char path[1024];
   Node clock;
   std::int64_t reset_at = 0;
-  if (board_file(board, "clock", path) && load_node(path, clock) == 0)
+  if (load_board_node(board, "clock", clock) == 0)
     reset_at = node_number(clock, "reset_at", 0);
   if (reset_at == 0) {
     fputs("stopped", out);
@@ -114,7 +113,7 @@ void watchdog_line(const char *board, const Node &node, FILE *out) {
 
 void iccard_line(const char *board, const Node &node, FILE *out) {
   unsigned char bytes[16];
-  const std::ptrdiff_t size = read_medium_of(board, node, bytes, sizeof bytes);
+  const std::ptrdiff_t size = read_medium(board, node_text(node, "medium"), bytes, sizeof bytes);
   if (size <= 0) {
     fputs("blank", out);
     return;
@@ -130,7 +129,7 @@ void iccard_line(const char *board, const Node &node, FILE *out) {
 
 void iccard_detail(const char *board, const Node &node, FILE *out) {
   unsigned char bytes[kBlockSize];
-  const std::ptrdiff_t size = read_medium_of(board, node, bytes, sizeof bytes);
+  const std::ptrdiff_t size = read_medium(board, node_text(node, "medium"), bytes, sizeof bytes);
   dump(out, bytes, static_cast<std::size_t>(std::max<std::ptrdiff_t>(size, 0)));
 }
 
@@ -153,7 +152,7 @@ void gyro_line(const char *, const Node &node, FILE *out) {
 
 void gyro_detail(const char *board, const Node &node, FILE *out) {
   static char text[kFlashSize];
-  const std::ptrdiff_t size = read_medium_of(board, node, text, sizeof text);
+  const std::ptrdiff_t size = read_medium(board, node_text(node, "medium"), text, sizeof text);
   std::string_view rest(text, static_cast<std::size_t>(std::max<std::ptrdiff_t>(size, 0)));
   fputs("   seconds      ax g      ay g      az g    gx dps    gy dps    gz dps\n", out);
   Motion motion;
@@ -167,7 +166,7 @@ void gyro_detail(const char *board, const Node &node, FILE *out) {
 
 void mtd_line(const char *board, const Node &node, FILE *out) {
   static unsigned char flash[kFlashSize];
-  const std::ptrdiff_t size = read_medium_of(board, node, flash, sizeof flash);
+  const std::ptrdiff_t size = read_medium(board, node_text(node, "medium"), flash, sizeof flash);
   fprintf(out, "NOR flash, erase block %lld",
           static_cast<long long>(node_number(node, "erase_size", 4096)));
   if (size >= static_cast<std::ptrdiff_t>(kEnvironmentSize)) {
@@ -182,7 +181,7 @@ void mtd_line(const char *board, const Node &node, FILE *out) {
 
 void mtd_detail(const char *board, const Node &node, FILE *out) {
   static unsigned char flash[kFlashSize];
-  const std::ptrdiff_t size = read_medium_of(board, node, flash, sizeof flash);
+  const std::ptrdiff_t size = read_medium(board, node_text(node, "medium"), flash, sizeof flash);
   if (size < static_cast<std::ptrdiff_t>(kEnvironmentSize))
     return;
   auto image = std::span(flash).first(kEnvironmentSize);
@@ -245,11 +244,10 @@ void draw_devices(const char *board, FILE *out) {
   dirent **names;
   const int count = list_folder(board, "dev", names);
   for (int i = 0; i < count; ++i) {
-    char path[1024];
     FixedText<300> label;
     Node node;
     append_text(label, "dev/", names[i]->d_name);
-    if (!board_file(board, label.view(), path) || load_node(path, node) < 0)
+    if (load_board_node(board, label.view(), node) < 0)
       continue;
     fprintf(out, "/%-17s ", label.c_str());
     const Drawing *drawing = find_drawing(node);
@@ -263,9 +261,8 @@ void draw_devices(const char *board, FILE *out) {
 }
 
 void draw_displays(const char *board, FILE *out) {
-  char path[1024];
   Node node;
-  if (board_file(board, "dev/lcd", path) && load_node(path, node) == 0)
+  if (load_board_node(board, "dev/lcd", node) == 0)
     draw_lcd(lcd_view(board, node), out);
   fputc('\n', out);
 }
@@ -273,10 +270,9 @@ void draw_displays(const char *board, FILE *out) {
 // Attributes.
 
 int count_wires(const char *board, std::string_view from) {
-  char path[1024];
   Node wires;
   int count = 0;
-  if (!board_file(board, "sys.wires", path) || load_node(path, wires) < 0)
+  if (load_board_node(board, "sys.wires", wires) < 0)
     return 0;
   std::string_view rest(wires.text, wires.length);
   std::string_view line;
@@ -325,7 +321,6 @@ void draw_boot_block(const char *board, FILE *out) {
 
 void draw_cpld(const char *board, FILE *out) {
   char text[256];
-  char path[1024];
   Node node;
   print_label(out, "cpld");
   print(out, load_attribute(board, "sys/class/firmware/cpld/status", text));
@@ -336,8 +331,8 @@ void draw_cpld(const char *board, FILE *out) {
   }
   unsigned char head[16];
   std::ptrdiff_t size = -ENOENT;
-  if (board_file(board, "firmware/cpld", path) && load_node(path, node) == 0)
-    size = read_medium_of(board, node, head, sizeof head);
+  if (load_board_node(board, "firmware/cpld", node) == 0)
+    size = read_medium(board, node_text(node, "medium"), head, sizeof head);
   if (size > 0) {
     fputs(", holds ", out);
     print_hex(out, head, static_cast<std::size_t>(size));
@@ -353,10 +348,9 @@ void draw_interfaces(const char *board, FILE *out) {
   print_label(out, "network");
   for (int i = 0; i < count; ++i) {
     FixedText<300> name;
-    char path[1024];
     Node node;
     append_text(name, "net/", names[i]->d_name);
-    if (!board_file(board, name.view(), path) || load_node(path, node) < 0)
+    if (load_board_node(board, name.view(), node) < 0)
       continue;
     fprintf(out, i == 0 ? "%s " : ", %s ", names[i]->d_name);
     print_setting(out, node, "ipv4", "no address");
@@ -447,14 +441,12 @@ int draw_node(const char *board, const char *node, FILE *out) {
     append_text(interface, "net/", name.substr(4));
     name = interface.view();
   }
-  if (name.empty() || name.find("..") != std::string_view::npos)
-    return -ENOENT;
+  // A name that leads out of the board is none of its nodes.
   if (const int error = draw_file(board, name, out))
-    return error;
+    return error == -EINVAL ? -ENOENT : error;
 
-  char path[1024];
   Node settings;
-  if (!name.starts_with("dev/") || !board_file(board, name, path) || load_node(path, settings) < 0)
+  if (!name.starts_with("dev/") || load_board_node(board, name, settings) < 0)
     return 0;
   const Drawing *drawing = find_drawing(settings);
   if (drawing == nullptr)

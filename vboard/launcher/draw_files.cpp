@@ -1,6 +1,7 @@
 #include "vboard/launcher/draw_files.h"
 
 #include "vboard/base/kernel.h"
+#include "vboard/board/board_files.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -11,18 +12,10 @@
 
 namespace vboard {
 
-bool board_file(const char *board, std::string_view name, char (&out)[1024]) {
-  const int length =
-      snprintf(out, sizeof out, "%s/%.*s", board, static_cast<int>(name.size()), name.data());
-  return length > 0 && static_cast<std::size_t>(length) < sizeof out;
-}
+namespace {
 
-std::ptrdiff_t read_board_file(const char *board, std::string_view name, void *out,
-                               std::size_t size) {
-  char path[1024];
-  if (!board_file(board, name, path))
-    return -ENAMETOOLONG;
-  const int fd = sys_open(path, O_RDONLY | O_CLOEXEC);
+std::ptrdiff_t read_file(const BoardPath &path, void *out, std::size_t size) {
+  const int fd = sys_open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0)
     return fd;
   std::size_t done = 0;
@@ -38,24 +31,34 @@ std::ptrdiff_t read_board_file(const char *board, std::string_view name, void *o
   return result < 0 ? result : static_cast<std::ptrdiff_t>(done);
 }
 
-std::ptrdiff_t read_medium_of(const char *board, const Node &node, void *out, std::size_t size) {
-  const std::string_view medium = node_text(node, "medium");
-  if (medium.empty())
-    return -ENOENT;
-  char name[512];
-  const int length =
-      snprintf(name, sizeof name, "media/%.*s", static_cast<int>(medium.size()), medium.data());
-  if (length < 0 || static_cast<std::size_t>(length) >= sizeof name)
-    return -ENAMETOOLONG;
-  return read_board_file(board, name, out, size);
+}  // namespace
+
+int load_board_node(const char *board, std::string_view name, Node &out) {
+  BoardPath path;
+  const int error = find_board_file(board, name, path);
+  return error < 0 ? error : load_node(path.c_str(), out);
+}
+
+std::ptrdiff_t read_board_file(const char *board, std::string_view name, void *out,
+                               std::size_t size) {
+  BoardPath path;
+  const int error = find_board_file(board, name, path);
+  return error < 0 ? error : read_file(path, out, size);
+}
+
+std::ptrdiff_t read_medium(const char *board, std::string_view name, void *out, std::size_t size) {
+  BoardPath path;
+  const int error = find_medium(board, name, path);
+  return error < 0 ? error : read_file(path, out, size);
 }
 
 int list_folder(const char *board, const char *folder, dirent **&names) {
-  char path[1024];
+  BoardPath path;
   auto visible = [](const dirent *entry) { return entry->d_name[0] == '.' ? 0 : 1; };
   names = nullptr;
-  const int count =
-      board_file(board, folder, path) ? scandir(path, &names, visible, versionsort) : 0;
+  const int count = find_board_file(board, folder, path) == 0
+                        ? scandir(path.c_str(), &names, visible, versionsort)
+                        : 0;
   return std::max(count, 0);
 }
 

@@ -12,15 +12,16 @@
 
 namespace vboard {
 
-// board/name; false when it does not fit.
-bool board_file(const char *board, std::string_view name, char (&out)[1024]);
+// A node file of the board by its name: 0 or a negated errno.
+int load_board_node(const char *board, std::string_view name, Node &out);
 
 // Up to `size` bytes of a file of the board; the bytes read, or a negated errno.
 std::ptrdiff_t read_board_file(const char *board, std::string_view name, void *out,
                                std::size_t size);
 
-// Up to `size` bytes of a node's medium; the bytes read, or a negated errno (ENOENT without one).
-std::ptrdiff_t read_medium_of(const char *board, const Node &node, void *out, std::size_t size);
+// Up to `size` bytes of a medium by the name that a setting gives it; the bytes read, or a negated
+// errno (ENOENT without a name).
+std::ptrdiff_t read_medium(const char *board, std::string_view name, void *out, std::size_t size);
 
 // The names in a folder of the board, in order, numbers by their value; the number of them, 0 for a
 // folder that is missing. free_names() takes them back.

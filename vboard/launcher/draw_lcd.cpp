@@ -10,7 +10,8 @@ LcdView lcd_view(const char *board, const Node &node) {
   LcdView view = {};
   lcd_load(node, view.registers);
   view.is_lit = node_number(node, "backlight", 0) != 0;
-  view.has_frame = read_medium_of(board, node, view.frame, sizeof view.frame) == sizeof view.frame;
+  view.has_frame = read_medium(board, node_text(node, "medium"), view.frame, sizeof view.frame) ==
+                   sizeof view.frame;
   if (!view.has_frame)
     memset(view.frame, 0, sizeof view.frame);
   return view;

@@ -2,6 +2,7 @@
 
 #include "vboard/base/text.h"
 #include "vboard/board/attributes.h"
+#include "vboard/board/board_files.h"
 #include "vboard/board/process_events.h"
 #include "vboard/launcher/draw_files.h"
 
@@ -41,12 +42,7 @@ std::string_view numbered(const Node &node, const char *word, int number) {
 // A medium's lines as they stand, comments included; empty without a medium.
 std::string_view load_timeline(const char *board, std::string_view medium) {
   static char text[kMostTimeline];
-  char name[512];
-  const int length =
-      snprintf(name, sizeof name, "media/%.*s", static_cast<int>(medium.size()), medium.data());
-  if (medium.empty() || static_cast<std::size_t>(length) >= sizeof name)
-    return {};
-  const std::ptrdiff_t size = read_board_file(board, name, text, sizeof text);
+  const std::ptrdiff_t size = read_medium(board, medium, text, sizeof text);
   return {text, static_cast<std::size_t>(std::max<std::ptrdiff_t>(size, 0))};
 }
 
@@ -101,11 +97,8 @@ void korcmem_line(const char *, const Node &node, FILE *out) {
 
 void sata_disk_line(const char *board, const Node &node, FILE *out) {
   unsigned char identify[kIdentifySize];
-  char name[512];
-  const std::string_view medium = node_text(node, "identify");
-  snprintf(name, sizeof name, "media/%.*s", static_cast<int>(medium.size()), medium.data());
-  if (medium.empty() ||
-      read_board_file(board, name, identify, kIdentifySize) != std::ptrdiff_t{kIdentifySize}) {
+  if (read_medium(board, node_text(node, "identify"), identify, kIdentifySize) !=
+      std::ptrdiff_t{kIdentifySize}) {
     fputs("no identity", out);
   } else {
     print_identify_text(out, identify + kModelAt, kModelSize);
@@ -151,7 +144,7 @@ void memory_blocks_line(const char *board, FILE *out) {
   const int count = list_folder(board, kFolder, names);
   int blocks = 0;
   for (int i = 0; i < count; ++i) {
-    FixedText<512> file;
+    BoardPath file;
     char text[64];
     append_text(file, kFolder, "/", names[i]->d_name, "/state");
     const std::ptrdiff_t size = read_board_file(board, file.view(), text, sizeof text);
@@ -169,7 +162,7 @@ void overlays_line(const char *board, FILE *out) {
   dirent **names;
   const int count = list_folder(board, kFolder, names);
   for (int i = 0; i < count; ++i) {
-    FixedText<512> file;
+    BoardPath file;
     char text[64];
     append_text(file, kFolder, "/", names[i]->d_name, "/status");
     const std::ptrdiff_t size = read_board_file(board, file.view(), text, sizeof text);
@@ -183,9 +176,8 @@ void overlays_line(const char *board, FILE *out) {
 
 void process_events_line(const char *board, FILE *out) {
   static ProcessEventLine event;
-  char path[1024];
   Node node;
-  if (!board_file(board, "netlink/connector", path) || load_node(path, node) < 0) {
+  if (load_board_node(board, "netlink/connector", node) < 0) {
     fputs("no connector", out);
     return;
   }

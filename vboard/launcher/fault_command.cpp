@@ -2,6 +2,7 @@
 
 #include "vboard/base/text.h"
 #include "vboard/board/faults.h"
+#include "vboard/board/file_updates.h"
 #include "vboard/launcher/boards.h"
 #include "vboard/launcher/commands.h"
 #include "vboard/launcher/fault_lines.h"
@@ -10,7 +11,6 @@
 #include <fcntl.h>
 #include <stdio.h>
 #include <string.h>
-#include <sys/file.h>
 #include <unistd.h>
 
 namespace vboard {
@@ -35,19 +35,38 @@ bool is_fault(std::string_view line) {
   return parse_fault(line, fault, reason) != FaultLine::kNothing;
 }
 
-// Opens the board's faults file under an exclusive lock.
-int open_faults(const char *board) {
-  char file[kFileName];
-  if (!join_path(file, board, "faults"))
-    return -1;
-  const int fd = open(file, O_RDWR | O_CREAT | O_CLOEXEC, 0666);
-  if (fd < 0 || flock(fd, LOCK_EX) < 0) {
-    fail("%s: %s", file, strerror(errno));
-    if (fd >= 0)
-      close(fd);
-    return -1;
-  }
-  return fd;
+// The faults of a board while they are changed.
+struct FaultsFile {
+  BoardPath path;
+  int fd;
+  FixedText<kFaultsSize> text;
+};
+
+// Reads the board's faults file under its exclusive lock. 0, or kFailed with a message; the lock
+// ends with the descriptor.
+int open_faults(const char *board, FaultsFile &out) {
+  if (!locate(board, "faults", out.path))
+    return kFailed;
+  out.fd = hold_file(out.path.c_str(), O_CREAT);
+  if (out.fd < 0)
+    return fail("%s: %s", out.path.c_str(), strerror(-out.fd));
+  char bytes[4096];
+  ssize_t size;
+  while ((size = read(out.fd, bytes, sizeof bytes)) > 0)
+    append_text(out.text, std::string_view(bytes, static_cast<std::size_t>(size)));
+  if (size == 0 && !out.text.overflow)
+    return 0;
+  close(out.fd);
+  return size < 0 ? fail("%s: %s", out.path.c_str(), strerror(errno))
+                  : fail("%s: more than %zu bytes", out.path.c_str(), kFaultsSize - 1);
+}
+
+// Puts the changed faults in place of the file, and gives its lock up.
+int close_faults(FaultsFile &file) {
+  const int result =
+      file.text.overflow ? -E2BIG : replace_file(file.path.c_str(), file.fd, file.text.view());
+  close(file.fd);
+  return result < 0 ? fail("%s: %s", file.path.c_str(), strerror(-result)) : 0;
 }
 
 int add_fault(const char *board, int argc, char **argv) {
@@ -58,20 +77,15 @@ int add_fault(const char *board, int argc, char **argv) {
   if (line.overflow || line.view().find('\n') != line.length - 1)
     return wrong_usage("fault");
   int result = check_faults("fault", line.view());
+  FaultsFile file;
+  if (result == 0)
+    result = open_faults(board, file);
   if (result != 0)
     return result;
-  const int fd = open_faults(board);
-  if (fd < 0)
-    return kFailed;
   // A last line without its end is ended first.
-  const off_t size = lseek(fd, 0, SEEK_END);
-  char last = '\n';
-  if (size > 0 && pread(fd, &last, 1, size - 1) == 1 && last != '\n' && write(fd, "\n", 1) != 1)
-    result = fail("faults: %s", strerror(errno));
-  if (result == 0 && write(fd, line.data, line.length) != static_cast<ssize_t>(line.length))
-    result = fail("faults: %s", strerror(errno));
-  close(fd);
-  return result;
+  const bool is_ended = file.text.length == 0 || file.text.view().ends_with('\n');
+  append_text(file.text, is_ended ? "" : "\n", line.view());
+  return close_faults(file);
 }
 
 int list_faults(const char *board) {
@@ -90,35 +104,27 @@ int list_faults(const char *board) {
 
 // Comments stay: they tell how a fault is written.
 int clear_faults(const char *board) {
-  static char text[kFaultsSize];
-  const int fd = open_faults(board);
-  if (fd < 0)
-    return kFailed;
-  int result = 0;
-  const ssize_t length = pread(fd, text, sizeof text, 0);
-  static char kept_text[kFaultsSize + 1];
-  TextBuffer kept = {kept_text, sizeof kept_text, 0, false};
-  std::string_view rest(text, length > 0 ? static_cast<std::size_t>(length) : 0);
+  FaultsFile file;
+  if (const int result = open_faults(board, file); result != 0)
+    return result;
+  const FixedText<kFaultsSize> before = file.text;
+  file.text = {};
+  std::string_view rest = before.view();
   std::string_view line;
   while (take_line(rest, line)) {
-    if (is_fault(line))
-      continue;
-    append_text(kept, line);
-    append_text(kept, "\n");
+    if (!is_fault(line))
+      append_text(file.text, line, "\n");
   }
-  if (length < 0 || pwrite(fd, kept_text, kept.length, 0) != static_cast<ssize_t>(kept.length) ||
-      ftruncate(fd, static_cast<off_t>(kept.length)) < 0)
-    result = fail("faults: %s", strerror(errno));
-  close(fd);
-  return result;
+  return close_faults(file);
 }
 
 }  // namespace
 
 long read_faults(const char *board, char *out) {
-  char file[kFileName];
-  if (!join_path(file, board, "faults"))
+  BoardPath path;
+  if (!locate(board, "faults", path))
     return -1;
+  const char *file = path.c_str();
   const int fd = open(file, O_RDONLY | O_CLOEXEC);
   if (fd < 0 && errno == ENOENT)
     return 0;

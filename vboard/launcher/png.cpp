@@ -42,13 +42,10 @@ void paint(const LcdView &view, Colour (&pixels)[kHeight][kWidth]) {
 }  // namespace
 
 int write_png(const char *board, const char *node, const char *file) {
-  char path[1024];
   if (node[0] != '/')
     return -ENOTSUP;
-  if (!board_file(board, node + 1, path))
-    return -ENAMETOOLONG;
   Node settings;
-  const int error = load_node(path, settings);
+  const int error = load_board_node(board, node, settings);
   // An attribute need not be a text that fits a node file.
   if (error < 0)
     return error == -E2BIG ? -ENOTSUP : error;

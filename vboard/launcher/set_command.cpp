@@ -34,12 +34,12 @@ struct Setting {
 };
 
 int set_setting(const char *board, const char *node, const char *key, const char *value) {
-  char file[kFileName];
+  BoardPath file;
   if (!find_node_file(board, node, file))
     return kFailed;
   Setting setting = {key, value, false};
   const int result = update_node(
-      file,
+      file.c_str(),
       [](Node &content, void *context) {
         Setting &wanted = *static_cast<Setting *>(context);
         wanted.fits = set_node_text(content, wanted.key, wanted.value);

@@ -4,7 +4,6 @@
 #include "vboard/base/kernel.h"
 #include "vboard/base/text.h"
 #include "vboard/board/board_files.h"
-#include "vboard/board/board_paths.h"
 #include "vboard/interposer/core/state.h"
 #include "vboard/interposer/models/model.h"
 
@@ -36,8 +35,9 @@ void add_faults(std::string_view text, std::size_t &count) {
 }
 
 void load_file(std::size_t &count) {
-  FixedText<kPathSize> path;
-  append_text(path, board_root(), "/faults");
+  BoardPath path;
+  if (find_board_file(board_root(), "faults", path) < 0)
+    return;
   const int fd = board_open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0)
     return;

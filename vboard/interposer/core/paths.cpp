@@ -263,9 +263,9 @@ int make_parents(const Resolved &resolved) {
 void name_own(Resolved &resolved) {
   if (!resolved.from_template)
     return;
-  std::size_t length = 0;
-  append(resolved.host, length, board_root());
-  append(resolved.host, length, resolved.real);
+  BoardPath own;
+  if (find_board_file(board_root(), resolved.real, own) == 0)
+    copy_text(resolved.host, own.view());
   resolved.from_template = false;
 }
 

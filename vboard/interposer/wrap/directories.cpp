@@ -7,6 +7,7 @@
 #include "vboard/base/kernel.h"
 #include "vboard/base/text.h"
 #include "vboard/board/board_files.h"
+#include "vboard/board/file_updates.h"
 #include "vboard/interposer/core/descriptors.h"
 #include "vboard/interposer/core/engine.h"
 #include "vboard/interposer/core/opening.h"
@@ -38,15 +39,17 @@ bool is_dot(const char *name) {
 }
 
 bool is_absent_entry(const Description &directory, const char *name) {
-  FixedText<kPathSize> path;
+  BoardPath path;
   append_text(path, directory.asked, "/", name);
   return path.overflow || is_absent({path.view(), path.view()});
 }
 
 // Whether a name of one layer was listed by a layer before it.
 bool is_listed(const Description &directory, const char *name) {
-  FixedText<kPathSize> path;
-  append_text(path, board_root(), directory.real, "/", name);
+  BoardPath path;
+  if (find_board_file(board_root(), directory.real, path) < 0)
+    return false;
+  append_text(path, "/", name);
   FileStatus status;
   const bool after_template = directory.layer > 1;
   return (after_template ? board_stat(path.c_str(), status, false)
@@ -82,7 +85,7 @@ Entry *next_entry(DIR *stream, Entry *(*read_next)(DIR *)) {
     } else if (is_dot(entry->d_name)) {
       if (layer == 0)
         break;
-    } else if (!is_absent_entry(*directory, entry->d_name) &&
+    } else if (!is_unfinished(entry->d_name) && !is_absent_entry(*directory, entry->d_name) &&
                (layer == 0 || !is_listed(*directory, entry->d_name))) {
       show_type(*directory, *entry);
       break;
@@ -102,10 +105,10 @@ void add_layer(Description &directory, const char *path) {
 void open_layers(Description &directory) {
   if (directory.layer_count > 0)
     return;
-  FixedText<kPathSize> own;
-  append_text(own, board_root(), directory.real);
+  BoardPath own;
   char file[kPathSize];
-  if (template_path(own.c_str(), file, sizeof file))
+  if (find_board_file(board_root(), directory.real, own) == 0 &&
+      template_path(own.c_str(), file, sizeof file))
     add_layer(directory, file);
   if (territory_of(directory.asked) == Territory::kOverlay)
     add_layer(directory, directory.asked);
@@ -334,7 +337,7 @@ int walk_tree(const Walk &walk, const char *path, int level) {
   const bool after = walk.full != nullptr && (walk.flags & FTW_DEPTH) != 0;
   int result = after ? 0 : visit(walk, path, status, FTW_D, level);
   while (dirent64 *entry = result == 0 ? vboard_readdir64(stream) : nullptr) {
-    FixedText<kPathSize> name;
+    BoardPath name;
     append_text(name, path, strcmp(path, "/") == 0 ? "" : "/", entry->d_name);
     if (!is_dot(entry->d_name) && !name.overflow && level < 64)
       result = walk_tree(walk, name.c_str(), level + 1);

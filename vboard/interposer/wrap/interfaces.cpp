@@ -7,7 +7,6 @@
 #include "vboard/base/kernel.h"
 #include "vboard/base/text.h"
 #include "vboard/board/board_files.h"
-#include "vboard/board/board_paths.h"
 #include "vboard/board/node.h"
 #include "vboard/interposer/core/fault_table.h"
 #include "vboard/interposer/core/state.h"
@@ -55,8 +54,9 @@ bool add_interface(const char *name, void *context) {
 }
 
 std::size_t list_interfaces(Interface *out) {
-  FixedText<kPathSize> directory;
-  append_text(directory, board_root(), "/net");
+  BoardPath directory;
+  if (find_board_file(board_root(), "net", directory) < 0)
+    return 0;
   InterfaceList list = {out, 0};
   each_board_entry(directory.c_str(), add_interface, &list);
   const std::size_t count = list.count;
@@ -64,7 +64,7 @@ std::size_t list_interfaces(Interface *out) {
     return strcmp(left.name, right.name) < 0;
   });
   for (std::size_t i = 0; i < count; ++i) {
-    FixedText<kPathSize> file = directory;
+    BoardPath file = directory;
     append_text(file, "/", out[i].name);
     Node node;
     node.length = 0;

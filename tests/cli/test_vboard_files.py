@@ -1,0 +1,171 @@
+"""The files of a board: where they lie, and who changes them at the same time."""
+
+import os
+import subprocess
+
+import pytest
+
+from conftest import HANGS_AFTER_SECONDS, environment, storm
+
+WRITERS = 40
+
+
+def start(build, *words, **variables):
+    return subprocess.Popen(
+        [str(word) for word in (build / "bin/vboard", *words)],
+        stdout=subprocess.PIPE,
+        stderr=subprocess.PIPE,
+        env=environment() | variables,
+    )
+
+
+def finish(processes):
+    """Status and outputs of each."""
+    ended = [process.communicate(timeout=HANGS_AFTER_SECONDS) for process in processes]
+    return [(process.returncode, *texts) for process, texts in zip(processes, ended)]
+
+
+def settings(file):
+    lines = [line.split("#")[0] for line in file.read_text(encoding="utf-8").splitlines()]
+    pairs = [line.split("=", 1) for line in lines if "=" in line]
+    return {key.strip(): value.strip() for key, value in pairs}
+
+
+# --- many writers ---------------------------------------------------------------------------------
+
+
+def test_no_change_of_many_at_once_is_lost(board):
+    before = settings(board.path("dev/lcd"))
+    writers = [
+        start(board.build, "set", board.directory, "/dev/lcd", f"key{i}", i) for i in range(WRITERS)
+    ]
+    assert finish(writers) == [(0, b"", b"")] * WRITERS
+    assert settings(board.path("dev/lcd")) == before | {f"key{i}": str(i) for i in range(WRITERS)}
+
+
+def test_one_setting_of_many_writers_is_one_of_theirs(board):
+    writers = [
+        start(board.build, "set", board.directory, "/dev/lcd", "contrast", i)
+        for i in range(WRITERS)
+    ]
+    assert finish(writers) == [(0, b"", b"")] * WRITERS
+    text = board.path("dev/lcd").read_text(encoding="utf-8")
+    assert text.count("contrast =") == 1
+    assert int(settings(board.path("dev/lcd"))["contrast"]) in range(WRITERS)
+
+
+def test_no_fault_of_many_at_once_is_lost(board):
+    kept = board.path("faults").read_text(encoding="utf-8")
+    lines = [f"/dev/lcd write errno=EIO nth={i + 1}" for i in range(WRITERS)]
+    writers = [start(board.build, "fault", board.directory, "add", *line.split()) for line in lines]
+    assert finish(writers) == [(0, b"", b"")] * WRITERS
+    text = board.path("faults").read_text(encoding="utf-8")
+    assert text.startswith(kept)
+    assert sorted(text[len(kept) :].splitlines()) == sorted(lines)
+
+
+@pytest.mark.parametrize(
+    "file, words",
+    [
+        ("dev/lcd", ["set", "/dev/lcd", "contrast", "7"]),
+        ("faults", ["fault", "add", "/dev/lcd", "absent"]),
+    ],
+)
+def test_a_reader_on_the_way_gets_all_of_the_old_file(board, file, words):
+    before = board.path(file).read_bytes()
+    with open(board.path(file), "rb") as reader:
+        board.vboard(words[0], board.directory, *words[1:])
+        assert reader.read() == before
+    assert board.path(file).read_bytes() != before
+
+
+def test_a_program_that_keeps_an_attribute_open_reads_its_new_value(board, build):
+    state = "/sys/devices/system/memory/memory2/state"
+    text = f"exec 3<{state}; echo offline >{state}; cat <&3"
+    run = board.run_command(["sh", "-c", text])
+    assert (run.status, run.stdout, run.stderr) == (0, b"offline\n", b"")
+
+
+def test_a_device_in_use_stays_so_when_its_settings_change(board):
+    """The real-time clock lets one program in at a time."""
+    text = """exec 3<>/dev/rtc0 && "$0" set "$VBOARD_DIR" /dev/rtc0 rate 2.0
+        (exec 4<>/dev/rtc0) 2>/dev/null && echo open || echo busy
+        exec 3>&-; (exec 4<>/dev/rtc0) && echo open"""
+    run = board.run_command(["sh", "-c", text, board.build / "bin/vboard"])
+    assert (run.status, run.stdout, run.stderr) == (0, b"busy\nopen\n", b"")
+    assert settings(board.path("dev/rtc0"))["rate"] == "2.0"
+
+
+# Blocks of /dev/korcmem that "korcmem -g" takes.
+BLOCKS = range(10, 16)
+
+
+@pytest.mark.parametrize("layered", [True, False])
+def test_no_change_of_many_programs_is_lost(board, layered):
+    """On a board of one run, the first of them also copies the file from the template."""
+    text = "".join(f'"$0" bt2 korcmem -g {block} >&2 & ' for block in BLOCKS)
+    options = [] if layered else ["--board", board.directory]
+    command = [
+        "sh",
+        "-c",
+        text + 'wait; cat "$VBOARD_DIR/dev/korcmem"',
+        board.build / "bin/benchrig",
+    ]
+    for _ in range(storm(10)):
+        runner = start(board.build, "run", *options, "--", *command, TMPDIR=str(board.scratch))
+        ((status, stdout, stderr),) = finish([runner])
+        assert status == 0, stderr
+        file = board.scratch / "korcmem"
+        file.write_bytes(stdout)
+        found = settings(file)
+        assert {block: found.get(f"state{block}") for block in BLOCKS} == {
+            block: "freed" for block in BLOCKS
+        }
+
+
+def test_a_link_to_a_node_file_stays_one(board):
+    board.path("dev/screen").symlink_to("lcd")
+    board.set("/dev/screen", "contrast", "11")
+    assert os.readlink(board.path("dev/screen")) == "lcd"
+    assert settings(board.path("dev/lcd"))["contrast"] == "11"
+
+
+def test_a_changed_file_keeps_its_mode(board):
+    board.path("dev/lcd").chmod(0o640)
+    board.set("/dev/lcd", "contrast", "11")
+    assert board.path("dev/lcd").stat().st_mode & 0o777 == 0o640
+
+
+# --- long names -----------------------------------------------------------------------------------
+
+
+@pytest.fixture
+def far_board(tmp_path, build):
+    """A board whose path has more than 900 characters."""
+    folder = tmp_path
+    while len(str(folder)) < 900:
+        folder /= "d" * 150
+    folder.mkdir(parents=True)
+    return folder / "board"
+
+
+def test_a_board_may_lie_deep(build, far_board):
+    def vboard(*words):
+        ((status, stdout, stderr),) = finish([start(build, *words)])
+        assert (status, stderr) == (0, b""), (words, stdout)
+        return stdout
+
+    vboard("new", far_board)
+    assert vboard("show", far_board).startswith(str(far_board).encode() + b": vboard board")
+    vboard("set", far_board, "/dev/lcd", "contrast", "11")
+    assert settings(far_board / "dev/lcd")["contrast"] == "11"
+    assert b"contrast = 11\n" in vboard("show", far_board, "/dev/lcd")
+    vboard("set", far_board, "/sys/class/leds/buzzer/brightness", "1")
+    assert (far_board / "sys/class/leds/buzzer/brightness").read_text() == "1\n"
+    vboard("set", far_board, "net:ppp0", "ipv4", "10.1.2.3")
+    assert settings(far_board / "net/ppp0")["ipv4"] == "10.1.2.3"
+    vboard("fault", far_board, "add", "/dev/lcd", "absent")
+    assert vboard("fault", far_board, "list") == b"/dev/lcd absent\n"
+    vboard("fault", far_board, "clear")
+    run = ("run", "--board", far_board, "--", "sh", "-c")
+    assert vboard(*run, "cat /sys/class/leds/buzzer/brightness; ls /dev/lcd") == b"1\n/dev/lcd\n"
