@@ -143,13 +143,13 @@ int sys_flock(int fd, int operation) {
   return static_cast<int>(result);
 }
 
-bool sys_is_locked(int fd, std::int64_t offset) {
+int sys_lock_byte(int fd, std::int64_t offset) {
   struct flock lock = {};
   lock.l_type = F_WRLCK;
   lock.l_whence = SEEK_SET;
   lock.l_start = static_cast<off_t>(offset);
   lock.l_len = 1;
-  return call(kFcntl, fd, F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
+  return static_cast<int>(call(kFcntl, fd, F_OFD_SETLK, &lock));
 }
 
 int sys_flags(int fd) {

@@ -24,8 +24,8 @@ std::int64_t sys_lseek(int fd, std::int64_t offset, int whence);
 int sys_ftruncate(int fd, std::int64_t size);
 int sys_fchmod(int fd, unsigned int mode);
 int sys_flock(int fd, int operation);
-// Whether another open file has locked the byte at `offset`, whoever opened it.
-bool sys_is_locked(int fd, std::int64_t offset);
+// Locks one byte for the open file description: 0, or -EAGAIN while another one has it.
+int sys_lock_byte(int fd, std::int64_t offset);
 // The flags of open() that the descriptor has now.
 int sys_flags(int fd);
 

@@ -11,14 +11,10 @@
 
 namespace vboard {
 
-// A model that lets one program in at a time locks this byte of its node file, far beyond the text.
-inline constexpr long kClaimByte = 1 << 30;
-
 // Opens a file of the board for a change, with `flags` beside O_RDWR, and locks it: the descriptor.
 // The lock ends with it.
 int hold_file(const char *path, int flags = 0);
-// Replaces the file at `path`, which `held` holds. A file that a device has claimed is written in
-// place, since the claim would be lost with the old one.
+// Replaces the file at `path`, which `held` holds.
 int replace_file(const char *path, int held, std::string_view bytes);
 // Writes a held file in place.
 int overwrite_file(int held, std::string_view bytes);

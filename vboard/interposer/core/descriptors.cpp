@@ -16,6 +16,7 @@
 #include <errno.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 
 #include <atomic>
 #include <iterator>
@@ -74,7 +75,6 @@ Description *new_description(Kind kind, std::string_view asked, std::string_view
   description->file.fd = -1;
   description->file.medium = -1;
   description->file.opened_at = current_time();
-  description->faulty = has_faults(names_of(*description));
   if (kind != Kind::kModel && kind != Kind::kAttribute)
     return description;
   SharedFile *shared = new_shared_file();
@@ -188,13 +188,23 @@ void set_flags(Description &description, int flags) {
     description.shared->flags = flags;
 }
 
-bool is_gone(const Description &description) {
-  return description.faulty && is_absent(names_of(description));
+bool is_faulty(Description &description) {
+  const std::uint32_t now = fault_generation();
+  if (description.faults_seen != now) {
+    description.faults_seen = now;
+    description.faulty = has_faults(names_of(description));
+  }
+  return description.faulty;
 }
 
-const Fault *meet_fault(const Description &description, const char *call, const char *request,
+bool is_gone(Description &description) {
+  return is_faulty(description) && is_absent(names_of(description));
+}
+
+const Fault *meet_fault(Description &description, const char *call, const char *request,
                         std::uint32_t number) {
-  return description.faulty ? meet_fault(names_of(description), call, request, number) : nullptr;
+  return is_faulty(description) ? meet_fault(names_of(description), call, request, number)
+                                : nullptr;
 }
 
 Readiness readiness_of(Description &description, short events, BoardTime now) {
@@ -252,7 +262,6 @@ Description *inherit(SharedFile &shared) {
   file.state = shared.state;
   file.opened_at = shared.opened_at;
   file.medium = -1;
-  description->faulty = has_faults(names_of(*description));
   ++shared.processes;
   if (reopen(*description) >= 0)
     return description;
@@ -260,10 +269,38 @@ Description *inherit(SharedFile &shared) {
   return nullptr;
 }
 
+// Another file of the board: the descriptor is the kernel's own. What it is called on the board,
+// without a slash for one of the PC.
+std::string_view name_on_board(int fd, BoardPath &buffer) {
+  FixedText<40> path;
+  append_text(path, "/proc/self/fd/");
+  append_decimal(path, fd);
+  const ssize_t length = sys_readlink(path.c_str(), buffer.data, sizeof buffer.data);
+  const std::string_view name(buffer.data, length > 0 ? static_cast<std::size_t>(length) : 0);
+  const std::string_view root = board_root();
+  return name.starts_with(root) && name.substr(root.size()).starts_with('/')
+             ? name.substr(root.size())
+             : std::string_view();
+}
+
+void take_inherited_file(int fd) {
+  BoardPath buffer;
+  const std::string_view name = name_on_board(fd, buffer);
+  FileStatus status;
+  if (name.empty() || sys_fstat(fd, status) < 0)
+    return;
+  const Kind kind = S_ISDIR(status.mode) ? Kind::kDirectory : Kind::kFile;
+  Description *description = new_description(kind, name, name, sys_flags(fd));
+  if (description != nullptr && attach(description, fd) < 0)
+    free_description(description);
+}
+
 void take_inherited(int fd) {
   SharedFile *shared = shared_file_behind(fd);
-  if (shared == nullptr)
+  if (shared == nullptr) {
+    take_inherited_file(fd);
     return;
+  }
   const DeviceLock lock;
   Description *known = find_shared(shared);
   if (known != nullptr) {

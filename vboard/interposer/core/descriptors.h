@@ -30,7 +30,7 @@ enum class Kind : std::uint8_t {
 struct Description {
   OpenFile file;
   Kind kind;
-  bool faulty;    // some fault names it
+  bool faulty;    // some fault names it, as of `faults_seen`
   bool has_left;  // this process has given it up: close() has run, or is somebody else's
   // What other processes see of it; null of files, directories and the kernel's sockets, which are
   // the kernel's own descriptors.
@@ -39,6 +39,7 @@ struct Description {
   int users;  // descriptors and calls under way
   char asked[256];
   char real[256];
+  std::uint32_t faults_seen;
   // When the node file was looked at last, and as what it stood there.
   std::uint32_t seen_changes;
   std::int64_t looked_at;
@@ -74,10 +75,12 @@ inline NodeNames names_of(const Description &description) {
   return {description.asked, description.real};
 }
 
+// Whether some fault names the descriptor's node.
+bool is_faulty(Description &description);
 // Whether the node behind an open descriptor is missing now.
-bool is_gone(const Description &description);
+bool is_gone(Description &description);
 // Counts the call; the fault that is due, or null.
-const Fault *meet_fault(const Description &description, const char *call,
+const Fault *meet_fault(Description &description, const char *call,
                         const char *request = nullptr, std::uint32_t number = 0);
 
 // Which of poll()'s events hold for the descriptor, and when that may change by itself.

@@ -9,6 +9,7 @@
 
 #include <fcntl.h>
 #include <stdlib.h>
+#include <string.h>
 
 #include <atomic>
 
@@ -18,53 +19,93 @@ namespace {
 
 constexpr std::size_t kMostFaults = 256;
 constexpr std::size_t kFileSize = 65536;
+// How long the faults file is believed, in nanoseconds of the PC: a person may break a device at
+// any time.
+constexpr std::int64_t kBelieved = 10'000'000;
 
-Fault faults[kMostFaults];
-std::atomic<std::uint64_t> met[kMostFaults];
-std::atomic<std::size_t> fault_count;
-std::atomic<bool> loaded;
+struct Table {
+  Fault faults[kMostFaults];
+  std::atomic<std::uint64_t> met[kMostFaults];
+  std::size_t count;
+};
 
-// The launcher has told about wrong lines; here they are passed over.
-void add_faults(std::string_view text, std::size_t &count) {
+// The table that is in use and the one before it: a call may still hold a fault of that one.
+Table tables[2];
+std::atomic<std::uint32_t> generation;  // 0: nothing has been read yet
+std::atomic<std::int64_t> looked_at;
+FileStatus seen;
+
+Table &table_of(std::uint32_t number) {
+  return tables[number % 2];
+}
+
+// The launcher reports wrong lines; here they are passed over.
+void add_faults(std::string_view text, Table &out) {
   char reason[128];
   std::string_view line;
-  while (count < kMostFaults && take_line(text, line)) {
-    if (parse_fault(line, faults[count], reason) == FaultLine::kFault)
-      ++count;
+  while (out.count < kMostFaults && take_line(text, line)) {
+    if (parse_fault(line, out.faults[out.count], reason) == FaultLine::kFault)
+      ++out.count;
   }
 }
 
-void load_file(std::size_t &count) {
-  BoardPath path;
-  if (find_board_file(board_root(), "faults", path) < 0)
-    return;
-  const int fd = board_open(path.c_str(), O_RDONLY | O_CLOEXEC);
+void load_file(const char *path, Table &out) {
+  const int fd = board_open(path, O_RDONLY | O_CLOEXEC);
   if (fd < 0)
     return;
   char *text = static_cast<char *>(malloc(kFileSize));
   if (text != nullptr) {
     const ssize_t length = sys_read(fd, text, kFileSize);
     if (length > 0)
-      add_faults({text, static_cast<std::size_t>(length)}, count);
+      add_faults({text, static_cast<std::size_t>(length)}, out);
     free(text);
   }
   sys_close(fd);
 }
 
-std::size_t all_faults() {
-  if (!loaded.load(std::memory_order_acquire)) {
-    lock_board();
-    if (!loaded.load(std::memory_order_relaxed)) {
-      std::size_t count = 0;
-      // Those of the command line come first: they are meant for this run in particular.
-      add_faults(given_faults(), count);
-      load_file(count);
-      fault_count.store(count, std::memory_order_relaxed);
-      loaded.store(true, std::memory_order_release);
+// A fault that stays keeps its count.
+void keep_counts(const Table &before, Table &out) {
+  for (std::size_t i = 0; i < out.count; ++i) {
+    std::uint64_t met = 0;
+    for (std::size_t old = 0; old < before.count; ++old) {
+      if (memcmp(&before.faults[old], &out.faults[i], sizeof(Fault)) == 0)
+        met = before.met[old].load(std::memory_order_relaxed);
     }
+    out.met[i].store(met, std::memory_order_relaxed);
+  }
+}
+
+// Under the board's lock.
+void look_at_file() {
+  BoardPath path;
+  FileStatus status = {};
+  if (find_board_file(board_root(), "faults", path) < 0 || board_stat(path.c_str(), status) < 0)
+    status = {};
+  const std::uint32_t number = generation.load(std::memory_order_relaxed);
+  if (number != 0 && status.inode == seen.inode && status.changed == seen.changed &&
+      status.size == seen.size)
+    return;
+  seen = status;
+  Table &next = table_of(number + 1);
+  memset(static_cast<void *>(next.faults), 0, sizeof next.faults);
+  next.count = 0;
+  // Those of the command line come first: they are meant for this run in particular.
+  add_faults(given_faults(), next);
+  load_file(path.c_str(), next);
+  keep_counts(table_of(number), next);
+  generation.store(number + 1, std::memory_order_release);
+}
+
+Table &all_faults() {
+  const std::int64_t now = pc_monotonic();
+  if (generation.load(std::memory_order_acquire) == 0 ||
+      now - looked_at.load(std::memory_order_relaxed) >= kBelieved) {
+    lock_board();
+    looked_at.store(now, std::memory_order_relaxed);
+    look_at_file();
     unlock_board();
   }
-  return fault_count.load(std::memory_order_relaxed);
+  return table_of(generation.load(std::memory_order_acquire));
 }
 
 bool names_node(const Fault &fault, NodeNames names) {
@@ -74,20 +115,26 @@ bool names_node(const Fault &fault, NodeNames names) {
 
 }  // namespace
 
+std::uint32_t fault_generation() {
+  all_faults();
+  return generation.load(std::memory_order_relaxed);
+}
+
 bool has_faults(NodeNames names) {
-  const std::size_t count = all_faults();
-  for (std::size_t i = 0; i < count; ++i) {
-    if (names_node(faults[i], names))
+  const Table &table = all_faults();
+  for (std::size_t i = 0; i < table.count; ++i) {
+    if (names_node(table.faults[i], names))
       return true;
   }
   return false;
 }
 
 bool is_absent(NodeNames names) {
-  const std::size_t count = all_faults();
-  for (std::size_t i = 0; i < count; ++i) {
-    if (faults[i].effect == FaultEffect::kAbsent && names_node(faults[i], names) &&
-        fault_is_due(faults[i], 1, current_time()))
+  const Table &table = all_faults();
+  for (std::size_t i = 0; i < table.count; ++i) {
+    const Fault &fault = table.faults[i];
+    if (fault.effect == FaultEffect::kAbsent && names_node(fault, names) &&
+        fault_is_due(fault, 1, current_time()))
       return true;
   }
   return false;
@@ -96,13 +143,14 @@ bool is_absent(NodeNames names) {
 const Fault *meet_fault(NodeNames names, const char *call, const char *request,
                         std::uint32_t number) {
   const Fault *first = nullptr;
-  const std::size_t count = all_faults();
-  for (std::size_t i = 0; i < count; ++i) {
-    if (!fault_names_call(faults[i], call, request, number) || !names_node(faults[i], names))
+  Table &table = all_faults();
+  for (std::size_t i = 0; i < table.count; ++i) {
+    const Fault &fault = table.faults[i];
+    if (!fault_names_call(fault, call, request, number) || !names_node(fault, names))
       continue;
-    const std::uint64_t nth = met[i].fetch_add(1, std::memory_order_relaxed) + 1;
-    if (first == nullptr && fault_is_due(faults[i], nth, current_time()))
-      first = &faults[i];
+    const std::uint64_t nth = table.met[i].fetch_add(1, std::memory_order_relaxed) + 1;
+    if (first == nullptr && fault_is_due(fault, nth, current_time()))
+      first = &fault;
   }
   return first;
 }

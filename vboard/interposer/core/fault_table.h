@@ -15,6 +15,9 @@ struct NodeNames {
   std::string_view asked, real;
 };
 
+// Changes whenever the faults do.
+std::uint32_t fault_generation();
+
 // Whether any fault at all names the node: most have none, and then nothing is searched per call.
 bool has_faults(NodeNames names);
 

@@ -16,8 +16,6 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/mman.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 namespace vboard {
 
@@ -144,31 +142,13 @@ std::int64_t place_of(std::string_view name) {
   return static_cast<std::int64_t>(hash >> 2 | std::uint64_t{1} << 32);
 }
 
-bool lock_byte(int fd, std::int64_t offset) {
-  struct flock lock = {};
-  lock.l_type = F_WRLCK;
-  lock.l_whence = SEEK_SET;
-  lock.l_start = static_cast<off_t>(offset);
-  lock.l_len = 1;
-#ifdef SYS_fcntl64
-  constexpr long kCall = SYS_fcntl64;
-#else
-  constexpr long kCall = SYS_fcntl;
-#endif
-  // fcntl() is the interposer's, and errno the program's.
-  const int kept = errno;
-  const long result = syscall(kCall, fd, F_OFD_SETLK, &lock);
-  errno = kept;
-  return result == 0;
-}
-
 // The lock goes with the open file, through fork() and exec(), however the processes end.
 int claim(OpenFile &file) {
   const Description &description = description_of(file);
   const int fd = open_board_mark(file.flags & O_CLOEXEC);
   if (fd < 0)
     return fd;
-  if (!lock_byte(fd, place_of(description.real))) {
+  if (sys_lock_byte(fd, place_of(description.real)) < 0) {
     sys_close(fd);
     return -EBUSY;
   }

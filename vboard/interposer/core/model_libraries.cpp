@@ -40,13 +40,11 @@ const Model *load(const char *library) {
 const Model *find_any_model(std::string_view name, std::string_view node_file) {
   if (name.find('/') == name.npos)
     return find_model(name);
-  char library[kPathSize];
-  TextBuffer path = {library, sizeof library - 1, 0, false};
+  FixedText<kPathSize> library;
   if (name[0] != '/')
-    append_text(path, node_file.substr(0, node_file.rfind('/') + 1));
-  append_text(path, name);
-  library[path.length] = '\0';
-  return path.overflow ? nullptr : load(library);
+    append_text(library, node_file.substr(0, node_file.rfind('/') + 1));
+  append_text(library, name);
+  return library.overflow ? nullptr : load(library.c_str());
 }
 
 }  // namespace vboard

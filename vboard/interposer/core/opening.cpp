@@ -42,26 +42,9 @@ constexpr FlagName kFlagNames[] = {
 // clang-format on
 
 void complain(std::string_view file, std::string_view what) {
-  char text[kPathSize + 300];
-  TextBuffer line = {text, sizeof text - 1, 0, false};
-  append_text(line, "vboard: ");
-  append_text(line, file);
-  append_text(line, ": ");
-  append_text(line, what);
-  text[line.length++] = '\n';
-  sys_write(2, text, line.length);
-}
-
-// A file name below media/, which must not lead out of it.
-bool medium_path(std::string_view name, char *out, std::size_t size) {
-  if (name[0] == '/' || name.find("..") != std::string_view::npos)
-    return false;
-  TextBuffer path = {out, size - 1, 0, false};
-  append_text(path, board_root());
-  append_text(path, "/media/");
-  append_text(path, name);
-  out[path.length] = '\0';
-  return !path.overflow;
+  FixedText<kPathSize + 300> line;
+  append_text(line, "vboard: ", file, ": ", what, "\n");
+  sys_write(2, line.data, line.length);
 }
 
 int fill_medium(int fd, std::size_t size, unsigned char fill) {
@@ -81,23 +64,20 @@ int fill_medium(int fd, std::size_t size, unsigned char fill) {
 
 // Makes a missing medium under another name first: a second run must not see half of one.
 int make_medium(const char *path, std::size_t size, unsigned char fill) {
-  char fresh[1200];
-  TextBuffer name = {fresh, sizeof fresh - 1, 0, false};
-  append_text(name, path);
-  append_text(name, ".new.");
-  append_decimal(name, pc_monotonic());
-  fresh[name.length] = '\0';
-  if (name.overflow)
+  BoardPath fresh;
+  append_text(fresh, path, ".new.");
+  append_decimal(fresh, pc_monotonic());
+  if (fresh.overflow)
     return -ENAMETOOLONG;
-  const int fd = board_open(fresh, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+  const int fd = board_open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
   if (fd < 0)
     return fd;
   int result = fill_medium(fd, size, fill);
   sys_close(fd);
   if (result == 0)
-    result = sys_rename(fresh, path);
+    result = sys_rename(fresh.c_str(), path);
   if (result < 0)
-    sys_unlink(fresh);
+    sys_unlink(fresh.c_str());
   return result;
 }
 
@@ -107,23 +87,23 @@ int open_medium(const char *node, Description &description) {
   const std::string_view medium = node_text(file.node, file.model->medium_setting);
   if (medium.empty())
     return 0;
-  char path[kPathSize];
-  if (!medium_path(medium, path, sizeof path)) {
+  BoardPath path;
+  if (find_medium(board_root(), medium, path) < 0) {
     complain(node, "the medium's name is wrong");
     return -ENXIO;
   }
   constexpr int flags = O_NOCTTY | O_CLOEXEC;
-  int fd = board_open(path, O_RDWR | flags);
+  int fd = board_open(path.c_str(), O_RDWR | flags);
   if (fd == -ENOENT) {
     const std::int64_t size =
         node_number(file.node, "medium_size", static_cast<std::int64_t>(file.model->medium_size));
-    const int result =
-        make_medium(path, size > 0 ? static_cast<std::size_t>(size) : 0, file.model->medium_fill);
-    fd = result < 0 ? result : board_open(path, O_RDWR | flags);
+    const int result = make_medium(path.c_str(), size > 0 ? static_cast<std::size_t>(size) : 0,
+                                   file.model->medium_fill);
+    fd = result < 0 ? result : board_open(path.c_str(), O_RDWR | flags);
   }
   // A board on a read-only disk can still be looked at.
   if (fd == -EACCES || fd == -EROFS)
-    fd = board_open(path, O_RDONLY | flags);
+    fd = board_open(path.c_str(), O_RDONLY | flags);
   if (fd < 0)
     return fd;
   file.medium = sys_move_high(fd, kOwnDescriptors);
@@ -159,12 +139,11 @@ int open_socket_model(Description &description) {
     file.model = &kSocketModel;
     return 0;
   }
-  TextBuffer path = {file.file, sizeof file.file - 1, 0, false};
-  append_text(path, board_root());
-  append_text(path, "/netlink/connector");
-  file.file[path.length] = '\0';
-  if (path.overflow || load_node(file.file, file.node) < 0)
+  BoardPath path;
+  if (find_board_file(board_root(), "netlink/connector", path) < 0 ||
+      load_node(path.c_str(), file.node) < 0)
     return -EPROTONOSUPPORT;
+  copy_text(file.file, path.view());
   file.model = &kProcConnectorModel;
   return open_medium(file.file, description);
 }
@@ -297,33 +276,28 @@ int open_socket(const SocketKind &kind) {
 int reopen(Description &description) {
   if (strcmp(description.real, kSocket) == 0)
     return open_socket_model(description);
-  char path[kPathSize];
-  TextBuffer text = {path, sizeof path - 1, 0, false};
-  append_text(text, board_root());
-  append_text(text, description.real);
-  path[text.length] = '\0';
-  if (text.overflow)
-    return -ENAMETOOLONG;
+  BoardPath path;
+  if (const int error = find_board_file(board_root(), description.real, path); error < 0)
+    return error;
   if (description.kind == Kind::kAttribute)
-    return open_attribute(path, description);
-  OpenFile &file = description.file;
-  const std::string_view model = description.shared->model;
+    return open_attribute(path.c_str(), description);
   // What a request has handed out has the node of its parent and a model of its own.
-  int result = load_model(path, description);
-  if (result < 0 || file.model->name == model)
-    return result < 0 ? result : open_medium(path, description);
-  copy_text(description.shared->model, model);
-  file.model = find_model(model);
+  FixedText<sizeof description.shared->model> model;
+  append_text(model, description.shared->model);
+  if (const int error = load_model(path.c_str(), description); error < 0)
+    return error;
+  OpenFile &file = description.file;
+  if (model.view() == file.model->name)
+    return open_medium(path.c_str(), description);
+  copy_text(description.shared->model, model.view());
+  file.model = find_model(model.view());
   return file.model != nullptr ? 0 : -ENXIO;
 }
 
 int open_board_mark(int flags) {
-  char path[kPathSize];
-  TextBuffer text = {path, sizeof path - 1, 0, false};
-  append_text(text, board_root());
-  append_text(text, "/board");
-  path[text.length] = '\0';
-  return board_open(path, O_RDWR | flags);
+  BoardPath path;
+  const int found = find_board_file(board_root(), "board", path);
+  return found < 0 ? found : board_open(path.c_str(), O_RDWR | flags);
 }
 
 void append_flags(TextBuffer &text, int flags) {
@@ -360,14 +334,12 @@ void notice_full(std::int64_t result) {
   static std::atomic<bool> told;
   if (result != -ENOSPC || told.exchange(true))
     return;
-  char text[1400];
-  TextBuffer line = {text, sizeof text - 1, 0, false};
-  append_text(line, "vboard: no space is left for the board's files in ");
-  append_text(line, board_root());
+  FixedText<kPathSize + 200> line;
+  append_text(line, "vboard: no space is left for the board's files in ", board_root());
   if (getenv(kTemplateVariable) != nullptr)
     append_text(line, " (TMPDIR names another place for a board of one run)");
-  text[line.length++] = '\n';
-  sys_write(2, text, line.length);
+  append_text(line, "\n");
+  sys_write(2, line.data, line.length);
 }
 
 int end_by_name(const char *call, const Resolved &resolved, int result) {

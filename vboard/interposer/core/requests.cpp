@@ -2,7 +2,7 @@
 
 #include "vboard/base/kernel.h"
 #include "vboard/base/text.h"
-#include "vboard/board/board_paths.h"
+#include "vboard/board/board_files.h"
 #include "vboard/interposer/core/device_lock.h"
 #include "vboard/interposer/core/engine.h"
 #include "vboard/interposer/core/host.h"
@@ -104,14 +104,15 @@ bool load_interface(Call &call) {
   if (name.empty() || name.size() >= kInterfaceName || name.find('/') != name.npos ||
       name[0] == '.')
     return false;
-  TextBuffer file = {interface.file, sizeof interface.file - 1, 0, false};
-  append_text(file, board_root());
-  append_text(file, "/net/");
-  append_text(file, name);
-  interface.file[file.length] = '\0';
+  BoardPath file;
+  FixedText<32> node;
+  append_text(node, "net/", name);
+  if (find_board_file(board_root(), node.view(), file) < 0)
+    return false;
+  copy_text(interface.file, file.view());
   interface.model = &kInterfaceModel;
   interface.medium = -1;
-  return !file.overflow && load_node(interface.file, interface.node) == 0;
+  return load_node(interface.file, interface.node) == 0;
 }
 
 // The row, the record and the names of the node that it is about.
@@ -125,7 +126,7 @@ void prepare(Call &call) {
     call.result = copy_record_in(call);
   if (call.row != nullptr && call.result == 0 && names_interface(call))
     name_interface(call);
-  call.meets_faults = call.description.faulty || call.names.asked.starts_with("net:");
+  call.meets_faults = is_faulty(call.description) || call.names.asked.starts_with("net:");
 }
 
 void begin_line(const Call &call, TraceLine &line) {

@@ -58,29 +58,25 @@ bool leave_shared_file(SharedFile &shared) {
 }
 
 int open_stand_in(const SharedFile &shared, int flags) {
-  char name[48];
-  TextBuffer text = {name, sizeof name - 1, 0, false};
-  append_text(text, kName);
+  FixedText<48> name;
+  append_text(name, kName);
   if (const RunFile *run = run_file()) {
-    append_decimal(text, &shared - run->files);
-    append_text(text, ":");
-    append_decimal(text, shared.generation);
+    append_decimal(name, &shared - run->files);
+    append_text(name, ":");
+    append_decimal(name, shared.generation);
   }
-  name[text.length] = '\0';
-  return sys_memfd(name, (flags & O_CLOEXEC) != 0 ? MFD_CLOEXEC : 0);
+  return sys_memfd(name.c_str(), (flags & O_CLOEXEC) != 0 ? MFD_CLOEXEC : 0);
 }
 
 SharedFile *shared_file_behind(int fd) {
   RunFile *run = run_file();
   if (run == nullptr)
     return nullptr;
-  char path[40];
-  TextBuffer text = {path, sizeof path - 1, 0, false};
-  append_text(text, "/proc/self/fd/");
-  append_decimal(text, fd);
-  path[text.length] = '\0';
+  FixedText<40> path;
+  append_text(path, "/proc/self/fd/");
+  append_decimal(path, fd);
   char link[96];
-  const ssize_t length = sys_readlink(path, link, sizeof link);
+  const ssize_t length = sys_readlink(path.c_str(), link, sizeof link);
   std::string_view name(link, length > 0 ? static_cast<std::size_t>(length) : 0);
   if (!name.starts_with(kLink) || !name.substr(kLink.size()).starts_with(kName))
     return nullptr;

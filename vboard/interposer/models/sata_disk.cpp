@@ -120,15 +120,10 @@ void log_command(const OpenFile &file, const char *transport, const std::uint8_t
   const std::string_view name = setting_text(file, "log");
   if (name.empty())
     return;
-  char text[512];
-  TextBuffer path = {text, sizeof text - 1, 0, false};
-  append_text(path, board_directory());
-  append_text(path, "/media/");
-  append_text(path, name);
-  if (path.overflow)
+  BoardPath path;
+  if (find_medium(board_directory(), name, path) < 0)
     return;
-  text[path.length] = '\0';
-  const int fd = board_open(text, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+  const int fd = board_open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
   if (fd < 0)
     return;
   char line[128];

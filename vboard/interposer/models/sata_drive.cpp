@@ -36,17 +36,9 @@ constexpr std::size_t kTemplateAt = 4192;
 // A file of media/ that a setting names. The descriptor, or a negated errno.
 int open_medium(const OpenFile &file, const char *setting, int flags) {
   const std::string_view name = setting_text(file, setting);
-  if (name.empty())
-    return -ENOENT;
-  char path[512];
-  TextBuffer text = {path, sizeof path - 1, 0, false};
-  append_text(text, board_directory());
-  append_text(text, "/media/");
-  append_text(text, name);
-  if (text.overflow || name.find('/') != name.npos || name.starts_with('.'))
-    return -EINVAL;
-  path[text.length] = '\0';
-  return board_open(path, flags | O_CLOEXEC, 0644);
+  BoardPath path;
+  const int found = find_medium(board_directory(), name, path);
+  return found < 0 ? found : board_open(path.c_str(), flags | O_CLOEXEC, 0644);
 }
 
 // Reads `size` bytes; what lies behind the file's end is zeros. 0, or a negated errno.

@@ -41,7 +41,7 @@ WRAP(int, ioctl, int fd, unsigned long request, ...) {
     return request_of_pc(fd, request, argument);
   int result;
   const bool is_kernels = description->kind == Kind::kKernelSocket && !is_interface_request(number);
-  if (is_kernels || (description->kind == Kind::kFile && !description->faulty))
+  if (is_kernels || (description->kind == Kind::kFile && !is_faulty(*description)))
     result = request_of_pc(fd, request, argument);
   else
     result =
