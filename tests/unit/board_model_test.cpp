@@ -57,6 +57,11 @@ TEST(Calendar, known_moments) {
   EXPECT_EQ(moment, 1'427'878'643'000'000'000);
   ASSERT_TRUE(parse_calendar("2000-02-29 00:00:00.25", moment));
   EXPECT_EQ(moment, 951'782'400'250'000'000);
+  ASSERT_TRUE(parse_calendar("1970-01-02 00:00:01", moment));
+  EXPECT_EQ(moment, 86'401'000'000'000);
+  ASSERT_TRUE(parse_calendar("2024-02-29 23:59:59.999999999", moment));
+  EXPECT_EQ(moment, 1'709'251'199'999'999'999);
+  ASSERT_TRUE(parse_calendar("2000-02-29 00:00:00.25", moment));
   char text[40];
   print_calendar(moment, text);
   EXPECT_STREQ(text, "2000-02-29 00:00:00.250000000");
@@ -64,12 +69,29 @@ TEST(Calendar, known_moments) {
   EXPECT_STREQ(text, "1969-12-31 23:59:59");
 }
 
+// 9,000,000,000 s after 1970 began are 2255-03-14 16:00:00.
+TEST(Calendar, reaches_the_year_2255) {
+  std::int64_t moment = 0;
+  EXPECT_TRUE(parse_calendar("2255-03-14 16:00:00", moment));
+  EXPECT_EQ(moment, 9'000'000'000'000'000'000);
+  EXPECT_FALSE(parse_calendar("2255-03-14 16:00:00.000000001", moment));
+  EXPECT_FALSE(parse_calendar("2256-01-01 00:00:00", moment));
+  CalendarTime time = {};
+  time.year = 2199;
+  time.month = 12;
+  time.day = 31;
+  EXPECT_TRUE(nanoseconds_of(time, moment));
+  time.year = 2200;
+  EXPECT_FALSE(nanoseconds_of(time, moment));
+}
+
 TEST(Calendar, dates_that_do_not_exist) {
   std::int64_t moment;
   for (const char *text :
        {"2023-02-29 00:00:00", "2024-13-01 00:00:00", "2024-00-01 00:00:00", "2024-01-32 00:00:00",
         "2024-01-01 24:00:00", "2024-01-01 00:60:00", "2024-01-01 00:00:60", "1969-12-31 23:59:59",
-        "2024-1-01 00:00:00", "", "2024-01-01", "2024-01-01 00:00:00x"})
+        "2024-1-01 00:00:00", "", "2024-01-01", "2024-01-01 00:00:00x", "24-01-01 00:00:00",
+        "2024-01-01T00:00:00", "2024-01-01 00:00:00.", "2024-01-01 00:00:00.0000000001"})
     EXPECT_FALSE(parse_calendar(text, moment)) << text;
 }
 

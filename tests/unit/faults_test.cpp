@@ -199,17 +199,6 @@ TEST(BoardTexts, SecondsHaveFractions) {
     EXPECT_FALSE(parse_seconds(word, out)) << word;
 }
 
-TEST(BoardTexts, DatesAreThoseOfTheCalendar) {
-  std::int64_t out = -1;
-  EXPECT_TRUE(parse_date("1970-01-02 00:00:01", out));
-  EXPECT_EQ(out, 86'401'000 * kMillisecond);
-  EXPECT_TRUE(parse_date("2024-02-29 23:59:59", out));
-  EXPECT_EQ(out / 1'000'000'000, 1'709'251'199);
-  for (const char *text : {"2023-02-29 00:00:00", "2024-13-01 00:00:00", "2024-01-01 24:00:00",
-                           "2024-01-01", "24-01-01 00:00:00", "2024-01-01T00:00:00"})
-    EXPECT_FALSE(parse_date(text, out)) << text;
-}
-
 TEST(BoardTexts, SignalsHaveNamesAndNumbers) {
   EXPECT_EQ(parse_signal("TERM"), 15);
   EXPECT_EQ(parse_signal("SIGINT"), 2);

@@ -71,20 +71,35 @@ CalendarTime calendar_of(std::int64_t nanoseconds) {
           .nanosecond = static_cast<int>(rest)};
 }
 
-bool nanoseconds_of(const CalendarTime &time, std::int64_t &out) {
-  if (time.year < 1970 || time.year > 2199 || time.month < 1 || time.month > 12 || time.day < 1 ||
-      time.day > days_in_month(time.year, time.month) || time.hour < 0 || time.hour > 23 ||
-      time.minute < 0 || time.minute > 59 || time.second < 0 || time.second > 59 ||
-      time.nanosecond < 0 || time.nanosecond >= kSecond)
+namespace {
+
+constexpr int kLastYear = 2255;  // of kCalendarEnd
+
+// False for a date that does not exist or lies beyond these years.
+bool moment_of(const CalendarTime &time, std::int64_t &out) {
+  if (time.year < 1970 || time.year > kLastYear || time.month < 1 || time.month > 12 ||
+      time.day < 1 || time.day > days_in_month(time.year, time.month) || time.hour < 0 ||
+      time.hour > 23 || time.minute < 0 || time.minute > 59 || time.second < 0 ||
+      time.second > 59 || time.nanosecond < 0 || time.nanosecond >= kSecond)
     return false;
   std::int64_t days = time.day - 1;
   for (int year = 1970; year < time.year; ++year)
     days += is_leap(year) ? 366 : 365;
   for (int month = 1; month < time.month; ++month)
     days += days_in_month(time.year, month);
-  out =
-      (days * kDay + time.hour * 3600 + time.minute * 60 + time.second) * kSecond + time.nanosecond;
+  const std::int64_t seconds = days * kDay + time.hour * 3600 + time.minute * 60 + time.second;
+  const std::int64_t moment =
+      seconds * kSecond + time.nanosecond;  // of any of these years: it fits
+  if (moment > kCalendarEnd)
+    return false;
+  out = moment;
   return true;
+}
+
+}  // namespace
+
+bool nanoseconds_of(const CalendarTime &time, std::int64_t &out) {
+  return time.year <= 2199 && moment_of(time, out);
 }
 
 bool parse_calendar(std::string_view text, std::int64_t &out) {
@@ -101,8 +116,10 @@ bool parse_calendar(std::string_view text, std::int64_t &out) {
     int digit;
     for (; weight > 0 && take_digits(text, 1, digit); weight /= 10)
       time.nanosecond += digit * weight;
+    if (weight == kSecond / 10)
+      return false;
   }
-  return text.empty() && nanoseconds_of(time, out);
+  return text.empty() && moment_of(time, out);
 }
 
 void print_calendar(std::int64_t nanoseconds, char (&out)[40]) {

@@ -42,10 +42,11 @@ inline std::int64_t calendar_after(std::int64_t calendar, std::int64_t duration)
 
 CalendarTime calendar_of(std::int64_t nanoseconds);
 
-// False for a date that does not exist or lies outside 1970 to 2199.
+// False for a date that does not exist or lies outside 1970 to 2199, which clock chips count.
 bool nanoseconds_of(const CalendarTime &time, std::int64_t &out);
 
-// "2015-04-01 08:57:23", with up to nine decimals behind the seconds.
+// "2015-04-01 08:57:23", in UTC, with up to nine decimals after the seconds. False for a date that
+// does not exist or that the calendar clock does not reach.
 bool parse_calendar(std::string_view text, std::int64_t &out);
 // The same with decimals only when there are some; at most 29 characters and a zero byte.
 void print_calendar(std::int64_t nanoseconds, char (&out)[40]);

@@ -2,7 +2,6 @@
 
 #include <signal.h>
 #include <string.h>
-#include <time.h>
 
 namespace vboard {
 
@@ -22,17 +21,6 @@ int digit_value(char c) {
   if (c >= 'A' && c <= 'F')
     return c - 'A' + 10;
   return 99;
-}
-
-// Digits at a fixed place of a text.
-bool fixed_number(std::string_view text, std::size_t at, std::size_t count, int &out) {
-  out = 0;
-  for (std::size_t i = at; i < at + count; ++i) {
-    if (!is_digit(text[i]))
-      return false;
-    out = out * 10 + (text[i] - '0');
-  }
-  return true;
 }
 
 }  // namespace
@@ -110,33 +98,6 @@ bool parse_seconds(std::string_view word, std::int64_t &out) {
   if (!digits || at != word.size())
     return false;
   out = whole * 1'000'000'000 + fraction;
-  return true;
-}
-
-bool parse_date(std::string_view text, std::int64_t &out) {
-  constexpr std::string_view pattern = "####-##-## ##:##:##";
-  if (text.size() != pattern.size())
-    return false;
-  for (std::size_t i = 0; i < pattern.size(); ++i) {
-    if (pattern[i] != '#' && text[i] != pattern[i])
-      return false;
-  }
-  tm moment = {};
-  if (!fixed_number(text, 0, 4, moment.tm_year) || !fixed_number(text, 5, 2, moment.tm_mon) ||
-      !fixed_number(text, 8, 2, moment.tm_mday) || !fixed_number(text, 11, 2, moment.tm_hour) ||
-      !fixed_number(text, 14, 2, moment.tm_min) || !fixed_number(text, 17, 2, moment.tm_sec))
-    return false;
-  tm given = moment;
-  given.tm_year -= 1900;
-  given.tm_mon -= 1;
-  tm normal = given;
-  const std::int64_t seconds = timegm(&normal);
-  // A day that the calendar lacks comes back as another one.
-  if (normal.tm_mday != given.tm_mday || normal.tm_mon != given.tm_mon ||
-      normal.tm_hour != given.tm_hour || normal.tm_min != given.tm_min ||
-      normal.tm_sec != given.tm_sec || seconds < 0 || seconds > 9'000'000'000)
-    return false;
-  out = seconds * 1'000'000'000;
   return true;
 }
 

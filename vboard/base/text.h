@@ -20,8 +20,6 @@ bool take_line(std::string_view &text, std::string_view &line);
 bool parse_number(std::string_view word, std::int64_t &out);
 // "2", "1.5", ".25": seconds, as nanoseconds. Not negative.
 bool parse_seconds(std::string_view word, std::int64_t &out);
-// "YYYY-MM-DD hh:mm:ss" in UTC, as nanoseconds since 1970.
-bool parse_date(std::string_view text, std::int64_t &out);
 // "EIO", or a number: the errno, positive. 0 for an unknown name.
 int parse_errno(std::string_view word);
 // "TERM", "SIGTERM", or a number: the signal. 0 for an unknown name.

@@ -1,5 +1,6 @@
 #include "vboard/launcher/run_options.h"
 
+#include "vboard/base/calendar.h"
 #include "vboard/base/text.h"
 #include "vboard/launcher/boards.h"
 #include "vboard/launcher/commands.h"
@@ -79,7 +80,7 @@ int parse_run_options(int argc, char **argv, RunOptions &out) {
     } else if (option == "--for") {
       right = parse_seconds(value, out.end_at);
     } else if (option == "--date") {
-      right = parse_date(value, out.date);
+      right = parse_calendar(value, out.date);
     } else {
       return fail("no such option: %s", argv[i - 1]);
     }
