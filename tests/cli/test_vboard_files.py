@@ -169,3 +169,66 @@ def test_a_board_may_lie_deep(build, far_board):
     vboard("fault", far_board, "clear")
     run = ("run", "--board", far_board, "--", "sh", "-c")
     assert vboard(*run, "cat /sys/class/leds/buzzer/brightness; ls /dev/lcd") == b"1\n/dev/lcd\n"
+
+
+# --- listings -------------------------------------------------------------------------------------
+
+NAMES = ["zeta", "alpha", "Beta", "a-2", "a-10", "m", "y1", "c3"]
+IN_ORDER = ["Beta", "a-10", "a-2", "alpha", "c3", "m", "y1", "zeta"]
+
+
+@pytest.mark.parametrize("made", [NAMES, NAMES[::-1]])
+def test_a_directory_lists_its_names_in_order(board, made):
+    folder = board.path("sys/class/many")
+    folder.mkdir()
+    for name in made:
+        (folder / name).write_text("1\n", encoding="utf-8")
+    (folder / ".m.123.vboard-new").write_text("half", encoding="utf-8")
+    run = board.run_command(["find", "/sys/class/many", "-type", "f"])
+    assert run.stderr == b""
+    assert run.stdout.decode().split() == [f"/sys/class/many/{name}" for name in IN_ORDER]
+    run = board.run_command(["ls", "-U", "/sys/class/many"])
+    assert run.stdout.decode().split() == IN_ORDER
+
+
+def test_a_fresh_board_lists_its_own_names_among_those_of_its_template(build, tmp_path):
+    text = "D=/sys/class/gpio; ls -U $D; echo 1 >$D/gpio43/value; ls -U $D; ls -U /dev"
+    runner = start(build, "run", "--", "sh", "-c", text, TMPDIR=str(tmp_path))
+    ((status, stdout, stderr),) = finish([runner])
+    assert (status, stderr) == (0, b"")
+    pins = [f"gpio{number}" for number in range(40, 49)]
+    names = stdout.decode().split()
+    assert names[: 2 * len(pins)] == pins * 2
+    nodes = names[2 * len(pins) :]
+    assert nodes == sorted(nodes) and "lcd" in nodes
+
+
+def test_a_stream_goes_back_to_a_place_and_to_its_beginning(board):
+    folder = board.path("sys/class/many")
+    folder.mkdir()
+    for name in ("c", "a", "b"):
+        (folder / name).write_text("1\n", encoding="utf-8")
+    text = r"""opendir $d, "/sys/class/many"; readdir $d; readdir $d; $a = readdir $d; $at = telldir $d;
+        print "$a ", join(" ", readdir $d), "\n"; seekdir $d, $at; print join(" ", readdir $d), "\n";
+        rewinddir $d; print join(" ", readdir $d), "\n";"""
+    run = board.run_command(["perl", "-e", text])
+    assert (run.status, run.stderr) == (0, b"")
+    assert run.stdout == b"a b c\nb c\n. .. a b c\n"
+
+
+# --- memory with a size ---------------------------------------------------------------------------
+
+
+@pytest.mark.parametrize("through", ["/sys/bus/i2c/devices/0-0050", "/sys/devices/i2c-0/0-0050"])
+def test_an_eeprom_keeps_its_size(board, through):
+    device = board.path("sys/devices/i2c-0/0-0050")
+    device.mkdir(parents=True)
+    (device / "eeprom").write_bytes(bytes(range(16)))
+    board.path("sys/bus/i2c/devices").mkdir(parents=True)
+    board.path("sys/bus/i2c/devices/0-0050").symlink_to("../../../devices/i2c-0/0-0050")
+    text = f"""printf A >{through}/eeprom
+        at() {{ dd of={through}/eeprom bs=1 seek=$1 conv=notrunc status=none; }}
+        printf BC | at 14; printf D | at 16 2>/dev/null || echo full"""
+    run = board.run_command(["sh", "-c", text])
+    assert (run.status, run.stdout, run.stderr) == (0, b"full\n", b"")
+    assert (device / "eeprom").read_bytes() == b"A" + bytes(range(1, 14)) + b"BC"

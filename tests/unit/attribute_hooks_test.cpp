@@ -99,6 +99,21 @@ TEST(AttributeHooks, blocks_are_written_in_place_and_keep_their_size) {
   EXPECT_EQ(board.file(kBlock + 1).size(), 256u);
 }
 
+TEST(AttributeHooks, eeproms_keep_their_size_by_either_name) {
+  for (const char *path : {"/sys/bus/i2c/devices/0-0050/eeprom", "/sys/devices/i2c-0/0-0050/eeprom",
+                           "/sys/devices/soc/fuses0/nvmem"}) {
+    const ModelHarness board("");
+    board.write_file(path + 1, "0123456789");
+    EXPECT_EQ(write(board, path, "A"), 1) << path;
+    EXPECT_EQ(board.file(path + 1), "A123456789");
+    EXPECT_EQ(write(board, path, std::string_view("\0B", 2), 8), 2);
+    EXPECT_EQ(board.file(path + 1), std::string("A1234567\0B", 10));
+    EXPECT_EQ(write(board, path, "C", 10), -ENOSPC);
+    EXPECT_EQ(write(board, path, "CDE", 9), 1);
+    EXPECT_EQ(board.file(path + 1), std::string("A1234567\0C", 10));
+  }
+}
+
 TEST(AttributeHooks, firmware_image_goes_to_the_medium) {
   const ModelHarness board("");
   add_cpld(board, "medium = cpld.bin\nsize = 16\nfails =\n");

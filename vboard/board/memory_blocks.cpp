@@ -1,9 +1,13 @@
-// Memory blocks that come and change their states.
+// The blocks of the board's memory, /sys/devices/system/memory.
+//
+//   block_size_bytes     hexadecimal, without 0x
+//   probe                a block's start address written here makes memoryN
+//   auto_online_blocks   online: a block that is made this way begins online, else offline
+//   memoryN/state        online, offline; online_movable and online_kernel may be written as well
 
-#include "vboard/board/memory_blocks.h"
+#include "vboard/board/attribute_families.h"
 
 #include "vboard/base/text.h"
-#include "vboard/board/board_files.h"
 
 #include <errno.h>
 #include <stdio.h>
@@ -64,31 +68,43 @@ int make_block(const char *board, std::int64_t index, std::string_view state) {
   return error != 0 ? error : store_line(board, name_of(block.view(), "state"), state);
 }
 
-}  // namespace
-
-int write_memory_probe(const char *board, std::string_view value) {
+ssize_t write_probe(const AttributeWrite &write) {
+  const char *board = write.board;
   std::int64_t address;
   const std::int64_t size = block_size(board);
-  if (!parse_number(as_text(value), address) || address < 0 || size <= 0 || address % size != 0)
+  if (!parse_number(as_text(write.bytes), address) || address < 0 || size <= 0 ||
+      address % size != 0)
     return -EINVAL;
   char text[32];
   const bool online = value_of(board, name_of(kMemory, "auto_online_blocks"), text) == "online";
   return make_block(board, address / size, online ? "online" : "offline");
 }
 
-int write_memory_state(const char *board, std::string_view path, std::string_view value) {
-  std::string_view wanted = as_text(value);
+ssize_t write_state(const AttributeWrite &write) {
+  std::string_view wanted = as_text(write.bytes);
   if (wanted == "online_movable" || wanted == "online_kernel")
     wanted = "online";
   if (wanted != "online" && wanted != "offline")
     return -EINVAL;
-  const Name name = name_of(path.substr(0, path.rfind('/')), "state");
+  const Name name = name_of(write.path.substr(0, write.path.rfind('/')), "state");
   char text[32];
-  const std::string_view state = value_of(board, name, text);
+  const std::string_view state = value_of(write.board, name, text);
   if (state.empty())
     return -ENOENT;
   // Nothing to change is an error of the kernel's too.
-  return state == wanted ? -EINVAL : store_line(board, name, wanted);
+  return state == wanted ? -EINVAL : store_line(write.board, name, wanted);
 }
+
+}  // namespace
+
+extern constexpr AttributeFamily kMemoryProbe = {.directory = "/sys/devices/system/memory/",
+                                                 .name = "/probe",
+                                                 .form = AttributeForm::kText,
+                                                 .write = write_probe};
+
+extern constexpr AttributeFamily kMemoryState = {.directory = "/sys/devices/system/memory/",
+                                                 .name = "/state",
+                                                 .form = AttributeForm::kText,
+                                                 .write = write_state};
 
 }  // namespace vboard

@@ -3,8 +3,8 @@
 #include "vboard/board/overlays.h"
 
 #include "vboard/base/text.h"
+#include "vboard/board/attribute_families.h"
 #include "vboard/board/device_tree_blob.h"
-#include "vboard/board/board_files.h"
 
 #include <errno.h>
 #include <stdio.h>
@@ -172,8 +172,10 @@ int remove_overlay(const char *board, std::string_view path) {
   return remove_state_directory(board, path);
 }
 
-ssize_t write_overlay_blob(const char *board, std::string_view path, std::string_view bytes,
-                           std::int64_t offset) {
+namespace {
+
+ssize_t write_blob(const AttributeWrite &write) {
+  const auto &[board, path, bytes, offset] = write;
   static char blob[kMostBlob];
   const std::string_view name = overlay_name(path);
   if (offset < 0 || static_cast<std::size_t>(offset) + bytes.size() > sizeof blob)
@@ -197,5 +199,10 @@ ssize_t write_overlay_blob(const char *board, std::string_view path, std::string
     store_state(board, joined(path.substr(0, path.rfind('/')), "/status").view(), "applied\n");
   return static_cast<ssize_t>(bytes.size());
 }
+
+}  // namespace
+
+extern constexpr AttributeFamily kOverlayBlob = {
+    .directory = kOverlays, .name = "/dtbo", .form = AttributeForm::kBinary, .write = write_blob};
 
 }  // namespace vboard

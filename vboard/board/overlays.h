@@ -6,24 +6,17 @@
 // overlays/NAME of the board, a line a property: node, name, the new value in hexadecimal and the
 // old one ("-" for none).
 //
-// The board's interposer calls these for mkdir(), rmdir() and write(). They return 0 or a negated
-// errno, the write the bytes taken.
+// Both return 0 or a negated errno.
 
 #ifndef VBOARD_BOARD_OVERLAYS_H
 #define VBOARD_BOARD_OVERLAYS_H
 
-#include <sys/types.h>
-
-#include <cstddef>
-#include <cstdint>
 #include <string_view>
 
 namespace vboard {
 
 int make_overlay(const char *board, std::string_view path);
 int remove_overlay(const char *board, std::string_view path);
-ssize_t write_overlay_blob(const char *board, std::string_view path, std::string_view bytes,
-                           std::int64_t offset);
 
 }  // namespace vboard
 

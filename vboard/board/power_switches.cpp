@@ -1,16 +1,21 @@
-// Storage devices that come and go with their power.
+// Power switches of storage devices, /sys/devices/platform/NAME-power/state: "enabled" or "1",
+// "disabled" or "0".
+//
+// A device without power is not there: its files, /sys/block/NAME and /dev/NAME, wait below
+// "unpowered" of the board directory under the same names until the switch is on again. Only the
+// files that the board has move, so that a card may do without a node in /dev.
 
-#include "vboard/board/power_switches.h"
-
+#include "vboard/board/attribute_families.h"
 #include "vboard/base/kernel.h"
 #include "vboard/base/text.h"
-#include "vboard/board/board_files.h"
 
 #include <errno.h>
 
 namespace vboard {
 namespace {
 
+constexpr std::string_view kSwitches = "/sys/devices/platform/";
+constexpr std::string_view kSwitch = "-power/state";
 constexpr const char *kWaiting[] = {"/unpowered", "/unpowered/dev", "/unpowered/sys",
                                     "/unpowered/sys/block"};
 
@@ -43,9 +48,10 @@ int move_device(const char *board, std::string_view device, bool on) {
   return 0;
 }
 
-}  // namespace
-
-int write_power_switch(const char *board, std::string_view path, std::string_view value) {
+ssize_t write_switch(const AttributeWrite &write) {
+  const char *board = write.board;
+  const std::string_view path = write.path;
+  const std::string_view value = attribute_value(write.bytes);
   const bool on = value == "enabled" || value == "1";
   if (!on && value != "disabled" && value != "0")
     return -EINVAL;
@@ -55,8 +61,8 @@ int write_power_switch(const char *board, std::string_view path, std::string_vie
     if (const int error = make_state_directory(board, directory); error < 0)
       return error;
   }
-  std::string_view device = path.substr(kPowerSwitches.size());
-  device.remove_suffix(kPowerSwitch.size());
+  std::string_view device = path.substr(kSwitches.size());
+  device.remove_suffix(kSwitch.size());
   if (device.empty() || device.find('/') != std::string_view::npos)
     return -ENODEV;
 
@@ -70,5 +76,10 @@ int write_power_switch(const char *board, std::string_view path, std::string_vie
   sys_close(lock);
   return error;
 }
+
+}  // namespace
+
+extern constexpr AttributeFamily kPowerSwitch = {
+    .directory = kSwitches, .name = kSwitch, .form = AttributeForm::kText, .write = write_switch};
 
 }  // namespace vboard

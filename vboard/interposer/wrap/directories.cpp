@@ -1,8 +1,8 @@
-// Wraps opendir fdopendir closedir readdir readdir64 rewinddir scandir scandir64 glob glob64 ftw
-// ftw64 nftw nftw64.
+// Wraps opendir fdopendir closedir readdir readdir64 rewinddir telldir seekdir scandir scandir64
+// glob glob64 ftw ftw64 nftw nftw64.
 //
-// A directory that both the board and the PC have (/etc, /proc) lists the board's names first, then
-// those that only the PC has. A fresh board's own names come before those of its template.
+// A directory of the board lists its names in order. One that the PC has too (/etc, /proc), or the
+// template of a fresh board, lists the names of both.
 
 #include "vboard/base/kernel.h"
 #include "vboard/base/text.h"
@@ -26,11 +26,14 @@
 #include <string.h>
 #include <sys/stat.h>
 
+#include <algorithm>
+
 using namespace vboard;
 
 DECLARE_WRAPPED(DIR *, opendir, const char *);
 DECLARE_WRAPPED(DIR *, fdopendir, int);
 DECLARE_WRAPPED(int, closedir, DIR *);
+DECLARE_WRAPPED(dirent64 *, readdir64, DIR *);
 
 namespace {
 
@@ -44,55 +47,142 @@ bool is_absent_entry(const Description &directory, const char *name) {
   return path.overflow || is_absent({path.view(), path.view()});
 }
 
-// Whether a name of one layer was listed by a layer before it.
-bool is_listed(const Description &directory, const char *name) {
-  BoardPath path;
-  if (find_board_file(board_root(), directory.real, path) < 0)
-    return false;
-  append_text(path, "/", name);
-  FileStatus status;
-  const bool after_template = directory.layer > 1;
-  return (after_template ? board_stat(path.c_str(), status, false)
-                         : sys_stat(path.c_str(), status, false)) == 0;
-}
-
 // A node file of /dev is a device in a listing.
-template <typename Entry>
-void show_type(const Description &directory, Entry &entry) {
+void show_type(const Description &directory, dirent64 &entry) {
   const std::string_view name(directory.real);
   if (entry.d_type == DT_REG && territory_of(directory.real) == Territory::kBoard &&
       name.starts_with("/dev"))
     entry.d_type = DT_CHR;
 }
 
-// The next entry of a directory of the board, by libc's reader of the layout that is asked for.
-template <typename Entry>
-Entry *next_entry(DIR *stream, Entry *(*read_next)(DIR *)) {
-  Description *directory = on_board() ? acquire(dirfd(stream)) : nullptr;
-  if (directory == nullptr || directory->kind != Kind::kDirectory) {
-    if (directory != nullptr)
-      release(directory);
-    return read_next(stream);
+// What a stream has left to give: all names of a directory of the board, in order.
+struct Listing {
+  const Description *directory;
+  dirent64 *entries;
+  std::size_t count, room, next;
+  dirent64 given;  // a copy: a 32-bit reader changes the layout of what it gets
+  Listing *rest;
+};
+
+Listing *listings;  // under the board's lock
+
+void drop_listing(const Description *directory) {
+  lock_board();
+  for (Listing **at = &listings; *at != nullptr; at = &(*at)->rest) {
+    if ((*at)->directory != directory)
+      continue;
+    Listing *found = *at;
+    *at = found->rest;
+    free(found->entries);
+    free(found);
+    break;
   }
-  Entry *entry;
-  for (;;) {
-    const std::size_t layer = directory->layer;
-    entry = read_next(layer == 0 ? stream : directory->layers[layer - 1]);
-    if (entry == nullptr) {
-      if (layer == directory->layer_count)
-        break;
-      ++directory->layer;
-    } else if (is_dot(entry->d_name)) {
-      if (layer == 0)
-        break;
-    } else if (!is_unfinished(entry->d_name) && !is_absent_entry(*directory, entry->d_name) &&
-               (layer == 0 || !is_listed(*directory, entry->d_name))) {
-      show_type(*directory, *entry);
-      break;
+  unlock_board();
+}
+
+Listing *find_listing(const Description *directory) {
+  Listing *found = listings;
+  while (found != nullptr && found->directory != directory)
+    found = found->rest;
+  return found;
+}
+
+bool add_entry(Listing &listing, const dirent64 &entry) {
+  if (listing.count == listing.room) {
+    const std::size_t room = listing.room == 0 ? 32 : 2 * listing.room;
+    void *larger = realloc(listing.entries, room * sizeof(dirent64));
+    if (larger == nullptr)
+      return false;
+    listing.entries = static_cast<dirent64 *>(larger);
+    listing.room = room;
+  }
+  memcpy(&listing.entries[listing.count], &entry,
+         std::min<std::size_t>(entry.d_reclen, sizeof entry));
+  ++listing.count;
+  return true;
+}
+
+// "." and ".." first, then by name: the kernel's order of a directory is that of its making.
+bool comes_before(const dirent64 &left, const dirent64 &right) {
+  if (is_dot(left.d_name) != is_dot(right.d_name))
+    return is_dot(left.d_name);
+  const int order = strcmp(left.d_name, right.d_name);
+  return order != 0 ? order < 0 : left.d_off < right.d_off;
+}
+
+// Reads all names of a directory and of what lies below it, each name once: the first layer that
+// has it counts.
+bool fill_listing(Listing &listing, DIR *stream) {
+  const Description &directory = *listing.directory;
+  for (std::size_t layer = 0; layer <= directory.layer_count; ++layer) {
+    DIR *from = layer == 0 ? stream : directory.layers[layer - 1];
+    while (dirent64 *entry = REAL(readdir64)(from)) {
+      const bool dot = is_dot(entry->d_name);
+      if (dot ? layer > 0
+              : is_unfinished(entry->d_name) || is_absent_entry(directory, entry->d_name))
+        continue;
+      show_type(directory, *entry);
+      entry->d_off = static_cast<off64_t>(layer);
+      if (!add_entry(listing, *entry))
+        return false;
     }
   }
+  dirent64 *end = listing.entries + listing.count;
+  std::sort(listing.entries, end, comes_before);
+  end = std::unique(listing.entries, end, [](const dirent64 &left, const dirent64 &right) {
+    return strcmp(left.d_name, right.d_name) == 0;
+  });
+  listing.count = static_cast<std::size_t>(end - listing.entries);
+  for (std::size_t i = 0; i < listing.count; ++i)
+    listing.entries[i].d_off = static_cast<off64_t>(i + 1);
+  return true;
+}
+
+// The listing of a stream, made by its first reader. Null without memory.
+Listing *listing_of(const Description *directory, DIR *stream) {
+  Listing *listing = find_listing(directory);
+  if (listing != nullptr)
+    return listing;
+  listing = static_cast<Listing *>(calloc(1, sizeof(Listing)));
+  if (listing == nullptr)
+    return nullptr;
+  listing->directory = directory;
+  listing->rest = listings;
+  listings = listing;
+  if (fill_listing(*listing, stream))
+    return listing;
+  drop_listing(directory);
+  return nullptr;
+}
+
+// Calls `use` with the listing of a directory of the board, null without memory. False for another
+// stream.
+template <typename Use>
+bool with_listing(DIR *stream, Use use) {
+  Description *directory = on_board() ? acquire(dirfd(stream)) : nullptr;
+  if (directory == nullptr)
+    return false;
+  const bool is_one = directory->kind == Kind::kDirectory;
+  if (is_one) {
+    lock_board();
+    use(listing_of(directory, stream));
+    unlock_board();
+  }
   release(directory);
-  return entry;
+  return is_one;
+}
+
+dirent64 *next_entry(DIR *stream) {
+  dirent64 *entry = nullptr;
+  const int kept = errno;
+  const bool known = with_listing(stream, [&](Listing *listing) {
+    errno = listing != nullptr ? kept : ENOMEM;
+    if (listing == nullptr || listing->next >= listing->count)
+      return;
+    listing->given = listing->entries[listing->next++];
+    entry = &listing->given;
+  });
+  return known ? entry : REAL(readdir64)(stream);
 }
 
 void add_layer(Description &directory, const char *path) {
@@ -146,6 +236,7 @@ WRAP(DIR *, fdopendir, int fd) {
   DIR *stream = REAL(fdopendir)(fd);
   Description *directory = stream != nullptr && on_board() ? acquire(fd) : nullptr;
   if (directory != nullptr) {
+    drop_listing(directory);
     open_layers(*directory);
     release(directory);
   }
@@ -158,6 +249,7 @@ WRAP(int, closedir, DIR *stream) {
     Description *directory = acquire(fd);
     if (directory != nullptr) {
       close_on_board(*directory);
+      drop_listing(directory);
       release(directory);
       detach(fd);
     }
@@ -166,7 +258,7 @@ WRAP(int, closedir, DIR *stream) {
 }
 
 WRAP(dirent64 *, readdir64, DIR *stream) {
-  return next_entry<dirent64>(stream, REAL(readdir64));
+  return next_entry(stream);
 }
 
 #if __SIZEOF_POINTER__ == 8
@@ -204,10 +296,27 @@ WRAP(void, rewinddir, DIR *stream) {
   if (directory != nullptr) {
     for (std::size_t i = 0; i < directory->layer_count; ++i)
       REAL(rewinddir)(directory->layers[i]);
-    directory->layer = 0;
+    drop_listing(directory);
     release(directory);
   }
   REAL(rewinddir)(stream);
+}
+
+WRAP(long, telldir, DIR *stream) {
+  long position = 0;
+  const bool known = with_listing(stream, [&](const Listing *listing) {
+    position = listing != nullptr ? static_cast<long>(listing->next) : -1;
+  });
+  return known ? position : REAL(telldir)(stream);
+}
+
+WRAP(void, seekdir, DIR *stream, long position) {
+  const bool known = with_listing(stream, [&](Listing *listing) {
+    if (listing != nullptr)
+      listing->next = static_cast<std::size_t>(position);
+  });
+  if (!known)
+    REAL(seekdir)(stream, position);
 }
 
 namespace {
