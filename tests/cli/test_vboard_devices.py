@@ -4,6 +4,8 @@ import struct
 
 import pytest
 
+from conftest import word_size
+
 from device_trace import calls
 from probes import lines, one_probe, probe, run_steps
 
@@ -168,6 +170,47 @@ def test_a_bad_pointer_is_efault(board, probe, node, request_number, address):
     )
     assert lines(run)[1] == "ioctl EFAULT"
     assert lines(run)[2].startswith("ioctl 0 ")
+
+
+# SG_IO, HDIO_DRIVE_CMD, HDIO_DRIVE_TASK, BLKGETSIZE64
+@pytest.mark.parametrize("request_number", ["0x2285", "0x031f", "0x031e", "0x80081272"])
+@pytest.mark.parametrize("address", ["null", "bad", "readonly"])
+def test_a_bad_pointer_of_a_disk_s_request_is_efault(board, probe, request_number, address):
+    if word_size() == 4 and request_number == "0x80081272":
+        request_number = "0x80041272"
+    run = run_steps(board, probe, f"open /dev/sda rdwr; ioctl {request_number} {address}")
+    zeros = address == "readonly" and request_number in ("0x2285", "0x031e")
+    # A page of zeros that cannot be written is a header of no kind, and a command that is refused.
+    assert lines(run)[1] in (["ioctl ENOSYS", "ioctl EFAULT"] if zeros else ["ioctl EFAULT"])
+
+
+def test_a_short_sample_fits_where_a_long_buffer_is_cut_off(board, probe):
+    # The kernel gives what there is: the hole behind it is not touched.
+    run = run_steps(board, probe, "open /dev/gyro rdwr; edge_read 4096 100; edge_read 4096 28")
+    assert [line.split()[:2] for line in lines(run)[1:]] == [["edge_read", "28"]] * 2
+    run = run_steps(board, probe, "open /dev/gyro rdwr; edge_read 28 27; edge_read 28 28")
+    assert lines(run)[1] == "edge_read EFAULT"
+
+
+@pytest.mark.parametrize("node", ["/dev/lcd", "/dev/watchdog", "/dev/mtd1"])
+def test_a_write_from_a_buffer_with_a_hole_is_efault(board, probe, node):
+    run = run_steps(board, probe, f"open {node} rdwr; edge_write 300 100; text x; text V; close")
+    assert lines(run)[0] == "open 3"
+    # Flash may have taken the page before the hole.
+    assert lines(run)[1] == "edge_write EFAULT"
+    assert lines(run)[3] in ("text 0", "text 1")
+
+
+def test_flash_keeps_what_came_before_a_hole(board, probe):
+    run = run_steps(board, probe, "open /dev/mtd1 rdwr; edge_write 4000 1024; lseek 0 cur")
+    # In pieces of 512 bytes, of which two were whole.
+    assert lines(run)[1:] == ["edge_write 1024", "lseek 1024"]
+
+
+def test_a_large_buffer_is_not_touched_beyond_the_answer(board, one_probe):
+    run = run_steps(board, one_probe, "open /dev/gyro rdwr; roomy_read 268435456")
+    assert lines(run)[1] == "roomy_read 28"
+    assert lines(run)[2] in ("pages 0", "pages 1")
 
 
 @pytest.mark.parametrize(

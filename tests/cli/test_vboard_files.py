@@ -167,6 +167,10 @@ def test_a_board_may_lie_deep(build, far_board):
     vboard("fault", far_board, "add", "/dev/lcd", "absent")
     assert vboard("fault", far_board, "list") == b"/dev/lcd absent\n"
     vboard("fault", far_board, "clear")
+    rtc = vboard(
+        "run", "--board", far_board, "--speed", "max", "--", build / "bin/benchrig", "bt1", "rtc"
+    )
+    assert rtc.endswith(b"\nRTC TEST FINISH!\n")
     run = ("run", "--board", far_board, "--", "sh", "-c")
     assert vboard(*run, "cat /sys/class/leds/buzzer/brightness; ls /dev/lcd") == b"1\n/dev/lcd\n"
 

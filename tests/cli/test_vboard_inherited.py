@@ -73,6 +73,18 @@ def test_the_medium_is_never_in_the_hands_of_a_child(board):
     assert not [link for link in low if link.startswith(str(board.directory))]
 
 
+def test_a_command_that_is_started_in_a_folder_of_the_board_is_on_the_board(board):
+    board.path("media/mtd1.bin").write_bytes(b"0123456789abcdef".ljust(65536, b"\xff"))
+    run = shell(board, "cd /dev; dd if=mtd1 bs=4 count=1 status=none; cat < mtd1 | head -c 2")
+    assert run.stdout == b"012301"
+    assert shell(board, "cd /dev && pwd -P && ls -d mtd1").stdout == b"/dev\nmtd1\n"
+
+
+def test_flash_that_is_truncated_on_opening_keeps_its_size(board):
+    shell(board, ": > /dev/mtd1; truncate -s 10 /dev/mtd1")
+    assert board.path("media/mtd1.bin").stat().st_size == 65536
+
+
 # --- one open file, several processes ---
 
 

@@ -242,6 +242,48 @@ void step_ioctl(char **words) {
     printf("ioctl wrote behind its record\n");
 }
 
+// A buffer of which only the first `room` bytes are there: they end where a page ends.
+unsigned char *buffer_with_edge(std::size_t room) {
+  constexpr std::size_t kPage = 4096;
+  static unsigned char *pages;
+  if (pages == nullptr) {
+    pages = static_cast<unsigned char *>(
+        mmap(nullptr, 2 * kPage, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    munmap(pages + kPage, kPage);
+  }
+  return pages + kPage - room;
+}
+
+// edge_read SIZE ROOM, edge_write SIZE ROOM
+void step_edge_read(char **words) {
+  const std::size_t size = strtoul(words[0], nullptr, 0);
+  unsigned char *buffer = buffer_with_edge(strtoul(words[1], nullptr, 0));
+  const ssize_t got = read(current, buffer, size);
+  report_bytes("edge_read", got, buffer, got > 0 ? static_cast<std::size_t>(got) : 0);
+}
+
+void step_edge_write(char **words) {
+  report("edge_write", write(current, buffer_with_edge(strtoul(words[1], nullptr, 0)),
+                             strtoul(words[0], nullptr, 0)));
+}
+
+// A read into memory that nobody has touched: how many of its pages there are afterwards.
+void step_roomy_read(char **words) {
+  const std::size_t size = strtoul(words[0], nullptr, 0);
+  void *room = mmap(nullptr, size, PROT_READ | PROT_WRITE,
+                    MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  const ssize_t got = read(current, room, size);
+  std::size_t pages = 0;
+  for (std::size_t at = 0; at < size; at += 4096) {
+    unsigned char here = 0;
+    if (mincore(static_cast<unsigned char *>(room) + at, 4096, &here) == 0 && (here & 1) != 0)
+      ++pages;
+  }
+  report("roomy_read", got);
+  printf("pages %zu\n", pages);
+  munmap(room, size);
+}
+
 void step_ioctl_number(char **words) {
   report("ioctl_number", ioctl(current, static_cast<unsigned long>(strtoull(words[0], nullptr, 0)),
                                strtoul(words[1], nullptr, 0)));
@@ -499,6 +541,9 @@ const Step kFileSteps[] = {
     {"lseek", 2, step_lseek},
     {"ioctl", 2, step_ioctl},
     {"ioctl_number", 2, step_ioctl_number},
+    {"edge_read", 2, step_edge_read},
+    {"edge_write", 2, step_edge_write},
+    {"roomy_read", 1, step_roomy_read},
     {"fstat", 0, step_fstat},
     {"stat", 1, step_stat},
     {"lstat", 1, step_lstat},

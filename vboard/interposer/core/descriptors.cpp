@@ -314,8 +314,6 @@ void take_inherited(int fd) {
 }  // namespace
 
 void take_inherited_descriptors() {
-  if (run_page().has_opened.load(std::memory_order_relaxed) == 0)
-    return;
   // Listed first: taking one opens others.
   struct Numbers {
     int fds[256];

@@ -46,9 +46,9 @@ struct Description {
   std::uint64_t inode;
   std::int64_t changed;
   // What a directory's listing goes on with after the board's own names: those of the template and
-  // of the PC. `layer` is the one that is being read, 0 for the board's own.
+  // of the PC.
   DIR *layers[kMostLayers];
-  std::size_t layer_count, layer;
+  std::size_t layer_count;
 };
 
 // The description behind a descriptor, held until release(); null when it is not the board's.
@@ -86,7 +86,8 @@ const Fault *meet_fault(Description &description, const char *call,
 // Which of poll()'s events hold for the descriptor, and when that may change by itself.
 Readiness readiness_of(Description &description, short events, BoardTime now);
 
-// Finds the descriptors of the board that this program was started with.
+// Finds the descriptors of the board that this program was started with. For programs that begin after
+// another one has opened something.
 void take_inherited_descriptors();
 // Around fork(): the child has them all as well.
 void share_with_child();

@@ -290,8 +290,13 @@ int reopen(Description &description) {
   if (model.view() == file.model->name)
     return open_medium(path.c_str(), description);
   copy_text(description.shared->model, model.view());
-  file.model = find_model(model.view());
-  return file.model != nullptr ? 0 : -ENXIO;
+  for (const Model *child : file.model->children) {
+    if (model.view() == child->name) {
+      file.model = child;
+      return 0;
+    }
+  }
+  return -ENXIO;
 }
 
 int open_board_mark(int flags) {

@@ -310,6 +310,15 @@ void set_board_directory(std::string_view name) {
   inside_length = 0;
   append(inside, inside_length, name);
   unlock_board();
+  run_page().has_opened.store(1, std::memory_order_relaxed);
+}
+
+void take_working_directory() {
+  char buffer[kPathSize];
+  const std::string_view name = working_directory(buffer, sizeof buffer);
+  const std::string_view root = board_root();
+  if (name.starts_with(root) && name.substr(root.size()).starts_with('/'))
+    set_board_directory(name.substr(root.size()));
 }
 
 std::string_view working_directory(char *buffer, std::size_t size) {

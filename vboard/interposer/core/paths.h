@@ -51,6 +51,8 @@ int copy_up(Resolved &resolved, bool with_content);
 
 // Follows chdir(): the board's directory that is the working directory, empty for one of the PC.
 void set_board_directory(std::string_view name);
+// The same for a program that is started in one.
+void take_working_directory();
 std::string_view working_directory(char *buffer, std::size_t size);
 bool is_in_board();
 

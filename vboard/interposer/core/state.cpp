@@ -2,6 +2,7 @@
 
 #include "vboard/base/kernel.h"
 #include "vboard/board/board_files.h"
+#include "vboard/interposer/core/paths.h"
 #include "vboard/interposer/core/children.h"
 #include "vboard/interposer/core/descriptors.h"
 #include "vboard/interposer/core/host.h"
@@ -23,9 +24,7 @@ std::atomic<int> run_state;
 
 namespace {
 
-constexpr std::size_t kRootSize = 1024;
-
-char root[kRootSize];
+char root[kPathSize];
 std::size_t root_length;
 
 // Taken at the start: the program may change its environment.
@@ -80,7 +79,7 @@ int start_run() {
     return expected;
   const char *directory = getenv(kBoardVariable);
   const std::size_t length = directory == nullptr ? 0 : strlen(directory);
-  if (length == 0 || length >= kRootSize || directory[0] != '/') {
+  if (length == 0 || length >= sizeof root || directory[0] != '/') {
     run_state.store(kInactive, std::memory_order_release);
     return kInactive;
   }
@@ -98,7 +97,10 @@ int start_run() {
   keep_settings();
   start_host();
   run_state.store(kActive, std::memory_order_release);
-  take_inherited_descriptors();
+  if (page->has_opened.load(std::memory_order_relaxed) != 0) {
+    take_working_directory();
+    take_inherited_descriptors();
+  }
   return kActive;
 }
 

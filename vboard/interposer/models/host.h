@@ -175,9 +175,9 @@ inline void *device_memory(OpenFile &file, std::size_t size) {
   return host->device_memory(file, size);
 }
 
-// A further descriptor that a request hands out: a file of the same node whose model is `model`, of
-// the model table. Its state begins with the `size` bytes at `state`. The descriptor, or a negated
-// errno.
+// A further descriptor that a request hands out: a file of the same node whose model is one of the
+// parent's children. Its state begins with the `size` bytes at `state`. The descriptor, or a
+// negated errno.
 inline int open_child(OpenFile &parent, const Model &model, int flags, const void *state,
                       std::size_t size) {
   return host->open_child(parent, model, flags, state, size);

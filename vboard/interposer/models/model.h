@@ -169,6 +169,8 @@ struct Model {
   const char *name;
   std::span<const Setting> settings = {};
   std::span<const Request> requests = {};
+  // The models of the descriptors that its requests hand out.
+  std::span<const Model *const> children = {};
   // The medium's size in bytes, 0 for none. A node with "medium = NAME" opens media/NAME of the
   // board; it is made with this size, filled with `medium_fill`, when it is missing. The setting
   // may have another name.
