@@ -38,6 +38,11 @@ echo
 echo "A command on a virtual board (mean processor and wall time, ratios to true alone)"
 python3 "$top/bench/boards.py" "$build/bin/vboard" "${BOARD_ROUNDS:-30}"
 
+cc -O2 -o "$build/calls" "$top/bench/calls.c"
+echo
+echo "Single calls on a virtual board (processor time, ratios to a PC's)"
+python3 "$top/bench/calls.py" "$build/bin/vboard" "$build/calls" "${CALL_ROUNDS:-200000}"
+
 echo
 echo "Physical memory of a virtual board (median wall time, ratio to dd)"
 python3 "$top/bench/memory.py" "$build/bin/vboard" "$image/usr/bin/benchrig" "${MEMORY_ROUNDS:-20}"

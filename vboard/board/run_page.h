@@ -83,6 +83,7 @@ struct SharedFile {
   std::int32_t flags;  // of open(), as F_SETFL has changed them
   std::int32_t claim;  // the descriptor that keeps others away from the device, 0 without
   std::int64_t opened_at;
+  std::int64_t position;  // of what has one
   std::uint64_t seen;  // of an attribute: a hash of the text that was read last
   char asked[256];     // its name on the board, as the program gave it and without links
   char real[256];

@@ -26,19 +26,19 @@ namespace {
 // have made one ready.
 constexpr BoardTime kLookAgain = 5'000'000;  // of the PC's time
 
-BoardTime pc_now() {
+}  // namespace
+
+std::int64_t pc_time() {
   timespec now;
   REAL(clock_gettime)(CLOCK_MONOTONIC, &now);
   return nanoseconds_of(now);
 }
 
-}  // namespace
-
 BoardTime current_time() {
   RunPage &page = run_page();
   if (page.jumping)
     return page.jumped.load(std::memory_order_relaxed);
-  return board_from_pc(page, pc_now() - page.monotonic_start);
+  return board_from_pc(page, pc_time() - page.monotonic_start);
 }
 
 std::int64_t current_calendar_time() {

@@ -97,7 +97,7 @@ void look_at_file() {
 }
 
 Table &all_faults() {
-  const std::int64_t now = pc_monotonic();
+  const std::int64_t now = pc_time();
   if (generation.load(std::memory_order_acquire) == 0 ||
       now - looked_at.load(std::memory_order_relaxed) >= kBelieved) {
     lock_board();

@@ -235,7 +235,7 @@ void look_at_node(Description &description) {
   if (description.kind != Kind::kModel || description.file.file[0] == '\0')
     return;
   const std::uint32_t changes = run_page().changes.load(std::memory_order_relaxed);
-  const std::int64_t now = pc_monotonic();
+  const std::int64_t now = pc_time();
   if (changes == description.seen_changes && now - description.looked_at < kBelieved)
     return;
   description.seen_changes = changes;

@@ -25,14 +25,13 @@ constexpr std::uint32_t kGetInterfaces = 0x8912;     // SIOCGIFCONF: of all inte
 
 // A request under way.
 struct Call {
-  Description &description;
+  Description *description;
   const Request *row;  // null for one that the driver does not know
   Argument argument;
   NodeNames names;
-  const Fault *fault;
   int result;
   bool meets_faults;
-  OpenFile interface;  // of a network request: the interface that it is about
+  std::uintptr_t frame;                         // of the wrapper that the program has called
   char interface_name[4 + kInterfaceName + 1];  // "net:NAME"
   alignas(16) unsigned char small[512];
   void *large;
@@ -53,6 +52,18 @@ std::size_t record_size(const Request &row, std::uint32_t number) {
   return row.any_size ? number >> 16 & 0x3FFF : row.handler.size;
 }
 
+// Most arguments are on the stack of the caller, right above the wrapper's frame, and need no help
+// of the kernel to be believed.
+bool is_on_stack(const Call &call) {
+  constexpr std::uintptr_t kNear = 4096;
+  return call.argument.address > call.frame && call.argument.address - call.frame < kNear &&
+         call.argument.size < kNear;
+}
+
+void *user_pointer(const Call &call) {
+  return reinterpret_cast<void *>(static_cast<std::uintptr_t>(call.argument.address));
+}
+
 // The host's copy of the record, filled from the program's: zero, or a negated errno.
 int copy_record_in(Call &call) {
   Argument &argument = call.argument;
@@ -64,9 +75,14 @@ int copy_record_in(Call &call) {
   }
   argument.record = call.large != nullptr ? call.large : call.small;
   memset(argument.record, 0, argument.size);
-  void *user = reinterpret_cast<void *>(static_cast<std::uintptr_t>(argument.address));
   if (argument.size == 0)
     return 0;
+  void *user = user_pointer(call);
+  if (is_on_stack(call)) {
+    if (goes_in(*call.row))
+      memcpy(argument.record, user, argument.size);
+    return 0;
+  }
   if (goes_in(*call.row))
     return read_user(argument.record, user, argument.size);
   // What cannot be answered is not begun.
@@ -77,8 +93,10 @@ int copy_record_out(const Call &call) {
   const Argument &argument = call.argument;
   if (argument.size == 0 || !goes_out(*call.row))
     return 0;
-  return write_user(reinterpret_cast<void *>(static_cast<std::uintptr_t>(argument.address)),
-                    argument.record, argument.size);
+  if (!is_on_stack(call))
+    return write_user(user_pointer(call), argument.record, argument.size);
+  memcpy(user_pointer(call), argument.record, argument.size);
+  return 0;
 }
 
 // A network request is about the interface that its record names.
@@ -98,35 +116,41 @@ void name_interface(Call &call) {
     call.names = {name, call.names.asked};
 }
 
-bool load_interface(Call &call) {
-  OpenFile &interface = call.interface;
+// The interface that a network request is about; false when the board has none of that name.
+bool load_interface(const Call &call, OpenFile &out) {
   const std::string_view name = std::string_view(call.interface_name).substr(4);
   if (name.empty() || name.size() >= kInterfaceName || name.find('/') != name.npos ||
       name[0] == '.')
     return false;
-  BoardPath file;
   FixedText<32> node;
   append_text(node, "net/", name);
+  BoardPath file;
   if (find_board_file(board_root(), node.view(), file) < 0)
     return false;
-  copy_text(interface.file, file.view());
-  interface.model = &kInterfaceModel;
-  interface.medium = -1;
-  return load_node(interface.file, interface.node) == 0;
+  copy_text(out.file, file.view());
+  out.model = &kInterfaceModel;
+  out.medium = -1;
+  return load_node(out.file, out.node) == 0;
+}
+
+int ask_interface(Call &call) {
+  OpenFile interface = {};
+  return load_interface(call, interface) ? call.row->handler.call(interface, call.argument)
+                                         : -ENODEV;
 }
 
 // The row, the record and the names of the node that it is about.
 void prepare(Call &call) {
   const std::uint32_t number = call.argument.number;
   const Model *model =
-      is_interface_request(number) ? &kInterfaceModel : call.description.file.model;
+      is_interface_request(number) ? &kInterfaceModel : call.description->file.model;
   call.row = model != nullptr ? find_request(*model, number) : nullptr;
-  call.names = names_of(call.description);
+  call.names = names_of(*call.description);
   if (call.row != nullptr)
     call.result = copy_record_in(call);
   if (call.row != nullptr && call.result == 0 && names_interface(call))
     name_interface(call);
-  call.meets_faults = is_faulty(call.description) || call.names.asked.starts_with("net:");
+  call.meets_faults = is_faulty(*call.description) || call.names.asked.starts_with("net:");
 }
 
 void begin_line(const Call &call, TraceLine &line) {
@@ -152,13 +176,10 @@ int ask_model(Call &call) {
   if (call.row == nullptr)
     return -ENOTTY;
   const DeviceLock lock;
-  if (is_interface_request(call.argument.number)) {
-    if (!load_interface(call))
-      return -ENODEV;
-    return call.row->handler.call(call.interface, call.argument);
-  }
-  look_at_node(call.description);
-  return call.row->handler.call(call.description.file, call.argument);
+  if (is_interface_request(call.argument.number))
+    return ask_interface(call);
+  look_at_node(*call.description);
+  return call.row->handler.call(call.description->file, call.argument);
 }
 
 int answer(Call &call) {
@@ -192,19 +213,14 @@ void perform(Call &call, TraceLine &line) {
 }  // namespace
 
 int request_on_board(Description &description, std::uint32_t number, std::uint64_t address) {
-  Call call = {.description = description,
-               .row = nullptr,
-               .argument = {},
-               .names = {},
-               .fault = nullptr,
-               .result = 0,
-               .meets_faults = false,
-               .interface = {},
-               .interface_name = {},
-               .small = {},
-               .large = nullptr};
-  call.argument.number = number;
-  call.argument.address = address;
+  Call call;
+  call.description = &description;
+  call.row = nullptr;
+  call.argument = {
+      .number = number, .address = address, .record = nullptr, .size = 0, .answers_failure = false};
+  call.result = 0;
+  call.large = nullptr;
+  call.frame = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
   prepare(call);
   TraceLine line;
   begin_line(call, line);

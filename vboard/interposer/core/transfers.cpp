@@ -27,15 +27,13 @@ namespace {
 // Runs a transfer at an offset: its own, or the descriptor's position, which then moves on. Streams
 // have neither.
 template <typename Move>
-ssize_t at_offset(const OpenFile &file, std::int64_t offset, Move move) {
+ssize_t at_offset(const Description &description, std::int64_t offset, Move move) {
   if (offset != kAtPosition)
     return move(offset);
-  const std::int64_t at = sys_lseek(file.fd, 0, SEEK_CUR);
-  if (at < 0)
-    return static_cast<ssize_t>(at);
-  const ssize_t result = move(at);
+  std::int64_t &position = description.shared->position;
+  const ssize_t result = move(position);
   if (result > 0)
-    sys_lseek(file.fd, at + result, SEEK_SET);
+    position += result;
   return result;
 }
 
@@ -48,7 +46,7 @@ ssize_t read_medium_of(Description &description, void *buffer, std::size_t size,
                        std::int64_t offset) {
   const DeviceLock lock;
   const OpenFile &file = description.file;
-  return at_offset(file, offset,
+  return at_offset(description, offset,
                    [&](std::int64_t at) { return sys_pread(file.medium, buffer, size, at); });
 }
 
@@ -56,7 +54,7 @@ ssize_t write_medium_of(Description &description, const void *buffer, std::size_
                         std::int64_t offset) {
   const DeviceLock lock;
   const OpenFile &file = description.file;
-  return at_offset(file, offset,
+  return at_offset(description, offset,
                    [&](std::int64_t at) { return sys_pwrite(file.medium, buffer, size, at); });
 }
 
@@ -82,7 +80,7 @@ ssize_t read_model(Description &description, void *buffer, std::size_t size, std
       const DeviceLock lock;
       look_at_node(description);
       auto read = [&](std::int64_t at) { return model.read(file, memory_at(buffer, size), at); };
-      result = model.medium_is_stream ? at_offset(file, offset, read) : read(0);
+      result = model.medium_is_stream ? at_offset(description, offset, read) : read(0);
     }
     if (result != -EAGAIN || (file.flags & O_NONBLOCK))
       return result;
@@ -102,7 +100,7 @@ ssize_t write_model(Description &description, const void *buffer, std::size_t si
   const DeviceLock lock;
   look_at_node(description);
   auto write = [&](std::int64_t at) { return model.write(file, memory_at(buffer, size), at); };
-  return model.medium_is_stream ? at_offset(file, offset, write) : write(0);
+  return model.medium_is_stream ? at_offset(description, offset, write) : write(0);
 }
 
 // An attribute takes a page at most, as the kernel hands it on.
@@ -118,7 +116,7 @@ ssize_t write_attribute_file(Description &description, const void *buffer, std::
   ssize_t result = taken > 0 ? read_user(bytes, buffer, taken) : 0;
   if (result == 0) {
     const DeviceLock lock;
-    result = at_offset(description.file, offset, [&](std::int64_t at) {
+    result = at_offset(description, offset, [&](std::int64_t at) {
       return write_attribute(board_directory(), description.real, bytes, taken, at);
     });
   }
@@ -280,6 +278,26 @@ ssize_t write_on_board(Description &description, const void *buffer, std::size_t
   trace_end(line, result, static_cast<int>(-result));
   spend_call();
   return result;
+}
+
+std::int64_t seek_on_board(Description &description, std::int64_t offset, int whence) {
+  const OpenFile &file = description.file;
+  if (description.kind == Kind::kModel && !file.model->medium_is_stream)
+    return -ESPIPE;
+  const DeviceLock lock;
+  std::int64_t from = 0;
+  if (whence == SEEK_CUR)
+    from = description.shared->position;
+  else if (whence == SEEK_END)
+    from = file.medium < 0 ? 0 : sys_size(file.medium);
+  else if (whence != SEEK_SET)
+    return -EINVAL;
+  std::int64_t position;
+  if (__builtin_add_overflow(from, offset, &position))
+    return -EOVERFLOW;
+  if (position < 0)
+    return -EINVAL;
+  return description.shared->position = position;
 }
 
 int close_on_board(Description &description) {

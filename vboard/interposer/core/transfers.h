@@ -18,6 +18,8 @@ ssize_t read_on_board(Description &description, void *buffer, std::size_t size,
                       std::int64_t offset);
 ssize_t write_on_board(Description &description, const void *buffer, std::size_t size,
                        std::int64_t offset);
+// lseek() on what has a position of its own: devices and attributes.
+std::int64_t seek_on_board(Description &description, std::int64_t offset, int whence);
 // close(): the trace line and the fault; the descriptor itself is the caller's to close.
 int close_on_board(Description &description);
 

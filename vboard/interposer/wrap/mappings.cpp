@@ -7,6 +7,7 @@
 #include "vboard/interposer/core/report.h"
 #include "vboard/interposer/core/state.h"
 #include "vboard/interposer/core/trace.h"
+#include "vboard/interposer/core/transfers.h"
 #include "vboard/interposer/core/wrap.h"
 
 #include <errno.h>
@@ -20,16 +21,11 @@ WRAP(off64_t, lseek64, int fd, off64_t offset, int whence) {
   Description *description = on_board() ? acquire(fd) : nullptr;
   if (description == nullptr)
     return REAL(lseek64)(fd, offset, whence);
-  const OpenFile &file = description->file;
-  const bool stream = description->kind == Kind::kModel && !file.model->medium_is_stream;
-  // The position is the descriptor's; the end is the medium's.
-  if (!stream && whence == SEEK_END && file.medium >= 0) {
-    const std::int64_t size = sys_size(file.medium);
-    whence = SEEK_SET;
-    offset = size < 0 ? size : offset + size;
-  }
+  const std::int64_t result = description->shared != nullptr
+                                  ? seek_on_board(*description, offset, whence)
+                                  : sys_lseek(fd, offset, whence);
   release(description);
-  return stream ? report<off64_t>(-ESPIPE) : report<off64_t>(sys_lseek(fd, offset, whence));
+  return report<off64_t>(result);
 }
 
 WRAP(int, ftruncate64, int fd, off64_t size) {
