@@ -4,8 +4,6 @@
 #include "vboard/base/decimal.h"
 #include "vboard/base/text.h"
 
-#include <stdio.h>
-
 namespace vboard {
 
 namespace {
@@ -14,7 +12,7 @@ using enum SettingKind;
 
 constexpr Setting kCommon[] = {
     {.key = "model", .kind = kText, .otherwise = "", .help = "which model answers"},
-    {.key = "medium", .kind = kMedium, .otherwise = "", .help = "the file of media/ behind it"},
+    {.key = "medium", .kind = kMedium, .otherwise = "", .help = "its file in media/"},
     {.key = "medium_size",
      .kind = kNumber,
      .otherwise = "0",
@@ -59,30 +57,17 @@ bool is_word(std::string_view value, std::string_view words) {
   return false;
 }
 
-// What a value must be, when it is not that; empty for a value that is right.
-std::string_view wanted(const Setting &setting, std::string_view value) {
-  std::int64_t number;
-  switch (setting.kind) {
-    case kFlag:
-      return value == "0" || value == "1" ? "" : "0 or 1";
-    case kNumber:
-      if (!parse_number(value, number))
-        return "a number";
-      return number < setting.least || number > setting.most ? "within its limits" : "";
-    case kDecimal:
-      return decimal_or(value, -1) >= 0 ? "" : "a number that is not negative";
-    case kDate:
-      return value.empty() || parse_calendar(value, number) ? "" : "YYYY-MM-DD hh:mm:ss";
-    case kWord:
-      return is_word(value, setting.words) ? "" : "one of its words";
-    case kErrno:
-      return parse_errno(value) > 0 ? "" : "the name of an error";
-    case kMedium:
-      return value.find('/') == value.npos && !value.starts_with('.') ? "" : "a file of media/";
-    case kText:
-      break;
+// The limits of a number that has any.
+void append_limits(AllowedText &out, const Setting &setting) {
+  if (setting.most != INT64_MAX) {
+    append_text(out, " from ");
+    append_decimal(out, setting.least);
+    append_text(out, " to ");
+    append_decimal(out, setting.most);
+  } else if (setting.least != INT64_MIN) {
+    append_text(out, " of at least ");
+    append_decimal(out, setting.least);
   }
-  return "";
 }
 
 }  // namespace
@@ -99,27 +84,65 @@ const Setting *find_setting(std::span<const Setting> table, std::string_view key
   return nullptr;
 }
 
-bool is_valid_setting(const Setting &setting, std::string_view value, std::span<char> reason) {
-  const std::string_view must_be = wanted(setting, value);
-  if (must_be.empty())
-    return true;
-  const int shown = static_cast<int>(value.size());
+bool takes_value(const Setting &setting, std::string_view value) {
   std::int64_t number;
-  if (setting.kind == kNumber && parse_number(value, number))
-    snprintf(reason.data(), reason.size(), "%.*s is not from %lld to %lld", shown, value.data(),
-             static_cast<long long>(setting.least), static_cast<long long>(setting.most));
-  else if (setting.kind == kWord)
-    snprintf(reason.data(), reason.size(), "\"%.*s\" is none of: %s", shown, value.data(),
-             setting.words);
-  else
-    snprintf(reason.data(), reason.size(), "\"%.*s\" is not %.*s", shown, value.data(),
-             static_cast<int>(must_be.size()), must_be.data());
-  return false;
+  if (value.empty())
+    return true;
+  switch (setting.kind) {
+    case kFlag:
+      return value == "0" || value == "1";
+    case kNumber:
+      return parse_number(value, number) && number >= setting.least && number <= setting.most;
+    case kDecimal:
+      return decimal_or(value, -1) >= 0;
+    case kDate:
+      return parse_calendar(value, number);
+    case kWord:
+      return is_word(value, setting.words);
+    case kErrno:
+      return parse_errno(value) > 0;
+    case kMedium:
+      return value.find('/') == value.npos && !value.starts_with('.');
+    case kText:
+      break;
+  }
+  return true;
+}
+
+AllowedText allowed_values(const Setting &setting) {
+  AllowedText out;
+  switch (setting.kind) {
+    case kFlag:
+      append_text(out, "0 or 1");
+      break;
+    case kNumber:
+      append_text(out, "a number");
+      append_limits(out, setting);
+      break;
+    case kDecimal:
+      append_text(out, "a number such as 1.5, not negative");
+      break;
+    case kDate:
+      append_text(out, "a date as YYYY-MM-DD hh:mm:ss");
+      break;
+    case kWord:
+      append_text(out, "one of: ", setting.words);
+      break;
+    case kErrno:
+      append_text(out, "the name of an error, such as EIO");
+      break;
+    case kMedium:
+      append_text(out, "the name of a file in media/");
+      break;
+    case kText:
+      append_text(out, "any text");
+  }
+  return out;
 }
 
 std::string_view setting_of(const Node &node, const Setting &setting, std::string_view key) {
   const std::string_view value = node_text(node, key);
-  return value.empty() || !wanted(setting, value).empty() ? setting.otherwise : value;
+  return value.empty() || !takes_value(setting, value) ? setting.otherwise : value;
 }
 
 std::int64_t setting_number_of(const Node &node, const Setting &setting, std::string_view key) {
@@ -128,34 +151,6 @@ std::int64_t setting_number_of(const Node &node, const Setting &setting, std::st
     return parse_errno(value);
   std::int64_t number = 0;
   return parse_number(value, number) ? number : 0;
-}
-
-int check_settings(std::span<const Setting> table, const Node &node,
-                   void (*wrong)(int line, const char *reason, void *context), void *context) {
-  std::string_view rest(node.text, node.length);
-  std::string_view line;
-  int count = 0;
-  for (int number = 1; take_line(rest, line); ++number) {
-    line = trimmed(line);
-    if (line.empty() || line[0] == '#')
-      continue;
-    char reason[256];
-    const std::size_t equals = line.find('=');
-    const std::string_view key = trimmed(line.substr(0, equals));
-    const Setting *setting = find_setting(table, key);
-    if (setting == nullptr)
-      setting = find_setting(kCommon, key);
-    if (equals == std::string_view::npos)
-      snprintf(reason, sizeof reason, "not KEY = VALUE");
-    else if (setting == nullptr)
-      snprintf(reason, sizeof reason, "no such setting: %.*s", static_cast<int>(key.size()),
-               key.data());
-    else if (is_valid_setting(*setting, trimmed(line.substr(equals + 1)), reason))
-      continue;
-    wrong(number, reason, context);
-    ++count;
-  }
-  return count;
 }
 
 }  // namespace vboard

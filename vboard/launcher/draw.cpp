@@ -1,11 +1,13 @@
 #include "vboard/launcher/draw.h"
 
 #include "vboard/base/calendar.h"
+#include "vboard/base/decimal.h"
 #include "vboard/base/kernel.h"
 #include "vboard/base/text.h"
 #include "vboard/board/attributes.h"
 #include "vboard/board/gyro_chips.h"
 #include "vboard/board/uboot_env.h"
+#include "vboard/interposer/models/models.h"
 #include "vboard/launcher/draw_files.h"
 #include "vboard/launcher/draw_lcd.h"
 #include "vboard/launcher/draw_system.h"
@@ -34,8 +36,9 @@ void print_label(FILE *out, std::string_view label) {
   fprintf(out, "%-18.*s ", static_cast<int>(label.size()), label.data());
 }
 
-void print_setting(FILE *out, const Node &node, std::string_view key, const char *otherwise) {
-  const std::string_view value = node_text(node, key);
+void print_setting(FILE *out, const BoardNode &node, std::string_view key,
+                   const char *otherwise = "") {
+  const std::string_view value = text_of(node, key);
   print(out, value.empty() ? otherwise : value);
 }
 
@@ -68,35 +71,34 @@ std::string_view load_attribute(const char *board, std::string_view name, char (
 
 // Devices: a line of the page, and what there is beside the settings.
 
-void rtc_line(const char *, const Node &node, FILE *out) {
-  if (node_number(node, "time_valid", 1) == 0) {
+void rtc_line(const char *, const BoardNode &node, FILE *out) {
+  if (!is_on(node, "time_valid")) {
     fputs("lost its supply, time invalid", out);
-  } else if (node_text(node, "set_to").empty()) {
+  } else if (text_of(node, "set_to").empty()) {
     fputs("follows the board's calendar", out);
   } else {
     fputs("set to ", out);
-    print_setting(out, node, "set_to", "");
+    print_setting(out, node, "set_to");
     fputs(" at ", out);
     print_setting(out, node, "set_at", "?");
   }
-  if (node_number(node, "stopped", 0) != 0)
+  if (is_on(node, "stopped"))
     fputs(", stopped", out);
-  else if (const std::string_view rate = node_text(node, "rate");
-           !rate.empty() && rate != "1.0" && rate != "1")
+  else if (const std::string_view rate = text_of(node, "rate"); decimal_or(rate, 1) != 1)
     fprintf(out, ", runs at %.*s", static_cast<int>(rate.size()), rate.data());
 }
 
 // The board's clock file knows a watchdog that the last run left armed.
-void watchdog_line(const char *board, const Node &node, FILE *out) {
-  Node clock;
+void watchdog_line(const char *board, const BoardNode &node, FILE *out) {
+  BoardNode clock;
   std::int64_t reset_at = 0;
   if (load_board_node(board, "clock", clock) == 0)
-    reset_at = node_number(clock, "reset_at", 0);
+    reset_at = number_of(clock, "reset_at");
   if (reset_at == 0) {
     fputs("stopped", out);
   } else {
     const std::int64_t left =
-        saturated_sum(reset_at, -calendar_after(pc_calendar(), node_number(clock, "ahead_ns", 0)));
+        saturated_sum(reset_at, -calendar_after(pc_calendar(), number_of(clock, "ahead_ns")));
     if (left > 0)
       fprintf(out, "armed, resets the board in %lld s",
               static_cast<long long>(left / 1'000'000'000));
@@ -104,16 +106,16 @@ void watchdog_line(const char *board, const Node &node, FILE *out) {
       fputs("has run out, the board is reset", out);
   }
   fputs(", limit ", out);
-  print_setting(out, node, "timeout_s", "60");
+  print_setting(out, node, "timeout_s");
   fputs(" s, ", out);
   print_setting(out, node, "identity", "no name");
-  if (node_number(node, "bites", 1) == 0)
+  if (!is_on(node, "bites"))
     fputs(", never bites", out);
 }
 
-void iccard_line(const char *board, const Node &node, FILE *out) {
+void iccard_line(const char *board, const BoardNode &node, FILE *out) {
   unsigned char bytes[16];
-  const std::ptrdiff_t size = read_medium(board, node_text(node, "medium"), bytes, sizeof bytes);
+  const std::ptrdiff_t size = read_medium(board, text_of(node, "medium"), bytes, sizeof bytes);
   if (size <= 0) {
     fputs("blank", out);
     return;
@@ -121,38 +123,37 @@ void iccard_line(const char *board, const Node &node, FILE *out) {
   print_hex(out, bytes, static_cast<std::size_t>(size));
   fputs(" ...  ", out);
   print_ascii(out, bytes, static_cast<std::size_t>(size));
-  if (node_number(node, "stuck_byte", -1) >= 0 || node_number(node, "inverted", 0) != 0)
+  if (number_of(node, "stuck_byte") >= 0 || is_on(node, "inverted"))
     fputs(", worn", out);
-  if (node_number(node, "protected", 0) != 0)
+  if (is_on(node, "protected"))
     fputs(", protected", out);
 }
 
-void iccard_detail(const char *board, const Node &node, FILE *out) {
+void iccard_detail(const char *board, const BoardNode &node, FILE *out) {
   unsigned char bytes[kBlockSize];
-  const std::ptrdiff_t size = read_medium(board, node_text(node, "medium"), bytes, sizeof bytes);
+  const std::ptrdiff_t size = read_medium(board, text_of(node, "medium"), bytes, sizeof bytes);
   dump(out, bytes, static_cast<std::size_t>(std::max<std::ptrdiff_t>(size, 0)));
 }
 
-void gyro_line(const char *, const Node &node, FILE *out) {
-  const std::string_view chip = node_text(node, "chip");
-  print_setting(out, node, "chip", gyro_chips()[0].name);
-  if (!chip.empty() && !is_gyro_chip(chip))
+void gyro_line(const char *, const BoardNode &node, FILE *out) {
+  print_setting(out, node, "chip");
+  if (!is_gyro_chip(text_of(node, "chip")))
     fputs(" (unknown)", out);
   fputs(", ", out);
-  print_setting(out, node, "accel_g", "2");
+  print_setting(out, node, "accel_g");
   fputs(" g, ", out);
-  print_setting(out, node, "gyro_dps", "250");
+  print_setting(out, node, "gyro_dps");
   fputs(" dps, every ", out);
-  print_setting(out, node, "poll_ms", "50");
+  print_setting(out, node, "poll_ms");
   fputs(" ms, moved by ", out);
   print_setting(out, node, "medium", "nobody");
-  if (node_number(node, "silent", 0) != 0)
+  if (is_on(node, "silent"))
     fputs(", silent", out);
 }
 
-void gyro_detail(const char *board, const Node &node, FILE *out) {
+void gyro_detail(const char *board, const BoardNode &node, FILE *out) {
   static char text[kFlashSize];
-  const std::ptrdiff_t size = read_medium(board, node_text(node, "medium"), text, sizeof text);
+  const std::ptrdiff_t size = read_medium(board, text_of(node, "medium"), text, sizeof text);
   std::string_view rest(text, static_cast<std::size_t>(std::max<std::ptrdiff_t>(size, 0)));
   fputs("   seconds      ax g      ay g      az g    gx dps    gy dps    gz dps\n", out);
   Motion motion;
@@ -164,11 +165,11 @@ void gyro_detail(const char *board, const Node &node, FILE *out) {
     fprintf(out, "%d lines are not seven numbers and count as nothing\n", bad_lines);
 }
 
-void mtd_line(const char *board, const Node &node, FILE *out) {
+void mtd_line(const char *board, const BoardNode &node, FILE *out) {
   static unsigned char flash[kFlashSize];
-  const std::ptrdiff_t size = read_medium(board, node_text(node, "medium"), flash, sizeof flash);
-  fprintf(out, "NOR flash, erase block %lld",
-          static_cast<long long>(node_number(node, "erase_size", 4096)));
+  const std::ptrdiff_t size = read_medium(board, text_of(node, "medium"), flash, sizeof flash);
+  fputs("NOR flash, erase block ", out);
+  print_setting(out, node, "erase_size");
   if (size >= static_cast<std::ptrdiff_t>(kEnvironmentSize)) {
     const UbootEnv env = inspect_uboot_env(std::span(flash).first(kEnvironmentSize));
     if (env.valid)
@@ -179,9 +180,9 @@ void mtd_line(const char *board, const Node &node, FILE *out) {
   }
 }
 
-void mtd_detail(const char *board, const Node &node, FILE *out) {
+void mtd_detail(const char *board, const BoardNode &node, FILE *out) {
   static unsigned char flash[kFlashSize];
-  const std::ptrdiff_t size = read_medium(board, node_text(node, "medium"), flash, sizeof flash);
+  const std::ptrdiff_t size = read_medium(board, text_of(node, "medium"), flash, sizeof flash);
   if (size < static_cast<std::ptrdiff_t>(kEnvironmentSize))
     return;
   auto image = std::span(flash).first(kEnvironmentSize);
@@ -197,7 +198,7 @@ void mtd_detail(const char *board, const Node &node, FILE *out) {
   }
 }
 
-void lcd_line(const char *board, const Node &node, FILE *out) {
+void lcd_line(const char *board, const BoardNode &node, FILE *out) {
   LcdView view = lcd_view(board, node);
   std::size_t dark = 0;
   for (int row = 0; row < kLcdRows; ++row) {
@@ -207,34 +208,33 @@ void lcd_line(const char *board, const Node &node, FILE *out) {
   fprintf(out, "%zu of %d points dark", dark, kLcdColumns * kLcdRows);
 }
 
-void lcd_detail(const char *board, const Node &node, FILE *out) {
+void lcd_detail(const char *board, const BoardNode &node, FILE *out) {
   draw_lcd(lcd_view(board, node), out);
 }
 
 struct Drawing {
-  std::string_view model;
-  void (*line)(const char *board, const Node &node, FILE *out);
-  void (*detail)(const char *board, const Node &node,
+  const Model *model;
+  void (*line)(const char *board, const BoardNode &node, FILE *out);
+  void (*detail)(const char *board, const BoardNode &node,
                  FILE *out);  // null for the settings alone
 };
 
 constexpr Drawing kDrawings[] = {
-    {.model = "gyro", .line = gyro_line, .detail = gyro_detail},
-    {.model = "iccard", .line = iccard_line, .detail = iccard_detail},
-    {.model = "korcmem", .line = korcmem_line, .detail = nullptr},
-    {.model = "korstorage", .line = korstorage_line, .detail = nullptr},
-    {.model = "lcd", .line = lcd_line, .detail = lcd_detail},
-    {.model = "mtd", .line = mtd_line, .detail = mtd_detail},
-    {.model = "phys_mem", .line = phys_mem_line, .detail = nullptr},
-    {.model = "rtc", .line = rtc_line, .detail = nullptr},
-    {.model = "sata_disk", .line = sata_disk_line, .detail = nullptr},
-    {.model = "watchdog", .line = watchdog_line, .detail = nullptr},
+    {.model = &kGyroModel, .line = gyro_line, .detail = gyro_detail},
+    {.model = &kIccardModel, .line = iccard_line, .detail = iccard_detail},
+    {.model = &kKorcmemModel, .line = korcmem_line, .detail = nullptr},
+    {.model = &kKorstorageModel, .line = korstorage_line, .detail = nullptr},
+    {.model = &kLcdModel, .line = lcd_line, .detail = lcd_detail},
+    {.model = &kMtdModel, .line = mtd_line, .detail = mtd_detail},
+    {.model = &kPhysMemModel, .line = phys_mem_line, .detail = nullptr},
+    {.model = &kRtcModel, .line = rtc_line, .detail = nullptr},
+    {.model = &kSataDiskModel, .line = sata_disk_line, .detail = nullptr},
+    {.model = &kWatchdogModel, .line = watchdog_line, .detail = nullptr},
 };
 
-const Drawing *find_drawing(const Node &node) {
-  const std::string_view model = node_text(node, "model");
+const Drawing *find_drawing(const BoardNode &node) {
   for (const Drawing &drawing : kDrawings) {
-    if (drawing.model == model)
+    if (drawing.model == node.table.model)
       return &drawing;
   }
   return nullptr;
@@ -245,7 +245,7 @@ void draw_devices(const char *board, FILE *out) {
   const int count = list_folder(board, "dev", names);
   for (int i = 0; i < count; ++i) {
     FixedText<300> label;
-    Node node;
+    BoardNode node;
     append_text(label, "dev/", names[i]->d_name);
     if (load_board_node(board, label.view(), node) < 0)
       continue;
@@ -261,8 +261,8 @@ void draw_devices(const char *board, FILE *out) {
 }
 
 void draw_displays(const char *board, FILE *out) {
-  Node node;
-  if (load_board_node(board, "dev/lcd", node) == 0)
+  BoardNode node;
+  if (load_board_node(board, "dev/lcd", node) == 0 && node.table.model == &kLcdModel)
     draw_lcd(lcd_view(board, node), out);
   fputc('\n', out);
 }
@@ -272,7 +272,7 @@ void draw_displays(const char *board, FILE *out) {
 int count_wires(const char *board, std::string_view from) {
   Node wires;
   int count = 0;
-  if (load_board_node(board, "sys.wires", wires) < 0)
+  if (load_board_text(board, "sys.wires", wires) < 0)
     return 0;
   std::string_view rest(wires.text, wires.length);
   std::string_view line;
@@ -321,7 +321,7 @@ void draw_boot_block(const char *board, FILE *out) {
 
 void draw_cpld(const char *board, FILE *out) {
   char text[256];
-  Node node;
+  BoardNode node;
   print_label(out, "cpld");
   print(out, load_attribute(board, "sys/class/firmware/cpld/status", text));
   const std::string_view error = load_attribute(board, "sys/class/firmware/cpld/error", text);
@@ -332,7 +332,7 @@ void draw_cpld(const char *board, FILE *out) {
   unsigned char head[16];
   std::ptrdiff_t size = -ENOENT;
   if (load_board_node(board, "firmware/cpld", node) == 0)
-    size = read_medium(board, node_text(node, "medium"), head, sizeof head);
+    size = read_medium(board, text_of(node, "medium"), head, sizeof head);
   if (size > 0) {
     fputs(", holds ", out);
     print_hex(out, head, static_cast<std::size_t>(size));
@@ -348,7 +348,7 @@ void draw_interfaces(const char *board, FILE *out) {
   print_label(out, "network");
   for (int i = 0; i < count; ++i) {
     FixedText<300> name;
-    Node node;
+    BoardNode node;
     append_text(name, "net/", names[i]->d_name);
     if (load_board_node(board, name.view(), node) < 0)
       continue;
@@ -433,19 +433,13 @@ int draw_board(const char *board, FILE *out) {
 }
 
 int draw_node(const char *board, const char *node, FILE *out) {
-  std::string_view name = node;
-  while (name.starts_with("/"))
-    name.remove_prefix(1);
-  FixedText<300> interface;
-  if (name.starts_with("net:")) {
-    append_text(interface, "net/", name.substr(4));
-    name = interface.view();
-  }
+  const BoardPath board_file = board_name(node);
+  const std::string_view name = board_file.view();
   // A name that leads out of the board is none of its nodes.
   if (const int error = draw_file(board, name, out))
     return error == -EINVAL ? -ENOENT : error;
 
-  Node settings;
+  BoardNode settings;
   if (!name.starts_with("dev/") || load_board_node(board, name, settings) < 0)
     return 0;
   const Drawing *drawing = find_drawing(settings);

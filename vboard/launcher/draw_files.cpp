@@ -33,7 +33,7 @@ std::ptrdiff_t read_file(const BoardPath &path, void *out, std::size_t size) {
 
 }  // namespace
 
-int load_board_node(const char *board, std::string_view name, Node &out) {
+int load_board_text(const char *board, std::string_view name, Node &out) {
   BoardPath path;
   const int error = find_board_file(board, name, path);
   return error < 0 ? error : load_node(path.c_str(), out);

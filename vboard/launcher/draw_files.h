@@ -12,8 +12,8 @@
 
 namespace vboard {
 
-// A node file of the board by its name: 0 or a negated errno.
-int load_board_node(const char *board, std::string_view name, Node &out);
+// A text of the board that is read as a node file is: 0 or a negated errno.
+int load_board_text(const char *board, std::string_view name, Node &out);
 
 // Up to `size` bytes of a file of the board; the bytes read, or a negated errno.
 std::ptrdiff_t read_board_file(const char *board, std::string_view name, void *out,

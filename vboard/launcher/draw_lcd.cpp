@@ -6,11 +6,11 @@
 
 namespace vboard {
 
-LcdView lcd_view(const char *board, const Node &node) {
+LcdView lcd_view(const char *board, const BoardNode &node) {
   LcdView view = {};
-  lcd_load(node, view.registers);
-  view.is_lit = node_number(node, "backlight", 0) != 0;
-  view.has_frame = read_medium(board, node_text(node, "medium"), view.frame, sizeof view.frame) ==
+  lcd_load(node.node, view.registers);
+  view.is_lit = is_on(node, "backlight");
+  view.has_frame = read_medium(board, text_of(node, "medium"), view.frame, sizeof view.frame) ==
                    sizeof view.frame;
   if (!view.has_frame)
     memset(view.frame, 0, sizeof view.frame);

@@ -4,6 +4,7 @@
 #define VBOARD_LAUNCHER_DRAW_LCD_H
 
 #include "vboard/board/lcd_controller.h"
+#include "vboard/launcher/node_tables.h"
 
 #include <stdio.h>
 
@@ -19,7 +20,7 @@ struct LcdView {
   unsigned char frame[kLcdFrameSize];
 };
 
-LcdView lcd_view(const char *board, const Node &node);
+LcdView lcd_view(const char *board, const BoardNode &node);
 
 // One line of the drawing is four rows of the display: 64 characters of two by four dots.
 inline constexpr int kBrailleLines = kLcdRows / 4;

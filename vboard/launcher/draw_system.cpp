@@ -32,11 +32,11 @@ void print(FILE *out, std::string_view text) {
     fwrite(text.data(), 1, text.size(), out);
 }
 
-std::string_view numbered(const Node &node, const char *word, int number) {
+std::string_view numbered(const BoardNode &node, const char *word, int number) {
   FixedText<24> key;
   append_text(key, word);
   append_decimal(key, number);
-  return node_text(node, key.view());
+  return text_of(node, key.view());
 }
 
 // A medium's lines as they stand, comments included; empty without a medium.
@@ -60,7 +60,7 @@ void print_identify_text(FILE *out, const unsigned char *bytes, std::size_t size
 
 // Devices.
 
-void phys_mem_line(const char *, const Node &node, FILE *out) {
+void phys_mem_line(const char *, const BoardNode &node, FILE *out) {
   int count = 0;
   for (; count < kMostRegions; ++count) {
     std::string_view region = numbered(node, "region", count);
@@ -78,7 +78,7 @@ void phys_mem_line(const char *, const Node &node, FILE *out) {
 }
 
 // A block that nobody has used since the board was made is told by its name alone.
-void korcmem_line(const char *, const Node &node, FILE *out) {
+void korcmem_line(const char *, const BoardNode &node, FILE *out) {
   int count = 0;
   for (int id = 0; id < kMostBlocks; ++id) {
     std::string_view block = numbered(node, "block", id);
@@ -95,9 +95,9 @@ void korcmem_line(const char *, const Node &node, FILE *out) {
   fputs(count == 0 ? "no blocks" : "", out);
 }
 
-void sata_disk_line(const char *board, const Node &node, FILE *out) {
+void sata_disk_line(const char *board, const BoardNode &node, FILE *out) {
   unsigned char identify[kIdentifySize];
-  if (read_medium(board, node_text(node, "identify"), identify, kIdentifySize) !=
+  if (read_medium(board, text_of(node, "identify"), identify, kIdentifySize) !=
       std::ptrdiff_t{kIdentifySize}) {
     fputs("no identity", out);
   } else {
@@ -105,10 +105,10 @@ void sata_disk_line(const char *board, const Node &node, FILE *out) {
     fputs(", firmware ", out);
     print_identify_text(out, identify + kFirmwareAt, kFirmwareSize);
   }
-  const bool exceeded = node_number(node, "smart_exceeded", 0) != 0;
-  const std::int64_t told =
-      node_number(node, "smart_status", exceeded ? kSmartExceeded : kSmartPassed) & 0xFFFF;
-  if (node_number(node, "smart_enabled", 1) == 0)
+  std::int64_t told = number_of(node, "smart_status");
+  if (told < 0)
+    told = is_on(node, "smart_exceeded") ? kSmartExceeded : kSmartPassed;
+  if (!is_on(node, "smart_enabled"))
     fputs(", SMART off", out);
   else if (told == kSmartPassed)
     fputs(", SMART passed", out);
@@ -116,19 +116,19 @@ void sata_disk_line(const char *board, const Node &node, FILE *out) {
     fputs(", SMART threshold exceeded", out);
   else
     fprintf(out, ", SMART answers 0x%04llx", static_cast<long long>(told));
-  if (node_number(node, "standby", 0) != 0)
+  if (is_on(node, "standby"))
     fputs(", standby", out);
 }
 
-void korstorage_line(const char *board, const Node &node, FILE *out) {
-  const long long ports = node_number(node, "ports", 1);
+void korstorage_line(const char *board, const BoardNode &node, FILE *out) {
+  const long long ports = number_of(node, "ports");
   fprintf(out, ports == 1 ? "%lld port" : "%lld ports", ports);
-  if (node_number(node, "scan_failed", 0) != 0)
+  if (is_on(node, "scan_failed"))
     fputs(", bus scan not done", out);
-  const std::string_view devices = node_text(node, "devices");
+  const std::string_view devices = text_of(node, "devices");
   fputs(", traces ", out);
   print(out, devices.empty() ? "nothing" : devices);
-  std::string_view rest = load_timeline(board, node_text(node, "medium"));
+  std::string_view rest = load_timeline(board, text_of(node, "medium"));
   std::string_view line;
   int events = 0;
   while (take_line(rest, line))
@@ -176,12 +176,12 @@ void overlays_line(const char *board, FILE *out) {
 
 void process_events_line(const char *board, FILE *out) {
   static ProcessEventLine event;
-  Node node;
+  BoardNode node;
   if (load_board_node(board, "netlink/connector", node) < 0) {
     fputs("no connector", out);
     return;
   }
-  std::string_view rest = load_timeline(board, node_text(node, "events"));
+  std::string_view rest = load_timeline(board, text_of(node, "events"));
   int count = 0;
   std::int64_t last = 0;
   for (; next_process_event(rest, event); ++count)
@@ -189,7 +189,7 @@ void process_events_line(const char *board, FILE *out) {
   fprintf(out, count == 1 ? "%d event" : "%d events", count);
   if (count > 0)
     fprintf(out, " in %.3f s", static_cast<double>(last) / 1e9);
-  if (node_number(node, "denied", 0) != 0)
+  if (is_on(node, "denied"))
     fputs(", listening is not allowed", out);
 }
 

@@ -1,6 +1,6 @@
 #include "vboard/launcher/png.h"
 
-#include "vboard/launcher/draw_files.h"
+#include "vboard/interposer/models/models.h"
 #include "vboard/launcher/draw_lcd.h"
 
 #include <errno.h>
@@ -44,17 +44,17 @@ void paint(const LcdView &view, Colour (&pixels)[kHeight][kWidth]) {
 int write_png(const char *board, const char *node, const char *file) {
   if (node[0] != '/')
     return -ENOTSUP;
-  Node settings;
-  const int error = load_board_node(board, node, settings);
+  BoardNode display;
+  const int error = load_board_node(board, board_name(node).view(), display);
   // An attribute need not be a text that fits a node file.
   if (error < 0)
     return error == -E2BIG ? -ENOTSUP : error;
-  if (node_text(settings, "model") != "lcd")
+  if (display.table.model != &kLcdModel)
     return -ENOTSUP;
 
   static Colour pixels[kHeight][kWidth];
   static_assert(sizeof pixels == std::size_t{3} * kWidth * kHeight);
-  paint(lcd_view(board, settings), pixels);
+  paint(lcd_view(board, display), pixels);
   png_image image = {};
   image.version = PNG_IMAGE_VERSION;
   image.width = kWidth;
