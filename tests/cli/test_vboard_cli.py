@@ -388,6 +388,179 @@ def test_set_refuses_what_the_board_does_not_have(vboard, tmp_path, words):
     assert not (tmp_path / "board/sys/class/none").exists()
 
 
+def refusal(result):
+    """The one line of a command that was refused."""
+    status, stdout, stderr = result
+    assert (status, stdout, stderr.count(b"\n")) == (125, b"", 1)
+    assert stderr.startswith(b"vboard: ") and stderr.endswith(b"\n")
+    return stderr[len(b"vboard: ") : -1].decode()
+
+
+MODELS = "gyro iccard interface korstorage korcmem lcd mtd phys_mem connector rtc sata_disk socket watchdog"
+FIRMWARE_FAILURES = " ".join(
+    f"{phase}:{error}"
+    for phase in ("preparing", "transferring", "programming")
+    for error in (
+        "hw-error timeout user-abort device-busy invalid-file-size read-write-error flash-wearout "
+        "firmware-invalid"
+    ).split()
+)
+
+
+@pytest.mark.parametrize(
+    "words, reason",
+    [
+        (["/dev/rtc0", "stoped", "1"], 'no setting "stoped"; perhaps: stopped'),
+        (["/dev/rtc0", "time", "1"], 'no setting "time"; perhaps: time_valid'),
+        (
+            ["/dev/rtc0", "colour", "red"],
+            'no setting "colour"; there is: set_to set_at rate stopped time_valid model medium '
+            "medium_size number type",
+        ),
+        (["/dev/korcmem", "blokc12", "x 0 1"], 'no setting "blokc12"; perhaps: block#'),
+        (["/dev/korstorage", "0.readEr", "1"], 'no setting "0.readEr"; perhaps: #.readErr'),
+        (
+            ["/dev/rtc0", "rate", "banana"],
+            'rate: "banana" is not allowed; it may be a number such as 1.5, not negative',
+        ),
+        (["/dev/rtc0", "stopped", "yes"], 'stopped: "yes" is not allowed; it may be 0 or 1'),
+        (
+            ["/dev/rtc0", "set_to", "today"],
+            'set_to: "today" is not allowed; it may be a date as YYYY-MM-DD hh:mm:ss',
+        ),
+        (
+            ["/dev/watchdog", "timeout_s", "0"],
+            'timeout_s: "0" is not allowed; it may be a number from 1 to 65535',
+        ),
+        (
+            ["/dev/mtd1", "worn_block", "-2"],
+            'worn_block: "-2" is not allowed; it may be a number of at least -1',
+        ),
+        (
+            ["/dev/lcd", "returns", "one"],
+            'returns: "one" is not allowed; it may be one of: zero count',
+        ),
+        (
+            ["/dev/mem", "refuses", "ENOSUCH"],
+            'refuses: "ENOSUCH" is not allowed; it may be the name of an error, such as EIO',
+        ),
+        (
+            ["/dev/gyro", "medium", "../board"],
+            'medium: "../board" is not allowed; it may be the name of a file in media/',
+        ),
+        (
+            ["/dev/lcd", "type", "fifo"],
+            'type: "fifo" is not allowed; it may be one of: character block',
+        ),
+        (["/dev/rtc0", "model", "rtcc"], "no such model: rtcc; perhaps: rtc"),
+        (["/dev/rtc0", "model", "x"], f"no such model: x; there is: {MODELS}"),
+        (["/dev/rtc0", "model", ""], f'no "model = NAME"; there is: {MODELS}'),
+        (["net/ppp0", "ipv5", "::1"], 'no setting "ipv5"; perhaps: ipv4'),
+        (["net:ppp0", "medium", "x"], 'no setting "medium"; there is: ipv4 index'),
+        (
+            ["net:ppp0", "index", "0"],
+            'index: "0" is not allowed; it may be a number from 1 to 2147483647',
+        ),
+        (["netlink/connector", "denid", "1"], 'no setting "denid"; perhaps: denied'),
+        (["firmware/cpld", "speed", "1"], 'no setting "speed"; there is: medium size fails'),
+        (
+            ["firmware/cpld", "fails", "always"],
+            f'fails: "always" is not allowed; it may be one of: {FIRMWARE_FAILURES}',
+        ),
+        (["etc/fw_env.config", "a", "b"], "is no node, and has no settings"),
+    ],
+)
+def test_set_refuses_what_the_device_does_not_take(vboard, tmp_path, words, reason):
+    vboard("new", "board")
+    file = tmp_path / "board" / words[0].lstrip("/").replace("net:", "net/")
+    before = file.read_bytes()
+    assert refusal(vboard("set", "board", *words)) == f"{words[0]}: {reason}"
+    assert file.read_bytes() == before
+
+
+@pytest.mark.parametrize(
+    "words",
+    [
+        ["/dev/rtc0", "rate", "0.5"],
+        ["/dev/rtc0", "rate", ""],
+        ["/dev/rtc0", "number", "254:1"],
+        ["/dev/rtc0", "model", "watchdog"],
+        ["/dev/watchdog", "options", "0x8180"],
+        ["/dev/korcmem", "block63", "video 0x18000000 0x00400000"],
+        ["firmware/cpld", "fails", "programming:timeout"],
+        ["net:eth0", "index", "2147483647"],
+        ["netlink/connector", "denied", "1"],
+    ],
+)
+def test_set_takes_what_the_device_takes(vboard, tmp_path, words):
+    vboard("new", "board")
+    assert vboard("set", "board", *words) == (0, b"", b"")
+    file = tmp_path / "board" / words[0].lstrip("/").replace("net:", "net/")
+    assert f"{words[1]} = {words[2]}".rstrip() in file.read_text().splitlines()
+
+
+def test_set_knows_the_settings_of_the_clock_file(vboard, tmp_path):
+    vboard("new", "board")
+    (tmp_path / "board/clock").write_text("boots = 3\n")
+    assert vboard("set", "board", "clock", "ahead_ns", "-5") == (0, b"", b"")
+    assert refusal(vboard("set", "board", "clock", "boot", "4")) == (
+        'clock: no setting "boot"; perhaps: boots'
+    )
+    assert (tmp_path / "board/clock").read_text() == "boots = 3\nahead_ns = -5\n"
+
+
+def test_set_finds_a_device_that_is_switched_off(vboard, tmp_path):
+    vboard("new", "board")
+    vboard("set", "board", "/sys/devices/platform/sda-power/state", "disabled")
+    assert vboard("set", "board", "/dev/sda", "standby", "1") == (0, b"", b"")
+    assert refusal(vboard("set", "board", "/dev/sda", "standy", "1")) == (
+        '/dev/sda: no setting "standy"; perhaps: standby'
+    )
+    assert "\nstandby = 1\n" in (tmp_path / "board/unpowered/dev/sda").read_text()
+
+
+@pytest.fixture
+def thermometer(build, vboard, tmp_path):
+    """A board with a device whose model is in a library beside its node file; the node file."""
+    if word_size() == 4:
+        pytest.skip("the launcher is the PC's and does not load the board's libraries")
+    vboard("new", "board")
+    node = tmp_path / "board/dev/thermometer"
+    node.write_text("model = ./thermometer.so\n")
+    (tmp_path / "board/dev/thermometer.so").symlink_to(build / "tests/plugin/thermometer.so")
+    return node
+
+
+def test_set_knows_the_settings_of_a_model_in_a_library(vboard, build, thermometer):
+    assert vboard("set", "board", "/dev/thermometer", "celsius", "-40") == (0, b"", b"")
+    assert refusal(vboard("set", "board", "/dev/thermometer", "celsius", "126")) == (
+        '/dev/thermometer: celsius: "126" is not allowed; it may be a number from -40 to 125'
+    )
+    assert refusal(vboard("set", "board", "/dev/thermometer", "celcius", "1")) == (
+        '/dev/thermometer: no setting "celcius"; perhaps: celsius'
+    )
+    absolute = build / "tests/plugin/thermometer.so"
+    assert vboard("set", "board", "/dev/thermometer", "model", absolute) == (0, b"", b"")
+    assert vboard("set", "board", "/dev/thermometer", "broken", "1") == (0, b"", b"")
+    assert thermometer.read_text() == f"model = {absolute}\ncelsius = -40\nbroken = 1\n"
+
+
+def test_set_refuses_a_library_that_holds_no_model(vboard, build, thermometer):
+    missing = refusal(vboard("set", "board", "/dev/thermometer", "model", "./none.so"))
+    assert missing.startswith("/dev/thermometer: ") and "./none.so" in missing
+    library = build / "tests/plugin/plugin.so"
+    assert refusal(vboard("set", "board", "/dev/thermometer", "model", library)) == (
+        f"/dev/thermometer: {library}: has no vboard_model()"
+    )
+    assert thermometer.read_text() == "model = ./thermometer.so\n"
+    # Of a node without a model nobody knows what its settings are, but for the common ones.
+    thermometer.write_text("model = thermometre\n")
+    assert refusal(vboard("set", "board", "/dev/thermometer", "celsius", "1")) == (
+        '/dev/thermometer: no setting "celsius": no such model: thermometre'
+    )
+    assert vboard("set", "board", "/dev/thermometer", "medium_size", "16") == (0, b"", b"")
+
+
 # --- fault --------------------------------------------------------------------------------------
 
 

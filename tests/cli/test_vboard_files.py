@@ -35,12 +35,14 @@ def settings(file):
 
 
 def test_no_change_of_many_at_once_is_lost(board):
-    before = settings(board.path("dev/lcd"))
+    before = settings(board.path("dev/korcmem"))
+    changes = {f"alias{i}": str(i) for i in range(WRITERS)}
     writers = [
-        start(board.build, "set", board.directory, "/dev/lcd", f"key{i}", i) for i in range(WRITERS)
+        start(board.build, "set", board.directory, "/dev/korcmem", *change)
+        for change in changes.items()
     ]
     assert finish(writers) == [(0, b"", b"")] * WRITERS
-    assert settings(board.path("dev/lcd")) == before | {f"key{i}": str(i) for i in range(WRITERS)}
+    assert settings(board.path("dev/korcmem")) == before | changes
 
 
 def test_one_setting_of_many_writers_is_one_of_theirs(board):

@@ -5,6 +5,7 @@
 #include "vboard/board/node.h"
 #include "vboard/launcher/boards.h"
 #include "vboard/launcher/commands.h"
+#include "vboard/launcher/setting_checks.h"
 
 #include <stdio.h>
 #include <string.h>
@@ -17,7 +18,8 @@ constexpr char kUsage[] =
     "usage: vboard set DIR NODE KEY VALUE\n"
     "       vboard set DIR /sys/ATTRIBUTE VALUE\n"
     "Changes a setting of a node file (NODE is such as /dev/lcd or net:ppp0), or an attribute,\n"
-    "of the board in the directory DIR.\n";
+    "of the board in the directory DIR. A setting that the device does not have, and a value that\n"
+    "it does not take, are refused; an empty VALUE is the default.\n";
 
 int set_attribute(const char *board, const char *path, const char *value) {
   char name[kFileName];
@@ -28,26 +30,43 @@ int set_attribute(const char *board, const char *path, const char *value) {
   return result < 0 ? fail("%s: %s", path, strerror(static_cast<int>(-result))) : 0;
 }
 
-struct Setting {
-  const char *key, *value;
+struct Change {
+  const char *node, *file, *key, *value;
   bool fits;
+  Reason problem;
 };
+
+// Looks at the node as it will be: a new model brings its own table.
+void change_setting(Node &content, Change &change) {
+  Node changed = content;
+  NodeTable table;
+  change.fits = set_node_text(changed, change.key, change.value);
+  if (!change.fits)
+    return;
+  if (find_table(board_name(change.node).view(), change.file, changed, table))
+    change.problem = setting_problem(table, change.key, change.value);
+  else
+    append_text(change.problem, "is no node, and has no settings");
+  if (change.problem.length == 0)
+    content = changed;
+}
 
 int set_setting(const char *board, const char *node, const char *key, const char *value) {
   BoardPath file;
   if (!find_node_file(board, node, file))
     return kFailed;
-  Setting setting = {key, value, false};
+  Change change = {node, file.c_str(), key, value, false, {}};
   const int result = update_node(
       file.c_str(),
       [](Node &content, void *context) {
-        Setting &wanted = *static_cast<Setting *>(context);
-        wanted.fits = set_node_text(content, wanted.key, wanted.value);
+        change_setting(content, *static_cast<Change *>(context));
       },
-      &setting);
+      &change);
   if (result < 0)
     return fail("%s: %s", node, strerror(-result));
-  return setting.fits ? 0 : fail("%s: cannot hold \"%s = %s\"", node, key, value);
+  if (!change.fits)
+    return fail("%s: cannot hold \"%s = %s\"", node, key, value);
+  return change.problem.length == 0 ? 0 : fail("%s: %s", node, change.problem.c_str());
 }
 
 }  // namespace
