@@ -618,6 +618,109 @@ def test_fault_add_refuses_a_wrong_line(vboard, tmp_path, words):
     assert (tmp_path / "board/faults").read_bytes() == before
 
 
+DEVICES = "/dev/gyro /dev/iccard /dev/korcmem /dev/korstorage /dev/lcd /dev/mem /dev/mtd1 /dev/rtc0 /dev/sda /dev/watchdog"
+WATCHDOG_REQUESTS = " ".join(
+    "WDIOC_" + name
+    for name in "GETSUPPORT GETSTATUS GETBOOTSTATUS SETOPTIONS KEEPALIVE SETTIMEOUT GETTIMEOUT "
+    "GETTIMELEFT".split()
+)
+
+
+NOT_ON_THE_BOARD = [
+    ("/dev/rtc absent", "the board has no /dev/rtc; perhaps: /dev/rtc0"),
+    (
+        "/dev/nothing write errno=EIO",
+        f"the board has no /dev/nothing; there is: {DEVICES} net:eth0 net:ppp0 socket",
+    ),
+    ("net:ppp1 ioctl errno=EIO", "the board has no net:ppp1; perhaps: net:ppp0"),
+    (
+        "/etc/none open errno=EIO",
+        f"the board has no /etc/none; there is: {DEVICES} net:eth0 net:ppp0 socket",
+    ),
+    (
+        "/dev/watchdog ioctl:WDIOC_KEEPALVE errno=EIO",
+        "/dev/watchdog has no request WDIOC_KEEPALVE; perhaps: WDIOC_KEEPALIVE",
+    ),
+    (
+        "/dev/watchdog ioctl:RTC_RD_TIME errno=EIO",
+        f"/dev/watchdog has no request RTC_RD_TIME; there is: {WATCHDOG_REQUESTS}",
+    ),
+    ("/dev/mem ioctl:ANY errno=EIO", "/dev/mem has no request ANY"),
+    (
+        "net:ppp0 ioctl:SIOCGIFNETMASK errno=EIO",
+        "net:ppp0 has no request SIOCGIFNETMASK; there is: SIOCGIFADDR",
+    ),
+    (
+        "socket ioctl:SIOCGIFNETMASK errno=EIO",
+        "socket has no request SIOCGIFNETMASK; there is: SIOCGIFADDR bind",
+    ),
+    ("/sys/class/x ioctl:ANY errno=EIO", "/sys/class/x has no request ANY"),
+]
+
+
+@pytest.mark.parametrize("line, reason", NOT_ON_THE_BOARD)
+def test_fault_add_refuses_what_the_board_does_not_have(vboard, tmp_path, line, reason):
+    vboard("new", "board")
+    before = (tmp_path / "board/faults").read_bytes()
+    assert refusal(vboard("fault", "board", "add", *line.split())) == f"fault:1: {reason}"
+    assert (tmp_path / "board/faults").read_bytes() == before
+
+
+@pytest.mark.parametrize("line, reason", NOT_ON_THE_BOARD[::4])
+@pytest.mark.parametrize("where", [[], ["--board", "board"]])
+def test_run_refuses_a_fault_of_what_the_board_does_not_have(vboard, line, reason, where):
+    vboard("new", "board")
+    refused = refusal(vboard("run", *where, "--fault", line, "--", "echo", "ran"))
+    assert refused == f"--fault:1: {reason}"
+
+
+@pytest.mark.parametrize(
+    "line",
+    [
+        "/dev/no* absent",
+        "/dev/* ioctl:ANY errno=EIO",
+        "net:* ioctl:ANY errno=EIO",
+        "net:ppp0 ioctl:SIOCGIFADDR errno=EIO",
+        "net:ppp0 ioctl errno=EIO",
+        "socket ioctl:SIOCGIFADDR errno=EIO",
+        "socket ioctl:bind errno=EIO",
+        "socket socket errno=EMFILE",
+        "/dev/watchdog ioctl:0x1234 errno=EIO",
+        "/dev/watchdog ioctl errno=EIO",
+        "/dev absent",
+        "/sys/class/none/yet write errno=EIO",
+        "/etc/os-release open errno=EIO",
+        "/proc/self open errno=EIO",
+    ],
+)
+def test_fault_add_takes_what_may_show(vboard, tmp_path, line):
+    vboard("new", "board")
+    assert vboard("fault", "board", "add", *line.split()) == (0, b"", b"")
+    assert (tmp_path / "board/faults").read_text().endswith(f"\n{line}\n")
+
+
+def test_fault_add_takes_a_device_that_is_switched_off(vboard):
+    vboard("new", "board")
+    vboard("set", "board", "/sys/devices/platform/sda-power/state", "disabled")
+    assert vboard("fault", "board", "add", "/dev/sda", "absent") == (0, b"", b"")
+    assert vboard("fault", "board", "add", "/dev/sda", "ioctl:SG_IO", "errno=EIO") == (0, b"", b"")
+    assert refusal(vboard("fault", "board", "add", "/dev/sdb", "absent")) == (
+        "fault:1: the board has no /dev/sdb; perhaps: /dev/sda"
+    )
+
+
+def test_fault_add_knows_the_requests_of_a_model_in_a_library(vboard, thermometer):
+    words = ["fault", "board", "add", "/dev/thermometer"]
+    assert vboard(*words, "ioctl:THERMOMETER_READ", "errno=EIO") == (0, b"", b"")
+    assert refusal(vboard(*words, "ioctl:THERMOMETER_RED", "errno=EIO")) == (
+        "fault:1: /dev/thermometer has no request THERMOMETER_RED; perhaps: THERMOMETER_READ"
+    )
+    thermometer.write_text("model = x\n")
+    assert refusal(vboard(*words, "ioctl:THERMOMETER_READ", "errno=EIO")) == (
+        "fault:1: /dev/thermometer has no request THERMOMETER_READ: no such model: x"
+    )
+
+
 # --- state ----------------------------------------------------------------------------------------
 
 

@@ -5,6 +5,7 @@
 #include "vboard/board/file_updates.h"
 #include "vboard/launcher/boards.h"
 #include "vboard/launcher/commands.h"
+#include "vboard/launcher/fault_checks.h"
 #include "vboard/launcher/fault_lines.h"
 
 #include <errno.h>
@@ -23,6 +24,9 @@ constexpr char kUsage[] =
     "       vboard fault DIR list\n"
     "       vboard fault DIR clear\n"
     "Breaks a device of the board in the directory DIR, tells what is broken, mends everything.\n"
+    "  NODE     a device, an attribute or a file of the board, net:NAME, socket; what is not "
+    "there\n"
+    "           is refused, unless a last '*' stands for any rest of the name\n"
     "  CALL     open close read write ioctl ioctl:NAME mmap socket\n"
     "  EFFECT   errno=NAME  short=N  result=N\n"
     "  WHEN     nth=N  from=N  time=A..B (board seconds)\n"
@@ -76,7 +80,7 @@ int add_fault(const char *board, int argc, char **argv) {
   append_text(line, "\n");
   if (line.overflow || line.view().find('\n') != line.length - 1)
     return wrong_usage("fault");
-  int result = check_faults("fault", line.view());
+  int result = check_faults_of(board, "fault", line.view());
   FaultsFile file;
   if (result == 0)
     result = open_faults(board, file);
@@ -141,12 +145,22 @@ long read_faults(const char *board, char *out) {
 }
 
 int check_faults(const char *origin, std::string_view text) {
+  return check_faults_of(nullptr, origin, text);
+}
+
+int check_faults_of(const char *board, const char *origin, std::string_view text) {
   std::string_view line;
   for (int number = 1; take_line(text, line); ++number) {
     Fault fault;
     char reason[160];
-    if (parse_fault(line, fault, reason) == FaultLine::kWrong)
+    const FaultLine kind = parse_fault(line, fault, reason);
+    if (kind == FaultLine::kWrong)
       return fail("%s:%d: %s", origin, number, reason);
+    if (kind == FaultLine::kNothing || board == nullptr)
+      continue;
+    const Reason problem = fault_problem(board, fault);
+    if (problem.length > 0)
+      return fail("%s:%d: %s", origin, number, problem.c_str());
   }
   return 0;
 }

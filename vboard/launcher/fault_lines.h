@@ -17,6 +17,8 @@ long read_faults(const char *board, char *out);
 // 0, or kFailed with the first wrong line and its reason on standard error. `origin` names the
 // text.
 int check_faults(const char *origin, std::string_view text);
+// The same, and whether the board has what they name.
+int check_faults_of(const char *board, const char *origin, std::string_view text);
 
 }  // namespace vboard
 

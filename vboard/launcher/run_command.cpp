@@ -289,7 +289,7 @@ int check_all_faults(const RunOptions &options, const char *board) {
     return kFailed;
   int result = check_faults("faults", {text, static_cast<std::size_t>(length)});
   for (int i = 0; i < options.fault_count && result == 0; ++i)
-    result = check_faults("--fault", options.faults[i]);
+    result = check_faults_of(board, "--fault", options.faults[i]);
   return result;
 }
 
