@@ -4,11 +4,14 @@ tests/probes/rig_probe.cpp calls the operations of its command line in one proce
 results, errno included. What the applets make of these is tested with each applet.
 """
 
+import pathlib
+
 import pytest
 
 from conftest import assert_story, err, untraced
 from device_trace import calls
 
+ROOT = pathlib.Path(__file__).resolve().parents[2]
 MAP = "etc/benchrig/board.conf"
 BRIGHTNESS = "/sys/class/leds/buzzer/brightness"
 NVMEM = "/sys/bus/nvmem/devices/bootparam0/nvmem"
@@ -22,6 +25,19 @@ def ask(board, *words, **options):
 
 
 # --- The U-Boot environment ---------------------------------------------------------------------
+
+
+def new_variables():
+    """How many variables a new board's boot loader has."""
+    text = (ROOT / "vboard/template/etc/uboot-env.txt").read_text(encoding="utf-8")
+    return sum(not line.startswith("#") for line in text.splitlines())
+
+
+def test_a_new_board_has_its_boot_loaders_variables(board):
+    count = new_variables()
+    assert count > 1
+    last = ask(board, "total", "key", str(count - 1))
+    assert last[0] == f"total {count}" and last[1].startswith("key 0 ")
 
 
 def test_a_variable_that_was_named_has_the_new_value_after_a_set(board):
@@ -45,9 +61,9 @@ def test_the_listing_answers_for_a_name_once(board):
     assert ask(board, "total", "key", "0", "get", name, "get", name)[2:] == [value, "get EACCES"]
 
 
-@pytest.mark.parametrize("index", ["-1", "12", "1000"])
+@pytest.mark.parametrize("index", [-1, new_variables(), 1000])
 def test_an_index_beyond_the_listing_is_refused(board, index):
-    assert ask(board, "total", "key", index) == ["total 12", "key EINVAL"]
+    assert ask(board, "total", "key", str(index)) == [f"total {new_variables()}", "key EINVAL"]
 
 
 @pytest.mark.parametrize("name", ["", "a=b", "="])
