@@ -4,6 +4,7 @@ tests/probes/rig_probe.cpp calls the operations of its command line in one proce
 results, errno included. What the applets make of these is tested with each applet.
 """
 
+import errno
 import pathlib
 
 import pytest
@@ -15,13 +16,86 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 MAP = "etc/benchrig/board.conf"
 BRIGHTNESS = "/sys/class/leds/buzzer/brightness"
 NVMEM = "/sys/bus/nvmem/devices/bootparam0/nvmem"
+HARDINFO = "/sys/bus/nvmem/devices/hardinfo0/nvmem"
+
+
+def probe(board, *words, **options):
+    """A run of the probe that asks for these operations."""
+    return board.run_command([board.build / "tests/probes/rig_probe", *map(str, words)], **options)
 
 
 def ask(board, *words, **options):
     """The lines of a probe that asks for these operations."""
-    run = board.run_command([board.build / "tests/probes/rig_probe", *words], **options)
+    run = probe(board, *words, **options)
     assert (run.status, run.stderr) == (0, b"")
     return run.stdout.decode().splitlines()
+
+
+# Descriptor 0 is a descriptor like any other.
+@pytest.mark.parametrize(
+    "words, path",
+    [
+        (("get_bootparam", "256"), NVMEM),
+        (("bootparam", "7"), NVMEM),
+        (("get_hardinfo", "256"), HARDINFO),
+        (("burn", "0", "200", "x"), "/sys/class/firmware/cpld/data"),
+        (("state", "sda"), "/sys/block/sda/ro"),
+        (("input",), "/sys/class/gpio/gpio47/value"),
+        (("output", "1"), "/sys/class/gpio/gpio48/value"),
+    ],
+)
+def test_operations_without_standard_input(board, words, path):
+    usual = ask(board, *words)
+    words = [board.build / "tests/probes/rig_probe", *words]
+    run = board.run_command(["sh", "-c", 'exec "$@" <&-', "sh", *words])
+    assert (run.status, run.stderr, run.stdout.decode().splitlines()) == (0, b"", usual)
+    assert usual[0].startswith(f"{words[1]} ") and usual[0].split()[1].isdigit()
+    opened = [line for line in run.requests_on(path) if line.startswith("open")]
+    assert opened and all(line.endswith(" = 0") for line in opened)
+
+
+# --- The board's map ----------------------------------------------------------------------------
+
+
+def test_without_a_map_the_defaults_hold_and_nothing_is_said(board):
+    board.fault(f"/{MAP} absent")
+    assert ask(board, "vga", "beep", "1", "feature", "0") == ["vga 1", "beep 0", "feature 0"]
+    assert board.path(BRIGHTNESS[1:]).read_text() == "1\n"
+
+
+@pytest.mark.parametrize(
+    "fault, reason",
+    [("open errno=EACCES", "EACCES"), ("read errno=EIO", "EIO"), ("read errno=EIO from=2", "EIO")],
+)
+def test_a_map_that_cannot_be_read_is_a_failure_of_everything_that_needs_it(board, fault, reason):
+    with open(board.path(MAP), "a", encoding="utf-8") as file:
+        file.write("feature.7 = 1\n")
+    board.fault(f"/{MAP} {fault}")
+    lines = ask(
+        *(board, "vga", "beep", "1", "input", "output", "1", "feature", "7"),
+        *("get_bootparam", "256", "get_hardinfo", "256", "list", "all", "burn", "0", "1", "x"),
+    )
+    assert lines == [
+        *(f"{name} {reason}" for name in ("vga", "beep", "input", "output")),
+        "feature 0",
+        *(f"{name} {reason}" for name in ("get_bootparam", "get_hardinfo", "list", "burn")),
+    ]
+    assert board.path(BRIGHTNESS[1:]).read_text() == "0\n"
+
+
+@pytest.mark.parametrize(
+    "entry, present",
+    [("1", 1), ("0", 0), ("", 0), ("10", 0), ("01", 0), ("yes", 0)],
+)
+def test_a_feature_is_there_when_its_entry_is_1(board, entry, present):
+    with open(board.path(MAP), "a", encoding="utf-8") as file:
+        file.write(f"feature.0 = {entry}\nfeature.200 = {entry}\n")
+    numbers = ("0", "200", "1", "20", "-1")
+    assert ask(board, *(word for number in numbers for word in ("feature", number))) == [
+        f"feature {present}",
+        f"feature {present}",
+        *3 * ["feature 0"],
+    ]
 
 
 # --- The U-Boot environment ---------------------------------------------------------------------
@@ -36,7 +110,7 @@ def new_variables():
 def test_a_new_board_has_its_boot_loaders_variables(board):
     count = new_variables()
     assert count > 1
-    last = ask(board, "total", "key", str(count - 1))
+    last = ask(board, "total", "key", count - 1)
     assert last[0] == f"total {count}" and last[1].startswith("key 0 ")
 
 
@@ -63,7 +137,7 @@ def test_the_listing_answers_for_a_name_once(board):
 
 @pytest.mark.parametrize("index", [-1, new_variables(), 1000])
 def test_an_index_beyond_the_listing_is_refused(board, index):
-    assert ask(board, "total", "key", str(index)) == [f"total {new_variables()}", "key EINVAL"]
+    assert ask(board, "total", "key", index) == [f"total {new_variables()}", "key EINVAL"]
 
 
 @pytest.mark.parametrize("name", ["", "a=b", "="])
@@ -131,6 +205,56 @@ def pin(number):
     return f"/sys/class/gpio/gpio{number}/value"
 
 
+def attribute(board, path, value):
+    file = board.path(path.lstrip("/"))
+    file.parent.mkdir(parents=True, exist_ok=True)
+    file.write_text(f"{value}\n")
+
+
+@pytest.mark.parametrize("values, levels", [("100", 1), ("010", 2), ("001", 0x80000000)])
+def test_every_input_has_its_own_bit(board, values, levels):
+    lines = [0, 1, 31]
+    with open(board.path(MAP), "a", encoding="utf-8") as file:
+        for index in range(32):
+            place = pin(60 + index) if index in lines else ""
+            file.write(f"alarm.input.{index} = {place}\n")
+    for index, value in zip(lines, values):
+        attribute(board, pin(60 + index), value)
+    assert ask(board, "input") == [f"input 0 {levels:x}"]
+
+
+@pytest.mark.parametrize(
+    "key, words", [("alarm.input.32", ["input"]), ("alarm.output.32", ["output", "0xffffffff"])]
+)
+def test_there_are_32_lines_of_a_kind(board, key, words):
+    attribute(board, pin(60), 1)
+    with open(board.path(MAP), "a", encoding="utf-8") as file:
+        file.write(f"{key} = {pin(60)}\n")
+        file.write("".join(f"alarm.input.{index} =\n" for index in range(8)))
+        file.write("alarm.output.0 =\n")
+    number = board.path(MAP).read_text().splitlines().index(f"{key} = {pin(60)}") + 1
+    run = probe(board, *words)
+    assert run.stderr.decode() == f'/{MAP}:{number}: unknown key "{key}", line ignored\n'
+    assert (run.status, run.stdout.decode()) == (0, f"{words[0]} ENODEV\n")
+    assert run.requests_on(pin(60)) == []
+
+
+@pytest.mark.parametrize("broken", [0, 3, 7])
+@pytest.mark.parametrize(
+    "fault, reason",
+    [("read errno=EIO", "EIO"), ("open errno=EACCES", "EACCES"), ("absent", "ENOENT")],
+)
+def test_an_input_that_cannot_be_read_leaves_the_levels_alone(board, broken, fault, reason):
+    board.fault(f"{pin(40 + broken)} {fault}")
+    assert ask(board, "input") == [f"input {reason}"]
+
+
+@pytest.mark.parametrize("text", ["", "high", "1 0"])
+def test_an_input_whose_level_is_no_number(board, text):
+    attribute(board, pin(41), text)
+    assert ask(board, "input") == ["input EBADMSG"]
+
+
 def outputs(board, *numbers):
     """A board whose alarm outputs are these lines, all low."""
     with open(board.path(MAP), "a", encoding="utf-8") as file:
@@ -185,8 +309,7 @@ def test_a_board_without_alarm_lines_says_so(board):
 
 
 def test_the_boot_parameters_are_written_in_place_and_synced(board):
-    probe = board.build / "tests/probes/rig_probe"
-    run = board.run_command([probe, "bootparam", "7"], story=True, **untraced(board))
+    run = probe(board, "bootparam", 7, story=True, **untraced(board))
     assert (run.status, run.stdout) == (0, b"bootparam 0\n")
     # Never truncated: a power cut then must not leave an empty block.
     assert_story(
@@ -202,8 +325,7 @@ def test_the_boot_parameters_are_written_in_place_and_synced(board):
 
 def test_a_boot_block_that_takes_a_part_gets_the_rest(board):
     board.fault(f"{NVMEM} write short=100 nth=1")
-    probe = board.build / "tests/probes/rig_probe"
-    run = board.run_command([probe, "bootparam", "7"])
+    run = probe(board, "bootparam", 7)
     assert (run.status, run.stdout) == (0, b"bootparam 0\n")
     assert [line for line in calls(run) if line.startswith("write")] == [
         f"write {NVMEM} in=07*100 = 100",
@@ -227,6 +349,74 @@ def test_a_boot_block_that_is_not_written_has_a_reason(board, fault, reason):
     assert ask(board, "bootparam", "7") == [f"bootparam {reason or 0}"]
 
 
+# A driver whose writes are through already need not have a sync.
+@pytest.mark.parametrize(
+    "number, reason",
+    [
+        (errno.EIO, "EIO"),
+        (errno.ENOSPC, "ENOSPC"),
+        (errno.EINVAL, None),
+        (errno.EROFS, None),
+        (errno.ENOTSUP, None),
+    ],
+)
+def test_a_boot_block_that_is_not_synced_is_not_written(board, number, reason):
+    options = untraced(board)
+    options["env"]["FSYNC_ERRNO"] = str(number)
+    run = probe(board, "bootparam", 7, **options)
+    assert run.stdout.decode() == f"bootparam {reason or 0}\n"
+    assert (run.status, run.stderr.decode()) == (0, "fsync 3 = -1\n")
+
+
+BLOCKS = [("get_bootparam", NVMEM), ("get_hardinfo", HARDINFO)]
+
+
+@pytest.mark.parametrize("operation, path", BLOCKS)
+@pytest.mark.parametrize("length", [256, 257])
+def test_a_block_is_its_first_256_bytes(board, operation, path, length):
+    board.path(path[1:]).write_bytes(b"\x12" + bytes(254) + b"\x34\x56"[: length - 255])
+    assert ask(board, operation, 256) == [f"{operation} 0 12 34"]
+
+
+@pytest.mark.parametrize("operation, path", BLOCKS)
+@pytest.mark.parametrize("length", [0, 1, 255])
+def test_a_block_that_is_too_short_is_left_alone(board, operation, path, length):
+    board.path(path[1:]).write_bytes(b"\x12" * length)
+    assert ask(board, operation, 256) == [f"{operation} EIO"]
+
+
+@pytest.mark.parametrize("operation, path", BLOCKS)
+@pytest.mark.parametrize(
+    "fault, reason",
+    [
+        ("absent", "ENOENT"),
+        ("open errno=EACCES", "EACCES"),
+        ("read errno=ENXIO", "ENXIO"),
+        ("read errno=ENXIO nth=2", "ENXIO"),
+    ],
+)
+def test_a_block_that_cannot_be_read_has_a_reason(board, operation, path, fault, reason):
+    if "nth" in fault:
+        board.fault(f"{path} read short=100 nth=1")
+    board.fault(f"{path} {fault}")
+    assert ask(board, operation, 256) == [f"{operation} {reason}"]
+
+
+def test_a_board_without_blocks_says_so(board):
+    with open(board.path(MAP), "a", encoding="utf-8") as file:
+        file.write("bootparam =\nhardinfo =\n")
+    words = ("get_bootparam", "256", "bootparam", "7", "get_hardinfo", "256")
+    assert ask(board, *words, stdin=bytes(256)) == [f"{word} ENODEV" for word in words[::2]]
+
+
+@pytest.mark.parametrize("size", [0, 255, 257, -256])
+@pytest.mark.parametrize("operation", ["get_bootparam", "get_hardinfo", "set_bootparam"])
+def test_a_block_has_no_other_size(board, operation, size):
+    run = probe(board, operation, size)
+    assert (run.status, run.stdout.decode()) == (0, f"{operation} EINVAL\n")
+    assert run.requests_on(NVMEM, HARDINFO) == []
+
+
 # --- Storage devices ----------------------------------------------------------------------------
 
 
@@ -238,7 +428,7 @@ def test_a_device_that_the_board_lacks_is_off_line_and_has_no_power(board):
     ]
 
 
-@pytest.mark.parametrize("name", ["", ".", "..", "a/b"])
+@pytest.mark.parametrize("name", ["", ".", "..", ".a", "a/b", "/", 32 * "a", "NULL"])
 def test_a_name_that_no_device_can_have_is_refused(board, name):
     assert ask(board, "state", name, "power", name, "switch", name, "1") == [
         "state EINVAL",
@@ -247,9 +437,262 @@ def test_a_name_that_no_device_can_have_is_refused(board, name):
     ]
 
 
+@pytest.mark.parametrize("name", ["s", "a.", 31 * "a"])
+def test_the_name_of_a_device_has_1_to_31_characters(board, name):
+    attribute(board, f"/sys/block/{name}/ro", 1)
+    assert ask(board, "state", name, "power", name, "switch", name, "1") == [
+        "state 6",
+        "power 1",
+        "switch ENODEV",
+    ]
+
+
+DEVICES = "mmcblk0 1 1, sda 1 1"
+
+
+@pytest.mark.parametrize(
+    "attribute, fault, reason",
+    [
+        ("ro", "read errno=EIO", "EIO"),
+        ("ro", "open errno=EACCES", "EACCES"),
+        ("device/state", "read errno=EIO", "EIO"),
+        ("device/state", "open errno=EACCES", "EACCES"),
+    ],
+)
+def test_a_device_whose_state_cannot_be_read_fails_the_list(board, attribute, fault, reason):
+    board.fault(f"/sys/block/sda/{attribute} {fault}")
+    assert ask(board, "state", "sda", "list", "all", "state", "mmcblk0") == [
+        f"state {reason}",
+        f"list {reason}",
+        "state 1",
+    ]
+    run = board.run("bt2", "stor", "-g", "sda")
+    assert run.stdout == b"sda state: -1.\nsda power_state: STOR_POWERUP.\n"
+
+
+def test_a_device_whose_power_cannot_be_read_fails_the_list(board):
+    assert ask(board, "list", "all") == [f"list 0 {DEVICES}"]
+    board.fault("/sys/devices/platform/sda-power/state read errno=EIO")
+    assert ask(board, "power", "sda", "list", "all") == ["power EIO", "list EIO"]
+
+
+@pytest.mark.parametrize("name", ["ro", "device/state"])
+def test_a_device_may_lack_the_attributes_of_its_state(board, name):
+    board.fault(f"/sys/block/sda/{name} absent")
+    assert ask(board, "list", "all") == [f"list 0 {DEVICES}"]
+
+
+def test_a_state_that_is_no_number_fails_the_list(board):
+    attribute(board, "/sys/block/sda/ro", "no")
+    assert ask(board, "state", "sda", "list", "all") == ["state EBADMSG", "list EBADMSG"]
+
+
+def test_a_list_needs_a_place(board):
+    assert ask(board, "list", "NULL") == ["list EINVAL"]
+
+
+def test_a_kernel_without_block_devices_lists_those_with_a_switch(board):
+    board.fault("/sys/block absent")
+    assert ask(board, "list", "all") == ["list 0 mmcblk0 0 1, sda 0 1"]
+
+
+def test_block_devices_that_cannot_be_listed_are_a_failure(board):
+    board.fault("/sys/block open errno=EACCES")
+    assert ask(board, "list", "all") == ["list EACCES"]
+
+
 @pytest.mark.parametrize("power", ["2", "0xffffffff"])
 def test_a_power_that_is_neither_on_nor_off_is_refused(board, power):
     assert ask(board, "switch", "sda", power, "power", "sda") == ["switch EINVAL", "power 1"]
+
+
+# --- The CPLD -----------------------------------------------------------------------------------
+
+CPLD = "/sys/class/firmware/cpld"
+LOST = ", the CPLD may be half programmed"
+
+
+def burn(board, reason, message="", size=200, text="\xa5", **options):
+    """A run that programs the CPLD; its result, and what it says on standard error, must be these."""
+    run = probe(board, "burn", 0, size, text, **options)
+    assert (run.status, run.stdout.decode()) == (0, f"burn {reason}\n")
+    assert run.stderr.decode() == message
+    return run
+
+
+def burn_writes(run, directory=CPLD):
+    """The names and values that were written, but for the image."""
+    lines = [line.split() for line in run.requests if line.startswith("write")]
+    assert all(path.startswith(directory + "/") for _, path, *_ in lines)
+    names = [(path.rpartition("/")[2], bytes_in) for _, path, bytes_in, *_ in lines]
+    texts = {"in=31": "1", "in=30": "0", "in=2d31": "-1"}
+    return [f"{name} {texts[text]}" if name != "data" else name for name, text in names]
+
+
+def test_an_image_is_begun_written_and_handed_over(board):
+    run = burn(board, 0)
+    assert burn_writes(run) == ["loading 1", "data", "loading 0"]
+    assert run.sleeps == []
+
+
+@pytest.mark.parametrize(
+    "words, reason",
+    [
+        (("0", "0", "x"), "EINVAL"),
+        (("0", "-1", "x"), "EINVAL"),
+        (("1", "200", "x"), "EINVAL"),
+        (("-1", "200", "x"), "EINVAL"),
+        (("0", "200", "NULL"), "EINVAL"),
+        (("0", "262145", "x"), "EFBIG"),
+        (("0", "2147483647", "x"), "EFBIG"),
+    ],
+)
+def test_an_image_that_no_cpld_takes_is_not_begun(board, words, reason):
+    run = probe(board, "burn", *words)
+    assert (run.status, run.stdout.decode(), run.stderr) == (0, f"burn {reason}\n", b"")
+    assert run.requests == []
+
+
+@pytest.mark.parametrize("size", [1, 262144])
+def test_the_smallest_and_the_largest_image_are_burnt(board, size):
+    burn(board, 0, size=size, text="x")
+    assert board.path("media/cpld.bin").read_bytes() == size * b"x"
+
+
+@pytest.mark.parametrize(
+    "fails, reason, consequence",
+    [
+        ("receiving:timeout", "ETIMEDOUT", ""),
+        ("preparing:device-busy", "EBUSY", ""),
+        ("preparing:invalid-file-size", "EFBIG", ""),
+        ("preparing:firmware-invalid", "EBADMSG", ""),
+        ("transferring:read-write-error", "EIO", LOST),
+        ("transferring:hw-error", "EIO", LOST),
+        ("programming:timeout", "ETIMEDOUT", LOST),
+        ("programming:user-abort", "ECANCELED", LOST),
+        ("programming:flash-wearout", "EIO", LOST),
+        ("programming:another", "EIO", LOST),
+        ("programming:timeouts", "EIO", LOST),
+        ("user-abort", "ECANCELED", LOST),
+    ],
+)
+def test_what_the_driver_reports_is_the_reason(board, fails, reason, consequence):
+    board.set("firmware/cpld", "fails", fails)
+    run = burn(board, reason, f"{CPLD}: upload failed ({fails}){consequence}\n")
+    assert burn_writes(run) == ["loading 1", "data", "loading 0"]
+
+
+@pytest.mark.parametrize(
+    "fault, reason",
+    [("status read errno=ENXIO", "ENXIO"), ("status open errno=EACCES", "EACCES")],
+)
+def test_without_a_status_no_image_is_begun(board, fault, reason):
+    board.fault(f"{CPLD}/{fault}")
+    assert burn_writes(burn(board, reason)) == []
+
+
+@pytest.mark.parametrize("status", ["", "idl", "idle2", "programming"])
+def test_a_driver_that_is_not_idle_is_busy(board, status):
+    attribute(board, f"{CPLD}/status", status)
+    assert burn_writes(burn(board, "EBUSY")) == []
+
+
+@pytest.mark.parametrize(
+    "fault, reason, writes",
+    [
+        ("loading write errno=ENXIO nth=1", "ENXIO", ["loading 1"]),
+        ("loading open errno=EACCES", "EACCES", []),
+        ("data open errno=EACCES", "EACCES", ["loading 1", "loading -1"]),
+        ("data write errno=ENXIO", "ENXIO", ["loading 1", "data", "loading -1"]),
+        ("data write result=0", "EIO", ["loading 1", "data", "loading -1"]),
+        ("data close errno=ENOSPC", "ENOSPC", ["loading 1", "data", "loading -1"]),
+        (
+            "loading write errno=ENXIO nth=2",
+            "ENXIO",
+            ["loading 1", "data", "loading 0", "loading -1"],
+        ),
+    ],
+)
+def test_an_image_that_does_not_arrive_is_dropped(board, fault, reason, writes):
+    board.fault(f"{CPLD}/{fault}")
+    # The first reason counts, whatever comes of the dropping.
+    board.fault(f"{CPLD}/loading close errno=EBUSY from=2")
+    assert burn_writes(burn(board, reason)) == writes
+    assert not board.path("media/cpld.bin").exists()
+
+
+@pytest.mark.parametrize(
+    "fault, state, reason",
+    [
+        ("status read errno=ENXIO from=3", "no status", "ENXIO"),
+        ("status open errno=EACCES from=2", "no status", "EACCES"),
+        ("error read errno=ENXIO", "no result", "ENXIO"),
+        ("error open errno=EACCES", "no result", "EACCES"),
+    ],
+)
+def test_a_driver_that_falls_silent_may_leave_a_half_programmed_cpld(board, fault, state, reason):
+    board.fault(f"{CPLD}/{fault}")
+    run = burn(board, reason, f"{CPLD}: upload failed ({state}){LOST}\n")
+    assert burn_writes(run) == ["loading 1", "data", "loading 0"]
+
+
+@pytest.mark.parametrize("fails, reason", [("", "0"), ("programming:user-abort", "ECANCELED")])
+def test_a_driver_that_works_for_a_while_is_waited_for(board, fails, reason):
+    board.set("firmware/cpld", "fails", fails)
+    for number in (3, 4, 5):  # two reads are one look at the status; an empty one takes one read
+        board.fault(f"{CPLD}/status read short=0 nth={number}")
+    message = f"{CPLD}: upload failed ({fails}){LOST}\n" if fails else ""
+    run = burn(board, reason, message)
+    assert burn_writes(run) == ["loading 1", "data", "loading 0"]
+    assert run.sleeps == [0.1, 0.1, 0.1]
+
+
+@pytest.mark.parametrize(
+    "status, consequence",
+    [
+        ("receiving", ""),
+        ("preparing", ""),
+        ("transferring", LOST),
+        ("programming", LOST),
+        ("receiv", LOST),
+    ],
+)
+def test_a_driver_that_never_ends_is_cancelled_after_five_minutes(board, status, consequence):
+    # A driver whose status is the image, for ever.
+    driver = "/sys/devices/platform/cpld"
+    for name, value in {
+        "status": "idle",
+        "error": "",
+        "loading": 0,
+        "data": "",
+        "cancel": 0,
+    }.items():
+        attribute(board, f"{driver}/{name}", value)
+    with open(board.path("sys.wires"), "a", encoding="utf-8") as file:
+        file.write(f"{driver}/data -> {driver}/status\n")
+    with open(board.path(MAP), "a", encoding="utf-8") as file:
+        file.write(f"cpld = {driver}\n")
+    message = f"{driver}: upload failed ({status}){consequence}\n"
+    run = burn(board, "ETIMEDOUT", message, size=len(status), text=status)
+    assert burn_writes(run, driver) == ["loading 1", "data", "loading 0", "cancel 1"]
+    assert set(run.sleeps) == {0.1}
+    # The limit is counted in whole seconds of the clock, wherever in one of them the wait began.
+    assert 2990 <= len(run.sleeps) <= 3000
+
+
+# --- The banner ---------------------------------------------------------------------------------
+
+
+def test_the_banner_has_four_lines_that_an_indent_moves_to_the_right(board):
+    banner = probe(board, "logo", 0, 0).stdout.decode()
+    lines = banner.split("\n")
+    assert len(lines) == 4 and "b e n c h r i g" in banner
+    for indent, shown in ((1, 1), (3, 3), (39, 39), (40, 40), (41, 0), (-1, 0), (-40, 0)):
+        moved = "\n".join(shown * " " + line for line in lines)
+        for end_line in (0, 1, 2, -1):
+            run = probe(board, "logo", indent, end_line)
+            assert (run.status, run.stderr) == (0, b"")
+            assert run.stdout.decode() == moved + ("\n" if end_line else "")
 
 
 # --- Reasons that outlive a message ---------------------------------------------------------------

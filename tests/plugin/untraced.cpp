@@ -1,10 +1,12 @@
 // Tells on standard error of calls that the virtual board neither needs to change nor traces: the
 // end of a mapping, what is brought to the disk, whose path's limits are asked for, and the close
 // of a number that is no descriptor. Put in front of the C library with LD_PRELOAD.
+// FSYNC_ERRNO=NUMBER makes fsync() fail with that reason.
 
 #include <dlfcn.h>
 #include <errno.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <sys/mman.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -31,8 +33,14 @@ extern "C" __attribute__((visibility("default"))) int munmap(void *addr, std::si
 }
 
 extern "C" __attribute__((visibility("default"))) int fsync(int fd) {
-  const int result = static_cast<int>(syscall(SYS_fsync, fd));
+  int result = static_cast<int>(syscall(SYS_fsync, fd));
+  if (const char *number = getenv("FSYNC_ERRNO")) {
+    errno = atoi(number);
+    result = -1;
+  }
+  const int reason = errno;
   tell("fsync %d = %d\n", fd, result);
+  errno = reason;
   return result;
 }
 
