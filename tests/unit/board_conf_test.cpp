@@ -205,6 +205,21 @@ TEST_F(MapFile, missing_file_leaves_the_defaults) {
   EXPECT_EQ(ask(*map, "cpld").value, "/sys/class/firmware/cpld");
 }
 
+TEST_F(MapFile, each_reading_begins_with_an_empty_map) {
+  rigcore::BoardMap map = {};
+  write(std::string(sizeof map.text, ' '));
+  rigcore::read_board_map(path_, map);
+  EXPECT_EQ(map.error, EFBIG);
+  write("cpld = /dir");
+  rigcore::read_board_map(path_, map);
+  EXPECT_EQ(map.error, 0);
+  EXPECT_EQ(map.length, 11u);
+  unlink(path_);
+  rigcore::read_board_map(path_, map);
+  EXPECT_EQ(map.error, 0);
+  EXPECT_EQ(map.length, 0u);
+}
+
 TEST_F(MapFile, file_is_read) {
   write("cpld = /dir\n");
   EXPECT_EQ(ask(*read(), "cpld").value, "/dir");

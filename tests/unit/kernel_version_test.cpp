@@ -20,6 +20,16 @@ TEST(KernelVersion, packs_major_minor_patch) {
   EXPECT_EQ(parse_kernel_version("Linux version 4.14.98+ (x)"), 0x040E62u);
 }
 
+TEST(KernelVersion, major_and_minor_may_be_0) {
+  EXPECT_EQ(parse_kernel_version("Linux version 0.99.1 (x)"), 0x006301u);
+  EXPECT_EQ(parse_kernel_version("Linux version 7.0.1 (x)"), 0x070001u);
+}
+
+TEST(KernelVersion, minor_fits_its_8_bits) {
+  EXPECT_EQ(parse_kernel_version("Linux version 6.255.1"), 0x06FF01u);
+  EXPECT_EQ(parse_kernel_version("Linux version 6.256.1"), 0u);
+}
+
 TEST(KernelVersion, missing_patch_level_is_0) {
   EXPECT_EQ(parse_kernel_version("Linux version 6.8-rc1 (x)"), 0x060800u);
   EXPECT_EQ(parse_kernel_version("Linux version 6.8"), 0x060800u);
@@ -65,6 +75,20 @@ TEST(KernelDate, reads_the_kernels_own_form) {
       parse_kernel_date("Linux version 5.10.92 (b@h) (gcc) #25~22.04.1-Ubuntu SMP PREEMPT_DYNAMIC "
                         "Tue Dec 31 23:59:59 CET 2030\n"),
       30u << 16 | 12u << 8 | 31u);
+}
+
+TEST(KernelDate, only_what_follows_a_month_is_a_day_or_a_year) {
+  for (const char *text :
+       {"#1 SMP 6 Thu Feb  1 12:00:00 UTC 2024", "#1 6 SMP Thu Feb  1 12:00:00 UTC 2024",
+        "#1 2023 Thu Feb  1 12:00:00 UTC 2024", "#1 SMP 2023 Thu Feb  1 12:00:00 UTC 2024",
+        "#1 SMP x 2023 Thu Feb  1 12:00:00 UTC 2024", "#1 Mar SMP Thu Feb  1 12:00:00 UTC 2024",
+        "#1 SMP (2023-00-17) Thu Feb  1 12:00:00 UTC 2024", "#1 SMP Thu Feb  1 1 UTC 2024",
+        "#1 SMP Thu Feb  1 0000 UTC 2024", "#1 SMP Thu Feb  1 12:00:00 20240 2024"})
+    EXPECT_EQ(parse_kernel_date(text), 24u << 16 | 2u << 8 | 1u) << text;
+}
+
+TEST(KernelDate, year_is_the_third_or_the_fourth_word_after_the_month) {
+  EXPECT_EQ(parse_kernel_date("#1 Thu Feb 1 12:00:00 CET DST 2024"), 0u);
 }
 
 TEST(KernelDate, time_zone_may_be_missing) {
