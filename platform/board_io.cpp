@@ -44,10 +44,8 @@ int rig_alarm_input(std::uint32_t *levels) {
     any = true;
     read |= level != 0 ? std::uint32_t{1} << i : 0;
   }
-  if (!any) {
-    errno = ENODEV;
-    return -1;
-  }
+  if (!any)
+    return -1;  // errno is the last line's ENODEV
   *levels = read;
   return 0;
 }

@@ -17,6 +17,8 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <string_view>
+
 namespace {
 
 using rigcore::kEntrySize;
@@ -30,16 +32,14 @@ struct UploadError {
   int number;
 };
 
-// The reasons that the firmware upload class knows.
+// The reasons of the firmware upload class that say more than EIO, which is the errno of all
+// others.
 constexpr UploadError kUploadErrors[] = {
     // clang-format off
-    {"hw-error",          EIO},
     {"timeout",           ETIMEDOUT},
     {"user-abort",        ECANCELED},
     {"device-busy",       EBUSY},
     {"invalid-file-size", EFBIG},
-    {"read-write-error",  EIO},
-    {"flash-wearout",     EIO},
     {"firmware-invalid",  EBADMSG},
     // clang-format on
 };
@@ -64,28 +64,29 @@ AttributePath attribute_of(const char *device, const char *name) {
   return path;
 }
 
-int read_status(const char *device, char *status, std::size_t size) {
-  return rigcore::attribute_read(attribute_of(device, "status").text, status, size) < 0 ? -1 : 0;
+bool read_status(const char *device, char *status, std::size_t size) {
+  return rigcore::attribute_read(attribute_of(device, "status").text, status, size) >= 0;
 }
 
-int write_image(const char *device, const void *image, std::size_t size) {
+bool write_image(const char *device, const void *image, std::size_t size) {
   const int fd = open(attribute_of(device, "data").text, O_WRONLY | O_TRUNC | O_CLOEXEC);
   if (fd < 0)
-    return -1;
+    return false;
   // The kernel takes a page of it at a time.
-  const int result = rigcore::write_whole(fd, image, size);
+  const bool written = rigcore::write_whole(fd, image, size) == 0;
   const int reason = errno;
-  if (rigcore::close_checked(fd) != 0 && result == 0)
-    return -1;
+  if (rigcore::close_checked(fd) != 0 && written)
+    return false;
   errno = reason;
-  return result;
+  return written;
 }
 
 // Tells that the upload ended badly, and whether the CPLD itself has been touched by then: the
 // board must not be switched off in the belief that it is whole. `state` begins with the driver's
 // status.
 int fail(const char *device, const char *state, int number) {
-  const bool untouched = strncmp(state, "receiving", 9) == 0 || strncmp(state, "preparing", 9) == 0;
+  const std::string_view reached = state;
+  const bool untouched = reached.starts_with("receiving") || reached.starts_with("preparing");
   fprintf(stderr, "%s: upload failed (%s)%s\n", device, state,
           untouched ? "" : ", the CPLD may be half programmed");
   errno = number;
@@ -99,7 +100,7 @@ int wait_for_driver(const char *device) {
   const time_t limit = now.tv_sec + kLimitSeconds;
   for (;;) {
     char status[64];
-    if (read_status(device, status, sizeof status) != 0)
+    if (!read_status(device, status, sizeof status))
       return fail(device, "no status", errno);
     if (strcmp(status, "idle") == 0)
       break;
@@ -118,7 +119,7 @@ int wait_for_driver(const char *device) {
 
 int burn(const char *device, const void *image, std::size_t size) {
   char status[64];
-  if (read_status(device, status, sizeof status) != 0)
+  if (!read_status(device, status, sizeof status))
     return -1;
   if (strcmp(status, "idle") != 0) {
     errno = EBUSY;
@@ -127,7 +128,7 @@ int burn(const char *device, const void *image, std::size_t size) {
   const AttributePath loading = attribute_of(device, "loading");
   if (rigcore::attribute_write(loading.text, "1") != 0)
     return -1;
-  if (write_image(device, image, size) != 0 || rigcore::attribute_write(loading.text, "0") != 0) {
+  if (!write_image(device, image, size) || rigcore::attribute_write(loading.text, "0") != 0) {
     const int reason = errno;
     rigcore::attribute_write(loading.text, "-1");
     errno = reason;

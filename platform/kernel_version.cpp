@@ -4,7 +4,7 @@
 
 #include "platform/kernel_version.h"
 
-#include <array>
+#include <algorithm>
 
 namespace rigcore {
 
@@ -98,11 +98,9 @@ std::uint32_t parse_kernel_version(std::string_view text) {
   if (major < 0 || minor < 0 || minor > 255)
     return 0;
   // "6.8-rc1" has no patch level.
-  int patch = take_character(text, '.') ? take_number(text) : 0;
-  if (patch < 0)
-    patch = 0;
+  const int patch = take_character(text, '.') ? take_number(text) : 0;
   return static_cast<std::uint32_t>(major) << 16 | static_cast<std::uint32_t>(minor) << 8 |
-         static_cast<std::uint32_t>(patch > 255 ? 255 : patch);
+         static_cast<std::uint32_t>(std::clamp(patch, 0, 255));
 }
 
 std::uint32_t parse_kernel_date(std::string_view text) {

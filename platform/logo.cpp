@@ -13,14 +13,14 @@ int rig_print_logo(int indent, int end_line) {
       "|  b e n c h r i g  |==o\n"
       "|___________________|\n"
       "   ||           ||";
-  static constexpr int kLines = 4;
-  static constexpr int kMostIndent = 40;
+  static constexpr std::size_t kLines = 4;
+  static constexpr std::size_t kMostIndent = 40;
 
   // One write for the whole banner, also to a terminal.
   char text[sizeof kLogo + kLines * kMostIndent + 1];
   std::size_t length = 0;
-  const std::size_t blanks =
-      indent > 0 && indent <= kMostIndent ? static_cast<std::size_t>(indent) : 0;
+  const auto wanted = static_cast<std::size_t>(indent);  // huge for a negative one
+  const std::size_t blanks = wanted <= kMostIndent ? wanted : 0;
   for (const char *c = kLogo; *c != '\0'; ++c) {
     if (c == kLogo || c[-1] == '\n') {
       memset(text + length, ' ', blanks);
