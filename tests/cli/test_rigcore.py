@@ -278,6 +278,15 @@ def test_every_output_takes_its_own_bit_and_counts(board):
     assert [level(board, number) for number in (60, 61, 62)] == [0, 1, 0]
 
 
+def test_outputs_need_not_be_numbered_without_gaps(board):
+    outputs(board, 60)
+    attribute(board, pin(91), 0)
+    with open(board.path(MAP), "a", encoding="utf-8") as file:
+        file.write(f"alarm.output.31 = {pin(91)}\n")
+    assert ask(board, "output", "0x80000000") == ["output 2"]
+    assert (level(board, 60), level(board, 91)) == (0, 1)
+
+
 @pytest.mark.parametrize("broken", [0, 1, 2])
 @pytest.mark.parametrize("fault", ["write errno=EIO", "open errno=EIO"])
 def test_an_output_that_fails_keeps_no_other_from_being_set(board, broken, fault):
@@ -551,6 +560,12 @@ def test_an_image_that_no_cpld_takes_is_not_begun(board, words, reason):
     run = probe(board, "burn", *words)
     assert (run.status, run.stdout.decode(), run.stderr) == (0, f"burn {reason}\n", b"")
     assert run.requests == []
+
+
+def test_a_board_without_a_cpld_says_so(board):
+    with open(board.path(MAP), "a", encoding="utf-8") as file:
+        file.write("cpld =\n")
+    assert burn_writes(burn(board, "ENODEV")) == []
 
 
 @pytest.mark.parametrize("size", [1, 262144])
