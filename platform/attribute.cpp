@@ -37,21 +37,21 @@ ssize_t read_whole(int fd, void *buffer, std::size_t size) {
   return static_cast<ssize_t>(done);
 }
 
-int write_whole(int fd, const void *buffer, std::size_t size) {
+bool write_whole(int fd, const void *buffer, std::size_t size) {
   std::size_t done = 0;
   while (done < size) {
     const ssize_t count = write(fd, static_cast<const char *>(buffer) + done, size - done);
     if (count < 0 && errno == EINTR)
       continue;
     if (count < 0)
-      return -1;
+      return false;
     if (count == 0) {
       errno = EIO;
-      return -1;
+      return false;
     }
     done += static_cast<std::size_t>(count);
   }
-  return 0;
+  return true;
 }
 
 int close_checked(int fd) {

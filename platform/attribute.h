@@ -1,5 +1,6 @@
 // One small attribute of the kernel: a sysfs, procfs or device-tree file that is read or written as
-// a whole. All of these return -1 with errno for failure and leave no descriptor behind.
+// a whole. All of these set errno for failure and leave no descriptor behind. Those with a number
+// as their result return -1 then.
 
 #ifndef PLATFORM_ATTRIBUTE_H
 #define PLATFORM_ATTRIBUTE_H
@@ -13,8 +14,8 @@ namespace rigcore {
 // Reads `size` bytes at most from a descriptor, as many as there are; the count, or -1.
 ssize_t read_whole(int fd, void *buffer, std::size_t size);
 
-// Writes `size` bytes. A write that stops before the end is EIO.
-int write_whole(int fd, const void *buffer, std::size_t size);
+// Writes `size` bytes; false for failure. A write that stops before the end is EIO.
+bool write_whole(int fd, const void *buffer, std::size_t size);
 
 // close() whose failure counts: some file systems tell only here that a write was lost.
 int close_checked(int fd);

@@ -43,7 +43,7 @@ int read_block(int fd, void *block) {
 }
 
 int write_block(int fd, const void *block) {
-  if (rigcore::write_whole(fd, block, kBlockSize) != 0)
+  if (!rigcore::write_whole(fd, block, kBlockSize))
     return -1;
   // A driver whose writes are through already need not have a sync.
   return fsync(fd) == 0 || errno == EINVAL || errno == EROFS || errno == ENOTSUP ? 0 : -1;

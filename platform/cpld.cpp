@@ -73,7 +73,7 @@ bool write_image(const char *device, const void *image, std::size_t size) {
   if (fd < 0)
     return false;
   // The kernel takes a page of it at a time.
-  const bool written = rigcore::write_whole(fd, image, size) == 0;
+  const bool written = rigcore::write_whole(fd, image, size);
   const int reason = errno;
   if (rigcore::close_checked(fd) != 0 && written)
     return false;

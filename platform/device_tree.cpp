@@ -59,21 +59,21 @@ int make_overlay(OverlayPath *out_overlay) {
 }
 
 // The kernel collects what is written and applies it when the file is closed.
-int write_blob(const char *path, const void *blob, std::size_t size) {
+bool write_blob(const char *path, const void *blob, std::size_t size) {
   const int fd = open(path, O_WRONLY | O_CLOEXEC);
   if (fd < 0)
-    return -1;
-  const int result = rigcore::write_whole(fd, blob, size);
+    return false;
+  const bool written = rigcore::write_whole(fd, blob, size);
   const int reason = errno;
-  if (rigcore::close_checked(fd) != 0 && result == 0)
-    return -1;
+  if (rigcore::close_checked(fd) != 0 && written)
+    return false;
   errno = reason;
-  return result;
+  return written;
 }
 
 // The close of the blob does not tell whether the kernel liked it; the status does.
 int apply(const OverlayPath &overlay, const void *blob, std::size_t size) {
-  if (write_blob(attribute_of(overlay, "dtbo").text, blob, size) != 0)
+  if (!write_blob(attribute_of(overlay, "dtbo").text, blob, size))
     return -1;
   char status[32];
   if (rigcore::attribute_read(attribute_of(overlay, "status").text, status, sizeof status) < 0)

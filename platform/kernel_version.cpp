@@ -39,10 +39,10 @@ bool take_character(std::string_view &text, char wanted) {
   return true;
 }
 
-// The number that is the whole word, else -1.
+// The number that is the whole word, else nothing positive.
 int whole_number(std::string_view word) {
   const int number = take_number(word);
-  return word.empty() ? number : -1;
+  return word.empty() ? number : 0;
 }
 
 std::string_view take_word(std::string_view &text) {
@@ -108,7 +108,7 @@ std::uint32_t parse_kernel_date(std::string_view text) {
   const std::size_t number_sign = text.find('#');
   text.remove_prefix(number_sign == text.npos ? 0 : number_sign);
   int month = 0;
-  int day = -1;
+  int day = 0;
   int words_since_month = 0;
   while (!text.empty()) {
     const std::string_view word = take_word(text);

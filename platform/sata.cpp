@@ -22,7 +22,6 @@ constexpr std::uint8_t kSmartHigh = 0xC2;
 constexpr AtaCommand kIdentify = {.command = kIdentifyDevice,
                                   .features = 0,
                                   .count = 1,
-                                  .lba_low = 0,
                                   .lba_mid = 0,
                                   .lba_high = 0,
                                   .reads_sector = true};
@@ -31,7 +30,6 @@ constexpr AtaCommand smart_read(std::uint8_t features) {
   return {.command = kSmart,
           .features = features,
           .count = 1,
-          .lba_low = 0,
           .lba_mid = kSmartMid,
           .lba_high = kSmartHigh,
           .reads_sector = true};
@@ -41,7 +39,6 @@ constexpr AtaCommand smart_switch(std::uint8_t features, std::uint8_t count) {
   return {.command = kSmart,
           .features = features,
           .count = count,
-          .lba_low = 0,
           .lba_mid = kSmartMid,
           .lba_high = kSmartHigh,
           .reads_sector = false};

@@ -76,7 +76,6 @@ int send_ata_command(int fd, const AtaCommand &command, void *sector) {
   cdb[2] = command.reads_sector ? kOneSectorIn : 0;
   cdb[4] = command.features;
   cdb[6] = command.count;
-  cdb[8] = command.lba_low;
   cdb[10] = command.lba_mid;
   cdb[12] = command.lba_high;
   cdb[14] = command.command;

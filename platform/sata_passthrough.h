@@ -7,13 +7,12 @@
 
 namespace rigcore {
 
-// Registers of a 28-bit ATA command. With `reads_sector` it is a PIO data-in of one sector, without
-// a command that moves no data.
+// Registers of a 28-bit ATA command; LBA low and the device register are 0. With `reads_sector` it
+// is a PIO data-in of one sector, without a command that moves no data.
 struct AtaCommand {
   std::uint8_t command;
   std::uint8_t features;
   std::uint8_t count;
-  std::uint8_t lba_low;
   std::uint8_t lba_mid;
   std::uint8_t lba_high;
   bool reads_sector;

@@ -41,31 +41,31 @@ bool parse_switch(const char *entry, PowerSwitch &out) {
   return sscanf(entry, "%31s %255s %31s", out.name, out.attribute, out.host) >= 2;
 }
 
-// 0, or -1 with errno: ENODEV for an entry that the map lacks, EINVAL for one that is no switch.
-int load_switch(unsigned int index, PowerSwitch &out) {
+// False with errno for failure: ENODEV for an entry that the map lacks, EINVAL for one that is no
+// switch.
+bool load_switch(unsigned int index, PowerSwitch &out) {
   char entry[kEntrySize];
   if (rigcore::board_entry("storage", index, entry, sizeof entry) != 0)
-    return -1;
-  if (!parse_switch(entry, out)) {
+    return false;
+  const bool parsed = parse_switch(entry, out);
+  if (!parsed)
     errno = EINVAL;
-    return -1;
-  }
-  return 0;
+  return parsed;
 }
 
-// The switch of a device; ENODEV when it has none.
-int find_switch(const char *name, PowerSwitch &out) {
+// The switch of a device; false with errno, ENODEV when it has none.
+bool find_switch(const char *name, PowerSwitch &out) {
   for (unsigned int i = 0; i < kSwitches; ++i) {
-    if (load_switch(i, out) != 0) {
+    if (!load_switch(i, out)) {
       if (errno == ENODEV)
         continue;
-      return -1;
+      return false;
     }
     if (strcmp(out.name, name) == 0)
-      return 0;
+      return true;
   }
   errno = ENODEV;
-  return -1;
+  return false;
 }
 
 // A regulator's switch speaks in words.
@@ -135,7 +135,7 @@ int state_of(const char *name) {
 
 int power_state_of(const char *name) {
   PowerSwitch power;
-  if (find_switch(name, power) == 0)
+  if (find_switch(name, power))
     return read_switch(power);
   if (errno != ENODEV)
     return -1;
@@ -161,40 +161,41 @@ void insert_name(StorDevList &list, const char *name) {
   if (at == STOR_DEVICES_MAX)
     return;
   list.count = std::min(list.count + 1, STOR_DEVICES_MAX);
-  for (std::int32_t i = list.count - 1; i > at; --i)
-    list.devices[i] = list.devices[i - 1];
+  std::copy_backward(list.devices + at, list.devices + list.count - 1, list.devices + list.count);
   list.devices[at] = {};
   strcpy(list.devices[at].name, name);
 }
 
-int collect_block_devices(StorDevList &list) {
+// These two return false with errno for failure.
+bool collect_block_devices(StorDevList &list) {
   DIR *directory = opendir("/sys/block");
   if (directory == nullptr)
-    return errno == ENOENT ? 0 : -1;  // a kernel without block devices
-  errno = 0;
-  while (const dirent *entry = readdir(directory)) {
-    if (is_storage(entry->d_name))
-      insert_name(list, entry->d_name);
+    return errno == ENOENT;  // a kernel without block devices
+  const dirent *entry;
+  do {
     errno = 0;
-  }
+    entry = readdir(directory);
+    if (entry != nullptr && is_storage(entry->d_name))
+      insert_name(list, entry->d_name);
+  } while (entry != nullptr);
   const int reason = errno;
   closedir(directory);
   errno = reason;
-  return reason == 0 ? 0 : -1;
+  return reason == 0;
 }
 
-int collect_switched_devices(StorDevList &list) {
+bool collect_switched_devices(StorDevList &list) {
   for (unsigned int i = 0; i < kSwitches; ++i) {
     PowerSwitch power;
-    if (load_switch(i, power) != 0) {
+    if (!load_switch(i, power)) {
       if (errno == ENODEV)
         continue;
-      return -1;
+      return false;
     }
     if (!is_listed(list, power.name))
       insert_name(list, power.name);
   }
-  return 0;
+  return true;
 }
 
 // The name of a caller's record; EINVAL for one that is no name.
@@ -234,7 +235,7 @@ int rig_stor_devlist(StorDevList *list) {
     return -1;
   }
   StorDevList found = {};
-  if (collect_block_devices(found) != 0 || collect_switched_devices(found) != 0)
+  if (!collect_block_devices(found) || !collect_switched_devices(found))
     return -1;
   for (std::int32_t i = 0; i < found.count; ++i) {
     StorDev &device = found.devices[i];
@@ -268,7 +269,7 @@ int rig_stor_dev_power_ctrl(StorDev *device, std::uint32_t power) {
     return -1;
   }
   PowerSwitch found;
-  if (find_switch(name, found) != 0)
+  if (!find_switch(name, found))
     return -1;
   return power == STOR_POWERUP ? switch_on(found) : switch_off(name, found);
 }

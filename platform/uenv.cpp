@@ -15,6 +15,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
 #include <cstddef>
 
 namespace {
@@ -287,9 +288,7 @@ int rigabi_get_value(const char *, const char *key, void *buffer, int size) {
   char *value = read_value(key);
   if (value == nullptr)
     return -1;
-  const std::size_t room = static_cast<std::size_t>(size);
-  const std::size_t length = strlen(value) + 1;
-  memcpy(buffer, value, length < room ? length : room);
+  memcpy(buffer, value, std::min(strlen(value) + 1, static_cast<std::size_t>(size)));
   free(value);
   return 0;
 }
