@@ -93,10 +93,11 @@ void mem_dump_console(unsigned char *region, std::uint32_t address, std::uint32_
          static_cast<unsigned long>(address), static_cast<void *>(region), length);
   for (std::uint64_t row = 0; row < length; row += kDumpRow) {
     DumpWords words = {};
-    for (std::size_t i = 0; i < words.size(); ++i) {
-      const std::uint64_t at = row + i * sizeof(std::uint32_t);
-      if (at + sizeof(std::uint32_t) <= readable)
-        words[i] = *as_words(region + at);
+    std::uint64_t at = row;
+    for (std::uint32_t &word : words) {
+      if (at + sizeof word <= readable)
+        word = *as_words(region + at);
+      at += sizeof word;
     }
     compose_dump_line(line, address + static_cast<std::uint32_t>(row), words);
     printf("%s", line.data());

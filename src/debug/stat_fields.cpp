@@ -8,6 +8,8 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <iterator>
+
 namespace {
 
 constexpr const char *kJiffies = "(Unit:jiffies)";
@@ -74,10 +76,6 @@ constexpr StatField kStatFields[] = {
 static_assert(std::size(kStatFields) == 52);
 
 }  // namespace
-
-std::span<const StatField> stat_fields() {
-  return kStatFields;
-}
 
 void print_stat_field(const StatField &field, const char *token) {
   printf("%-17s = ", field.label);

@@ -4,7 +4,6 @@
 #define BENCHRIG_DEBUG_STAT_FIELDS_H
 
 #include <cstdint>
-#include <span>
 
 // How a field is read and printed. All numbers are decimal in the file and have 32 bits here: what
 // exceeds them becomes the nearest limit, on every machine.
@@ -23,8 +22,6 @@ struct StatField {
   StatFormat format;
   const char *suffix;  // unit or legend, null for none
 };
-
-std::span<const StatField> stat_fields();
 
 // Prints one field as a line of its own. A missing token (null) is 0, or an empty text.
 void print_stat_field(const StatField &field, const char *token);

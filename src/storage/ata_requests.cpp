@@ -11,6 +11,7 @@
 #include <string.h>
 
 #include <algorithm>
+#include <numeric>
 
 namespace {
 
@@ -248,8 +249,5 @@ int decode_sg_result(const SgRow &row, int result,
 }
 
 bool sector_checksum_is_valid(std::span<const std::uint8_t, SATA_SECTOR_SIZE> sector) {
-  std::uint8_t sum = 0;
-  for (const std::uint8_t byte : sector)
-    sum = static_cast<std::uint8_t>(sum + byte);
-  return sum == 0;
+  return std::accumulate(sector.begin(), sector.end(), 0) % 256 == 0;
 }

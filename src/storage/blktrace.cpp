@@ -78,7 +78,7 @@ void trace_until_stopped(int device, int log, const char *name, std::int32_t han
 
 int trace(int device, int log, const char *name) {
   StorTraceStart start = {};
-  snprintf(start.name, sizeof start.name, "%.31s", name);
+  memcpy(start.name, name, strnlen(name, sizeof start.name - 1));
   start.option = STOR_TRACE_OPTION;
   int result = ioctl(device, STOR_CMD_TRACE_DEVICE_START, &start);
   if (result != 0) {
