@@ -48,6 +48,10 @@ struct Answer {
   int error = 0;
   unsigned short host_status = 0;
   Bytes data = {};  // of a read; nothing more arrives
+  unsigned char status = 0;
+  unsigned short driver_status = 0;
+  Bytes sense = {};
+  bool closes = false;  // the descriptor, so that its owner's close() fails
 };
 
 struct Disk {
@@ -68,11 +72,17 @@ int answer_request(int fd, sg_io_hdr &header) {
   });
   const std::size_t index = disk->sent.size() - 1;
   const Answer answer = index < disk->answers.size() ? disk->answers[index] : Answer{};
+  if (answer.closes)
+    close(fd);
   if (answer.result < 0) {
     errno = answer.error;
     return answer.result;
   }
   header.host_status = answer.host_status;
+  header.status = answer.status;
+  header.driver_status = answer.driver_status;
+  header.sb_len_wr = static_cast<unsigned char>(answer.sense.size());
+  std::copy(answer.sense.begin(), answer.sense.end(), header.sbp);
   if (header.dxfer_direction == SG_DXFER_FROM_DEV && answer.host_status == 0) {
     const std::size_t size = std::min<std::size_t>(answer.data.size(), header.dxfer_len);
     std::copy_n(answer.data.begin(), size, static_cast<std::uint8_t *>(header.dxferp));
@@ -552,6 +562,103 @@ TEST_F(AtaDisk, the_librarys_commands_wait_for_a_disk_that_spins_up) {
     EXPECT_EQ(sent.header.dxfer_len, 512u);
     EXPECT_EQ(sent.header.timeout, 15000u);
   }
+}
+
+constexpr unsigned char kCheckCondition = 0x02;
+constexpr unsigned char kBusy = 0x08;
+constexpr unsigned short kDriverSense = 0x08;
+
+// Sense data of each format that SCSI knows, with the key where the format has it. Where another
+// format would have it, MEDIUM ERROR.
+std::vector<Bytes> sense_data(std::uint8_t key) {
+  constexpr std::uint8_t kMediumError = 3;
+  std::vector<Bytes> formats;
+  for (const int current_or_deferred : {0, 1}) {
+    const auto code = [=](int format) {
+      return static_cast<std::uint8_t>(format + current_or_deferred);
+    };
+    const auto with_flags = static_cast<std::uint8_t>(0xF0 | key);  // the flags above a key
+    formats.push_back({code(0x70), kMediumError, key, 0, 0, 0, 0, 0});
+    formats.push_back({code(0xF0), kMediumError, with_flags, 0, 0, 0, 0, 0});
+    formats.push_back({code(0x70), kMediumError, key});
+    formats.push_back({code(0x72), key, kMediumError, 0, 0, 0, 0, 0});
+    formats.push_back({code(0xF2), with_flags, kMediumError, 0, 0, 0, 0, 0});
+  }
+  return formats;
+}
+
+TEST_F(AtaDisk, the_librarys_commands_have_the_reason_of_the_sense_key) {
+  std::array<std::uint8_t, 512> sector;
+  const auto read = [&] { return OF_LIBRARY(rig_sata_read_smart_values)(kNode, sector.data()); };
+  for (int key = 0; key < 16; ++key) {
+    SCOPED_TRACE(key);
+    const int refused =
+        key == 5 || key == 11 ? EOPNOTSUPP : EIO;  // ILLEGAL REQUEST, ABORTED COMMAND
+    const bool succeeds = key <= 1;                // NO SENSE, RECOVERED ERROR
+    for (const Bytes &sense : sense_data(static_cast<std::uint8_t>(key))) {
+      SCOPED_TRACE(testing::PrintToString(sense));
+      Answer answers[] = {{.status = kCheckCondition}, {.driver_status = kDriverSense}};
+      for (Answer &answer : answers) {
+        answer.data = Bytes(512, 0x5C);
+        answer.sense = sense;
+        sector.fill(0xEE);
+        errno = 0;
+        EXPECT_EQ(run({answer}, read), succeeds ? 0 : -1);
+        EXPECT_EQ(errno, succeeds ? 0 : refused);
+        EXPECT_EQ(bytes_at(sector.data(), 512), Bytes(512, succeeds ? 0x5C : 0xEE));
+      }
+    }
+  }
+}
+
+TEST_F(AtaDisk, the_librarys_commands_have_the_hosts_reason_whatever_comes_after_it) {
+  std::array<std::uint8_t, 512> sector;
+  const Bytes recovered = {0x70, 0, 1};
+  const Bytes illegal = {0x70, 0, 5};
+  struct {
+    Answer answer;
+    int reason;
+  } const cases[] = {
+      {{.result = -1, .error = EACCES}, EACCES},
+      {{.host_status = 1}, ENODEV},
+      {{.host_status = 4}, ENODEV},
+      {{.host_status = 3}, ETIMEDOUT},
+      {{.host_status = 2}, EIO},
+      {{.host_status = 5}, EIO},
+      {{.host_status = 7, .status = kCheckCondition, .sense = recovered}, EIO},
+      {{.host_status = 3, .status = kCheckCondition, .sense = illegal}, ETIMEDOUT},
+      {{.status = kBusy}, EIO},
+      {{.status = kBusy, .sense = illegal}, EIO},
+      {{.status = kBusy, .sense = recovered}, EIO},
+  };
+  for (const auto &expected : cases) {
+    sector.fill(0xEE);
+    errno = 0;
+    Answer answer = expected.answer;
+    answer.closes = true;
+    EXPECT_EQ(run({answer},
+                  [&] { return OF_LIBRARY(rig_sata_read_identify_info)(kNode, sector.data()); }),
+              -1);
+    EXPECT_EQ(errno, expected.reason);
+    EXPECT_EQ(bytes_at(sector.data(), 512), Bytes(512, 0xEE));
+  }
+}
+
+// Sense data that hold no key, or one of another format than SCSI's.
+TEST_F(AtaDisk, the_librarys_commands_succeed_when_the_sense_data_name_no_error) {
+  std::array<std::uint8_t, 512> sector;
+  for (const Bytes &sense : {Bytes{}, Bytes{0x70, 5}, Bytes{0x72, 5}, Bytes{0x6F, 5, 5},
+                             Bytes{0x74, 5, 5}, Bytes{0x7F, 5, 5}}) {
+    sector.fill(0xEE);
+    EXPECT_EQ(run({{.data = Bytes(512, 0x5C), .status = kCheckCondition, .sense = sense}},
+                  [&] { return OF_LIBRARY(rig_sata_read_smart_values)(kNode, sector.data()); }),
+              0);
+    EXPECT_EQ(bytes_at(sector.data(), 512), Bytes(512, 0x5C));
+  }
+  // Nor do sense data count that nothing announces.
+  EXPECT_EQ(run({{.data = Bytes(512, 0x5C), .sense = {0x70, 0, 5}}},
+                [&] { return OF_LIBRARY(rig_sata_read_smart_values)(kNode, sector.data()); }),
+            0);
 }
 
 TEST_F(AtaDisk, the_librarys_enabling_of_smart_is_two_commands_without_data) {

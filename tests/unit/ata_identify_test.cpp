@@ -54,6 +54,7 @@ TEST(AtaIdentify, sectors_by_the_widest_addresses_that_the_drive_has) {
   drive.word(1, 1000).word(3, 16).word(6, 63);
   EXPECT_EQ(drive.decode().sectors, 1000u * 16 * 63);
   drive.word(49, 0x0200).word(60, 0x5678).word(61, 0x0234);
+  drive.word(59, 0x0110).word(62, 0x0007).word(63, 0x0407);  // transfer modes, no sectors
   EXPECT_EQ(drive.decode().sectors, 0x02345678u);
   drive.word(83, 0x4400).word(100, 0x1111).word(101, 0x2222).word(102, 0x3333).word(103, 0);
   EXPECT_EQ(drive.decode().sectors, 0x333322221111u);
@@ -85,6 +86,8 @@ TEST(AtaIdentify, sector_sizes) {
   EXPECT_EQ(drive.decode().logical_sector_size, 4096u);
   EXPECT_EQ(drive.decode().physical_sector_size, 4096u);
   EXPECT_EQ(drive.decode().bytes, 4096000u);
+  drive.word(117, 0).word(118, 1);
+  EXPECT_EQ(drive.decode().logical_sector_size, 0x20000u);
   drive.word(106, 0xFFFF);
   EXPECT_EQ(drive.decode().logical_sector_size, 512u);
 }
@@ -165,9 +168,25 @@ TEST(DriveFamily, told_by_how_erasures_are_counted) {
   EXPECT_EQ(family({241, 167, 166, 165}), 2);
   EXPECT_EQ(family({5, 206, 207, 208, 241}), 1);
   EXPECT_EQ(family({167, 206, 207, 208, 241}), 1);
+  // Each of the four is needed.
+  EXPECT_EQ(family({166, 167, 241}), 0);
+  EXPECT_EQ(family({165, 167, 241}), 0);
+  EXPECT_EQ(family({165, 166, 241}), 0);
   EXPECT_EQ(family({165, 166, 167}), 0);
+  EXPECT_EQ(family({207, 208, 241}), 0);
+  EXPECT_EQ(family({206, 208, 241}), 0);
   EXPECT_EQ(family({206, 207, 241}), 0);
+  EXPECT_EQ(family({206, 207, 208}), 0);
   EXPECT_EQ(family({}), 0);
+}
+
+TEST(DriveFamily, there_are_thirty_attributes) {
+  const Identify ssd = Identify().word(217, 1);
+  Smart smart({165, 166, 167});
+  smart.bytes[2 + 12 * 30] = 241;
+  EXPECT_EQ(rig_store_get_factory(ssd.bytes.data(), smart.bytes.data()), 0);
+  smart.bytes[2 + 12 * 29] = 241;
+  EXPECT_EQ(rig_store_get_factory(ssd.bytes.data(), smart.bytes.data()), 2);
 }
 
 TEST(DriveFamily, a_rotating_disk_is_neither) {

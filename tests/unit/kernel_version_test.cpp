@@ -50,6 +50,14 @@ TEST(KernelVersion, other_text_holds_no_version) {
   EXPECT_EQ(parse_kernel_version("FreeBSD version 6.1.0"), 0u);
 }
 
+TEST(KernelVersion, numbers_have_six_digits_at_most) {
+  EXPECT_EQ(parse_kernel_version("Linux version 123456.1.2"), 123456u << 16 | 1u << 8 | 2u);
+  EXPECT_EQ(parse_kernel_version("Linux version 1234567.1.2"), 0u);
+  EXPECT_EQ(parse_kernel_version("Linux version 0000006.1.2"), 0u);
+  EXPECT_EQ(parse_kernel_version("Linux version 6.0000001.2"), 0u);
+  EXPECT_EQ(parse_kernel_version("Linux version 6.1.000002"), 0x060102u);
+}
+
 TEST(KernelVersion, high_characters_are_no_digits) {
   EXPECT_EQ(parse_kernel_version("Linux version \xB6.1.76"), 0u);
   EXPECT_EQ(parse_kernel_version("Linux version 6.\xB1.76"), 0u);
@@ -103,6 +111,21 @@ TEST(KernelDate, reads_the_distribution_form) {
       24u << 16 | 2u << 8 | 1u);
 }
 
+TEST(KernelDate, parentheses_may_be_missing_or_stand_alone) {
+  for (const char *text : {"#1 SMP Debian 6.1.76-1 2024-02-01", "#1 SMP 2024-02-01) x",
+                           "#1 SMP (2024-02-01", "#1 SMP ( 2024-02-01 )", "#1 () (2024-02-01)"})
+    EXPECT_EQ(parse_kernel_date(text), 24u << 16 | 2u << 8 | 1u) << text;
+  for (const char *text : {"#1 SMP ((2024-02-01))", "#1 SMP 2024-02-01x", "#1 SMP 2024-02-1)",
+                           "#1 SMP 2024+02-01", "#1 SMP 2024-02+01"})
+    EXPECT_EQ(parse_kernel_date(text), 0u) << text;
+}
+
+TEST(KernelDate, day_and_year_are_whole_words) {
+  EXPECT_EQ(parse_kernel_date("#1 SMP Thu Feb 1x 12:00:00 UTC 2024"), 0u);
+  EXPECT_EQ(parse_kernel_date("#1 SMP Thu Feb 0 12:00:00 UTC 2024"), 0u);
+  EXPECT_EQ(parse_kernel_date("#1 SMP Thu Feb 1 12:00:00 UTC 202x"), 0u);
+}
+
 TEST(KernelDate, dates_in_front_of_the_build_number_are_the_compilers) {
   EXPECT_EQ(parse_kernel_date("Linux version 6.1 (b@h) (gcc 20190507 (2019-05-07)) #3 SMP "
                               "Fri Mar 15 08:00:00 UTC 2024"),
@@ -137,6 +160,15 @@ TEST(OsRelease, value_loses_its_quotes) {
   EXPECT_EQ(assignment(text, "PRETTY_NAME"), "Board OS 2.1 (rig)");
   EXPECT_EQ(assignment(text, "VARIANT"), "one $two");
   EXPECT_EQ(assignment(text, "SAID"), "a \"b\"");
+}
+
+TEST(OsRelease, only_a_pair_of_quotes_around_the_value_is_taken_off) {
+  for (const char *plain :
+       {"1.0.1", "abca", "\"", "'", "\"abc", "abc'", "\"abc'", "'abc\"", "a\"b\"", "x"})
+    EXPECT_EQ(assignment((std::string("NAME=") + plain + "\n").c_str(), "NAME"), plain);
+  EXPECT_EQ(assignment("NAME=\"\"\n", "NAME"), "");
+  EXPECT_EQ(assignment("NAME=''\n", "NAME"), "");
+  EXPECT_EQ(assignment("NAME=\"'a'\" \t\r\n", "NAME"), "'a'");
 }
 
 TEST(OsRelease, name_is_compared_exactly_and_the_last_assignment_counts) {

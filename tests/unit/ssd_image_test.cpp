@@ -9,6 +9,7 @@
 
 #include <array>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace {
@@ -179,10 +180,10 @@ TEST(SsdImage, stamping_refuses_null_texts) {
 TEST(SsdImage, revision_of_the_template_in_reading_order) {
   Bytes image(8192, 0);
   memcpy(&image[4238], "BADCFE2G", 8);
-  char text[9];
+  char text[12];
   memset(text, 'x', sizeof text);
   const char *model = korsata_get_bin_fwver(image.data(), text);
-  EXPECT_STREQ(text, "ABCDEFG2");
+  EXPECT_EQ(std::string_view(text, sizeof text), std::string_view("ABCDEFG2\0xxx", 12));
   EXPECT_EQ(model, reinterpret_cast<char *>(&image[4246]));
 }
 
@@ -190,10 +191,10 @@ TEST(SsdImage, world_wide_name_of_identity_data) {
   std::array<std::uint8_t, 512> identify = {};
   const std::uint8_t words[8] = {0x01, 0x50, 0x48, 0xB4, 0xB2, 0xA1, 0xD4, 0xC3};
   memcpy(&identify[216], words, 8);
-  char text[17];
+  char text[20];
   memset(text, 'x', sizeof text);
   EXPECT_EQ(korstore_analyse_identify_ssdwwn(identify.data(), text), 0);
-  EXPECT_STREQ(text, "5001B448A1B2C3D4");
+  EXPECT_EQ(std::string_view(text, sizeof text), std::string_view("5001B448A1B2C3D4\0xxx", 20));
 }
 
 // Tags.
