@@ -249,6 +249,20 @@ def test_every_test_walks_the_options_from_their_beginning(
     assert run.stderr.endswith(report(failed))
 
 
+def test_a_sensor_that_ends_early_leaves_the_next_tests_their_waits(board):
+    board.fault("/dev/gyro ioctl:HAT_GYRO_INIT errno=EIO")
+    run = board.run("bt1", "autotest", "autotest")
+    assert run.status == 80  # the board's reset
+
+    def waits(request_name):
+        times = [time for time, line in run.trace if f" {request_name} " in line]
+        return [later - earlier for earlier, later in zip(times, times[1:])]
+
+    passes, feedings = waits("HAL_ICCARD_WRITE"), waits("WDIOC_KEEPALIVE")
+    assert len(passes) == 9 and all(1 <= seconds < 1.1 for seconds in passes)
+    assert len(feedings) == 9 and all(6 <= seconds < 6.1 for seconds in feedings)
+
+
 def test_a_test_that_stops_within_a_group_of_letters_leaves_them_to_the_next(board):
     board.fault(NO_WATCHDOG)
     board.fault("/dev/gyro ioctl:HAT_GYRO_INIT errno=EIO")
