@@ -180,12 +180,91 @@ def test_a_medium_that_cannot_be_written_has_a_reason_of_its_own(board, errno, r
     assert ask(board, "get", "nope", "set", "bootcmd", "x") == ["get ENOENT", f"set {reason}"]
 
 
+# A close that fails after the environment was read is no reason of what fails later.
+@pytest.mark.parametrize("fault", [None, "/dev/mtd1 close errno=ENOMEM nth=2"])
+def test_a_full_environment_has_a_reason_of_its_own(board, fault):
+    if fault:
+        board.fault(fault)
+    assert ask(board, "set", "bench", 100000 * "x", "get", "bench") == ["set ENOSPC", "get ENOENT"]
+
+
+@pytest.mark.parametrize(
+    "size, room",
+    [(1, "7"), (2, "71"), (5, "7129."), (6, "7129.$"), (16, "7129.$")],
+)
+def test_a_boot_value_has_its_nul_only_when_that_fits(board, size, room):
+    lines = ask(board, "set", "bench", "7129.", "value", "bench", size)
+    assert lines == ["set 0", f"value 0 {room:.<16}"]
+
+
+def test_an_empty_boot_value_is_its_nul(board):
+    assert ask(board, "set", "bench", "", "value", "bench", 1) == ["set 0", f"value 0 {'$':.<16}"]
+
+
+@pytest.mark.parametrize(
+    "words, reason",
+    [
+        (("value", "none", 16), "ENOENT"),
+        (("value", "NULL", 16), "EINVAL"),
+        (("value", "bootcmd", 0), "EINVAL"),
+        (("value", "bootcmd", -1), "EINVAL"),
+        (("value_nowhere", "bootcmd"), "EINVAL"),
+    ],
+)
+def test_a_boot_value_that_is_not_there_leaves_the_room_alone(board, words, reason):
+    assert ask(board, *words) == [f"{words[0]} {reason}"]
+
+
+def test_a_boot_value_has_the_mediums_reason(board):
+    board.fault("/dev/mtd1 open errno=EACCES")
+    assert ask(board, "value", "bootcmd", 16) == ["value EACCES"]
+
+
 def test_the_applet_shows_the_mediums_reason_and_no_missing_key(board):
     board.fault("/dev/mtd1 open errno=EPERM")
     run = board.run("bt2", "uenv", "get", "bootcmd")
     assert (run.status, run.stdout) == (255, b"ioctl UBOOTENV_GET fail![13]\nbootcmd=\n")
     run = board.run("bt2", "uenv", "set", "bootcmd", "x")
     assert (run.status, run.stdout) == (255, b"ioctl UBOOTENV_SET fail![13]\nbootcmd=x\n")
+
+
+# --- Versions -----------------------------------------------------------------------------------
+
+CHOSEN = "proc/device-tree/chosen"
+VERSIONS = {
+    "korboot": (f"{CHOSEN}/first-stage,version", "{}\0"),
+    "uboot": (f"{CHOSEN}/u-boot,version", "{}\0"),
+    "korbsp": ("etc/os-release", 'NAME="Bench"\nPRETTY_NAME="{}"\n'),
+    "kernel": ("proc/version", "{}\nmore\n"),
+}
+
+
+@pytest.mark.parametrize("which", VERSIONS)
+@pytest.mark.parametrize("length", [1, 9, 255, 256, 300])
+def test_a_version_is_a_line_of_255_characters_at_most(board, which, length):
+    path, form = VERSIONS[which]
+    text = "v1.7 bench".ljust(length, "x")[:length]
+    board.path(path).write_text(form.format(text), encoding="utf-8")
+    assert ask(board, "version", which) == [f"version 0 {text[:255]}"]
+
+
+@pytest.mark.parametrize("which", VERSIONS)
+def test_a_version_that_is_not_told_leaves_the_text_alone(board, which):
+    path, form = VERSIONS[which]
+    board.path(path).write_text(form.format(""), encoding="utf-8")
+    assert ask(board, "version", which) == ["version ENOENT"]
+    board.fault(f"/{path} open errno=EACCES")
+    assert ask(board, "version", which) == ["version EACCES"]
+    board.clear_faults()
+    board.fault(f"/{path} absent")
+    assert ask(board, "version", which) == ["version ENOENT"]
+
+
+@pytest.mark.parametrize("which", ["korboot", "uboot", "korbsp"])
+def test_a_version_that_the_map_does_not_name(board, which):
+    with open(board.path(MAP), "a", encoding="utf-8") as file:
+        file.write(f"version.{which} =\n")
+    assert ask(board, "version", which) == ["version ENODEV"]
 
 
 # --- The buzzer and the alarm lines -------------------------------------------------------------
@@ -199,6 +278,23 @@ def test_every_number_but_0_switches_the_buzzer_on(board, number, written):
     run = board.run("bt1", "beep", number)
     writes = [line for line in run.requests_on(BRIGHTNESS) if line.startswith("write")]
     assert writes == [f"write {BRIGHTNESS} in={written} = 1"]
+
+
+@pytest.mark.parametrize(
+    "fault, reason",
+    [
+        ("absent", "ENOENT"),
+        ("open errno=EACCES", "EACCES"),
+        ("write errno=EIO", "EIO"),
+        ("write result=0", "EIO"),
+        ("close errno=ENOSPC", "ENOSPC"),
+        ("close errno=EINTR", 0),  # closed all the same
+        ("write errno=EINTR nth=1", 0),
+    ],
+)
+def test_a_buzzer_that_cannot_be_switched_has_a_reason(board, fault, reason):
+    board.fault(f"{BRIGHTNESS} {fault}")
+    assert ask(board, "beep", "1") == [f"beep {reason}"]
 
 
 def pin(number):
@@ -272,7 +368,13 @@ def level(board, number):
 
 def test_every_output_takes_its_own_bit_and_counts(board):
     outputs(board, 60, 61, 62)
-    assert ask(board, "output", "5") == ["output 3"]
+    run = probe(board, "output", "5")
+    assert run.stdout == b"output 3\n"
+    assert [line for line in run.requests if line.startswith("write /sys/")] == [
+        f"write {pin(60)} in=31 = 1",
+        f"write {pin(61)} in=30 = 1",
+        f"write {pin(62)} in=31 = 1",
+    ]
     assert [level(board, number) for number in (60, 61, 62)] == [1, 0, 1]
     assert ask(board, "output", "2") == ["output 3"]
     assert [level(board, number) for number in (60, 61, 62)] == [0, 1, 0]
@@ -312,6 +414,41 @@ def test_a_board_without_alarm_lines_says_so(board):
         for index in range(8):
             file.write(f"alarm.input.{index} =\n")
     assert ask(board, "output", "1", "input") == ["output ENODEV", "input ENODEV"]
+
+
+# --- The monitor --------------------------------------------------------------------------------
+
+CONNECTOR = "/sys/class/drm/card0-VGA-1/status"
+
+
+@pytest.mark.parametrize(
+    "status, result",
+    [
+        ("connected", 1),
+        ("disconnected", 0),
+        ("unknown", "ENODATA"),
+        ("", "ENODATA"),
+        ("connected now", "ENODATA"),
+    ],
+)
+def test_a_connector_says_whether_a_monitor_is_there(board, status, result):
+    attribute(board, CONNECTOR, status)
+    assert ask(board, "vga") == [f"vga {result}"]
+
+
+@pytest.mark.parametrize(
+    "fault, reason",
+    [("absent", "ENOENT"), ("open errno=EACCES", "EACCES"), ("read errno=EIO", "EIO")],
+)
+def test_a_connector_that_cannot_be_read_has_a_reason(board, fault, reason):
+    board.fault(f"{CONNECTOR} {fault}")
+    assert ask(board, "vga") == [f"vga {reason}"]
+
+
+def test_a_board_without_a_connector_says_so(board):
+    with open(board.path(MAP), "a", encoding="utf-8") as file:
+        file.write("vga.status =\n")
+    assert ask(board, "vga") == ["vga ENODEV"]
 
 
 # --- The boot parameters ------------------------------------------------------------------------
@@ -355,6 +492,8 @@ def test_a_boot_block_that_takes_a_part_gets_the_rest(board):
 )
 def test_a_boot_block_that_is_not_written_has_a_reason(board, fault, reason):
     board.fault(f"{NVMEM} {fault}")
+    if fault.startswith("write") and reason:
+        board.fault(f"{NVMEM} close errno=EBUSY")  # the first reason counts
     assert ask(board, "bootparam", "7") == [f"bootparam {reason or 0}"]
 
 
@@ -496,6 +635,32 @@ def test_a_state_that_is_no_number_fails_the_list(board):
     assert ask(board, "state", "sda", "list", "all") == ["state EBADMSG", "list EBADMSG"]
 
 
+def test_switches_need_not_be_numbered_without_gaps(board):
+    with open(board.path(MAP), "a", encoding="utf-8") as file:
+        file.write("storage.0 =\nstorage.1 =\n")
+        file.write("storage.3 = sda /sys/devices/platform/sda-power/state host0\n")
+        file.write("storage.15 = sdb /sys/devices/platform/sdb-power/state\n")
+    attribute(board, "/sys/devices/platform/sdb-power/state", "disabled")
+    assert ask(board, "list", "all", "power", "sdb", "switch", "sda", 0, "power", "sda") == [
+        "list 0 mmcblk0 1 1, sda 1 1, sdb 0 0",
+        "power 0",
+        "switch 0",
+        "power 0",
+    ]
+
+
+@pytest.mark.parametrize("entry", ["", "sda"])
+def test_an_entry_that_is_no_switch(board, entry):
+    with open(board.path(MAP), "a", encoding="utf-8") as file:
+        file.write(f"storage.0 =\nstorage.1 = {entry}\n")
+    # An entry without a value is one that the board lacks.
+    reasons = ("EINVAL", "EINVAL", "EINVAL") if entry else ("1", "ENODEV", f"0 {DEVICES}")
+    lines = ask(board, "power", "sda", "switch", "sda", "0", "list", "all")
+    assert lines == [
+        f"{word} {reason}" for word, reason in zip(("power", "switch", "list"), reasons)
+    ]
+
+
 def test_a_list_needs_a_place(board):
     assert ask(board, "list", "NULL") == ["list EINVAL"]
 
@@ -505,14 +670,35 @@ def test_a_kernel_without_block_devices_lists_those_with_a_switch(board):
     assert ask(board, "list", "all") == ["list 0 mmcblk0 0 1, sda 0 1"]
 
 
+def test_block_devices_without_a_device_are_left_out(board):
+    for name in ("sda", "mmcblk0"):
+        board.fault(f"/sys/block/{name}/device absent")
+    for name in ("loop0", "ram0", "zram0"):
+        attribute(board, f"/sys/block/{name}/ro", 0)
+    # A disk and a card have switches.
+    assert ask(board, "list", "all") == [f"list 0 {DEVICES}"]
+
+
 def test_block_devices_that_cannot_be_listed_are_a_failure(board):
     board.fault("/sys/block open errno=EACCES")
     assert ask(board, "list", "all") == ["list EACCES"]
 
 
+def test_block_devices_that_cannot_be_listed_to_the_end_are_a_failure(board):
+    options = untraced(board)
+    options["env"]["READDIR_ERRNO"] = str(errno.EIO)
+    assert ask(board, "list", "all", **options) == ["list EIO"]
+
+
 @pytest.mark.parametrize("power", ["2", "0xffffffff"])
 def test_a_power_that_is_neither_on_nor_off_is_refused(board, power):
     assert ask(board, "switch", "sda", power, "power", "sda") == ["switch EINVAL", "power 1"]
+
+
+@pytest.mark.parametrize("taken", [0, 1, 7])
+def test_a_switch_that_takes_a_part_of_its_word_has_failed(board, taken):
+    board.fault(f"/sys/devices/platform/sda-power/state write result={taken}")
+    assert ask(board, "switch", "sda", "0") == ["switch EIO"]
 
 
 # --- The CPLD -----------------------------------------------------------------------------------
@@ -632,6 +818,8 @@ def test_an_image_that_does_not_arrive_is_dropped(board, fault, reason, writes):
     board.fault(f"{CPLD}/{fault}")
     # The first reason counts, whatever comes of the dropping.
     board.fault(f"{CPLD}/loading close errno=EBUSY from=2")
+    if fault.startswith("data write"):
+        board.fault(f"{CPLD}/data close errno=EBUSY")
     assert burn_writes(burn(board, reason)) == writes
     assert not board.path("media/cpld.bin").exists()
 

@@ -1,8 +1,10 @@
 // Tells on standard error of calls that the virtual board neither needs to change nor traces: the
 // end of a mapping, what is brought to the disk, whose path's limits are asked for, and the close
 // of a number that is no descriptor. Put in front of the C library with LD_PRELOAD.
-// FSYNC_ERRNO=NUMBER makes fsync() fail with that reason.
+// FSYNC_ERRNO=NUMBER makes fsync() fail with that reason, READDIR_ERRNO=NUMBER
+// each listing of a directory at its end.
 
+#include <dirent.h>
 #include <dlfcn.h>
 #include <errno.h>
 #include <stdio.h>
@@ -51,6 +53,15 @@ extern "C" __attribute__((visibility("default"))) int close(int fd) {
     errno = EBADF;
   }
   return result;
+}
+
+extern "C" __attribute__((visibility("default"))) dirent64 *readdir64(DIR *stream) {
+  const auto real = reinterpret_cast<decltype(&readdir64)>(dlsym(RTLD_NEXT, "readdir64"));
+  dirent64 *entry = real(stream);
+  const char *number = getenv("READDIR_ERRNO");
+  if (entry == nullptr && number != nullptr)
+    errno = atoi(number);
+  return entry;
 }
 
 extern "C" __attribute__((visibility("default"))) long pathconf(const char *path,

@@ -73,6 +73,46 @@ void step_set(const char *name, char **words) {
   report(name, rig_uenv_set(words[0], words[1]), -1);
 }
 
+// Reads a boot environment's value into a room of words[1] bytes. What it leaves there is printed
+// as it is, the NUL as a dollar sign, and what it does not change as points.
+void step_value(const char *name, char **words) {
+  char room[16], before[16];
+  memset(before, '.', sizeof before);
+  memcpy(room, before, sizeof room);
+  const int result =
+      rigabi_get_value("boot", is_null(words[0]) ? nullptr : words[0], room, atoi(words[1]));
+  const bool touched = memcmp(room, before, sizeof room) != 0;
+  char text[sizeof room + 1] = "";
+  for (std::size_t i = 0; i < sizeof room; ++i)
+    text[i] = room[i] != '\0' ? room[i] : '$';
+  report(name, result, -1, text, touched);
+}
+
+void step_value_nowhere(const char *name, char **words) {
+  report(name, rigabi_get_value("boot", words[0], nullptr, 16), -1);
+}
+
+// Reads the version of words[0] into a room that holds no NUL but the one after it.
+void step_version(const char *name, char **words) {
+  struct {
+    const char *name;
+    int (*get)(char *text);
+  } const versions[] = {
+      {"korboot", rig_get_korbootversion},
+      {"uboot", rig_get_ubootversion},
+      {"korbsp", rig_get_korbspversion},
+      {"kernel", rig_get_kernelversion},
+  };
+  for (const auto &version : versions) {
+    if (strcmp(version.name, words[0]) != 0)
+      continue;
+    char text[RIG_VERSION_TEXT_SIZE + 1] = "";
+    memset(text, '.', RIG_VERSION_TEXT_SIZE);
+    const int result = version.get(text);
+    report(name, result, -1, text, strspn(text, ".") != RIG_VERSION_TEXT_SIZE);
+  }
+}
+
 void step_beep(const char *name, char **words) {
   report(name, rig_beep(atoi(words[0])), -1);
 }
@@ -227,6 +267,9 @@ constexpr Step kSteps[] = {
     {"key", 1, step_key},
     {"get", 1, step_get},
     {"set", 2, step_set},
+    {"value", 2, step_value},
+    {"value_nowhere", 1, step_value_nowhere},
+    {"version", 1, step_version},
     {"beep", 1, step_beep},
     {"input", 0, step_input},
     {"output", 1, step_output},
