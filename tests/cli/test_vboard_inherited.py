@@ -2,6 +2,7 @@
 hands on to its children."""
 
 import subprocess
+import sys
 import time
 
 import pytest
@@ -24,7 +25,7 @@ def test_an_attribute_is_written_through_its_own_rule_and_its_wires(board):
 
 
 def test_a_device_that_is_read_by_redirection_gives_its_samples(board):
-    result = shell(board, "head -c 28 < /dev/gyro | od -An -v -tx1 | tr -d ' \\n' | head -c 24")
+    result = shell(board, "head -c 28 < /dev/gyro | od -An -v -tx1 | tr -d ' \\n' | head -c 24", speed="max")
     assert result.stdout == b"000000000940" + b"0" * 12  # at rest: 1 g
 
 
@@ -201,3 +202,29 @@ def test_a_setting_that_is_changed_reaches_the_descriptors_that_are_open(board):
         board.set("/dev/mtd1", key, "1")
     assert b"failed\n" in ended(process)
     assert board.path("media/mtd1.bin").read_bytes() == b"\xff" * 65536
+
+
+# --- exec() ---
+
+
+@pytest.mark.parametrize("flag, status", [("os.O_CLOEXEC", 0), ("0", 80)])
+def test_exec_closes_what_it_is_asked_to_close(board, flag, status):
+    # The watchdog is stopped by its close, which exec() brings about, or does not.
+    board.set("/dev/watchdog", "timeout_s", "2")
+    script = f"""
+import os
+fd = os.open("/dev/watchdog", os.O_WRONLY | {flag})
+os.set_inheritable(fd, not {flag})
+os.write(fd, b"V")
+os.execv("/bin/sleep", ["sleep", "4"])
+"""
+    run = board.run_command([sys.executable, "-S", "-c", script])
+    assert (run.status, run.stderr) == (status, b"board reset\n" if status else b"")
+
+
+@pytest.mark.parametrize("repeat", range(10))
+def test_a_close_beside_an_exec_does_not_count_as_the_last(board, repeat):
+    board.set("/dev/watchdog", "timeout_s", "2")
+    script = "exec 3> /dev/watchdog; printf V >&3; sleep 4 & exec 3>&-; wait"
+    run = shell(board, script, speed="max")
+    assert (run.status, run.stderr) == (80, b"board reset\n")

@@ -20,6 +20,10 @@ inline constexpr char kTraceVariable[] = "VBOARD_TRACE";        // the trace fil
 inline constexpr char kFaultsVariable[] = "VBOARD_FAULTS";      // more fault lines
 inline constexpr char kWorkVariable[] = "VBOARD_WORK";  // the directory that the run began in
 
+// From a program to the one that takes its place by exec(): "PID FILE:GENERATION ...", the shared files
+// that the process has open.
+inline constexpr char kOpenVariable[] = "VBOARD_OPEN";
+
 inline constexpr std::uint32_t kRunMagic = 0x76627231;
 inline constexpr int kMaxSignals = 16;
 inline constexpr std::int64_t kNoTime = INT64_MAX;

@@ -59,10 +59,10 @@ std::size_t count_environment(char *const given[]) {
   std::size_t count = 0;
   while (given != nullptr && given[count] != nullptr)
     ++count;
-  return count + std::size(kNames) + 1;
+  return count + std::size(kNames) + 2;
 }
 
-char *const *complete_environment(char *const given[], char **room) {
+char *const *complete_environment(char *const given[], char **room, char *open) {
   std::size_t count = 0;
   for (; given != nullptr && given[count] != nullptr; ++count)
     room[count] = given[count];
@@ -79,6 +79,8 @@ char *const *complete_environment(char *const given[], char **room) {
     if (!found)
       room[count++] = settings[i];
   }
+  if (open != nullptr)
+    room[count++] = open;
   room[count] = nullptr;
   return room;
 }

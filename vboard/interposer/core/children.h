@@ -12,10 +12,10 @@ void keep_settings();
 // The program that runs ARM programs on this PC; null without one.
 const char *emulator();
 
-// An environment with the board's settings: `given` itself when it has them all. `room` is for
-// count_environment(given) + std::size(kNames) entries.
+// An environment with the board's settings, and with `open` (an entry of its own) unless it is
+// null. `room` is for count_environment(given) entries.
 std::size_t count_environment(char *const given[]);
-char *const *complete_environment(char *const given[], char **room);
+char *const *complete_environment(char *const given[], char **room, char *open);
 
 }  // namespace vboard
 

@@ -17,6 +17,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <iterator>
@@ -246,9 +247,10 @@ Description *find_shared(const SharedFile *shared) {
   return nullptr;
 }
 
-// The description of a descriptor that was open before this program began. Null without memory, and
-// when the board has lost its node meanwhile.
-Description *inherit(SharedFile &shared) {
+// The description of a descriptor that was open before this program began. `is_counted`: the
+// process is one of those that have it already. Null without memory, and when the board has lost
+// its node meanwhile.
+Description *inherit(SharedFile &shared, bool is_counted) {
   Description *description = static_cast<Description *>(calloc(1, sizeof(Description)));
   if (description == nullptr)
     return nullptr;
@@ -262,7 +264,8 @@ Description *inherit(SharedFile &shared) {
   file.state = shared.state;
   file.opened_at = shared.opened_at;
   file.medium = -1;
-  ++shared.processes;
+  if (!is_counted)
+    ++shared.processes;
   if (reopen(*description) >= 0)
     return description;
   free_description(description);
@@ -295,7 +298,36 @@ void take_inherited_file(int fd) {
     free_description(description);
 }
 
-void take_inherited(int fd) {
+// The shared files that the program before this one in the process had open, as far as they have
+// not been found yet.
+struct Carried {
+  SharedFile *files[kSharedFiles];
+  std::size_t count;
+};
+
+// What `open` says; nothing when it was written for another process.
+void read_carried(std::string_view open, Carried &out) {
+  std::int64_t process;
+  if (!parse_number(take_word(open), process) || process != getpid())
+    return;
+  for (std::string_view name = take_word(open); !name.empty(); name = take_word(open)) {
+    SharedFile *shared = find_shared_file(name);
+    if (shared != nullptr && out.count < std::size(out.files))
+      out.files[out.count++] = shared;
+  }
+}
+
+bool take_carried(Carried &carried, const SharedFile *shared) {
+  for (std::size_t i = 0; i < carried.count; ++i) {
+    if (carried.files[i] == shared) {
+      carried.files[i] = carried.files[--carried.count];
+      return true;
+    }
+  }
+  return false;
+}
+
+void take_inherited(int fd, Carried &carried) {
   SharedFile *shared = shared_file_behind(fd);
   if (shared == nullptr) {
     take_inherited_file(fd);
@@ -305,15 +337,29 @@ void take_inherited(int fd) {
   Description *known = find_shared(shared);
   if (known != nullptr) {
     attach_duplicate(known->file.fd, fd);
-  } else if (Description *description = inherit(*shared)) {
+  } else if (Description *description = inherit(*shared, take_carried(carried, shared))) {
     if (attach(description, fd) < 0)
       free_description(description);
   }
 }
 
+// What exec() has closed.
+void close_carried(Carried &carried) {
+  for (std::size_t i = 0; i < carried.count; ++i) {
+    const DeviceLock lock;
+    if (Description *description = inherit(*carried.files[i], true)) {
+      leave(*description);
+      free_description(description);
+    }
+  }
+}
+
 }  // namespace
 
-void take_inherited_descriptors() {
+void take_inherited_descriptors(std::string_view open) {
+  static Carried carried;  // too large for a stack
+  carried.count = 0;
+  read_carried(open, carried);
   // Listed first: taking one opens others.
   struct Numbers {
     int fds[256];
@@ -330,7 +376,8 @@ void take_inherited_descriptors() {
       },
       &numbers);
   for (std::size_t i = 0; i < numbers.count; ++i)
-    take_inherited(numbers.fds[i]);
+    take_inherited(numbers.fds[i], carried);
+  close_carried(carried);
 }
 
 void share_with_child() {
@@ -349,14 +396,14 @@ void close_all() {
   unlock_board();
 }
 
-void leave_all() {
+bool list_open(TextBuffer &out) {
+  append_decimal(out, getpid());
   const DeviceLock lock;
-  each_shared([](Description &description) { --description.shared->processes; });
-}
-
-void come_back_to_all() {
-  const DeviceLock lock;
-  each_shared([](Description &description) { ++description.shared->processes; });
+  each_shared([&](Description &description) {
+    append_text(out, " ");
+    append_shared_name(out, *description.shared);
+  });
+  return !out.overflow;
 }
 
 }  // namespace vboard

@@ -4,6 +4,7 @@
 #ifndef VBOARD_INTERPOSER_CORE_DESCRIPTORS_H
 #define VBOARD_INTERPOSER_CORE_DESCRIPTORS_H
 
+#include "vboard/base/text.h"
 #include "vboard/board/run_page.h"
 #include "vboard/interposer/core/fault_table.h"
 #include "vboard/interposer/models/model.h"
@@ -80,23 +81,24 @@ bool is_faulty(Description &description);
 // Whether the node behind an open descriptor is missing now.
 bool is_gone(Description &description);
 // Counts the call; the fault that is due, or null.
-const Fault *meet_fault(Description &description, const char *call,
-                        const char *request = nullptr, std::uint32_t number = 0);
+const Fault *meet_fault(Description &description, const char *call, const char *request = nullptr,
+                        std::uint32_t number = 0);
 
 // Which of poll()'s events hold for the descriptor, and when that may change by itself.
 Readiness readiness_of(Description &description, short events, BoardTime now);
 
-// Finds the descriptors of the board that this program was started with. For programs that begin after
-// another one has opened something.
-void take_inherited_descriptors();
+// Finds the descriptors of the board that this program was started with. For programs that begin
+// after another one has opened something. `open` is what the program before this one in the same
+// process had open (kOpenVariable): what exec() has closed of it is closed here.
+void take_inherited_descriptors(std::string_view open);
 // Around fork(): the child has them all as well.
 void share_with_child();
 // Runs the close() of every model that no other process has open, as the kernel does when a process
 // ends.
 void close_all();
-// Before and after a failed exec(): the program that takes this one's place counts them anew.
-void leave_all();
-void come_back_to_all();
+// What the program that takes this one's place needs to know, for kOpenVariable. False when it does
+// not fit.
+bool list_open(TextBuffer &out);
 
 }  // namespace vboard
 

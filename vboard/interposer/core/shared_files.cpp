@@ -57,21 +57,36 @@ bool leave_shared_file(SharedFile &shared) {
   return true;
 }
 
+void append_shared_name(TextBuffer &out, const SharedFile &shared) {
+  const RunFile *run = run_file();
+  if (run == nullptr)
+    return;
+  append_decimal(out, &shared - run->files);
+  append_text(out, ":");
+  append_decimal(out, shared.generation);
+}
+
+SharedFile *find_shared_file(std::string_view name) {
+  RunFile *run = run_file();
+  const std::size_t colon = name.find(':');
+  std::int64_t index;
+  std::int64_t generation;
+  if (run == nullptr || colon == name.npos || !parse_number(name.substr(0, colon), index) ||
+      !parse_number(name.substr(colon + 1), generation) || index < 0 ||
+      index >= static_cast<std::int64_t>(kSharedFiles))
+    return nullptr;
+  SharedFile &shared = run->files[index];
+  return shared.used != 0 && shared.generation == generation ? &shared : nullptr;
+}
+
 int open_stand_in(const SharedFile &shared, int flags) {
   FixedText<48> name;
   append_text(name, kName);
-  if (const RunFile *run = run_file()) {
-    append_decimal(name, &shared - run->files);
-    append_text(name, ":");
-    append_decimal(name, shared.generation);
-  }
+  append_with(name, [&](TextBuffer &text) { append_shared_name(text, shared); });
   return sys_memfd(name.c_str(), (flags & O_CLOEXEC) != 0 ? MFD_CLOEXEC : 0);
 }
 
 SharedFile *shared_file_behind(int fd) {
-  RunFile *run = run_file();
-  if (run == nullptr)
-    return nullptr;
   FixedText<40> path;
   append_text(path, "/proc/self/fd/");
   append_decimal(path, fd);
@@ -81,16 +96,7 @@ SharedFile *shared_file_behind(int fd) {
   if (!name.starts_with(kLink) || !name.substr(kLink.size()).starts_with(kName))
     return nullptr;
   name.remove_prefix(kLink.size() + kName.size());
-  name = take_word(name);  // without " (deleted)"
-  const std::size_t colon = name.find(':');
-  std::int64_t index;
-  std::int64_t generation;
-  if (colon == name.npos || !parse_number(name.substr(0, colon), index) ||
-      !parse_number(name.substr(colon + 1), generation) || index < 0 ||
-      index >= static_cast<std::int64_t>(kSharedFiles))
-    return nullptr;
-  SharedFile &shared = run->files[index];
-  return shared.used != 0 && shared.generation == generation ? &shared : nullptr;
+  return find_shared_file(take_word(name));  // without " (deleted)"
 }
 
 }  // namespace vboard

@@ -8,7 +8,10 @@
 #ifndef VBOARD_INTERPOSER_CORE_SHARED_FILES_H
 #define VBOARD_INTERPOSER_CORE_SHARED_FILES_H
 
+#include "vboard/base/text.h"
 #include "vboard/board/run_page.h"
+
+#include <string_view>
 
 namespace vboard {
 
@@ -16,6 +19,10 @@ namespace vboard {
 SharedFile *new_shared_file();
 // True for the last process that had it; the shared file must not be used any more.
 bool leave_shared_file(SharedFile &shared);
+
+// Its name, "12:3", and the shared file of a name; null when that one is not open any more.
+void append_shared_name(TextBuffer &out, const SharedFile &shared);
+SharedFile *find_shared_file(std::string_view name);
 
 // Opens the kernel's descriptor for it, at the lowest free number; a negated errno without one.
 int open_stand_in(const SharedFile &shared, int flags);

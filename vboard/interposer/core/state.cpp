@@ -99,7 +99,9 @@ int start_run() {
   run_state.store(kActive, std::memory_order_release);
   if (page->has_opened.load(std::memory_order_relaxed) != 0) {
     take_working_directory();
-    take_inherited_descriptors();
+    const char *open = getenv(kOpenVariable);
+    take_inherited_descriptors(open != nullptr ? open : "");
+    unsetenv(kOpenVariable);
   }
   return kActive;
 }

@@ -62,6 +62,7 @@ struct Listing {
   std::size_t count, room, next;
   dirent64 given;  // a copy: a 32-bit reader changes the layout of what it gets
   Listing *rest;
+  int error;  // that ended the reading
 };
 
 Listing *listings;  // under the board's lock
@@ -116,7 +117,13 @@ bool fill_listing(Listing &listing, DIR *stream) {
   const Description &directory = *listing.directory;
   for (std::size_t layer = 0; layer <= directory.layer_count; ++layer) {
     DIR *from = layer == 0 ? stream : directory.layers[layer - 1];
-    while (dirent64 *entry = REAL(readdir64)(from)) {
+    for (;;) {
+      errno = 0;
+      dirent64 *entry = REAL(readdir64)(from);
+      if (entry == nullptr) {
+        listing.error = errno;
+        break;
+      }
       const bool dot = is_dot(entry->d_name);
       if (dot ? layer > 0
               : is_unfinished(entry->d_name) || is_absent_entry(directory, entry->d_name))
@@ -177,8 +184,13 @@ dirent64 *next_entry(DIR *stream) {
   const int kept = errno;
   const bool known = with_listing(stream, [&](Listing *listing) {
     errno = listing != nullptr ? kept : ENOMEM;
-    if (listing == nullptr || listing->next >= listing->count)
+    if (listing == nullptr)
       return;
+    if (listing->next >= listing->count) {
+      if (listing->error != 0)
+        errno = listing->error;
+      return;
+    }
     listing->given = listing->entries[listing->next++];
     entry = &listing->given;
   });

@@ -87,17 +87,16 @@ const char *find_arm_program(const char *name, FixedText<kPathSize> &out) {
   return nullptr;
 }
 
-// The program that takes this one's place counts the open devices anew.
+// Calls `exec` with the environment for the program that takes this one's place.
 template <typename Exec>
-int replace_program(Exec exec) {
+int replace_program(char *const given[], Exec exec) {
   if (!on_board())
-    return exec();
-  leave_all();
-  const int result = exec();
-  const int error = errno;
-  come_back_to_all();
-  errno = error;
-  return result;
+    return exec(given);
+  FixedText<kPathSize> open;
+  append_text(open, kOpenVariable, "=");
+  append_with(open, [](TextBuffer &text) { list_open(text); });
+  char **room = static_cast<char **>(alloca(count_environment(given) * sizeof(char *)));
+  return exec(complete_environment(given, room, open.overflow ? nullptr : open.data));
 }
 
 }  // namespace
@@ -123,7 +122,8 @@ WRAP(FILE *, popen, const char *command, const char *mode) {
 #define COMPLETED(given)                                                                     \
   (on_board()                                                                                \
        ? complete_environment(                                                               \
-             given, static_cast<char **>(alloca(count_environment(given) * sizeof(char *)))) \
+             given, static_cast<char **>(alloca(count_environment(given) * sizeof(char *))), \
+             nullptr)                                                                        \
        : given)
 
 // Hands an ARM program, if it is one, to the emulator: the words are on the caller's stack.
@@ -138,7 +138,8 @@ WRAP(FILE *, popen, const char *command, const char *mode) {
 WRAP(int, execve, const char *path, char *const words[], char *const given[]) {
   check_program(path);
   EMULATE(arm_program(path), path, words);
-  return replace_program([&] { return REAL(execve)(path, words, COMPLETED(given)); });
+  return replace_program(
+      given, [&](char *const environment[]) { return REAL(execve)(path, words, environment); });
 }
 
 WRAP(int, execv, const char *path, char *const words[]) {
@@ -149,7 +150,8 @@ WRAP(int, execvpe, const char *file, char *const words[], char *const given[]) {
   check_program(file);
   FixedText<kPathSize> place;
   EMULATE(find_arm_program(file, place), file, words);
-  return replace_program([&] { return REAL(execvpe)(file, words, COMPLETED(given)); });
+  return replace_program(
+      given, [&](char *const environment[]) { return REAL(execvpe)(file, words, environment); });
 }
 
 WRAP(int, execvp, const char *file, char *const words[]) {
@@ -159,12 +161,14 @@ WRAP(int, execvp, const char *file, char *const words[]) {
 WRAP(int, execveat, int directory, const char *path, char *const words[], char *const given[],
      int flags) {
   check_program(path);
-  return replace_program(
-      [&] { return REAL(execveat)(directory, path, words, COMPLETED(given), flags); });
+  return replace_program(given, [&](char *const environment[]) {
+    return REAL(execveat)(directory, path, words, environment, flags);
+  });
 }
 
 WRAP(int, fexecve, int fd, char *const words[], char *const given[]) {
-  return replace_program([&] { return REAL(fexecve)(fd, words, COMPLETED(given)); });
+  return replace_program(
+      given, [&](char *const environment[]) { return REAL(fexecve)(fd, words, environment); });
 }
 
 WRAP(int, posix_spawn, pid_t *child, const char *path, const posix_spawn_file_actions_t *actions,
