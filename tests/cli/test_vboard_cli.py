@@ -1,4 +1,4 @@
-"""vboard's own command line: new, run, show, set, fault."""
+"""vboard's own command line: new, run, check, show, set, fault."""
 
 import os
 import re
@@ -48,12 +48,13 @@ def assert_refused(result, status=None):
 @pytest.mark.parametrize(
     "words, tells",
     [
-        (["--help"], [b"new", b"run", b"show", b"set", b"fault"]),
+        (["--help"], [b"new", b"run", b"check", b"show", b"set", b"fault"]),
         (["new", "--help"], [b"--gyro"]),
         (
             ["run", "--help"],
             [b"--board", b"--speed", b"--trace", b"--fault", b"--signal", b"--for", b"--date"],
         ),
+        (["check", "--help"], [b"FILE:LINE", b"1 when"]),
         (["show", "--help"], [b"--png"]),
         (["set", "--help"], [b"NODE", b"/sys/"]),
         (["fault", "--help"], [b"add", b"list", b"clear"]),
@@ -74,6 +75,9 @@ def test_help_goes_to_standard_output_with_status_0(vboard, words, tells):
         ["--nonsense"],
         ["new"],
         ["new", "one", "two"],
+        ["check"],
+        ["check", "board", "board"],
+        ["check", "--nonsense"],
         ["show"],
         ["set"],
         ["set", "board"],

@@ -7,6 +7,7 @@ namespace vboard {
 
 int new_command(int argc, char **argv);
 int run_command(int argc, char **argv);
+int check_command(int argc, char **argv);
 int show_command(int argc, char **argv);
 int set_command(int argc, char **argv);
 int fault_command(int argc, char **argv);

@@ -13,6 +13,7 @@ namespace {
 constexpr char kUsage[] =
     "usage: vboard new DIR [--gyro CHIP]\n"
     "       vboard run [OPTION...] -- COMMAND [ARGUMENT...]\n"
+    "       vboard check DIR\n"
     "       vboard show DIR [NODE] [--png FILE]\n"
     "       vboard set DIR NODE KEY VALUE\n"
     "       vboard set DIR /sys/ATTRIBUTE VALUE\n"
@@ -29,6 +30,7 @@ struct Command {
 constexpr Command kCommands[] = {
   {"new",   new_command},
   {"run",   run_command},
+  {"check", check_command},
   {"show",  show_command},
   {"set",   set_command},
   {"fault", fault_command},

@@ -128,7 +128,8 @@ void each_node_of(const char *board, std::string_view folder,
       continue;
     if (S_ISDIR(status.st_mode))
       each_node_of(board, name.view(), visit, context);
-    else if (S_ISREG(status.st_mode))
+    // A library with a model lies beside the node files.
+    else if (S_ISREG(status.st_mode) && !name.view().ends_with(".so"))
       visit(name.view(), context);
   }
   free_names(names, count);
