@@ -42,6 +42,14 @@ def assert_refused(result, status=None):
     assert result[0] == status if status is not None else result[0] != 0
 
 
+def refusal(result):
+    """The one line of a command that was refused."""
+    status, stdout, stderr = result
+    assert (status, stdout, stderr.count(b"\n")) == (125, b"", 1)
+    assert stderr.startswith(b"vboard: ") and stderr.endswith(b"\n")
+    return stderr[len(b"vboard: ") : -1].decode()
+
+
 # --- help and wrong command lines -----------------------------------------------------------------
 
 
@@ -49,7 +57,7 @@ def assert_refused(result, status=None):
     "words, tells",
     [
         (["--help"], [b"new", b"run", b"check", b"show", b"set", b"fault"]),
-        (["new", "--help"], [b"--gyro"]),
+        (["new", "--help"], [b"--gyro", b"--bare", b"--from"]),
         (
             ["run", "--help"],
             [b"--board", b"--speed", b"--trace", b"--fault", b"--signal", b"--for", b"--date"],
@@ -335,6 +343,135 @@ def test_new_refuses_a_place_that_it_cannot_make(vboard, tmp_path):
     assert_refused(vboard("new", "file/board"))
 
 
+def tree(folder):
+    """{name: what it is} of everything below a folder."""
+    return {
+        str(path.relative_to(folder)): (
+            os.readlink(path)
+            if path.is_symlink()
+            else path.read_bytes()
+            if path.is_file()
+            else "directory"
+        )
+        for path in folder.rglob("*")
+    }
+
+
+def test_new_bare_makes_a_board_with_nothing_on_it(vboard, probe, tmp_path):
+    assert vboard("new", "board", "--bare") == (0, b"", b"")
+    folders = dict.fromkeys(["dev", "media", "net", "sys", "proc", "etc"], "directory")
+    assert tree(tmp_path / "board") == {"board": b"vboard board, format 1\n"} | folders
+    steps = ["access", "/dev/lcd", "f", "access", "/dev", "f"]
+    run = vboard("run", "--board", "board", "--", probe, *steps)
+    assert run == (0, b"access ENOENT\naccess 0\n", b"")
+    assert vboard("check", "board") == (0, b"", b"")
+    (tmp_path / "board/dev/card").write_text("model = iccard\nmedium = card\n")
+    assert vboard("set", "board", "/dev/card", "protected", "1") == (0, b"", b"")
+    run = vboard("run", "--board", "board", "--", probe, "open", "/dev/card", "rdwr")
+    assert run == (0, b"open 3\n", b"")
+    assert (tmp_path / "board/media/card").read_bytes() == bytes(256)
+
+
+def test_new_from_copies_a_board_as_it_stands(vboard, tmp_path):
+    vboard("new", "board")
+    board = tmp_path / "board"
+    vboard("set", "board", "/dev/rtc0", "stopped", "1")
+    vboard("set", "board", "/sys/devices/platform/sda-power/state", "disabled")
+    vboard("fault", "board", "add", "/dev/lcd", "absent")
+    (board / "dev/screen").symlink_to("lcd")
+    (board / "dev/gone").symlink_to("/no/such/file")
+    (board / "media/iccard.bin").write_bytes(bytes(range(256)))
+    (board / "media/empty").write_bytes(b"")
+    (board / "clock").write_text("boots = 3\n")
+    (board / "dev/.rtc0.17.vboard-new").write_text("half of")
+    os.mkfifo(board / "dev/pipe")
+    before = tree(board)
+    assert vboard("new", "copy", "--from", "board") == (0, b"", b"")
+    del before["dev/.rtc0.17.vboard-new"], before["dev/pipe"]
+    assert tree(tmp_path / "copy") == before
+    # Two boards: what happens to one does not happen to the other.
+    vboard("set", "copy", "/dev/rtc0", "stopped", "0")
+    assert "stopped = 1\n" in (board / "dev/rtc0").read_text()
+    (tmp_path / "empty").mkdir()
+    assert vboard("new", "empty", "--from", tmp_path / "copy") == (0, b"", b"")
+
+
+def test_new_from_keeps_the_holes_of_a_medium(vboard, tmp_path):
+    vboard("new", "board")
+    size = 1 << 32
+    memory = tmp_path / "board/media/phys_mem"
+    with open(memory, "wb") as file:
+        file.truncate(size)
+        for at in (0, 0x18000000, size - 4):
+            file.seek(at)
+            file.write(b"here")
+    if memory.stat().st_blocks > 2048:
+        pytest.skip("a file system without holes")
+    assert vboard("new", "copy", "--from", "board") == (0, b"", b"")
+    copy = tmp_path / "copy/media/phys_mem"
+    assert (copy.stat().st_size, copy.stat().st_blocks <= 2048) == (size, True)
+    with open(copy, "rb") as file:
+        for at in (0, 0x18000000, size - 4):
+            file.seek(at)
+            assert file.read(4) == b"here"
+        file.seek(4)
+        assert file.read(8192) == bytes(8192)
+
+
+@pytest.mark.parametrize(
+    "words",
+    [
+        ["--bare", "--gyro", "GYRO_KXTJ1900"],
+        ["--gyro", "GYRO_KXTJ1900", "--from", "other"],
+        ["--from", "other", "--bare"],
+        ["--bare", "--bare"],
+        ["--from", "other", "--from", "other"],
+        ["--from"],
+        ["--gyro"],
+        ["--bare", "second"],
+    ],
+)
+def test_new_refuses_words_that_do_not_go_together(vboard, tmp_path, words):
+    vboard("new", "other")
+    assert refusal(vboard("new", "board", *words)) == (
+        'wrong usage; "vboard new --help" tells the right one'
+    )
+    assert not (tmp_path / "board").exists()
+
+
+def test_new_from_refuses_what_is_no_board(vboard, tmp_path):
+    (tmp_path / "plain").mkdir()
+    assert refusal(vboard("new", "board", "--from", "plain")) == (
+        "plain: not a board directory (No such file or directory)"
+    )
+    assert refusal(vboard("new", "board", "--from", "none")) == "none: No such file or directory"
+    assert not (tmp_path / "board").exists()
+
+
+@pytest.mark.parametrize("words", [["--bare"], ["--from", "other"]])
+def test_new_of_every_kind_leaves_an_existing_directory_alone(vboard, tmp_path, words):
+    vboard("new", "other")
+    (tmp_path / "board").mkdir()
+    (tmp_path / "board/mine").write_text("mine")
+    assert refusal(vboard("new", "board", *words)) == (
+        "board: exists and is not an empty directory"
+    )
+    assert tree(tmp_path / "board") == {"mine": b"mine"}
+
+
+def test_new_from_refuses_a_place_in_the_board_itself(vboard, tmp_path):
+    vboard("new", "board")
+    (tmp_path / "board/empty").mkdir()
+    before = tree(tmp_path / "board")
+    for place in ("board/copy", "board/empty", "./board/dev/copy"):
+        assert refusal(vboard("new", place, "--from", "board")) == (
+            f"{place}: lies in the board board"
+        )
+    assert tree(tmp_path / "board") == before
+    # A name that only begins alike is another place.
+    assert vboard("new", "board2", "--from", "board") == (0, b"", b"")
+
+
 # --- set ----------------------------------------------------------------------------------------
 
 
@@ -390,14 +527,6 @@ def test_set_refuses_what_the_board_does_not_have(vboard, tmp_path, words):
     assert_refused(vboard("set", *words))
     assert not (tmp_path / "board/dev/none").exists()
     assert not (tmp_path / "board/sys/class/none").exists()
-
-
-def refusal(result):
-    """The one line of a command that was refused."""
-    status, stdout, stderr = result
-    assert (status, stdout, stderr.count(b"\n")) == (125, b"", 1)
-    assert stderr.startswith(b"vboard: ") and stderr.endswith(b"\n")
-    return stderr[len(b"vboard: ") : -1].decode()
 
 
 MODELS = "gyro iccard interface korstorage korcmem lcd mtd phys_mem connector rtc sata_disk socket watchdog"

@@ -2,6 +2,7 @@
 
 #include "vboard/base/kernel.h"
 #include "vboard/base/text.h"
+#include "vboard/board/file_updates.h"
 #include "vboard/board/gyro_chips.h"
 #include "vboard/board/node.h"
 
@@ -15,6 +16,8 @@
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <algorithm>
 
 namespace vboard {
 
@@ -30,26 +33,44 @@ bool join_path(BoardPath &out, const char *directory, const char *name) {
   return !out.overflow;
 }
 
-int copy_file(const char *from, const char *to, mode_t mode) {
+// Copies the bytes of a file without its holes: the memory of a board is a large file of few bytes.
+// 0, or the errno.
+int copy_content(int in, int out, off_t size) {
+  char buffer[65536];
+  for (off_t at = 0; (at = lseek(in, at, SEEK_DATA)) >= 0;) {
+    const off_t hole = lseek(in, at, SEEK_HOLE);
+    while (at < hole) {
+      const auto piece = static_cast<std::size_t>(std::min<off_t>(hole - at, sizeof buffer));
+      const ssize_t count = pread(in, buffer, piece, at);
+      if (count == 0)
+        break;
+      if (count < 0)
+        return errno;
+      const ssize_t written = pwrite(out, buffer, static_cast<std::size_t>(count), at);
+      if (written != count)
+        return written < 0 ? errno : ENOSPC;
+      at += count;
+    }
+    if (at < hole)
+      break;
+  }
+  return ftruncate(out, size) < 0 ? errno : 0;
+}
+
+int copy_file(const char *from, const char *to, const struct stat &status) {
   const int in = open(from, O_RDONLY | O_CLOEXEC);
   if (in < 0)
     return fail("%s: %s", from, strerror(errno));
   // Templates may be installed read-only; a board is for changing.
-  const int out = open(to, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, (mode & 0777) | 0600);
+  const int out = open(to, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, (status.st_mode & 0777) | 0600);
   if (out < 0) {
     close(in);
     return fail("%s: %s", to, strerror(errno));
   }
-  char buffer[65536];
-  ssize_t size;
-  int result = 0;
-  while (result == 0 && (size = read(in, buffer, sizeof buffer)) > 0) {
-    if (write(out, buffer, static_cast<std::size_t>(size)) != size)
-      result = fail("%s: %s", to, strerror(errno));
-  }
+  const int error = copy_content(in, out, status.st_size);
   close(in);
   close(out);
-  return result;
+  return error != 0 ? fail("%s: %s", to, strerror(error)) : 0;
 }
 
 int copy_tree(const char *from, const char *to);
@@ -71,7 +92,8 @@ int copy_entry(const char *from, const char *to) {
     target[length] = '\0';
     return symlink(target, to) < 0 ? fail("%s: %s", to, strerror(errno)) : 0;
   }
-  return copy_file(from, to, status.st_mode);
+  // Sockets and pipes belong to the programs of a run.
+  return S_ISREG(status.st_mode) ? copy_file(from, to, status) : 0;
 }
 
 int copy_tree(const char *from, const char *to) {
@@ -80,7 +102,8 @@ int copy_tree(const char *from, const char *to) {
     return fail("%s: %s", from, strerror(errno));
   int result = 0;
   while (dirent *entry = result == 0 ? readdir(directory) : nullptr) {
-    if (strcmp(entry->d_name, ".") == 0 || strcmp(entry->d_name, "..") == 0)
+    if (strcmp(entry->d_name, ".") == 0 || strcmp(entry->d_name, "..") == 0 ||
+        is_unfinished(entry->d_name))
       continue;
     BoardPath source;
     BoardPath target;
@@ -102,6 +125,15 @@ bool is_empty(const char *path) {
     ++entries;
   closedir(directory);
   return entries <= 2;
+}
+
+// A place for a new board: a directory that is made, or an empty one.
+int make_directory(const char *directory) {
+  if (mkdir(directory, 0777) == 0)
+    return 0;
+  if (errno != EEXIST)
+    return fail("%s: %s", directory, strerror(errno));
+  return is_empty(directory) ? 0 : fail("%s: exists and is not an empty directory", directory);
 }
 
 int set_gyro(const char *board, const char *chip) {
@@ -204,18 +236,55 @@ int make_board(const char *directory, const char *gyro) {
     return kFailed;
   }
   char from[kFileName];
-  if (const int result = find_template(from); result != 0)
-    return result;
-  if (mkdir(directory, 0777) < 0) {
-    if (errno != EEXIST)
-      return fail("%s: %s", directory, strerror(errno));
-    if (!is_empty(directory))
-      return fail("%s: exists and is not an empty directory", directory);
-  }
-  int result = copy_tree(from, directory);
+  int result = find_template(from);
+  if (result == 0)
+    result = make_directory(directory);
+  if (result == 0)
+    result = copy_tree(from, directory);
   if (result == 0 && gyro != nullptr)
     result = set_gyro(directory, gyro);
   return result;
+}
+
+int make_bare_board(const char *directory) {
+  int result = make_directory(directory);
+  for (const char *folder : {"dev", "media", "net", "sys", "proc", "etc"}) {
+    BoardPath path;
+    if (result == 0 && !join_path(path, directory, folder))
+      result = kFailed;
+    if (result == 0 && mkdir(path.c_str(), 0777) < 0)
+      result = fail("%s: %s", path.c_str(), strerror(errno));
+  }
+  BoardPath file;
+  if (result == 0 && !join_path(file, directory, "board"))
+    result = kFailed;
+  if (result != 0)
+    return result;
+  FixedText<64> text;
+  append_text(text, kBoardFormat, "\n");
+  const int error = store_file(file.c_str(), text.view());
+  return error < 0 ? fail("%s: %s", file.c_str(), strerror(-error)) : 0;
+}
+
+int copy_board(const char *directory, const char *other) {
+  char from[kFileName];
+  int result = open_board(other, from);
+  const bool is_new = access(directory, F_OK) < 0;
+  if (result == 0)
+    result = make_directory(directory);
+  if (result != 0)
+    return result;
+  char to[PATH_MAX];
+  if (realpath(directory, to) == nullptr)
+    return fail("%s: %s", directory, strerror(errno));
+  // It would hold a copy of itself.
+  const std::string_view inner(to);
+  if (inner.starts_with(from) && inner.substr(strlen(from)).starts_with('/')) {
+    if (is_new)
+      rmdir(directory);
+    return fail("%s: lies in the board %s", directory, other);
+  }
+  return copy_tree(from, directory);
 }
 
 void remove_tree(const char *path) {

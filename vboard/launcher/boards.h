@@ -40,6 +40,9 @@ int make_scratch(char *out);
 
 // Makes a healthy board in a directory that does not exist yet or is empty. `gyro` may be null.
 int make_board(const char *directory, const char *gyro);
+// The same for a board with nothing on it, and for one like the board in `other`.
+int make_bare_board(const char *directory);
+int copy_board(const char *directory, const char *other);
 
 // Removes a directory with all that is in it.
 void remove_tree(const char *path);

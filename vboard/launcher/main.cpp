@@ -11,7 +11,7 @@ namespace vboard {
 namespace {
 
 constexpr char kUsage[] =
-    "usage: vboard new DIR [--gyro CHIP]\n"
+    "usage: vboard new DIR [--gyro CHIP | --bare | --from OTHER]\n"
     "       vboard run [OPTION...] -- COMMAND [ARGUMENT...]\n"
     "       vboard check DIR\n"
     "       vboard show DIR [NODE] [--png FILE]\n"
