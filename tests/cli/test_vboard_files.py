@@ -161,7 +161,7 @@ def test_a_board_may_lie_deep(build, far_board):
     assert vboard("show", far_board).startswith(str(far_board).encode() + b": vboard board")
     vboard("set", far_board, "/dev/lcd", "contrast", "11")
     assert settings(far_board / "dev/lcd")["contrast"] == "11"
-    assert b"contrast = 11\n" in vboard("show", far_board, "/dev/lcd")
+    assert b"\n* contrast         11 " in vboard("show", far_board, "/dev/lcd")
     vboard("set", far_board, "/sys/class/leds/buzzer/brightness", "1")
     assert (far_board / "sys/class/leds/buzzer/brightness").read_text() == "1\n"
     vboard("set", far_board, "net:ppp0", "ipv4", "10.1.2.3")

@@ -6,7 +6,7 @@ import zlib
 
 import pytest
 
-from conftest import HANGS_AFTER_SECONDS, environment
+from conftest import HANGS_AFTER_SECONDS, environment, word_size
 
 
 def show(build, *words):
@@ -226,3 +226,95 @@ def test_show_refuses_what_it_cannot_draw(board, build, tmp_path, monkeypatch, w
 def test_show_refuses_a_directory_that_is_no_board(build, tmp_path):
     status, stdout, stderr = show(build, tmp_path)
     assert status != 0 and stdout == b"" and stderr.strip() != b""
+
+
+# --- settings -------------------------------------------------------------------------------------
+
+
+def changed(build, board):
+    """What the page says is not as on a new board."""
+    text = show(build, board.directory)[1].decode()
+    lines = text[text.index("\nchanged ") + 1 : text.index("\nfaults ")].splitlines()
+    return [line[len("changed            ") :] for line in lines]
+
+
+def test_a_new_board_has_changed_nothing(board, build):
+    assert changed(build, board) == ["nothing"]
+
+
+def test_show_tells_what_differs_from_a_new_board(board, build):
+    board.set("/dev/watchdog", "max_timeout_s", "65535")
+    board.set("/dev/rtc0", "rate", "1")
+    board.set("net/ppp0", "ipv4", "")
+    board.set("firmware/cpld", "fails", "programming:timeout")
+    board.path("dev/card").write_text("model = iccard\n")
+    assert changed(build, board) == [
+        "/dev/card model = iccard (- by default)",
+        "/dev/watchdog max_timeout_s = 65535 (600 on a new board)",
+        "net/ppp0 ipv4 = - (10.64.0.2 on a new board)",
+        "firmware/cpld fails = programming:timeout (- on a new board)",
+    ]
+
+
+def test_show_lists_the_settings_of_a_device_and_draws_it(board, build):
+    board.set("/dev/iccard", "stuck_byte", "7")
+    status, stdout, stderr = show(build, board.directory, "/dev/iccard")
+    assert (status, stderr) == (0, b"")
+    lines = stdout.decode().splitlines()
+    assert lines[:12] == [
+        '# The chip card. Pulling it is a fault: "/dev/iccard absent".',
+        "  setting          value                default      meaning",
+        "* stuck_byte       7                    -1           a byte of the card that keeps its value "
+        "whatever is written (-1 on a new board)",
+        "  stuck_value      0                    0            that value",
+        "  inverted         0                    0            1: every byte reads back as its "
+        "complement",
+        "  protected        0                    0            1: writing is refused (EROFS)",
+        "  model            iccard               -            which model answers",
+        "  medium           iccard.bin           -            its file in media/",
+        "  medium_size      0                    0            bytes of a medium that is made because "
+        "it is missing",
+        "  number           0:0                  0:0          the device number that stat shows, "
+        "MAJOR:MINOR",
+        "  type             character            character    what stat shows it as",
+        "",
+    ]
+    assert lines[12:14] == [
+        "0000  " + " ".join(["00"] * 16) + "  " + "." * 16,
+        "0010" + lines[12][4:],
+    ]
+    assert len(lines) == 28
+
+
+def test_show_finds_a_device_that_is_switched_off(board, build):
+    board.set("/sys/devices/platform/sda-power/state", "disabled")
+    status, stdout, _ = show(build, board.directory, "/dev/sda")
+    assert status == 0 and b"\n  standby          0 " in stdout
+    page = show(build, board.directory)[1]
+    assert b"\n/dev/sda           switched off, QX-SSD 128GB" in page
+    assert changed(build, board) == ["nothing"]
+
+
+def test_show_of_a_bare_board(build, tmp_path):
+    subprocess.run(
+        [build / "bin/vboard", "new", tmp_path / "bare", "--bare"], check=True, env=environment()
+    )
+    page = (
+        f"{tmp_path}/bare: vboard board, format 1\n"
+        "network            no interface\n"
+        "changed            nothing\n"
+        "faults             none\n"
+    )
+    assert show(build, tmp_path / "bare") == (0, page.encode(), b"")
+
+
+@pytest.mark.skipif(word_size() == 4, reason="the launcher does not load the board's libraries")
+def test_show_lists_the_settings_of_a_model_in_a_library(board, build):
+    library = build / "tests/plugin/thermometer.so"
+    board.path("dev/t").write_text(f"model = {library}\ncelsius = 30\n")
+    assert b"\n/dev/t             thermometer\n" in show(build, board.directory)[1]
+    stdout = show(build, board.directory, "/dev/t")[1].decode()
+    assert (
+        "\n* celsius          30                   21           what it measures (21 by default)\n"
+        in stdout
+    )

@@ -11,6 +11,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -33,11 +34,13 @@ std::string drawn(Draw draw) {
 }
 
 std::string board_page(const ModelHarness &board) {
-  return drawn([&board](FILE *out) { EXPECT_EQ(draw_board(board.directory.c_str(), out), 0); });
+  return drawn(
+      [&board](FILE *out) { EXPECT_EQ(draw_board(board.directory.c_str(), nullptr, out), 0); });
 }
 
 std::string node_page(const ModelHarness &board, const char *node) {
-  return drawn([&](FILE *out) { EXPECT_EQ(draw_node(board.directory.c_str(), node, out), 0); });
+  return drawn(
+      [&](FILE *out) { EXPECT_EQ(draw_node(board.directory.c_str(), nullptr, node, out), 0); });
 }
 
 bool has(const std::string &text, const char *part) {
@@ -103,9 +106,10 @@ TEST(DrawBoard, page_names_what_a_person_looks_for) {
       page,
       "/dev/iccard        00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 ...  ................\n"))
       << page;
-  EXPECT_TRUE(has(page, "unheard-of\n")) << page;
+  EXPECT_TRUE(has(page, "/dev/other         no such model: unheard-of\n")) << page;
   EXPECT_TRUE(has(page, "buzzer             1\n")) << page;
-  EXPECT_TRUE(has(page, "vga                absent\n")) << page;
+  EXPECT_FALSE(has(page, "vga ")) << page;
+  EXPECT_FALSE(has(page, "alarm ")) << page;
   EXPECT_TRUE(has(page, "boot counter (byte 250) 0\n")) << page;
   EXPECT_TRUE(has(page, "ppp0 10.64.0.2\n")) << page;
   EXPECT_TRUE(has(page, "faults             /dev/rtc0 absent\n")) << page;
@@ -203,6 +207,8 @@ TEST(DrawBoard, storage_driver_is_its_ports_and_what_a_trace_sees) {
 TEST(DrawBoard, memory_blocks_stand_in_the_order_of_their_numbers) {
   const ModelHarness board("");
   board.write_file("board", "vboard board, format 1\n");
+  EXPECT_FALSE(has(board_page(board), "memory blocks"));
+  board.write_file("sys/devices/system/memory/block_size_bytes", "8000000\n");
   EXPECT_TRUE(has(board_page(board), "memory blocks      none\n"));
   for (const char *file : {"memory2/state", "memory10/state"})
     board.write_file((std::string("sys/devices/system/memory/") + file).c_str(),
@@ -216,8 +222,10 @@ TEST(DrawBoard, memory_blocks_stand_in_the_order_of_their_numbers) {
 TEST(DrawBoard, overlays_are_named_with_their_status) {
   const ModelHarness board("");
   board.write_file("board", "vboard board, format 1\n");
-  EXPECT_TRUE(has(board_page(board), "overlays           none\n"));
+  EXPECT_FALSE(has(board_page(board), "overlays"));
   constexpr char kOverlays[] = "sys/kernel/config/device-tree/overlays/";
+  board.write_file((std::string(kOverlays) + ".keep").c_str(), "");
+  EXPECT_TRUE(has(board_page(board), "overlays           none\n"));
   board.write_file((std::string(kOverlays) + "a/status").c_str(), "applied\n");
   board.write_file((std::string(kOverlays) + "b/status").c_str(), "unapplied\n");
   EXPECT_TRUE(has(board_page(board), "overlays           a applied, b unapplied\n"))
@@ -229,7 +237,7 @@ TEST(DrawBoard, overlays_are_named_with_their_status) {
 TEST(DrawBoard, process_events_are_counted_with_the_time_of_the_last) {
   const ModelHarness board("");
   board.write_file("board", "vboard board, format 1\n");
-  EXPECT_TRUE(has(board_page(board), "process events     no connector\n"));
+  EXPECT_FALSE(has(board_page(board), "process events"));
   board.write_file("netlink/connector", "events = e\n");
   EXPECT_TRUE(has(board_page(board), "process events     0 events\n"));
   board.write_file("media/e", "# comment\n0.5 fork 1 1 2 2\n1.25 exit 2 2\nno event\n");
@@ -241,14 +249,19 @@ TEST(DrawBoard, process_events_are_counted_with_the_time_of_the_last) {
 
 TEST(DrawBoard, a_folder_that_is_no_board) {
   ModelHarness board("");
-  drawn([&board](FILE *out) { EXPECT_EQ(draw_board(board.directory.c_str(), out), -ENOENT); });
+  drawn([&board](FILE *out) {
+    EXPECT_EQ(draw_board(board.directory.c_str(), nullptr, out), -ENOENT);
+  });
 }
 
 TEST(DrawNode, shows_settings_and_what_the_medium_holds) {
   const ModelHarness board("model = iccard\nmedium = card\n");
   board.write_file("media/card", "0123456789abcdef" + std::string(240, '\0'));
   const std::string page = node_page(board, "/dev/node");
-  EXPECT_TRUE(has(page, "model = iccard\n"));
+  EXPECT_TRUE(has(page,
+                  "* medium           card                 -            its file in media/ "
+                  "(- by default)\n"))
+      << page;
   EXPECT_TRUE(
       has(page, "0000  30 31 32 33 34 35 36 37 38 39 61 62 63 64 65 66  0123456789abcdef\n"))
       << page;
@@ -261,16 +274,22 @@ TEST(DrawNode, blocks_are_dumped_and_interfaces_shown) {
   EXPECT_TRUE(has(node_page(board, "/sys/x/nvmem"),
                   "00f0  00 00 00 00 00 00 00 00 00 00 07 00 00 00 00 00"));
   board.write_file("net/ppp0", "ipv4 = 10.64.0.2\n");
-  EXPECT_EQ(node_page(board, "net:ppp0"), "ipv4 = 10.64.0.2\n");
-  EXPECT_EQ(node_page(board, "net/ppp0"), "ipv4 = 10.64.0.2\n");
+  constexpr char kPage[] =
+      "  setting          value                default      meaning\n"
+      "* ipv4             10.64.0.2            -            its address; without one it has none "
+      "(- by default)\n"
+      "  index            -                    -            its number; by the order of names when "
+      "it is missing\n";
+  EXPECT_EQ(node_page(board, "net:ppp0"), kPage);
+  EXPECT_EQ(node_page(board, "net/ppp0"), kPage);
 }
 
 TEST(DrawNode, what_the_board_lacks) {
   ModelHarness board("");
   drawn([&board](FILE *out) {
-    EXPECT_EQ(draw_node(board.directory.c_str(), "/dev/none", out), -ENOENT);
-    EXPECT_EQ(draw_node(board.directory.c_str(), "../../etc/passwd", out), -ENOENT);
-    EXPECT_EQ(draw_node(board.directory.c_str(), "/", out), -ENOENT);
+    EXPECT_EQ(draw_node(board.directory.c_str(), nullptr, "/dev/none", out), -ENOENT);
+    EXPECT_EQ(draw_node(board.directory.c_str(), nullptr, "../../etc/passwd", out), -ENOENT);
+    EXPECT_EQ(draw_node(board.directory.c_str(), nullptr, "/", out), -ENOENT);
   });
 }
 
@@ -287,4 +306,108 @@ TEST(DrawPng, is_a_picture_of_displays_only) {
   EXPECT_EQ(write_png(board.directory.c_str(), "/dev/rtc0", file.c_str()), -ENOTSUP);
   EXPECT_EQ(write_png(board.directory.c_str(), "/dev/none", file.c_str()), -ENOENT);
   EXPECT_LT(write_png(board.directory.c_str(), "/dev/node", "/nowhere/x.png"), 0);
+}
+
+TEST(DrawSettings, marks_what_differs_and_what_makes_no_sense) {
+  const ModelHarness fresh("model = rtc\nrate = 1.0\nstopped = 1\n");
+  const ModelHarness board(
+      "# Mine.\nmodel = rtc\nrate = 1\nstopped = 0\ntime_valid = no\nstoped = 1\nset_to =\n");
+  const std::string page = drawn([&](FILE *out) {
+    EXPECT_EQ(draw_node(board.directory.c_str(), fresh.directory.c_str(), "/dev/node", out), 0);
+  });
+  const std::string lines[] = {
+      "# Mine.\n",
+      "  setting          value                default      meaning\n",
+      "  set_to           -                    -            what the clock was set to\n",
+      "  set_at           -                    -            the board's calendar time of that "
+      "moment\n",
+      "  rate             1                    1.0          seconds it counts in a second\n",
+      "* stopped          0                    0            1: it stands still (1 on a new "
+      "board)\n",
+      "! time_valid       no                   1            0: it lost its supply; reading is "
+      "EINVAL "
+      "until it is set (may be 0 or 1)\n",
+      "  model            rtc                  -            which model answers\n",
+      "  medium           -                    -            its file in media/\n",
+      "  medium_size      0                    0            bytes of a medium that is made because "
+      "it is missing\n",
+      "  number           0:0                  0:0          the device number that stat shows, "
+      "MAJOR:MINOR\n",
+      "  type             character            character    what stat shows it as\n",
+      "! stoped           1                    -            the device has no such setting\n",
+      "\nfollows the board's calendar\n",
+  };
+  std::string whole;
+  for (const std::string &line : lines)
+    whole += line;
+  EXPECT_EQ(page, whole);
+}
+
+TEST(DrawSettings, numbered_ones_are_those_that_either_board_has) {
+  const ModelHarness fresh("model = korcmem\nblock3 = isp 0 1\nalias3 = 7\n");
+  const ModelHarness board("model = korcmem\nblock3 = isp 0 1\nblock12 = more 1 1\nalias3 = 0x7\n");
+  const std::string page = drawn([&](FILE *out) {
+    EXPECT_EQ(draw_node(board.directory.c_str(), fresh.directory.c_str(), "/dev/node", out), 0);
+  });
+  EXPECT_TRUE(has(page, "\n  block3           isp 0 1              -            NAME BASE SIZE"))
+      << page;
+  EXPECT_TRUE(has(page, "\n* block12          more 1 1             -            NAME BASE SIZE"));
+  EXPECT_TRUE(has(page, "\n  alias3           0x7                  -            "));
+  EXPECT_TRUE(has(page, "\n  state#           -                    -            what was done"));
+  const std::string other = drawn([&](FILE *out) {
+    EXPECT_EQ(draw_node(fresh.directory.c_str(), board.directory.c_str(), "/dev/node", out), 0);
+  });
+  EXPECT_TRUE(has(other, "\n* block12          -                    -            ")) << other;
+  EXPECT_TRUE(has(other, "(more 1 1 on a new board)\n"));
+}
+
+TEST(DrawBoard, names_what_differs_from_a_new_board) {
+  const ModelHarness fresh("model = rtc\n");
+  fresh.write_file("net/ppp0", "ipv4 = 10.64.0.2\n");
+  fresh.write_file("dev/sda", "model = sata_disk\nstandby = 1\n");
+  const ModelHarness board("model = rtc\n");
+  board.write_file("board", "vboard board, format 1\n");
+  board.write_file("net/ppp0", "ipv4 = 10.64.0.2\n");
+  auto changes = [&] {
+    const std::string page = drawn([&](FILE *out) {
+      EXPECT_EQ(draw_board(board.directory.c_str(), fresh.directory.c_str(), out), 0);
+    });
+    return page.substr(page.find("changed"));
+  };
+  EXPECT_EQ(changes(), "changed            nothing\nfaults             none\n");
+  board.write_file("net/ppp0", "ipv4 = 10.64.0.3\n");
+  board.write_file("dev/node", "model = rtc\nstopped = maybe\nspeed = 1\n");
+  board.write_file("unpowered/dev/sda", "model = sata_disk\nstandby = 1\nautosave = 1\n");
+  board.write_file("dev/card", "model = iccard\ninverted = 1\n");
+  EXPECT_EQ(changes(),
+            "changed            /dev/card inverted = 1 (0 by default)\n"
+            "                   /dev/card model = iccard (- by default)\n"
+            "                   /dev/node stopped = maybe (counts as 0)\n"
+            "                   /dev/node speed = 1 (the device has no such setting)\n"
+            "                   /dev/sda autosave = 1 (0 on a new board)\n"
+            "                   net/ppp0 ipv4 = 10.64.0.3 (10.64.0.2 on a new board)\n"
+            "faults             none\n");
+}
+
+TEST(DrawBoard, a_bare_board_has_nothing_to_draw) {
+  const ModelHarness board("");
+  board.write_file("board", "vboard board, format 1\n");
+  board.write_file("net/.keep", "");
+  EXPECT_EQ(unlink((board.directory + "/dev/node").c_str()), 0);
+  EXPECT_EQ(board_page(board), board.directory +
+                                   ": vboard board, format 1\n"
+                                   "network            no interface\n"
+                                   "changed            nothing\n"
+                                   "faults             none\n");
+}
+
+TEST(DrawBoard, devices_that_are_switched_off_and_displays_by_any_name) {
+  const ModelHarness board("model = iccard\n");
+  board.write_file("board", "vboard board, format 1\n");
+  board.write_file("unpowered/dev/sda", "model = sata_disk\n");
+  board.write_file("dev/panel", "model = lcd\n");
+  const std::string page = board_page(board);
+  EXPECT_TRUE(has(page, "/dev/sda           switched off, no identity, SMART passed\n")) << page;
+  EXPECT_TRUE(has(page, "display off, backlight off, contrast 32")) << page;
+  EXPECT_TRUE(has(node_page(board, "/dev/sda"), "  standby          0 ")) << page;
 }

@@ -7,13 +7,16 @@
 
 namespace vboard {
 
-// One page of the whole board. 0, or a negated errno.
-int draw_board(const char *board, FILE *out);
+// `board_template` is that of a new board, whose settings those of the board are compared with;
+// with null they are compared with the models' defaults.
 
-// One device in full: a node ("/dev/lcd"), an attribute ("/sys/..."), an interface ("net/ppp0" or
-// "net:ppp0"), or another text of the board ("faults"). 0, or a negated errno: ENOENT when the
+// One page of the whole board: what it has, and what is not as on a new one. 0, or a negated errno.
+int draw_board(const char *board, const char *board_template, FILE *out);
+
+// One thing in full: a node ("/dev/lcd"), an interface ("net/ppp0" or "net:ppp0"), an attribute
+// ("/sys/..."), or another file of the board ("faults"). 0, or a negated errno: ENOENT when the
 // board lacks it.
-int draw_node(const char *board, const char *node, FILE *out);
+int draw_node(const char *board, const char *board_template, const char *node, FILE *out);
 
 }  // namespace vboard
 

@@ -5,6 +5,7 @@
 #include "vboard/board/board_files.h"
 #include "vboard/board/process_events.h"
 #include "vboard/launcher/draw_files.h"
+#include "vboard/launcher/draw_text.h"
 
 #include <string.h>
 
@@ -25,12 +26,6 @@ constexpr std::size_t kModelSize = 40;
 // LBA mid and high of SMART RETURN STATUS.
 constexpr std::int64_t kSmartPassed = 0xC24F;
 constexpr std::int64_t kSmartExceeded = 0x2CF4;
-
-void print(FILE *out, std::string_view text) {
-  // An empty text may have no place at all, which fwrite() does not take.
-  if (!text.empty())
-    fwrite(text.data(), 1, text.size(), out);
-}
 
 std::string_view numbered(const BoardNode &node, const char *word, int number) {
   FixedText<24> key;

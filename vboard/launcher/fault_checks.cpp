@@ -10,7 +10,6 @@ namespace vboard {
 
 namespace {
 
-constexpr std::string_view kUnpowered = "unpowered/";
 constexpr std::string_view kInterface = "net:";
 
 // A storage device that is switched off comes back under its own name.
@@ -29,8 +28,7 @@ bool board_has(const char *board, std::string_view name, BoardPath &out) {
 // A node as a fault names it: "/dev/lcd", "net:ppp0". Empty for what no fault can name.
 BoardPath fault_name(std::string_view name) {
   BoardPath out;
-  if (name.starts_with(kUnpowered))
-    name.remove_prefix(kUnpowered.size());
+  name = powered_name(name);
   if (name.starts_with("dev/"))
     append_text(out, "/", name);
   else if (name.starts_with("net/"))

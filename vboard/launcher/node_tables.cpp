@@ -29,8 +29,6 @@ constexpr Setting kClockSettings[] = {
      .least = INT64_MIN},
 };
 
-constexpr std::string_view kUnpowered = "unpowered/";
-
 void use_model(NodeTable &out, const Model *model) {
   out.model = model;
   if (model != nullptr)
@@ -57,8 +55,7 @@ void find_device_model(const char *file, const Node &node, NodeTable &out) {
 
 bool find_table(std::string_view name, const char *file, const Node &node, NodeTable &out) {
   out = {};
-  if (name.starts_with(kUnpowered))
-    name.remove_prefix(kUnpowered.size());
+  name = powered_name(name);
   if (name.starts_with("dev/"))
     find_device_model(file, node, out);
   else if (name.starts_with("net/"))

@@ -11,6 +11,12 @@
 
 namespace vboard {
 
+// The folder of storage devices that are switched off; they come back under their own names.
+inline constexpr std::string_view kUnpowered = "unpowered/";
+inline std::string_view powered_name(std::string_view name) {
+  return name.substr(name.starts_with(kUnpowered) ? kUnpowered.size() : 0);
+}
+
 struct NodeTable {
   const Model *model;  // null for a part, for the clock, and for a model that nobody knows
   std::span<const Setting> settings;

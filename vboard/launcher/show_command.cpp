@@ -15,7 +15,10 @@ namespace {
 
 constexpr char kUsage[] =
     "usage: vboard show DIR [NODE] [--png FILE]\n"
-    "Draws the board in the directory DIR, or one device of it such as /dev/lcd.\n"
+    "Draws the board in the directory DIR and tells what differs from a new one, or shows the\n"
+    "settings of one device of it, such as /dev/lcd, and what it looks like. A setting that "
+    "differs\n"
+    "from a new board's is marked *, one that makes no sense !.\n"
     "  --png FILE    writes the device's picture to FILE instead\n";
 
 }  // namespace
@@ -40,16 +43,19 @@ int show_command(int argc, char **argv) {
     return wrong_usage("show");
 
   char board[kFileName];
+  char board_template[kFileName];
   int result = open_board(words[0], board);
+  if (result == 0)
+    result = find_template(board_template);
   if (result != 0)
     return result;
   const char *node = words[1];
   if (node == nullptr) {
-    result = draw_board(board, stdout);
+    result = draw_board(board, board_template, stdout);
     return result < 0 ? fail("%s: %s", words[0], strerror(-result)) : 0;
   }
   if (png == nullptr) {
-    result = draw_node(board, node, stdout);
+    result = draw_node(board, board_template, node, stdout);
     return result == -ENOENT ? fail("%s: the board has no such node", node)
            : result < 0      ? fail("%s: %s", node, strerror(-result))
                              : 0;
