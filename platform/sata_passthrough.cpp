@@ -33,10 +33,14 @@ constexpr std::uint8_t kAbortedCommand = 0xB;
 std::uint8_t sense_key(const std::uint8_t *sense, unsigned int length) {
   if (length < 3)
     return 0;
-  const std::uint8_t code = sense[0] & 0x7F;
-  if (code == 0x72 || code == 0x73)
-    return sense[1] & 0x0F;
-  return code == 0x70 || code == 0x71 ? sense[2] & 0x0F : 0;
+  switch (sense[0] & 0x7E) {  // bit 0 says that an earlier command failed
+    case 0x70:
+      return sense[2] & 0x0F;
+    case 0x72:
+      return sense[1] & 0x0F;
+    default:
+      return 0;
+  }
 }
 
 // errno of a request that the kernel took; 0 for success.
