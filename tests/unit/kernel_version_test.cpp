@@ -171,6 +171,15 @@ TEST(OsRelease, only_a_pair_of_quotes_around_the_value_is_taken_off) {
   EXPECT_EQ(assignment("NAME=\"'a'\" \t\r\n", "NAME"), "'a'");
 }
 
+TEST(OsRelease, a_backslash_quotes_a_character_but_in_single_quotes_and_at_the_end) {
+  EXPECT_EQ(assignment("NAME=a\\ b\n", "NAME"), "a b");
+  EXPECT_EQ(assignment("NAME=a\\\\b\n", "NAME"), "a\\b");
+  EXPECT_EQ(assignment("NAME=\"a\\'b\"\n", "NAME"), "a'b");
+  EXPECT_EQ(assignment("NAME='a\\ \\b'\n", "NAME"), "a\\ \\b");
+  EXPECT_EQ(assignment("NAME=ab\\\n", "NAME"), "ab\\");
+  EXPECT_EQ(assignment("NAME=\"ab\\\"\n", "NAME"), "ab\\");
+}
+
 TEST(OsRelease, name_is_compared_exactly_and_the_last_assignment_counts) {
   const char *text = "MY_NAME=a\nNAME_X=b\n#NAME=c\nNAME=d\r\nNAME=e  \n";
   EXPECT_EQ(assignment(text, "NAME"), "e");
