@@ -29,7 +29,7 @@ int read_line(const char *path, char *text) {
     errno = ENOENT;
     return -1;
   }
-  memcpy(text, read, strlen(read) + 1);
+  strcpy(text, read);
   return 0;
 }
 
@@ -46,7 +46,7 @@ int read_assignment(const char *path, const char *name, char *text) {
     errno = ENOENT;
     return -1;
   }
-  memcpy(text, value, strlen(value) + 1);
+  strcpy(text, value);
   return 0;
 }
 
