@@ -143,6 +143,22 @@ def test_ver_reads_files_and_assignments_whose_names_have_high_bytes(board):
     assert (lines[1], lines[3]) == (b"first \x80\xa0\xff", b"Bench \x85\xfe")
 
 
+@pytest.mark.parametrize("blanks", [" ", "\t", " \t  "])
+def test_ver_reads_an_assignment_whatever_blanks_are_before_its_name(board, blanks):
+    with open(board.path("etc/benchrig/board.conf"), "a", encoding="utf-8") as file:
+        file.write(f"version.korbsp = /etc/os-release{blanks}VARIANT\n")
+    board.path("etc/os-release").write_text("NAME=x\nVARIANT=Bench\n", encoding="utf-8")
+    run = board.run("bt2", "bsp", "ver")
+    assert (run.status, run.stderr, run.stdout.splitlines()[3]) == (0, b"", b"Bench")
+
+
+@pytest.mark.parametrize("fault", ["absent", "read errno=EIO"])
+def test_a_kernel_whose_version_cannot_be_read_has_zeros(board, fault):
+    board.fault(f"/proc/version {fault}")
+    run = board.run("bt2", "bsp")
+    assert (run.status, run.stdout, run.stderr) == (0, b"bsp version:0.0.0 build 2000-0-0\n", b"")
+
+
 @pytest.mark.parametrize(
     "path, line",
     [
