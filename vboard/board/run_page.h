@@ -65,6 +65,8 @@ struct RunPage {
   SharedLock device_lock;
   std::atomic<std::uint32_t> changes;
   std::atomic<std::uint32_t> has_opened;
+  // A bit for each of the first faults of the command line: some process has met it.
+  std::atomic<std::uint64_t> faults_met;
   std::uint32_t signal_count;
   PlannedSignal signals[kMaxSignals];
 };

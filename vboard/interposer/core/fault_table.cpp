@@ -27,6 +27,7 @@ struct Table {
   Fault faults[kMostFaults];
   std::atomic<std::uint64_t> met[kMostFaults];
   std::size_t count;
+  std::size_t given;  // those of the command line, which come first
 };
 
 // The table that is in use and the one before it: a call may still hold a fault of that one.
@@ -91,6 +92,7 @@ void look_at_file() {
   next.count = 0;
   // Those of the command line come first: they are meant for this run in particular.
   add_faults(given_faults(), next);
+  next.given = next.count;
   load_file(path.c_str(), next);
   keep_counts(table_of(number), next);
   generation.store(number + 1, std::memory_order_release);
@@ -106,6 +108,12 @@ Table &all_faults() {
     unlock_board();
   }
   return table_of(generation.load(std::memory_order_acquire));
+}
+
+// For the launcher, which reports the faults of its command line that nobody has met.
+void note_met(const Table &table, std::size_t index) {
+  if (index < table.given && index < 64)
+    run_page().faults_met.fetch_or(std::uint64_t{1} << index, std::memory_order_relaxed);
 }
 
 bool names_node(const Fault &fault, NodeNames names) {
@@ -134,8 +142,10 @@ bool is_absent(NodeNames names) {
   for (std::size_t i = 0; i < table.count; ++i) {
     const Fault &fault = table.faults[i];
     if (fault.effect == FaultEffect::kAbsent && names_node(fault, names) &&
-        fault_is_due(fault, 1, current_time()))
+        fault_is_due(fault, 1, current_time())) {
+      note_met(table, i);
       return true;
+    }
   }
   return false;
 }
@@ -149,8 +159,10 @@ const Fault *meet_fault(NodeNames names, const char *call, const char *request,
     if (!fault_names_call(fault, call, request, number) || !names_node(fault, names))
       continue;
     const std::uint64_t nth = table.met[i].fetch_add(1, std::memory_order_relaxed) + 1;
-    if (first == nullptr && fault_is_due(fault, nth, current_time()))
+    if (first == nullptr && fault_is_due(fault, nth, current_time())) {
+      note_met(table, i);
       first = &fault;
+    }
   }
   return first;
 }
