@@ -588,6 +588,10 @@ MODELS = "gyro iccard interface korstorage korcmem lcd mtd phys_mem connector rt
         ),
         (["netlink/connector", "denid", "1"], 'no setting "denid"; perhaps: denied'),
         (["firmware/cpld", "speed", "1"], 'no setting "speed"; there is: medium size fails'),
+        (
+            ["firmware/cpld", "size", "-1"],
+            'size: "-1" is not allowed; it may be a number of at least 0',
+        ),
         (["etc/fw_env.config", "a", "b"], "is no node, and has no settings"),
     ],
 )
@@ -609,6 +613,7 @@ def test_set_refuses_what_the_device_does_not_take(vboard, tmp_path, words, reas
         ["/dev/watchdog", "options", "0x8180"],
         ["/dev/korcmem", "block63", "video 0x18000000 0x00400000"],
         ["firmware/cpld", "fails", "programming:timeout"],
+        ["firmware/cpld", "fails", "programming:something-else"],
         ["net:eth0", "index", "2147483647"],
         ["netlink/connector", "denied", "1"],
     ],

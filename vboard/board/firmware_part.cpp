@@ -6,7 +6,6 @@ namespace {
 
 using enum SettingKind;
 
-// The errors of the kernel's class, in each of the phases in which an upload may fail.
 constexpr Setting kSettings[] = {
     {.key = "medium",
      .kind = kMedium,
