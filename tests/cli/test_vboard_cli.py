@@ -536,6 +536,8 @@ MODELS = "gyro iccard interface korstorage korcmem lcd mtd phys_mem connector rt
     "words, reason",
     [
         (["/dev/rtc0", "stoped", "1"], 'no setting "stoped"; perhaps: stopped'),
+        (["/dev/rtc0", "stppd", "1"], 'no setting "stppd"; perhaps: stopped'),  # two letters
+        (["/dev/rtc0", "rtae", "1"], 'no setting "rtae"; perhaps: rate'),  # in the wrong order
         (["/dev/rtc0", "time", "1"], 'no setting "time"; perhaps: time_valid'),
         (
             ["/dev/rtc0", "colour", "red"],
@@ -842,6 +844,15 @@ def test_fault_add_takes_what_may_show(vboard, tmp_path, line):
     vboard("new", "board")
     assert vboard("fault", "board", "add", *line.split()) == (0, b"", b"")
     assert (tmp_path / "board/faults").read_text().endswith(f"\n{line}\n")
+
+
+def test_fault_add_tells_the_pc_s_devices_from_the_board_s(vboard):
+    assert os.path.exists("/dev/ptmx")
+    vboard("new", "board")
+    assert vboard("fault", "board", "add", "/dev/null", "open", "errno=EIO") == (0, b"", b"")
+    assert refusal(vboard("fault", "board", "add", "/dev/ptmx", "absent")).startswith(
+        "fault:1: the board has no /dev/ptmx; "
+    )
 
 
 def test_fault_add_takes_a_device_that_is_switched_off(vboard):

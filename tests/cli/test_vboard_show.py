@@ -293,6 +293,8 @@ def test_show_finds_a_device_that_is_switched_off(board, build):
     page = show(build, board.directory)[1]
     assert b"\n/dev/sda           switched off, QX-SSD 128GB" in page
     assert changed(build, board) == ["nothing"]
+    board.set("/dev/sda", "standby", "1")
+    assert changed(build, board) == ["/dev/sda standby = 1 (0 on a new board)"]
 
 
 def test_show_of_a_bare_board(build, tmp_path):
