@@ -109,7 +109,8 @@ const Motion &motion_at(OpenFile &file, BoardTime since_open) {
   GyroState &state = state_of<GyroState>(file);
   const double seconds = static_cast<double>(since_open) / static_cast<double>(kSecond);
   const std::string_view timeline = load_medium(file, kLongestTimeline);
-  std::string_view rest = timeline.substr(std::min<std::size_t>(state.read, timeline.size()));
+  std::string_view rest =
+      timeline.substr(std::min(static_cast<std::size_t>(state.read), timeline.size()));
   Motion upcoming;
   int bad_lines = 0;
   while (next_motion(rest, upcoming, bad_lines) && upcoming.seconds <= seconds) {

@@ -277,7 +277,8 @@ int read_event(OpenFile &file, StorTraceEvent &out) {
   const std::string_view timeline = load_medium(file, kLongestTimeline);
   out = {};
   out.handle = kHandle;
-  std::string_view rest = timeline.substr(std::min<std::size_t>(state.next, timeline.size()));
+  std::string_view rest =
+      timeline.substr(std::min(static_cast<std::size_t>(state.next), timeline.size()));
   std::string_view line;
   while (take_line(rest, line)) {
     std::int64_t due = 0;

@@ -42,8 +42,8 @@ struct ConnectorState {
 // The next event, and what the time line has behind it; false at its end.
 bool find_next(OpenFile &file, ProcessEventLine &out, std::uint64_t &behind) {
   const std::string_view timeline = load_medium(file, kLongestTimeline);
-  std::string_view rest =
-      timeline.substr(std::min<std::size_t>(state_of<ConnectorState>(file).read, timeline.size()));
+  const std::size_t read = static_cast<std::size_t>(state_of<ConnectorState>(file).read);
+  std::string_view rest = timeline.substr(std::min(read, timeline.size()));
   const bool found = next_process_event(rest, out);
   behind = timeline.size() - rest.size();
   return found;

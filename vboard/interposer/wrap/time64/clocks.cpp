@@ -2,11 +2,12 @@
 // __timespec_get64 __clock_settime64 __settimeofday64 __adjtime64 ___adjtimex64 __clock_adjtime64
 // __setitimer64 __getitimer64 __timer_settime64 __timer_gettime64.
 
+#include "vboard/interposer/wrap/time64/time64.h"
+
 #include "vboard/interposer/core/engine.h"
 #include "vboard/base/calendar.h"
 #include "vboard/interposer/core/report.h"
 #include "vboard/interposer/wrap/clocks.h"
-#include "vboard/interposer/wrap/time64/time64.h"
 
 #include <signal.h>
 #include <sys/timex.h>
