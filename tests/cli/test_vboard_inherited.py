@@ -25,7 +25,9 @@ def test_an_attribute_is_written_through_its_own_rule_and_its_wires(board):
 
 
 def test_a_device_that_is_read_by_redirection_gives_its_samples(board):
-    result = shell(board, "head -c 28 < /dev/gyro | od -An -v -tx1 | tr -d ' \\n' | head -c 24", speed="max")
+    result = shell(
+        board, "head -c 28 < /dev/gyro | od -An -v -tx1 | tr -d ' \\n' | head -c 24", speed="max"
+    )
     assert result.stdout == b"000000000940" + b"0" * 12  # at rest: 1 g
 
 
@@ -228,3 +230,23 @@ def test_a_close_beside_an_exec_does_not_count_as_the_last(board, repeat):
     script = "exec 3> /dev/watchdog; printf V >&3; sleep 4 & exec 3>&-; wait"
     run = shell(board, script, speed="max")
     assert (run.status, run.stderr) == (80, b"board reset\n")
+
+
+def test_a_claim_is_made_again_when_exec_has_closed_its_descriptor(board):
+    # Opened to be closed by exec(), which a duplicate survives: the device is still in use.
+    script = """
+import os
+fd = os.open("/dev/rtc0", os.O_RDONLY)
+os.dup2(fd, 9)
+if os.fork() == 0:
+    os.execv("/bin/sleep", ["sleep", "0.5"])
+os.close(fd)
+os.close(9)
+os.system("sleep 0.1; cat < /dev/rtc0")
+os.wait()
+os.close(os.open("/dev/rtc0", os.O_RDONLY))
+print("free")
+"""
+    run = board.run_command([sys.executable, "-S", "-c", script], speed="1")
+    assert (run.status, run.stdout) == (0, b"free\n")
+    assert b"busy" in run.stderr.lower()

@@ -2,7 +2,6 @@
 
 #ifndef VBOARD_BOARD_ATTRIBUTE_FAMILIES_H
 #define VBOARD_BOARD_ATTRIBUTE_FAMILIES_H
-
 #include "vboard/board/attributes.h"
 #include "vboard/board/board_files.h"
 

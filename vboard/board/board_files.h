@@ -12,7 +12,6 @@
 
 #ifndef VBOARD_BOARD_BOARD_FILES_H
 #define VBOARD_BOARD_BOARD_FILES_H
-
 #include "vboard/base/kernel.h"
 #include "vboard/base/text.h"
 #include "vboard/board/board_paths.h"

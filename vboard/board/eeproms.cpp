@@ -1,7 +1,8 @@
 // Memory whose bytes keep their places: the nvmem class and the EEPROMs of I2C devices. Each is
 // reached through its bus, and through the directory of the device itself.
-#include "vboard/board/attribute_families.h"
+
 #include "vboard/base/kernel.h"
+#include "vboard/board/attribute_families.h"
 #include "vboard/board/file_updates.h"
 
 #include <errno.h>

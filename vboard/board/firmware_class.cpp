@@ -3,9 +3,10 @@
 //   medium   where the image ends up: media/MEDIUM
 //   size     bytes that the part holds; a longer image is refused
 //   fails    what goes wrong, in the class's words: transferring:hw-error, programming:timeout
-#include "vboard/board/attribute_families.h"
+
 #include "vboard/base/kernel.h"
 #include "vboard/base/text.h"
+#include "vboard/board/attribute_families.h"
 #include "vboard/board/file_updates.h"
 #include "vboard/board/node.h"
 

@@ -3,7 +3,6 @@
 
 #ifndef VBOARD_BOARD_FIRMWARE_PART_H
 #define VBOARD_BOARD_FIRMWARE_PART_H
-
 #include "vboard/board/settings.h"
 
 #include <span>

@@ -3,7 +3,6 @@
 
 #ifndef VBOARD_BOARD_LCD_CONTROLLER_H
 #define VBOARD_BOARD_LCD_CONTROLLER_H
-
 #include "vboard/board/node.h"
 #include "vboard/board/settings.h"
 

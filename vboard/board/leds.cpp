@@ -1,6 +1,7 @@
 // Brightness, /sys/class/leds/*/brightness.
-#include "vboard/board/attribute_families.h"
+
 #include "vboard/base/text.h"
+#include "vboard/board/attribute_families.h"
 
 #include <errno.h>
 

@@ -5,9 +5,8 @@
 //   auto_online_blocks   online: a block that is made this way begins online, else offline
 //   memoryN/state        online, offline; online_movable and online_kernel may be written as well
 
-#include "vboard/board/attribute_families.h"
-
 #include "vboard/base/text.h"
+#include "vboard/board/attribute_families.h"
 
 #include <errno.h>
 #include <stdio.h>

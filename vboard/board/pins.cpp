@@ -1,6 +1,7 @@
 // The values of pins, /sys/class/gpio/*/value.
-#include "vboard/board/attribute_families.h"
+
 #include "vboard/base/text.h"
+#include "vboard/board/attribute_families.h"
 
 #include <errno.h>
 

@@ -5,9 +5,9 @@
 // "unpowered" of the board directory under the same names until the switch is on again. Only the
 // files that the board has move, so that a card may do without a node in /dev.
 
-#include "vboard/board/attribute_families.h"
 #include "vboard/base/kernel.h"
 #include "vboard/base/text.h"
+#include "vboard/board/attribute_families.h"
 
 #include <errno.h>
 

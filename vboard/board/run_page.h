@@ -3,7 +3,6 @@
 
 #ifndef VBOARD_BOARD_RUN_PAGE_H
 #define VBOARD_BOARD_RUN_PAGE_H
-
 #include "vboard/board/story_record.h"
 
 #include <atomic>
@@ -20,8 +19,8 @@ inline constexpr char kTraceVariable[] = "VBOARD_TRACE";        // the trace fil
 inline constexpr char kFaultsVariable[] = "VBOARD_FAULTS";      // more fault lines
 inline constexpr char kWorkVariable[] = "VBOARD_WORK";  // the directory that the run began in
 
-// From a program to the one that takes its place by exec(): "PID FILE:GENERATION ...", the shared files
-// that the process has open.
+// From a program to the one that takes its place by exec(): "PID FILE:GENERATION ...", the shared
+// files that the process has open.
 inline constexpr char kOpenVariable[] = "VBOARD_OPEN";
 
 inline constexpr std::uint32_t kRunMagic = 0x76627231;
@@ -82,7 +81,8 @@ struct SocketKind {
 
 // One open file of the board, as every process that has inherited it sees it.
 struct SharedFile {
-  std::uint32_t used;
+  enum : std::uint32_t { kFree, kOpen, kClosed };
+  std::uint32_t use;         // kClosed: the last process still has calls under way
   std::uint32_t generation;  // a later file in the same place has another one
   std::int32_t processes;    // that have a descriptor of it
   std::uint32_t kind;
@@ -90,8 +90,8 @@ struct SharedFile {
   std::int32_t claim;  // the descriptor that keeps others away from the device, 0 without
   std::int64_t opened_at;
   std::int64_t position;  // of what has one
-  std::uint64_t seen;  // of an attribute: a hash of the text that was read last
-  char asked[256];     // its name on the board, as the program gave it and without links
+  std::uint64_t seen;     // of an attribute: a hash of the text that was read last
+  char asked[256];        // its name on the board, as the program gave it and without links
   char real[256];
   char model[64];
   SocketKind socket;  // of a socket

@@ -3,7 +3,6 @@
 
 #ifndef VBOARD_BOARD_SETTINGS_H
 #define VBOARD_BOARD_SETTINGS_H
-
 #include "vboard/base/text.h"
 #include "vboard/board/node.h"
 

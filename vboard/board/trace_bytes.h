@@ -3,7 +3,6 @@
 
 #ifndef VBOARD_BOARD_TRACE_BYTES_H
 #define VBOARD_BOARD_TRACE_BYTES_H
-
 #include "vboard/base/text.h"
 
 #include <cstddef>

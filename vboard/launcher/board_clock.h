@@ -6,7 +6,6 @@
 
 #ifndef VBOARD_LAUNCHER_BOARD_CLOCK_H
 #define VBOARD_LAUNCHER_BOARD_CLOCK_H
-
 #include "vboard/board/run_page.h"
 
 #include <cstdint>

@@ -2,7 +2,6 @@
 
 #ifndef VBOARD_LAUNCHER_BOARDS_H
 #define VBOARD_LAUNCHER_BOARDS_H
-
 #include "vboard/board/board_files.h"
 
 #include <cstddef>

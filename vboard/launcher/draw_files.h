@@ -2,7 +2,6 @@
 
 #ifndef VBOARD_LAUNCHER_DRAW_FILES_H
 #define VBOARD_LAUNCHER_DRAW_FILES_H
-
 #include "vboard/board/node.h"
 
 #include <dirent.h>

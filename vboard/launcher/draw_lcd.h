@@ -2,7 +2,6 @@
 
 #ifndef VBOARD_LAUNCHER_DRAW_LCD_H
 #define VBOARD_LAUNCHER_DRAW_LCD_H
-
 #include "vboard/board/lcd_controller.h"
 #include "vboard/launcher/node_tables.h"
 

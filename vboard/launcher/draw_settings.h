@@ -2,7 +2,6 @@
 
 #ifndef VBOARD_LAUNCHER_DRAW_SETTINGS_H
 #define VBOARD_LAUNCHER_DRAW_SETTINGS_H
-
 #include "vboard/launcher/node_tables.h"
 
 #include <stdio.h>

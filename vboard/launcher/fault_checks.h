@@ -2,7 +2,6 @@
 
 #ifndef VBOARD_LAUNCHER_FAULT_CHECKS_H
 #define VBOARD_LAUNCHER_FAULT_CHECKS_H
-
 #include "vboard/board/faults.h"
 #include "vboard/launcher/suggestions.h"
 

@@ -2,7 +2,6 @@
 
 #ifndef VBOARD_LAUNCHER_MODEL_LIBRARY_H
 #define VBOARD_LAUNCHER_MODEL_LIBRARY_H
-
 #include "vboard/base/text.h"
 #include "vboard/interposer/models/model.h"
 

@@ -2,7 +2,6 @@
 
 #ifndef VBOARD_LAUNCHER_NODE_TABLES_H
 #define VBOARD_LAUNCHER_NODE_TABLES_H
-
 #include "vboard/board/board_files.h"
 #include "vboard/interposer/models/model.h"
 

@@ -2,7 +2,6 @@
 
 #ifndef VBOARD_LAUNCHER_PROGRAM_H
 #define VBOARD_LAUNCHER_PROGRAM_H
-
 #include "vboard/launcher/boards.h"
 #include "vboard/launcher/run_options.h"
 

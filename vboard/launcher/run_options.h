@@ -2,7 +2,6 @@
 
 #ifndef VBOARD_LAUNCHER_RUN_OPTIONS_H
 #define VBOARD_LAUNCHER_RUN_OPTIONS_H
-
 #include "vboard/board/run_page.h"
 
 #include <cstdint>

@@ -2,7 +2,6 @@
 
 #ifndef VBOARD_LAUNCHER_SETTING_CHECKS_H
 #define VBOARD_LAUNCHER_SETTING_CHECKS_H
-
 #include "vboard/launcher/node_tables.h"
 #include "vboard/launcher/suggestions.h"
 

@@ -16,7 +16,6 @@
 
 #ifndef VBOARD_LAUNCHER_STORY_H
 #define VBOARD_LAUNCHER_STORY_H
-
 #include "vboard/board/run_page.h"
 
 #include <poll.h>

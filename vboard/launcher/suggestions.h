@@ -2,7 +2,6 @@
 
 #ifndef VBOARD_LAUNCHER_SUGGESTIONS_H
 #define VBOARD_LAUNCHER_SUGGESTIONS_H
-
 #include "vboard/base/text.h"
 
 #include <string_view>

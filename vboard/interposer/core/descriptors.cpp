@@ -1,10 +1,10 @@
-#include "vboard/interposer/core/engine.h"
 #include "vboard/interposer/core/descriptors.h"
 
 #include "vboard/base/kernel.h"
 #include "vboard/base/text.h"
 #include "vboard/board/board_files.h"
 #include "vboard/interposer/core/device_lock.h"
+#include "vboard/interposer/core/engine.h"
 #include "vboard/interposer/core/host.h"
 #include "vboard/interposer/core/opening.h"
 #include "vboard/interposer/core/shared_files.h"
@@ -105,9 +105,9 @@ void close_own(Description &description) {
     remove_own_descriptor(file.medium);
     sys_close(file.medium);
   }
-  if (description.shared != nullptr && description.shared->claim > 0) {
-    remove_own_descriptor(description.shared->claim);
-    sys_close(description.shared->claim);
+  if (description.claim > 0) {
+    remove_own_descriptor(description.claim);
+    sys_close(description.claim);
   }
 }
 
@@ -118,7 +118,8 @@ void leave(Description &description) {
   const DeviceLock lock;
   description.has_left = true;
   OpenFile &file = description.file;
-  if (description.shared->processes == 1 && file.model != nullptr && file.model->close != nullptr)
+  if (leave_shared_file(*description.shared) && file.model != nullptr &&
+      file.model->close != nullptr)
     file.model->close(file);
 }
 
@@ -128,8 +129,14 @@ void free_description(Description *description) {
   for (std::size_t i = 0; i < description->layer_count; ++i)
     REAL(closedir)(description->layers[i]);
   close_own(*description);
-  if (description->shared != nullptr)
-    leave_shared_file(*description->shared);
+  if (SharedFile *shared = description->shared) {
+    const DeviceLock lock;
+    // One that has not come to be a descriptor was never closed.
+    const bool was_last =
+        description->has_left ? shared->processes == 0 : leave_shared_file(*shared);
+    if (was_last)
+      free_shared_file(*shared);
+  }
   free(description);
 }
 
@@ -266,8 +273,10 @@ Description *inherit(SharedFile &shared, bool is_counted) {
   file.medium = -1;
   if (!is_counted)
     ++shared.processes;
-  if (reopen(*description) >= 0)
+  if (reopen(*description) >= 0) {
+    keep_claim(*description);
     return description;
+  }
   free_description(description);
   return nullptr;
 }
@@ -388,10 +397,11 @@ void share_with_child() {
 void close_all() {
   lock_board();
   each_shared([](Description &description) {
-    leave(description);
     const DeviceLock lock;
-    --description.shared->processes;
+    leave(description);
     // What other threads still do ends with the process: the description itself stays.
+    if (description.shared->processes == 0)
+      free_shared_file(*description.shared);
   });
   unlock_board();
 }

@@ -3,7 +3,6 @@
 
 #ifndef VBOARD_INTERPOSER_CORE_DESCRIPTORS_H
 #define VBOARD_INTERPOSER_CORE_DESCRIPTORS_H
-
 #include "vboard/base/text.h"
 #include "vboard/board/run_page.h"
 #include "vboard/interposer/core/fault_table.h"
@@ -36,6 +35,7 @@ struct Description {
   // What other processes see of it; null of files, directories and the kernel's sockets, which are
   // the kernel's own descriptors.
   SharedFile *shared;
+  int claim;  // the descriptor that keeps others away from the device, 0 without
   int descriptors;
   int users;  // descriptors and calls under way
   char asked[256];

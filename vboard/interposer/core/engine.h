@@ -9,11 +9,10 @@
 
 #ifndef VBOARD_INTERPOSER_CORE_ENGINE_H
 #define VBOARD_INTERPOSER_CORE_ENGINE_H
-
 #include "vboard/base/calendar.h"
 #include "vboard/interposer/core/descriptors.h"
-#include "vboard/interposer/models/model.h"
 #include "vboard/interposer/core/state.h"
+#include "vboard/interposer/models/model.h"
 
 #include <poll.h>
 #include <pthread.h>

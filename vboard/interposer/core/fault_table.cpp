@@ -1,9 +1,9 @@
-#include "vboard/interposer/core/engine.h"
 #include "vboard/interposer/core/fault_table.h"
 
 #include "vboard/base/kernel.h"
 #include "vboard/base/text.h"
 #include "vboard/board/board_files.h"
+#include "vboard/interposer/core/engine.h"
 #include "vboard/interposer/core/state.h"
 #include "vboard/interposer/models/model.h"
 

@@ -2,7 +2,6 @@
 
 #ifndef VBOARD_INTERPOSER_CORE_FAULT_TABLE_H
 #define VBOARD_INTERPOSER_CORE_FAULT_TABLE_H
-
 #include "vboard/board/faults.h"
 
 #include <cstdint>

@@ -144,7 +144,7 @@ std::int64_t place_of(std::string_view name) {
 
 // The lock goes with the open file, through fork() and exec(), however the processes end.
 int claim(OpenFile &file) {
-  const Description &description = description_of(file);
+  Description &description = description_of(file);
   const int fd = open_board_mark(file.flags & O_CLOEXEC);
   if (fd < 0)
     return fd;
@@ -153,8 +153,9 @@ int claim(OpenFile &file) {
     return -EBUSY;
   }
   // The low numbers are the program's: it sees the one that a board would give it.
-  description.shared->claim = sys_move_high(fd, kOwnDescriptors, (file.flags & O_CLOEXEC) != 0);
-  add_own_descriptor(description.shared->claim);
+  description.claim = sys_move_high(fd, kOwnDescriptors, (file.flags & O_CLOEXEC) != 0);
+  description.shared->claim = description.claim;
+  add_own_descriptor(description.claim);
   return 0;
 }
 
@@ -229,6 +230,27 @@ constexpr Host kInterposer = {
 
 void start_host() {
   host = &kInterposer;
+}
+
+void keep_claim(Description &description) {
+  const int claim_before = description.shared->claim;
+  if (claim_before <= 0)
+    return;
+  FileStatus held = {};
+  FileStatus mark = {};
+  const int fd = open_board_mark(0);
+  const bool is_here = !is_own_descriptor(claim_before) && sys_fstat(claim_before, held) == 0 &&
+                       fd >= 0 && sys_fstat(fd, mark) == 0 && held.inode == mark.inode &&
+                       held.filesystem == mark.filesystem;
+  if (fd >= 0)
+    sys_close(fd);
+  if (!is_here) {
+    // exec() has closed it, although it has left the device: the program has made that so.
+    claim(description.file);
+    return;
+  }
+  description.claim = claim_before;
+  add_own_descriptor(claim_before);
 }
 
 void look_at_node(Description &description) {

@@ -3,7 +3,6 @@
 
 #ifndef VBOARD_INTERPOSER_CORE_JUMPING_H
 #define VBOARD_INTERPOSER_CORE_JUMPING_H
-
 #include "vboard/interposer/core/engine.h"
 
 namespace vboard {

@@ -2,7 +2,6 @@
 
 #ifndef VBOARD_INTERPOSER_CORE_MODEL_LIBRARIES_H
 #define VBOARD_INTERPOSER_CORE_MODEL_LIBRARIES_H
-
 #include "vboard/interposer/models/model.h"
 
 #include <string_view>

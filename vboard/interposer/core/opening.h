@@ -3,7 +3,6 @@
 
 #ifndef VBOARD_INTERPOSER_CORE_OPENING_H
 #define VBOARD_INTERPOSER_CORE_OPENING_H
-
 #include "vboard/board/run_page.h"
 #include "vboard/interposer/core/paths.h"
 #include "vboard/interposer/core/report.h"

@@ -2,9 +2,8 @@
 
 #ifndef VBOARD_INTERPOSER_CORE_PATHS_H
 #define VBOARD_INTERPOSER_CORE_PATHS_H
-
-#include "vboard/board/board_paths.h"
 #include "vboard/base/kernel.h"
+#include "vboard/board/board_paths.h"
 
 #include <cstdint>
 #include <string_view>

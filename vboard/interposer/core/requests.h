@@ -2,7 +2,6 @@
 
 #ifndef VBOARD_INTERPOSER_CORE_REQUESTS_H
 #define VBOARD_INTERPOSER_CORE_REQUESTS_H
-
 #include "vboard/interposer/core/descriptors.h"
 
 #include <cstdint>

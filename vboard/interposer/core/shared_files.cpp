@@ -19,7 +19,8 @@ constexpr std::string_view kName = "vboard:";
 
 // Whether nobody has it any more: free, or left behind by a process that was killed or replaced.
 bool is_free(const SharedFile &shared) {
-  return shared.used == 0 || shared.processes <= 0;
+  return shared.use == SharedFile::kFree ||
+         (shared.use == SharedFile::kOpen && shared.processes <= 0);
 }
 
 }  // namespace
@@ -28,8 +29,10 @@ SharedFile *new_shared_file() {
   RunFile *run = run_file();
   if (run == nullptr) {
     SharedFile *own = static_cast<SharedFile *>(calloc(1, sizeof(SharedFile)));
-    if (own != nullptr)
+    if (own != nullptr) {
+      own->use = SharedFile::kOpen;
       own->processes = 1;
+    }
     return own;
   }
   const DeviceLock lock;
@@ -38,7 +41,7 @@ SharedFile *new_shared_file() {
       continue;
     const std::uint32_t generation = shared.generation + 1;
     memset(&shared, 0, sizeof shared);
-    shared.used = 1;
+    shared.use = SharedFile::kOpen;
     shared.generation = generation;
     shared.processes = 1;
     return &shared;
@@ -47,14 +50,17 @@ SharedFile *new_shared_file() {
 }
 
 bool leave_shared_file(SharedFile &shared) {
-  const DeviceLock lock;
   if (--shared.processes > 0)
     return false;
+  shared.use = SharedFile::kClosed;
+  return true;
+}
+
+void free_shared_file(SharedFile &shared) {
   if (run_file() == nullptr)
     free(&shared);
-  else
-    shared.used = 0;
-  return true;
+  else if (shared.use == SharedFile::kClosed)
+    shared.use = SharedFile::kFree;
 }
 
 void append_shared_name(TextBuffer &out, const SharedFile &shared) {
@@ -76,7 +82,7 @@ SharedFile *find_shared_file(std::string_view name) {
       index >= static_cast<std::int64_t>(kSharedFiles))
     return nullptr;
   SharedFile &shared = run->files[index];
-  return shared.used != 0 && shared.generation == generation ? &shared : nullptr;
+  return shared.use == SharedFile::kOpen && shared.generation == generation ? &shared : nullptr;
 }
 
 int open_stand_in(const SharedFile &shared, int flags) {

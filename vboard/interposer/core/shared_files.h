@@ -7,7 +7,6 @@
 
 #ifndef VBOARD_INTERPOSER_CORE_SHARED_FILES_H
 #define VBOARD_INTERPOSER_CORE_SHARED_FILES_H
-
 #include "vboard/base/text.h"
 #include "vboard/board/run_page.h"
 
@@ -17,8 +16,10 @@ namespace vboard {
 
 // A zeroed shared file, held by this process; null when the run has no room for another one.
 SharedFile *new_shared_file();
-// True for the last process that had it; the shared file must not be used any more.
+// Under the device lock: this process gives it up. True for the last one that had it.
 bool leave_shared_file(SharedFile &shared);
+// After the last process has left: the shared file is not used any more.
+void free_shared_file(SharedFile &shared);
 
 // Its name, "12:3", and the shared file of a name; null when that one is not open any more.
 void append_shared_name(TextBuffer &out, const SharedFile &shared);

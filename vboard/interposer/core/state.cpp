@@ -2,10 +2,10 @@
 
 #include "vboard/base/kernel.h"
 #include "vboard/board/board_files.h"
-#include "vboard/interposer/core/paths.h"
 #include "vboard/interposer/core/children.h"
 #include "vboard/interposer/core/descriptors.h"
 #include "vboard/interposer/core/host.h"
+#include "vboard/interposer/core/paths.h"
 #include "vboard/interposer/core/story.h"
 #include "vboard/interposer/core/trace.h"
 

@@ -2,7 +2,6 @@
 
 #ifndef VBOARD_INTERPOSER_CORE_STATE_H
 #define VBOARD_INTERPOSER_CORE_STATE_H
-
 #include "vboard/board/run_page.h"
 
 #include <atomic>

@@ -2,7 +2,6 @@
 
 #ifndef VBOARD_INTERPOSER_CORE_TIMERS_H
 #define VBOARD_INTERPOSER_CORE_TIMERS_H
-
 #include "vboard/interposer/models/model.h"
 
 #include <signal.h>

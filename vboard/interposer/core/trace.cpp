@@ -1,8 +1,8 @@
-#include "vboard/interposer/core/engine.h"
 #include "vboard/interposer/core/trace.h"
 
 #include "vboard/base/kernel.h"
 #include "vboard/board/trace_bytes.h"
+#include "vboard/interposer/core/engine.h"
 #include "vboard/interposer/core/state.h"
 #include "vboard/interposer/core/story.h"
 #include "vboard/interposer/models/model.h"

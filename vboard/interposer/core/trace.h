@@ -3,7 +3,6 @@
 
 #ifndef VBOARD_INTERPOSER_CORE_TRACE_H
 #define VBOARD_INTERPOSER_CORE_TRACE_H
-
 #include "vboard/base/text.h"
 
 #include <cstddef>

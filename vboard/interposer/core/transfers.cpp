@@ -7,7 +7,6 @@
 #include "vboard/interposer/core/engine.h"
 #include "vboard/interposer/core/host.h"
 #include "vboard/interposer/core/opening.h"
-#include "vboard/interposer/core/opening.h"
 #include "vboard/interposer/core/state.h"
 #include "vboard/interposer/core/trace.h"
 #include "vboard/interposer/models/model.h"

@@ -3,7 +3,6 @@
 
 #ifndef VBOARD_INTERPOSER_CORE_TRANSFERS_H
 #define VBOARD_INTERPOSER_CORE_TRANSFERS_H
-
 #include "vboard/interposer/core/descriptors.h"
 
 #include <sys/types.h>

@@ -6,7 +6,6 @@
 
 #ifndef VBOARD_INTERPOSER_MODELS_HOST_H
 #define VBOARD_INTERPOSER_MODELS_HOST_H
-
 #include "vboard/interposer/models/model.h"
 
 #include <stdio.h>

@@ -12,7 +12,6 @@
 
 #ifndef VBOARD_INTERPOSER_MODELS_MODEL_H
 #define VBOARD_INTERPOSER_MODELS_MODEL_H
-
 #include "vboard/board/node.h"
 #include "vboard/board/settings.h"
 

@@ -2,7 +2,6 @@
 
 #ifndef VBOARD_INTERPOSER_MODELS_MODELS_H
 #define VBOARD_INTERPOSER_MODELS_MODELS_H
-
 #include "vboard/interposer/models/model.h"
 
 #include <span>

@@ -3,7 +3,6 @@
 
 #ifndef VBOARD_BOARD_SATA_DRIVE_H
 #define VBOARD_BOARD_SATA_DRIVE_H
-
 #include "vboard/interposer/models/model.h"
 
 #include <cstddef>

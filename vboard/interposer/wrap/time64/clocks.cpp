@@ -4,8 +4,8 @@
 
 #include "vboard/interposer/wrap/time64/time64.h"
 
-#include "vboard/interposer/core/engine.h"
 #include "vboard/base/calendar.h"
+#include "vboard/interposer/core/engine.h"
 #include "vboard/interposer/core/report.h"
 #include "vboard/interposer/wrap/clocks.h"
 

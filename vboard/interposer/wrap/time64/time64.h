@@ -6,10 +6,9 @@
 #define VBOARD_INTERPOSER_WRAP_TIME64_TIME64_H
 
 #define _TIME_BITS 64
-
-#include "vboard/interposer/models/model.h"
 #include "vboard/interposer/core/state.h"
 #include "vboard/interposer/core/wrap.h"
+#include "vboard/interposer/models/model.h"
 
 #include <errno.h>
 #include <sys/time.h>
