@@ -161,12 +161,12 @@ def test_files_that_are_not_finished_and_libraries_are_no_nodes(board, check):
 
 @pytest.mark.skipif(word_size() == 4, reason="the launcher does not load the board's libraries")
 def test_the_settings_of_a_model_in_a_library(board, check, build):
-    library = build / "tests/plugin/thermometer.so"
-    board.path("dev/t").write_text(f"model = {library}\ncelsius = 200\n")
+    library = build / "tests/plugin/buttons.so"
+    board.path("dev/t").write_text(f"model = {library}\ncount = 200\n")
     assert check() == faulty(
-        'dev/t:2: celsius: "200" is not allowed; it may be a number from -40 to 125'
+        'dev/t:2: count: "200" is not allowed; it may be a number from 1 to 32'
     )
-    board.path("dev/t").write_text("celsius = 200\nmodel = ./none.so\n")
+    board.path("dev/t").write_text("count = 200\nmodel = ./none.so\n")
     status, stdout, stderr = check()
     assert (status, stdout.count(b"\n"), stderr) == (1, 1, b"")
     assert stdout.startswith(b"board/dev/t:2: ") and b"none.so" in stdout

@@ -648,45 +648,45 @@ def test_set_finds_a_device_that_is_switched_off(vboard, tmp_path):
 
 
 @pytest.fixture
-def thermometer(build, vboard, tmp_path):
+def buttons(build, vboard, tmp_path):
     """A board with a device whose model is in a library beside its node file; the node file."""
     if word_size() == 4:
         pytest.skip("the launcher is the PC's and does not load the board's libraries")
     vboard("new", "board")
-    node = tmp_path / "board/dev/thermometer"
-    node.write_text("model = ./thermometer.so\n")
-    (tmp_path / "board/dev/thermometer.so").symlink_to(build / "tests/plugin/thermometer.so")
+    node = tmp_path / "board/dev/buttons"
+    node.write_text("model = ./buttons.so\n")
+    (tmp_path / "board/dev/buttons.so").symlink_to(build / "tests/plugin/buttons.so")
     return node
 
 
-def test_set_knows_the_settings_of_a_model_in_a_library(vboard, build, thermometer):
-    assert vboard("set", "board", "/dev/thermometer", "celsius", "-40") == (0, b"", b"")
-    assert refusal(vboard("set", "board", "/dev/thermometer", "celsius", "126")) == (
-        '/dev/thermometer: celsius: "126" is not allowed; it may be a number from -40 to 125'
+def test_set_knows_the_settings_of_a_model_in_a_library(vboard, build, buttons):
+    assert vboard("set", "board", "/dev/buttons", "count", "32") == (0, b"", b"")
+    assert refusal(vboard("set", "board", "/dev/buttons", "count", "33")) == (
+        '/dev/buttons: count: "33" is not allowed; it may be a number from 1 to 32'
     )
-    assert refusal(vboard("set", "board", "/dev/thermometer", "celcius", "1")) == (
-        '/dev/thermometer: no setting "celcius"; perhaps: celsius'
+    assert refusal(vboard("set", "board", "/dev/buttons", "cuont", "1")) == (
+        '/dev/buttons: no setting "cuont"; perhaps: count'
     )
-    absolute = build / "tests/plugin/thermometer.so"
-    assert vboard("set", "board", "/dev/thermometer", "model", absolute) == (0, b"", b"")
-    assert vboard("set", "board", "/dev/thermometer", "broken", "1") == (0, b"", b"")
-    assert thermometer.read_text() == f"model = {absolute}\ncelsius = -40\nbroken = 1\n"
+    absolute = build / "tests/plugin/buttons.so"
+    assert vboard("set", "board", "/dev/buttons", "model", absolute) == (0, b"", b"")
+    assert vboard("set", "board", "/dev/buttons", "name", "front") == (0, b"", b"")
+    assert buttons.read_text() == f"model = {absolute}\ncount = 32\nname = front\n"
 
 
-def test_set_refuses_a_library_that_holds_no_model(vboard, build, thermometer):
-    missing = refusal(vboard("set", "board", "/dev/thermometer", "model", "./none.so"))
-    assert missing.startswith("/dev/thermometer: ") and "./none.so" in missing
+def test_set_refuses_a_library_that_holds_no_model(vboard, build, buttons):
+    missing = refusal(vboard("set", "board", "/dev/buttons", "model", "./none.so"))
+    assert missing.startswith("/dev/buttons: ") and "./none.so" in missing
     library = build / "tests/plugin/plugin.so"
-    assert refusal(vboard("set", "board", "/dev/thermometer", "model", library)) == (
-        f"/dev/thermometer: {library}: has no vboard_model()"
+    assert refusal(vboard("set", "board", "/dev/buttons", "model", library)) == (
+        f"/dev/buttons: {library}: has no vboard_model()"
     )
-    assert thermometer.read_text() == "model = ./thermometer.so\n"
+    assert buttons.read_text() == "model = ./buttons.so\n"
     # Of a node without a model nobody knows what its settings are, but for the common ones.
-    thermometer.write_text("model = thermometre\n")
-    assert refusal(vboard("set", "board", "/dev/thermometer", "celsius", "1")) == (
-        '/dev/thermometer: no setting "celsius": no such model: thermometre'
+    buttons.write_text("model = botons\n")
+    assert refusal(vboard("set", "board", "/dev/buttons", "count", "1")) == (
+        '/dev/buttons: no setting "count": no such model: botons'
     )
-    assert vboard("set", "board", "/dev/thermometer", "medium_size", "16") == (0, b"", b"")
+    assert vboard("set", "board", "/dev/buttons", "medium_size", "16") == (0, b"", b"")
 
 
 # --- fault --------------------------------------------------------------------------------------
@@ -865,15 +865,15 @@ def test_fault_add_takes_a_device_that_is_switched_off(vboard):
     )
 
 
-def test_fault_add_knows_the_requests_of_a_model_in_a_library(vboard, thermometer):
-    words = ["fault", "board", "add", "/dev/thermometer"]
-    assert vboard(*words, "ioctl:THERMOMETER_READ", "errno=EIO") == (0, b"", b"")
-    assert refusal(vboard(*words, "ioctl:THERMOMETER_RED", "errno=EIO")) == (
-        "fault:1: /dev/thermometer has no request THERMOMETER_RED; perhaps: THERMOMETER_READ"
+def test_fault_add_knows_the_requests_of_a_model_in_a_library(vboard, buttons):
+    words = ["fault", "board", "add", "/dev/buttons"]
+    assert vboard(*words, "ioctl:GET_COUNT", "errno=EIO") == (0, b"", b"")
+    assert refusal(vboard(*words, "ioctl:GET_COUNTS", "errno=EIO")) == (
+        "fault:1: /dev/buttons has no request GET_COUNTS; perhaps: GET_COUNT"
     )
-    thermometer.write_text("model = x\n")
-    assert refusal(vboard(*words, "ioctl:THERMOMETER_READ", "errno=EIO")) == (
-        "fault:1: /dev/thermometer has no request THERMOMETER_READ: no such model: x"
+    buttons.write_text("model = x\n")
+    assert refusal(vboard(*words, "ioctl:GET_COUNT", "errno=EIO")) == (
+        "fault:1: /dev/buttons has no request GET_COUNT: no such model: x"
     )
 
 

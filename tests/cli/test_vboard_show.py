@@ -312,11 +312,10 @@ def test_show_of_a_bare_board(build, tmp_path):
 
 @pytest.mark.skipif(word_size() == 4, reason="the launcher does not load the board's libraries")
 def test_show_lists_the_settings_of_a_model_in_a_library(board, build):
-    library = build / "tests/plugin/thermometer.so"
-    board.path("dev/t").write_text(f"model = {library}\ncelsius = 30\n")
-    assert b"\n/dev/t             thermometer\n" in show(build, board.directory)[1]
+    library = build / "tests/plugin/buttons.so"
+    board.path("dev/t").write_text(f"model = {library}\ncount = 30\n")
+    assert b"\n/dev/t             buttons\n" in show(build, board.directory)[1]
     stdout = show(build, board.directory, "/dev/t")[1].decode()
     assert (
-        "\n* celsius          30                   21           what it measures (21 by default)\n"
-        in stdout
+        "\n* count            30                   4            buttons (4 by default)\n" in stdout
     )
