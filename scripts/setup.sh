@@ -9,7 +9,7 @@ set -eu
 packages="g++ cmake ninja-build pkgconf libubootenv-dev libfdt-dev libpng-dev zlib1g-dev"
 case ${1:-run} in
   run) ;;
-  test) packages="$packages googletest clang ccache python3 python3-pytest python3-pytest-xdist binutils git shellcheck black clang-format clang-tidy smartmontools hdparm" ;;
+  test) packages="$packages googletest clang ccache python3 python3-pytest python3-pytest-xdist binutils git shellcheck black clang-format clang-tidy smartmontools hdparm mtd-utils" ;;
   arm) packages="$packages googletest ccache python3 python3-pytest binutils g++-arm-linux-gnueabihf qemu-user-static" ;;
   bench) packages="$packages python3 busybox forkstat" ;;
   *) echo "usage: setup.sh [run|test|arm|bench]" >&2; exit 2 ;;

@@ -123,10 +123,18 @@ void gyro_detail(const char *board, const BoardNode &node, FILE *out) {
     fprintf(out, "%d lines are not seven numbers and count as nothing\n", bad_lines);
 }
 
+const char *flash_name(std::string_view word) {
+  if (word == "nand" || word == "mlc-nand")
+    return "NAND flash";
+  if (word == "dataflash")
+    return "DataFlash";
+  return word == "ram" ? "RAM" : "NOR flash";
+}
+
 void mtd_line(const char *board, const BoardNode &node, FILE *out) {
   static unsigned char flash[kFlashSize];
   const std::ptrdiff_t size = read_medium(board, text_of(node, "medium"), flash, sizeof flash);
-  fputs("NOR flash, erase block ", out);
+  fprintf(out, "%s, erase block ", flash_name(text_of(node, "flash")));
   print_setting(out, node, "erase_size");
   if (size >= static_cast<std::ptrdiff_t>(kEnvironmentSize)) {
     const UbootEnv env = inspect_uboot_env(std::span(flash).first(kEnvironmentSize));

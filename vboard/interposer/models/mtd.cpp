@@ -1,10 +1,15 @@
-// /dev/mtdN: a partition of NOR flash, as the kernel's MTD character device shows it. Programming
-// clears bits only; erasing sets whole blocks to FF. The medium is the flash, byte for byte.
+// /dev/mtdN: a partition of flash, as the kernel's MTD character device shows it. Programming
+// clears bits only; erasing sets whole blocks to FF. The medium is the flash, byte for byte,
+// without the spare bytes of NAND (mtd_spare.h).
 
+#include "vboard/base/text.h"
 #include "vboard/interposer/models/host.h"
 #include "vboard/interposer/models/models.h"
+#include "vboard/interposer/models/mtd_chip.h"
+#include "vboard/interposer/models/mtd_spare.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <mtd/mtd-user.h>
 #include <string.h>
 #include <sys/ioctl.h>
@@ -19,8 +24,20 @@ using enum SettingKind;
 
 static_assert(MEMGETINFO == 0x80204D01 && sizeof(mtd_info_user) == 32 &&
               sizeof(erase_info_user) == 8);
+// A program and its interposer have pointers of the same size.
+static_assert(sizeof(mtd_oob_buf) == 8 + sizeof(void *) && sizeof(mtd_oob_buf64) == 24 &&
+              sizeof(mtd_write_req) == 48 && sizeof(mtd_ecc_stats) == 16 &&
+              sizeof(nand_ecclayout_user) == 328);
+
+constexpr std::int64_t kMostSpare = 4096;  // bytes that one request for spare bytes may move
 
 constexpr Setting kSettings[] = {
+    // "type" is what stat() shows the node as.
+    {.key = "flash",
+     .kind = kWord,
+     .otherwise = "nor",
+     .help = "what it is",
+     .words = "nor nand mlc-nand dataflash ram"},
     {.key = "erase_size",
      .kind = kNumber,
      .otherwise = "4096",
@@ -30,9 +47,14 @@ constexpr Setting kSettings[] = {
     {.key = "write_size",
      .kind = kNumber,
      .otherwise = "1",
-     .help = "bytes of the smallest write",
+     .help = "bytes of the smallest write; of NAND, the page",
      .least = 1,
      .most = 1 << 24},
+    {.key = "oob_size",
+     .kind = kNumber,
+     .otherwise = "0",
+     .help = "spare bytes of a page of NAND, in the medium's name with .oob",
+     .most = kMostSpare},
     {.key = "locks",
      .kind = kFlag,
      .otherwise = "0",
@@ -41,19 +63,23 @@ constexpr Setting kSettings[] = {
      .kind = kFlag,
      .otherwise = "0",
      .help = "that bit: 1 refuses programming and erasing (EROFS)"},
+    {.key = "bad_blocks",
+     .kind = kText,
+     .otherwise = "",
+     .help = "blocks of NAND, counted from 0, that are marked bad: no writing, no erasing (EIO)"},
+    {.key = "worn_blocks",
+     .kind = kText,
+     .otherwise = "",
+     .help = "blocks, counted from 0, that do not erase any more (EIO)"},
     {.key = "worn_block",
      .kind = kNumber,
      .otherwise = "-1",
-     .help = "a block, counted from 0, that does not erase any more (EIO)",
+     .help = "one more of them",
      .least = -1},
 };
 
-bool is_protected(const OpenFile &file) {
-  return setting_is_on(file, "locks") && setting_is_on(file, "protected");
-}
-
-std::uint64_t flash_size(const OpenFile &file) {
-  return static_cast<std::uint64_t>(std::max<std::int64_t>(0, medium_size(file)));
+bool is_for_writing(const OpenFile &file) {
+  return (file.flags & O_ACCMODE) != O_RDONLY;
 }
 
 ssize_t mtd_write(OpenFile &file, const UserMemory &from, std::int64_t at) {
@@ -63,48 +89,24 @@ ssize_t mtd_write(OpenFile &file, const UserMemory &from, std::int64_t at) {
   if (at >= flash)
     return from.size == 0 ? 0 : -ENOSPC;
 
-  const std::size_t left = std::min(from.size, static_cast<std::size_t>(flash - at));
-  std::size_t done = 0;
-  while (done < left) {
-    unsigned char page[512];
-    unsigned char bytes[sizeof page];
-    const std::size_t piece = std::min(left - done, sizeof page);
-    const std::int64_t offset = at + static_cast<std::int64_t>(done);
-    int error = copy_in(bytes, from.address + done, piece);
-    if (error == 0)
-      error = read_medium(file, page, piece, offset);
-    for (std::size_t i = 0; i < piece; ++i)
-      page[i] = static_cast<unsigned char>(page[i] & bytes[i]);
-    if (error == 0)
-      error = write_medium(file, page, piece, offset);
-    if (error < 0)
-      return done > 0 ? static_cast<ssize_t>(done) : error;
-    done += piece;
-  }
-  return static_cast<ssize_t>(done);
+  const std::size_t size = std::min(from.size, static_cast<std::size_t>(flash - at));
+  const std::uint64_t offset = static_cast<std::uint64_t>(at);
+  if (type_of(file).is_nand && (offset % page_size(file) != 0 || size % page_size(file) != 0))
+    return -EINVAL;
+  return program(file, {from.address, size}, offset);
 }
 
 int erase(OpenFile &file, std::uint64_t start, std::uint64_t length) {
   if (is_protected(file))
     return -EROFS;
-  const std::uint64_t block = static_cast<std::uint64_t>(setting_number(file, "erase_size"));
+  const std::uint64_t block = block_size(file);
   const std::uint64_t flash = flash_size(file);
   if (length == 0 || start % block != 0 || length % block != 0 || start > flash ||
       length > flash - start)
     return -EINVAL;
-  const std::int64_t worn = setting_number(file, "worn_block");
-  unsigned char page[256];
-  memset(page, 0xFF, sizeof page);
   for (std::uint64_t at = start; at < start + length; at += block) {
-    if (worn >= 0 && at / block == static_cast<std::uint64_t>(worn))
-      return -EIO;
-    for (std::uint64_t in_block = 0; in_block < block; in_block += sizeof page) {
-      const std::size_t piece =
-          static_cast<std::size_t>(std::min<std::uint64_t>(sizeof page, block - in_block));
-      if (const int error =
-              write_medium(file, page, piece, static_cast<std::int64_t>(at + in_block)))
-        return error;
-    }
+    if (const int error = erase_block(file, at))
+      return error;
   }
   return 0;
 }
@@ -138,11 +140,13 @@ int ask_protection(OpenFile &file, erase_info_user &) {
 }
 
 int get_info(OpenFile &file, mtd_info_user &out) {
-  out.type = MTD_NORFLASH;
-  out.flags = MTD_CAP_NORFLASH;
+  const FlashType &type = type_of(file);
+  out.type = type.number;
+  out.flags = type.flags;
   out.size = static_cast<std::uint32_t>(flash_size(file));
   out.erasesize = static_cast<std::uint32_t>(setting_number(file, "erase_size"));
   out.writesize = static_cast<std::uint32_t>(setting_number(file, "write_size"));
+  out.oobsize = static_cast<std::uint32_t>(spare_size(file));
   return 0;
 }
 
@@ -152,17 +156,194 @@ int count_regions(OpenFile &, int &out) {
   return 0;
 }
 
-// NOR flash has no bad blocks: none is bad, and none can be marked.
+// Bad blocks. Only NAND has any: of other flash no block is bad, and none can be marked.
+
 bool is_in_flash(const OpenFile &file, std::int64_t offset) {
   return offset >= 0 && offset < medium_size(file);
 }
 
 int ask_bad_block(OpenFile &file, std::int64_t &offset) {
-  return is_in_flash(file, offset) ? 0 : -EINVAL;
+  return is_in_flash(file, offset) ? is_bad(file, static_cast<std::uint64_t>(offset)) : -EINVAL;
+}
+
+struct BadBlock {
+  std::uint64_t number;
+  bool fits;
+};
+
+// Another process may have marked a block since: the list that counts is that of `node`.
+void add_bad_block(Node &node, void *context) {
+  BadBlock &block = *static_cast<BadBlock *>(context);
+  const std::string_view list = node_text(node, "bad_blocks");
+  if (is_listed(list, block.number))
+    return;
+  FixedText<sizeof node.text> longer;
+  append_text(longer, list, list.empty() ? "" : " ");
+  append_decimal(longer, static_cast<std::int64_t>(block.number));
+  block.fits = !longer.overflow && set_node_text(node, "bad_blocks", longer.view()) && block.fits;
 }
 
 int mark_bad_block(OpenFile &file, std::int64_t &offset) {
-  return is_in_flash(file, offset) ? -EOPNOTSUPP : -EINVAL;
+  if (!is_in_flash(file, offset))
+    return -EINVAL;
+  if (!type_of(file).is_nand)
+    return -EOPNOTSUPP;
+  if (!is_for_writing(file))
+    return -EPERM;
+  BadBlock block = {static_cast<std::uint64_t>(offset) / block_size(file), true};
+  const int result = change_settings(file, add_bad_block, &block);
+  return result == 0 && !block.fits ? -E2BIG : result;
+}
+
+// Nothing is ever corrected: what the medium holds is what is read.
+int get_statistics(OpenFile &file, mtd_ecc_stats &out) {
+  const std::uint64_t flash = flash_size(file);
+  for (std::uint64_t at = 0; at < flash; at += block_size(file))
+    out.badblocks += is_bad(file, at);
+  return 0;
+}
+
+// Spare bytes.
+
+// Where the spare bytes of `start` are: those of its page, and in these as far in as `start` is in
+// the page. `length` may reach into the following pages.
+int find_spare(const OpenFile &file, std::uint64_t start, std::uint64_t length,
+               std::uint64_t &out) {
+  const std::uint64_t spare = spare_size(file);
+  if (spare == 0)
+    return -EOPNOTSUPP;
+  const std::uint64_t page = start / page_size(file);
+  const std::uint64_t pages = flash_size(file) / page_size(file);
+  const std::uint64_t in_page = start % page_size(file);
+  if (page >= pages || in_page >= spare || (in_page > 0 && length > spare - in_page) ||
+      length > (pages - page) * spare)
+    return -EINVAL;
+  out = page * spare + in_page;
+  return 0;
+}
+
+int read_spare_of(OpenFile &file, std::uint64_t start, std::uint32_t length, std::uint64_t to) {
+  unsigned char bytes[kMostSpare];
+  if (length > sizeof bytes)
+    return -EINVAL;
+  std::uint64_t offset;
+  int error = find_spare(file, start, length, offset);
+  if (error == 0)
+    error = read_spare(file, {bytes, length}, offset);
+  return error < 0 ? error : copy_out(to, bytes, length);
+}
+
+int write_spare_of(OpenFile &file, std::uint64_t start, std::uint32_t length, std::uint64_t from) {
+  unsigned char bytes[kMostSpare];
+  if (!is_for_writing(file))
+    return -EPERM;
+  if (length > sizeof bytes)
+    return -EINVAL;
+  std::uint64_t offset;
+  if (const int error = find_spare(file, start, length, offset))
+    return error;
+  // Reading goes on with the next page, writing does not.
+  if (length > spare_size(file))
+    return -EINVAL;
+  if (is_protected(file))
+    return -EROFS;
+  if (is_bad(file, start))
+    return -EIO;
+  const int error = copy_in(bytes, from, length);
+  return error < 0 ? error : program_spare(file, {bytes, length}, offset);
+}
+
+std::uint64_t address_of(const unsigned char *pointer) {
+  return reinterpret_cast<std::uintptr_t>(pointer);
+}
+
+// The number of bytes comes back in `start`, and for the other three requests in `length`.
+int read_spare_bytes(OpenFile &file, mtd_oob_buf &record) {
+  const int error = read_spare_of(file, record.start, record.length, address_of(record.ptr));
+  if (error == 0)
+    record.start = record.length;
+  return error;
+}
+
+int write_spare_bytes(OpenFile &file, mtd_oob_buf &record) {
+  return write_spare_of(file, record.start, record.length, address_of(record.ptr));
+}
+
+int read_spare_bytes_64(OpenFile &file, mtd_oob_buf64 &record) {
+  return read_spare_of(file, record.start, record.length, record.usr_ptr);
+}
+
+int write_spare_bytes_64(OpenFile &file, mtd_oob_buf64 &record) {
+  return write_spare_of(file, record.start, record.length, record.usr_ptr);
+}
+
+// The spare bytes of the pages from `start` on. `length` may be more than these have: the rest is
+// ignored.
+int write_spare_of_pages(OpenFile &file, const mtd_write_req &record, std::uint64_t pages,
+                         std::uint64_t length) {
+  const std::uint64_t spare = spare_size(file);
+  for (std::uint64_t page = 0; page < pages && page * spare < length; ++page) {
+    const std::uint64_t done = page * spare;
+    if (const int error = write_spare_of(file, record.start + page * page_size(file),
+                                         static_cast<std::uint32_t>(std::min(spare, length - done)),
+                                         record.usr_oob + done))
+      return error;
+  }
+  return 0;
+}
+
+// Pages with their spare bytes, pages without, or the spare bytes of one page. All modes are one
+// here: no spare byte holds a checksum, so that every one is free.
+int write_pages(OpenFile &file, mtd_write_req &record) {
+  if (!is_for_writing(file))
+    return -EPERM;
+  const std::uint64_t spare = spare_size(file);
+  if (spare == 0 || record.mode > MTD_OPS_RAW)
+    return -EOPNOTSUPP;
+  const std::uint64_t length = record.usr_data != 0 ? record.len & UINT32_MAX : 0;
+  const std::uint64_t spare_length = record.usr_oob != 0 ? record.ooblen & UINT32_MAX : 0;
+  const std::uint64_t flash = flash_size(file);
+  if (record.start > flash || length > flash - record.start)
+    return -EINVAL;
+  const std::uint64_t page = page_size(file);
+  if (length == 0)
+    return spare_length > spare
+               ? -EINVAL
+               : write_spare_of(file, record.start - record.start % page,
+                                static_cast<std::uint32_t>(spare_length), record.usr_oob);
+  if (is_protected(file))
+    return -EROFS;
+  if (record.start % page != 0 || length % page != 0)
+    return -EINVAL;
+  const ssize_t written =
+      program(file, {record.usr_data, static_cast<std::size_t>(length)}, record.start);
+  return written < 0 ? static_cast<int>(written)
+                     : write_spare_of_pages(file, record, length / page, spare_length);
+}
+
+// Deprecated, and still how tools learn how many spare bytes are free: all of them.
+int get_layout(OpenFile &file, nand_ecclayout_user &out) {
+  const std::uint32_t spare = static_cast<std::uint32_t>(spare_size(file));
+  if (spare == 0)
+    return -EOPNOTSUPP;
+  out.oobavail = spare;
+  out.oobfree[0].length = spare;
+  return 0;
+}
+
+// Reading without error correction is reading: the mode is taken and changes nothing.
+int set_mode(OpenFile &file, Argument &argument) {
+  switch (argument.address) {
+    case MTD_FILE_MODE_NORMAL:
+      return 0;
+    case MTD_FILE_MODE_RAW:
+      return spare_size(file) > 0 ? 0 : -EOPNOTSUPP;
+    case MTD_FILE_MODE_OTP_FACTORY:
+    case MTD_FILE_MODE_OTP_USER:
+      return -EOPNOTSUPP;
+    default:
+      return -EINVAL;
+  }
 }
 
 // clang-format off
@@ -176,6 +357,15 @@ constexpr Request kRequests[] = {
     {.number = MEMGETREGIONCOUNT, .name = "MEMGETREGIONCOUNT", .direction = kOut, .handler = answers<count_regions>},
     {.number = MEMGETBADBLOCK,    .name = "MEMGETBADBLOCK",    .direction = kIn,  .handler = answers<ask_bad_block>},
     {.number = MEMSETBADBLOCK,    .name = "MEMSETBADBLOCK",    .direction = kIn,  .handler = answers<mark_bad_block>},
+    {.number = ECCGETLAYOUT,      .name = "ECCGETLAYOUT",      .direction = kOut, .handler = answers<get_layout>},
+    {.number = ECCGETSTATS,       .name = "ECCGETSTATS",       .direction = kOut, .handler = answers<get_statistics>},
+    {.number = MTDFILEMODE,       .name = "MTDFILEMODE",       .direction = kNone, .handler = answers<set_mode>},
+    // These hold addresses.
+    {.number = MEMREADOOB,        .name = "MEMREADOOB",        .direction = kInOut, .handler = answers<read_spare_bytes>, .traced = false},
+    {.number = MEMWRITEOOB,       .name = "MEMWRITEOOB",       .direction = kInOut, .handler = answers<write_spare_bytes>, .traced = false},
+    {.number = MEMREADOOB64,      .name = "MEMREADOOB64",      .direction = kInOut, .handler = answers<read_spare_bytes_64>, .traced = false},
+    {.number = MEMWRITEOOB64,     .name = "MEMWRITEOOB64",     .direction = kInOut, .handler = answers<write_spare_bytes_64>, .traced = false},
+    {.number = MEMWRITE,          .name = "MEMWRITE",          .direction = kIn,  .handler = answers<write_pages>, .traced = false},
 };
 // clang-format on
 
