@@ -4,6 +4,7 @@
 #include "vboard/interposer/core/descriptors.h"
 #include "vboard/interposer/core/device_lock.h"
 #include "vboard/interposer/core/engine.h"
+#include "vboard/interposer/core/jumping.h"
 #include "vboard/interposer/core/state.h"
 #include "vboard/interposer/core/timers.h"
 

@@ -1,9 +1,12 @@
-// The two halves of the engine: what passes time by (engine.cpp), and the waits of a jumping run
-// (jumping.cpp).
+// The waits of a jumping run: threads that block until something happens, and the clock that jumps
+// when all of them do.
 
 #ifndef VBOARD_INTERPOSER_CORE_JUMPING_H
 #define VBOARD_INTERPOSER_CORE_JUMPING_H
 #include "vboard/interposer/core/engine.h"
+
+#include <pthread.h>
+#include <signal.h>
 
 namespace vboard {
 
@@ -11,19 +14,21 @@ WaitEnd wait_jumping(Wait &wait);
 // Lets every thread that waits for a device look at it again.
 void wake_watchers();
 
-// The next moment at which something happens by itself.
-BoardTime next_scheduled();
-// Under the engine's lock, signals blocked: what is raised here is delivered when they are not.
-void fire_scheduled(BoardTime now);
+// Ends waits with this key, the longest waiting one first. Jumping runs only.
+void wake_waiters(const void *key, bool all);
 
-// Fills the watches' revents: true when one of them is ready. `earliest` becomes the moment of the
-// next one when that comes before it.
-bool look_at_watches(Wait &wait, BoardTime now, BoardTime &earliest);
-// Polls the kernel's descriptors of a wait and the thread's own bell. The number of ready ones
-// without the bell, or -1 when a signal came in.
-int poll_kernel(Wait &wait, int event_fd, const timespec *limit, const sigset_t *mask);
-// Writes the line of a wait that asks for one, once.
-void write_wait_line(Wait &wait);
+// The engine's own lock, taken with every signal blocked.
+void lock_engine(sigset_t &saved);
+void unlock_engine(const sigset_t &saved);
+
+// Threads that jumping has to reckon with. One that begins is counted under the engine's lock,
+// which its creator holds while it makes it.
+void thread_begins(pthread_t thread);
+void thread_ends(pthread_t thread);
+// `key` is the pthread_t; fits Wait::done.
+bool thread_has_ended(const void *key);
+// In the child of a fork: one thread is left, with no waits.
+void renew_engine();
 
 }  // namespace vboard
 

@@ -7,6 +7,7 @@
 // PC's. In a jumping run the engine must know who waits: these waits are its own.
 
 #include "vboard/interposer/core/engine.h"
+#include "vboard/interposer/core/jumping.h"
 #include "vboard/interposer/core/report.h"
 #include "vboard/interposer/core/wrap.h"
 

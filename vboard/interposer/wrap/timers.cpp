@@ -6,6 +6,7 @@
 // signals.
 
 #include "vboard/interposer/core/engine.h"
+#include "vboard/interposer/core/jumping.h"
 #include "vboard/interposer/core/state.h"
 #include "vboard/interposer/core/timers.h"
 #include "vboard/interposer/core/wrap.h"
