@@ -299,6 +299,8 @@ TEST(NandModel, spare_bytes_are_addressed_by_page_and_place_in_the_page) {
   EXPECT_EQ(board.read_spare(kPage + 3, 14), error_text(EINVAL));
   EXPECT_EQ(board.read_spare(kPage + 15, 1), "\xff");
   EXPECT_EQ(board.read_spare(kPage + 16, 1), error_text(EINVAL));
+  EXPECT_EQ(board.read_spare(kPage + 17, 1), error_text(EINVAL));
+  EXPECT_EQ(board.read_spare(kPage + 16, 0), error_text(EINVAL));
   EXPECT_EQ(board.write_spare(kPage + 3, std::string(14, 'a')), -EINVAL);
   EXPECT_EQ(board.write_spare(kPage + 16, "a"), -EINVAL);
 }
@@ -370,6 +372,8 @@ TEST(NandModel, pages_are_written_with_their_spare_bytes) {
   // The second page has fewer; a third one is not written.
   EXPECT_EQ(board.write_pages(kBlock, std::string(2 * kPage, 'a'), std::string(20, '3')), 0);
   EXPECT_EQ(board.read_spare(kBlock, 32), std::string(20, '3') + std::string(12, '\xff'));
+  EXPECT_EQ(board.write_pages(3 * kBlock, std::string(3 * kPage, 'a'), std::string(16, '5')), 0);
+  EXPECT_EQ(board.read_spare(3 * kBlock, 48), std::string(16, '5') + std::string(32, '\xff'));
   EXPECT_EQ(board.write_pages(2 * kBlock, std::string(kPage, 'a'), std::string(20, '4')), 0);
   EXPECT_EQ(board.read_spare(2 * kBlock, 32), std::string(16, '4') + std::string(16, '\xff'));
 }

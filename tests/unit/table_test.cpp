@@ -265,8 +265,8 @@ TEST(Table, rows_are_added_at_the_end) {
 
 TEST(Table, rows_that_are_none_are_not_added) {
   Held held(kSample);
-  for (const char *words :
-       {"", "  ", "# 7 in", "7", "7 # in", "7 up", "7 in 0 a b", "7 in\n8 in", "7 in\n"})
+  for (const char *words : {"", "  ", "# 7 in", "7", "7 # in", "7 up", "7 in 0 a b", "7 in\n8 in",
+                            "7 in\n", "7 in 0 a\nb"})
     EXPECT_EQ(append_row(held.table, kPinTable, words), -EINVAL) << words;
   EXPECT_EQ(append_row(held.table, kPinTable, "0x4 in"), -EEXIST);
   EXPECT_EQ(append_row(held.table, kPinTable, "7 in 0 " + std::string(8192, 'x')), -E2BIG);

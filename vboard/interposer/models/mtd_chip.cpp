@@ -104,7 +104,7 @@ ssize_t program(OpenFile &file, const UserMemory &from, std::uint64_t at) {
 bool is_listed(std::string_view list, std::uint64_t wanted) {
   for (std::string_view word = take_word(list); !word.empty(); word = take_word(list)) {
     std::int64_t number;
-    if (parse_number(word, number) && number >= 0 && static_cast<std::uint64_t>(number) == wanted)
+    if (parse_number(word, number) && static_cast<std::uint64_t>(number) == wanted)
       return true;
   }
   return false;
