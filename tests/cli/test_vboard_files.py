@@ -2,6 +2,7 @@
 
 import os
 import subprocess
+import sys
 
 import pytest
 
@@ -232,9 +233,16 @@ def test_an_eeprom_keeps_its_size(board, through):
     (device / "eeprom").write_bytes(bytes(range(16)))
     board.path("sys/bus/i2c/devices").mkdir(parents=True)
     board.path("sys/bus/i2c/devices/0-0050").symlink_to("../../../devices/i2c-0/0-0050")
-    text = f"""printf A >{through}/eeprom
-        at() {{ dd of={through}/eeprom bs=1 seek=$1 conv=notrunc status=none; }}
-        printf BC | at 14; printf D | at 16 2>/dev/null || echo full"""
-    run = board.run_command(["sh", "-c", text])
-    assert (run.status, run.stdout, run.stderr) == (0, b"full\n", b"")
+    script = f"""
+import os
+open("{through}/eeprom", "wb").write(b"A")
+fd = os.open("{through}/eeprom", os.O_WRONLY)
+print(os.pwrite(fd, b"BC", 14))
+try:
+    os.pwrite(fd, b"D", 16)
+except OSError as error:
+    print(error.strerror)
+"""
+    run = board.run_command([sys.executable, "-S", "-c", script])
+    assert (run.status, run.stdout, run.stderr) == (0, b"2\nNo space left on device\n", b"")
     assert (device / "eeprom").read_bytes() == b"A" + bytes(range(1, 14)) + b"BC"

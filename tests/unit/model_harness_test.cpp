@@ -207,7 +207,7 @@ int ModelHarness::ask(std::uint32_t request, void *record) {
   // As a host does it: a copy, zeros where the driver fills the record.
   const std::size_t size = row->handler.size;
   alignas(16) unsigned char copy[4096] = {};
-  if (row->direction != vboard::Direction::kOut)
+  if (size > 0 && row->direction != vboard::Direction::kOut)
     memcpy(copy, record, size);
   vboard::Argument argument = {.number = request,
                                .address = reinterpret_cast<std::uintptr_t>(record),
@@ -216,7 +216,7 @@ int ModelHarness::ask(std::uint32_t request, void *record) {
                                .answers_failure = false};
   const int result = row->handler.call(open_file, argument);
   const bool answers = result >= 0 || argument.answers_failure;
-  if (answers && row->direction != vboard::Direction::kIn)
+  if (size > 0 && answers && row->direction != vboard::Direction::kIn)
     memcpy(record, copy, size);
   return result;
 }
