@@ -271,8 +271,8 @@ ssize_t write_on_board(Description &description, const void *buffer, std::size_t
     begin_write_line(line, description, buffer, transfer.size, offset);
   ssize_t result = fails(transfer) ? static_cast<ssize_t>(-transfer.fault->value)
                                    : write_kind(description, buffer, transfer.size, offset);
-  // A device may have no room of its own.
-  if (!fails(transfer) && description.kind != Kind::kModel)
+  // Devices and attributes may have no room of their own.
+  if (!fails(transfer) && description.kind == Kind::kFile)
     notice_full(result);
   result = shown(transfer, result);
   trace_end(line, result, static_cast<int>(-result));
