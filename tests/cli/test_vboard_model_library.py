@@ -111,6 +111,21 @@ print(struct.unpack("II", os.read(events, 8)))
     assert printed(buttons, script, speed=speed) == ["(1,", "3)"]
 
 
+def test_a_device_that_wakes_others_often_does_not_keep_them_waiting(buttons):
+    """The thread that presses has the device's lock, the one that waits has the clock's."""
+    script = """
+events = number(fd, GET_EVENTS)
+presses = threading.Thread(target=lambda: [press(fd, 1) for _ in range(2000)])
+presses.start()
+seen = 0
+while presses.is_alive():
+    if select.select([events], [], [], 0.01)[0]:
+        seen = struct.unpack("II", os.read(events, 8))[0]
+print(seen > 0)
+"""
+    assert printed(buttons, script) == ["True"]
+
+
 def test_a_reader_that_waits_is_woken_by_another_process(buttons):
     script = """
 events = number(fd, GET_EVENTS)

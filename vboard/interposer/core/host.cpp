@@ -5,7 +5,6 @@
 #include "vboard/board/board_files.h"
 #include "vboard/interposer/core/device_lock.h"
 #include "vboard/interposer/core/engine.h"
-#include "vboard/interposer/core/jumping.h"
 #include "vboard/interposer/core/opening.h"
 #include "vboard/interposer/core/shared_files.h"
 #include "vboard/interposer/core/state.h"
@@ -198,8 +197,7 @@ int hand_out(OpenFile &parent, const Model &model, int flags, const void *state,
 
 void wake_all(OpenFile &) {
   run_page().changes.fetch_add(1, std::memory_order_relaxed);
-  if (jumping())
-    wake_watchers();
+  wake_when_unlocked();
 }
 
 constexpr Host kInterposer = {

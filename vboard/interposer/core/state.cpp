@@ -6,6 +6,7 @@
 #include "vboard/interposer/core/descriptors.h"
 #include "vboard/interposer/core/host.h"
 #include "vboard/interposer/core/paths.h"
+#include "vboard/interposer/core/jumping.h"
 #include "vboard/interposer/core/story.h"
 #include "vboard/interposer/core/trace.h"
 
@@ -37,6 +38,8 @@ RunPage *page = &own_page;
 RunFile *shared_file;
 
 pthread_mutex_t board_lock = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+int board_lock_depth;
+bool wake_is_due;  // under the lock
 
 // One bit a descriptor; nothing of ours ever stands above.
 std::atomic<std::uint64_t> own_descriptors[64];
@@ -132,13 +135,27 @@ const char *given_faults() {
 
 void lock_board() {
   pthread_mutex_lock(&board_lock);
+  ++board_lock_depth;
 }
 
 void unlock_board() {
+  const bool wakes = --board_lock_depth == 0 && wake_is_due;
+  if (wakes)
+    wake_is_due = false;
   pthread_mutex_unlock(&board_lock);
+  if (wakes)
+    wake_watchers();
+}
+
+void wake_when_unlocked() {
+  lock_board();
+  wake_is_due = jumping();
+  unlock_board();
 }
 
 void renew_board_lock() {
+  board_lock_depth = 0;
+  wake_is_due = false;
   board_lock = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
 }
 

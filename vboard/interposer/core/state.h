@@ -41,6 +41,9 @@ inline bool jumping() {
 // may call in while its own thread holds it.
 void lock_board();
 void unlock_board();
+// Lets the waiting threads of a jumping run look again as soon as this thread gives the lock up.
+// Not at once: a waiting thread takes the engine's lock first and this one after it.
+void wake_when_unlocked();
 // In the child of a fork, where another thread may have held it.
 void renew_board_lock();
 
