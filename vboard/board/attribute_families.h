@@ -33,9 +33,11 @@ struct AttributeFamily {
   AttributeForm form;
   // Bytes taken by a binary attribute, 0 for a text that was taken, or a negated errno.
   ssize_t (*write)(const AttributeWrite &write);
+  // Whether the driver announces that the attribute says `value` now; null: it always does.
+  bool (*announces)(const char *board, std::string_view path, std::string_view value) = nullptr;
 };
 
-extern const AttributeFamily kPinValue;
+extern const AttributeFamily kPinValue, kPinEdge;
 extern const AttributeFamily kLedBrightness;
 extern const AttributeFamily kFirmwareLoading, kFirmwareData;
 extern const AttributeFamily kMemoryProbe, kMemoryState;

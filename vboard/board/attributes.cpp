@@ -24,9 +24,9 @@ constexpr AttributeFamily kOrdinary = {
     .directory = {}, .name = {}, .form = AttributeForm::kText, .write = write_text};
 
 const AttributeFamily *const kFamilies[] = {
-    &kPinValue,    &kLedBrightness, &kFirmwareLoading, &kFirmwareData,
-    &kMemoryProbe, &kMemoryState,   &kOverlayBlob,     &kPowerSwitch,
-    &kNvmem,       &kNvmemDevice,   &kEeprom,          &kEepromDevice,
+    &kPinValue,    &kPinEdge,     &kLedBrightness, &kFirmwareLoading, &kFirmwareData,
+    &kMemoryProbe, &kMemoryState, &kOverlayBlob,   &kPowerSwitch,     &kNvmem,
+    &kNvmemDevice, &kEeprom,      &kEepromDevice,
 };
 
 const AttributeFamily &family_of(std::string_view path) {
@@ -76,6 +76,11 @@ ssize_t write_attribute(const char *board, const char *path, const void *data, s
   char text[kPageSize];
   follow_wires(board, write.path, load_value(board, write.path, text), kMostHops);
   return static_cast<ssize_t>(size);
+}
+
+bool announces_change(const char *board, std::string_view path, std::string_view value) {
+  const AttributeFamily &family = family_of(path);
+  return family.announces == nullptr || family.announces(board, path, value);
 }
 
 int make_sys_directory(const char *board, const char *path) {

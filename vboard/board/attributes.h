@@ -26,6 +26,10 @@ inline std::string_view attribute_value(std::string_view text) {
 ssize_t write_attribute(const char *board, const char *path, const void *data, std::size_t size,
                         std::int64_t offset);
 
+// Whether the driver announces to waiting programs that the attribute `path` has changed to
+// `value`.
+bool announces_change(const char *board, std::string_view path, std::string_view value);
+
 // mkdir() and rmdir() below /sys, where the kernel makes directories on demand (configfs). 0, or a
 // negated errno: EPERM everywhere else.
 int make_sys_directory(const char *board, const char *path);

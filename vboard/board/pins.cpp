@@ -1,4 +1,5 @@
-// The values of pins, /sys/class/gpio/*/value.
+// Pins: their values, /sys/class/gpio/*/value, and the changes that a program can wait for, which
+// /sys/class/gpio/*/edge names.
 
 #include "vboard/base/text.h"
 #include "vboard/board/attribute_families.h"
@@ -16,11 +17,35 @@ ssize_t write_pin(const AttributeWrite &write) {
   return store_decimal(write.board, write.path, value != 0);
 }
 
+// A pin without `edge` announces every change.
+bool announces_level(const char *board, std::string_view path, std::string_view value) {
+  char text[kPageSize];
+  const std::string_view edge = load_value(board, sibling(path, "edge").view(), text);
+  if (edge == "rising")
+    return value != "0";
+  if (edge == "falling")
+    return value == "0";
+  return edge != "none";
+}
+
+ssize_t write_edge(const AttributeWrite &write) {
+  const std::string_view edge = attribute_value(write.bytes);
+  if (edge != "none" && edge != "rising" && edge != "falling" && edge != "both")
+    return -EINVAL;
+  return store_value(write.board, write.path, edge);
+}
+
 }  // namespace
 
 extern constexpr AttributeFamily kPinValue = {.directory = "/sys/class/gpio/",
                                               .name = "/value",
                                               .form = AttributeForm::kText,
-                                              .write = write_pin};
+                                              .write = write_pin,
+                                              .announces = announces_level};
+
+extern constexpr AttributeFamily kPinEdge = {.directory = "/sys/class/gpio/",
+                                             .name = "/edge",
+                                             .form = AttributeForm::kText,
+                                             .write = write_edge};
 
 }  // namespace vboard

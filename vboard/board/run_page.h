@@ -64,6 +64,7 @@ struct RunPage {
   SharedLock device_lock;
   std::atomic<std::uint32_t> changes;
   std::atomic<std::uint32_t> has_opened;
+  std::uint32_t files_end;  // the shared files from here on were never used
   // A bit for each of the first faults of the command line: some process has met it.
   std::atomic<std::uint64_t> faults_met;
   std::uint32_t signal_count;
@@ -90,7 +91,8 @@ struct SharedFile {
   std::int32_t claim;  // the descriptor that keeps others away from the device, 0 without
   std::int64_t opened_at;
   std::int64_t position;  // of what has one
-  std::uint64_t seen;     // of an attribute: a hash of the text that was read last
+  std::uint64_t seen;     // of an attribute: a hash of the text that was looked at last
+  std::uint32_t changed;  // of an attribute: it has not been read since a change that counts
   char asked[256];        // its name on the board, as the program gave it and without links
   char real[256];
   char model[64];

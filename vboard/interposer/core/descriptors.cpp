@@ -3,13 +3,13 @@
 #include "vboard/base/kernel.h"
 #include "vboard/base/text.h"
 #include "vboard/board/board_files.h"
+#include "vboard/interposer/core/attribute_changes.h"
 #include "vboard/interposer/core/device_lock.h"
 #include "vboard/interposer/core/engine.h"
 #include "vboard/interposer/core/host.h"
 #include "vboard/interposer/core/opening.h"
 #include "vboard/interposer/core/shared_files.h"
 #include "vboard/interposer/core/state.h"
-#include "vboard/interposer/core/transfers.h"
 #include "vboard/interposer/core/wrap.h"
 #include "vboard/interposer/models/host.h"
 
@@ -19,6 +19,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <iterator>
 
@@ -86,6 +87,7 @@ Description *new_description(Kind kind, std::string_view asked, std::string_view
   description->shared = shared;
   description->file.state = shared->state;
   shared->kind = static_cast<std::uint32_t>(kind);
+  shared->changed = 1;  // as nobody has read it yet
   shared->flags = flags;
   shared->opened_at = description->file.opened_at;
   copy_text(shared->asked, asked);
@@ -219,16 +221,18 @@ Readiness readiness_of(Description &description, short events, BoardTime now) {
   OpenFile &file = description.file;
   if (is_gone(description))
     return {.events = POLLERR | POLLHUP};
-  // An attribute that has changed since it was read tells of it as the kernel does.
-  if (description.kind == Kind::kAttribute && (events & (POLLPRI | POLLERR)) != 0 &&
-      description.shared->seen != attribute_mark(file.medium))
-    return {.events = static_cast<short>((events & (POLLIN | POLLOUT | POLLPRI)) | POLLERR)};
-  if (file.model == nullptr || file.model->ready == nullptr)
-    return {.events = static_cast<short>(events & ~POLLPRI)};
-  const DeviceLock lock;
-  look_at_node(description);
-  Readiness ready = file.model->ready(file, events, now);
-  ready.events = static_cast<short>(ready.events & (events | POLLERR | POLLHUP));
+  Readiness ready = {.events = static_cast<short>(events & ~POLLPRI)};
+  if (description.kind == Kind::kAttribute) {
+    if (has_changed(description))
+      ready.events = static_cast<short>(events | POLLERR);
+  } else if (file.model != nullptr && file.model->ready != nullptr) {
+    const DeviceLock lock;
+    look_at_node(description);
+    ready = file.model->ready(file, events, now);
+    ready.events = static_cast<short>(ready.events & (events | POLLERR | POLLHUP));
+  }
+  if (description.faulty)
+    ready.next = std::min(ready.next, next_absence(names_of(description), now));
   return ready;
 }
 

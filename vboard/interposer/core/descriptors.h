@@ -36,6 +36,7 @@ struct Description {
   // the kernel's own descriptors.
   SharedFile *shared;
   int claim;  // the descriptor that keeps others away from the device, 0 without
+  bool is_borrowed;  // an attribute whose medium is the template's file, as far as is known
   int descriptors;
   int users;  // descriptors and calls under way
   char asked[256];
@@ -84,6 +85,13 @@ bool is_gone(Description &description);
 const Fault *meet_fault(Description &description, const char *call, const char *request = nullptr,
                         std::uint32_t number = 0);
 
+// Whether the board, and not the kernel's descriptor, says which of these poll() events hold. An
+// attribute is always ready for reading and writing: only whether it has changed is the board's to
+// say.
+inline bool is_watched(const Description &description, int events) {
+  return description.kind == Kind::kModel ||
+         (description.kind == Kind::kAttribute && (events & (POLLPRI | POLLERR)) != 0);
+}
 // Which of poll()'s events hold for the descriptor, and when that may change by itself.
 Readiness readiness_of(Description &description, short events, BoardTime now);
 

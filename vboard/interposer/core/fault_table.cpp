@@ -11,6 +11,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
 #include <atomic>
 
 namespace vboard {
@@ -148,6 +149,21 @@ bool is_absent(NodeNames names) {
     }
   }
   return false;
+}
+
+std::int64_t next_absence(NodeNames names, std::int64_t now) {
+  std::int64_t next = kNoTime;
+  const Table &table = all_faults();
+  for (std::size_t i = 0; i < table.count; ++i) {
+    const Fault &fault = table.faults[i];
+    if (fault.effect != FaultEffect::kAbsent || !names_node(fault, names))
+      continue;
+    for (std::size_t window = 0; window < fault.window_count; ++window) {
+      if (fault.windows[window].from > now)
+        next = std::min(next, fault.windows[window].from);
+    }
+  }
+  return next;
 }
 
 const Fault *meet_fault(NodeNames names, const char *call, const char *request,

@@ -23,6 +23,9 @@ bool has_faults(NodeNames names);
 // Whether the node is missing now.
 bool is_absent(NodeNames names);
 
+// The board time after `now` at which the node goes missing next; kNoTime when it never does.
+std::int64_t next_absence(NodeNames names, std::int64_t now);
+
 // Counts the call against every fault that names it; the first one that is due, or null.
 const Fault *meet_fault(NodeNames names, const char *call, const char *request = nullptr,
                         std::uint32_t number = 0);

@@ -160,9 +160,15 @@ int open_model(const char *node, Description &description) {
   return result;
 }
 
+bool is_own_file(const char *file) {
+  FileStatus status;
+  return sys_stat(file, status) == 0;
+}
+
 // An attribute's text is the medium of its descriptor.
 int open_attribute(const char *file, Description &description) {
   const int mode = description.file.flags & O_ACCMODE;
+  description.is_borrowed = mode == O_RDONLY && !is_own_file(file);
   const int fd = board_open(file, mode | O_NOCTTY | O_CLOEXEC);
   if (fd < 0)
     return fd;
@@ -297,6 +303,20 @@ int reopen(Description &description) {
     }
   }
   return -ENXIO;
+}
+
+void follow_attribute(Description &description) {
+  OpenFile &file = description.file;
+  if (!description.is_borrowed || !is_own_file(file.file))
+    return;
+  const int fd = sys_open(file.file, O_RDONLY | O_NOCTTY | O_CLOEXEC);
+  if (fd < 0)
+    return;
+  remove_own_descriptor(file.medium);
+  sys_close(file.medium);
+  file.medium = sys_move_high(fd, kOwnDescriptors);
+  add_own_descriptor(file.medium);
+  description.is_borrowed = false;
 }
 
 int open_board_mark(int flags) {

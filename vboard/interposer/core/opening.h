@@ -15,6 +15,9 @@ namespace vboard {
 // medium. Zero, or a negated errno.
 int reopen(struct Description &description);
 // A socket of a family that the board has.
+// An attribute opened for reading may be the template's file until somebody writes to it: from then
+// on it is the board's own.
+void follow_attribute(struct Description &description);
 int open_socket(const SocketKind &kind);
 // A descriptor of the board's own file, for locks; a negated errno when it cannot be written.
 int open_board_mark(int flags);

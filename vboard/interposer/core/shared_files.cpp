@@ -10,6 +10,8 @@
 #include <string.h>
 #include <sys/mman.h>
 
+#include <algorithm>
+
 namespace vboard {
 
 namespace {
@@ -44,6 +46,8 @@ SharedFile *new_shared_file() {
     shared.use = SharedFile::kOpen;
     shared.generation = generation;
     shared.processes = 1;
+    const std::uint32_t end = static_cast<std::uint32_t>(&shared - run->files) + 1;
+    run->page.files_end = std::max(run->page.files_end, end);
     return &shared;
   }
   return nullptr;

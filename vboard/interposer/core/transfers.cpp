@@ -3,6 +3,7 @@
 #include "vboard/base/kernel.h"
 #include "vboard/base/text.h"
 #include "vboard/board/attributes.h"
+#include "vboard/interposer/core/attribute_changes.h"
 #include "vboard/interposer/core/device_lock.h"
 #include "vboard/interposer/core/engine.h"
 #include "vboard/interposer/core/host.h"
@@ -118,6 +119,8 @@ ssize_t write_attribute_file(Description &description, const void *buffer, std::
     result = at_offset(description, offset, [&](std::int64_t at) {
       return write_attribute(board_directory(), description.real, bytes, taken, at);
     });
+    if (result > 0)
+      note_attribute_changes();
   }
   if (bytes != small)
     free(bytes);
@@ -126,9 +129,11 @@ ssize_t write_attribute_file(Description &description, const void *buffer, std::
 
 ssize_t read_attribute_file(Description &description, void *buffer, std::size_t size,
                             std::int64_t offset) {
-  const ssize_t result = read_medium_of(description, buffer, size, offset);
-  description.shared->seen = attribute_mark(description.file.medium);
-  return result;
+  const DeviceLock lock;
+  follow_attribute(description);
+  // Noted before it is read: a change on the way is announced once too often and not lost.
+  note_attribute_read(description);
+  return read_medium_of(description, buffer, size, offset);
 }
 
 bool may(const Description &description, int refused_mode) {
@@ -200,15 +205,6 @@ void trace_offset(TraceLine &line, std::int64_t offset) {
 }
 
 }  // namespace
-
-std::uint64_t attribute_mark(int medium) {
-  unsigned char text[256];
-  const ssize_t size = sys_pread(medium, text, sizeof text, 0);
-  std::uint64_t mark = 0xcbf29ce484222325;
-  for (ssize_t i = 0; i < size; ++i)
-    mark = (mark ^ text[i]) * 0x100000001b3;
-  return mark;
-}
 
 int wait_readable(Description &description) {
   const Model *model = description.file.model;

@@ -22,8 +22,6 @@ std::int64_t seek_on_board(Description &description, std::int64_t offset, int wh
 // close(): the trace line and the fault; the descriptor itself is the caller's to close.
 int close_on_board(Description &description);
 
-// What an attribute says now, as a number that another text hardly has.
-std::uint64_t attribute_mark(int medium);
 // Waits until a model's descriptor is ready for reading: 0, -EINTR, or -EAGAIN without blocking.
 int wait_readable(Description &description);
 

@@ -21,7 +21,7 @@ DECLARE_WRAPPED(int, epoll_wait, int, epoll_event *, int, int);
 
 namespace {
 
-// A device of the board in an epoll set.
+// A device or an attribute of the board in an epoll set.
 struct Member {
   bool used;
   int set, fd;
@@ -142,7 +142,8 @@ void forget_epoll(int fd) {
 
 WRAP(int, epoll_ctl, int set, int operation, int fd, epoll_event *event) {
   Description *description = on_board() ? acquire(fd) : nullptr;
-  const bool is_member = description != nullptr && description->kind == Kind::kModel;
+  const bool is_member = description != nullptr && (description->kind == Kind::kModel ||
+                                                    description->kind == Kind::kAttribute);
   if (description != nullptr)
     release(description);
   if (!is_member)

@@ -26,18 +26,21 @@ int poll_on_board(pollfd *fds, std::size_t count, BoardTime limit, const sigset_
                   const char *word) {
   pollfd *kernels = static_cast<pollfd *>(alloca((count + 1) * sizeof(pollfd)));
   Watch *watches = static_cast<Watch *>(alloca((count + 1) * sizeof(Watch)));
+  const short **answers = static_cast<const short **>(alloca((count + 1) * sizeof(short *)));
   Wait wait;
   wait.fds = kernels;
   wait.watches = watches;
   for (std::size_t i = 0; i < count; ++i) {
     Description *description = fds[i].fd >= 0 ? acquire(fds[i].fd) : nullptr;
-    if (description != nullptr && description->kind == Kind::kModel) {
-      watches[wait.watch_count++] = {description, fds[i].events, 0};
+    if (description != nullptr && is_watched(*description, fds[i].events)) {
+      watches[wait.watch_count] = {description, fds[i].events, 0};
+      answers[i] = &watches[wait.watch_count++].revents;
       continue;
     }
     if (description != nullptr)
       release(description);
-    kernels[wait.fd_count++] = {fds[i].fd, fds[i].events, 0};
+    kernels[wait.fd_count] = {fds[i].fd, fds[i].events, 0};
+    answers[i] = &kernels[wait.fd_count++].revents;
   }
   wait.deadline = limit == kNever ? kNever : deadline_after(limit);
   wait.mask = mask;
@@ -46,12 +49,8 @@ int poll_on_board(pollfd *fds, std::size_t count, BoardTime limit, const sigset_
   const WaitEnd end = wait_on_board(wait);
 
   int ready = 0;
-  std::size_t kernel = 0;
-  std::size_t watch = 0;
   for (std::size_t i = 0; i < count; ++i) {
-    const bool is_watch =
-        watch < wait.watch_count && (kernel >= wait.fd_count || kernels[kernel].fd != fds[i].fd);
-    fds[i].revents = is_watch ? watches[watch++].revents : kernels[kernel++].revents;
+    fds[i].revents = *answers[i];
     if (fds[i].revents != 0)
       ++ready;
   }
