@@ -239,7 +239,7 @@ os.dup2(fd, 9)
 started, told = os.pipe()
 if os.fork() == 0:
     os.dup2(told, 1)
-    os.execv("/bin/sh", ["sh", "-c", "echo; read word"])
+    os.execv("/bin/sh", ["sh", "-c", "echo; sleep 2"])
 os.close(fd)
 os.close(9)
 os.read(started, 1)

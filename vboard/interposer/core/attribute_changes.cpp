@@ -38,7 +38,7 @@ void look_at(SharedFile &shared) {
 }
 
 bool is_open_attribute(const SharedFile &shared) {
-  return shared.used != 0 && shared.processes > 0 &&
+  return shared.use == SharedFile::kOpen && shared.processes > 0 &&
          shared.kind == static_cast<std::uint32_t>(Kind::kAttribute);
 }
 

@@ -343,7 +343,9 @@ bool take_carried(Carried &carried, const SharedFile *shared) {
 void take_inherited(int fd, Carried &carried) {
   SharedFile *shared = shared_file_behind(fd);
   if (shared == nullptr) {
-    take_inherited_file(fd);
+    // Claims of devices are kept far up, out of the program's way.
+    if (fd < kOwnDescriptors)
+      take_inherited_file(fd);
     return;
   }
   const DeviceLock lock;
@@ -390,6 +392,7 @@ void take_inherited_descriptors(std::string_view open) {
       &numbers);
   for (std::size_t i = 0; i < numbers.count; ++i)
     take_inherited(numbers.fds[i], carried);
+  drop_stray_claims({numbers.fds, numbers.count});
   close_carried(carried);
 }
 

@@ -35,7 +35,7 @@ struct Description {
   // What other processes see of it; null of files, directories and the kernel's sockets, which are
   // the kernel's own descriptors.
   SharedFile *shared;
-  int claim;  // the descriptor that keeps others away from the device, 0 without
+  int claim;         // the descriptor that keeps others away from the device, 0 without
   bool is_borrowed;  // an attribute whose medium is the template's file, as far as is known
   int descriptors;
   int users;  // descriptors and calls under way

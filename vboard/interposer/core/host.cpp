@@ -141,10 +141,12 @@ std::int64_t place_of(std::string_view name) {
   return static_cast<std::int64_t>(hash >> 2 | std::uint64_t{1} << 32);
 }
 
-// The lock goes with the open file, through fork() and exec(), however the processes end.
+// The lock goes with the open file, through fork() and exec(), however the processes end: its
+// descriptor is kept by exec(), and a program that has not inherited the device drops it
+// (drop_stray_claims()).
 int claim(OpenFile &file) {
   Description &description = description_of(file);
-  const int fd = open_board_mark(file.flags & O_CLOEXEC);
+  const int fd = open_board_mark();
   if (fd < 0)
     return fd;
   if (sys_lock_byte(fd, place_of(description.real)) < 0) {
@@ -152,7 +154,7 @@ int claim(OpenFile &file) {
     return -EBUSY;
   }
   // The low numbers are the program's: it sees the one that a board would give it.
-  description.claim = sys_move_high(fd, kOwnDescriptors, (file.flags & O_CLOEXEC) != 0);
+  description.claim = sys_move_high(fd, kOwnDescriptors, false);
   description.shared->claim = description.claim;
   add_own_descriptor(description.claim);
   return 0;
@@ -231,24 +233,22 @@ void start_host() {
 }
 
 void keep_claim(Description &description) {
-  const int claim_before = description.shared->claim;
-  if (claim_before <= 0)
+  description.claim = description.shared->claim;
+  add_own_descriptor(description.claim);
+}
+
+void drop_stray_claims(std::span<const int> fds) {
+  FileStatus mark;
+  const int fd = open_board_mark();
+  if (fd < 0 || sys_fstat(fd, mark) < 0)
     return;
-  FileStatus held = {};
-  FileStatus mark = {};
-  const int fd = open_board_mark(0);
-  const bool is_here = !is_own_descriptor(claim_before) && sys_fstat(claim_before, held) == 0 &&
-                       fd >= 0 && sys_fstat(fd, mark) == 0 && held.inode == mark.inode &&
-                       held.filesystem == mark.filesystem;
-  if (fd >= 0)
-    sys_close(fd);
-  if (!is_here) {
-    // exec() has closed it, although it has left the device: the program has made that so.
-    claim(description.file);
-    return;
+  sys_close(fd);
+  for (const int one : fds) {
+    FileStatus status;
+    if (!is_board_descriptor(one) && !is_own_descriptor(one) && sys_fstat(one, status) == 0 &&
+        status.inode == mark.inode && status.filesystem == mark.filesystem)
+      sys_close(one);
   }
-  description.claim = claim_before;
-  add_own_descriptor(claim_before);
 }
 
 void look_at_node(Description &description) {

@@ -93,13 +93,13 @@ int open_medium(const char *node, Description &description) {
     return -ENXIO;
   }
   constexpr int flags = O_NOCTTY | O_CLOEXEC;
-  int fd = board_open(path.c_str(), O_RDWR | flags);
+  int fd = board_open(path.c_str(), O_RDWR | O_CLOEXEC);
   if (fd == -ENOENT) {
     const std::int64_t size =
         node_number(file.node, "medium_size", static_cast<std::int64_t>(file.model->medium_size));
     const int result = make_medium(path.c_str(), size > 0 ? static_cast<std::size_t>(size) : 0,
                                    file.model->medium_fill);
-    fd = result < 0 ? result : board_open(path.c_str(), O_RDWR | flags);
+    fd = result < 0 ? result : board_open(path.c_str(), O_RDWR | O_CLOEXEC);
   }
   // A board on a read-only disk can still be looked at.
   if (fd == -EACCES || fd == -EROFS)
@@ -319,10 +319,10 @@ void follow_attribute(Description &description) {
   description.is_borrowed = false;
 }
 
-int open_board_mark(int flags) {
+int open_board_mark() {
   BoardPath path;
   const int found = find_board_file(board_root(), "board", path);
-  return found < 0 ? found : board_open(path.c_str(), O_RDWR | flags);
+  return found < 0 ? found : board_open(path.c_str(), O_RDWR | O_CLOEXEC);
 }
 
 void append_flags(TextBuffer &text, int flags) {

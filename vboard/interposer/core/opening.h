@@ -20,7 +20,7 @@ int reopen(struct Description &description);
 void follow_attribute(struct Description &description);
 int open_socket(const SocketKind &kind);
 // A descriptor of the board's own file, for locks; a negated errno when it cannot be written.
-int open_board_mark(int flags);
+int open_board_mark();
 
 // Opens what resolve() found, faults and trace included. kPc is left to the caller.
 int open_on_board(Resolved &resolved, int flags, unsigned int mode);
