@@ -7,7 +7,6 @@
 #include <string.h>
 
 #include <algorithm>
-#include <iterator>
 
 namespace {
 
@@ -25,8 +24,7 @@ void parse_process_name(const char *status, char (&out)[kProcessNameSize]) {
 }
 
 const char *action_letters(std::uint32_t action) {
-  const std::uint32_t code = action & 0xFF;
-  return code < std::size(kActionLetters) ? kActionLetters[code] : "";
+  return (action & 0xF0) == 0 ? kActionLetters[action & 0x0F] : "";
 }
 
 void request_kind(std::uint32_t action, std::uint32_t bytes, char (&out)[kRequestKindSize]) {

@@ -34,7 +34,7 @@ TEST(BlockEvent, action_letters) {
     EXPECT_STREQ(action_letters(code | 0xFFFF0000u), letters[code]);
     EXPECT_STREQ(action_letters(code | 0x0000FF00u), letters[code]);  // only the low byte counts
   }
-  for (const std::uint32_t code : {16u, 17u, 0x80u, 0xFFu})
+  for (const std::uint32_t code : {16u, 17u, 0x21u, 0x41u, 0x81u, 0xFFu})
     EXPECT_STREQ(action_letters(code), "");
 }
 
