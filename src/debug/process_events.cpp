@@ -75,9 +75,8 @@ int print_event(std::span<const unsigned char> message) {
       break;
     case kComm: {
       char name[kNameSize + 1] = "";
-      if (message.size() > kNameOffset)
-        memcpy(name, message.data() + kNameOffset,
-               std::min(message.size() - kNameOffset, kNameSize));
+      const auto rest = message.subspan(std::min(message.size(), kNameOffset));
+      memcpy(name, rest.data(), std::min(rest.size(), kNameSize));
       fprintf(stderr, "comm pid=%d/tgid=%d: '%s'\n", data[0], data[1], name);
       break;
     }
