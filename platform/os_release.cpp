@@ -10,16 +10,16 @@ void copy_unquoted(std::string_view quoted, char *value, std::size_t size) {
   while (!quoted.empty() &&
          (quoted.back() == ' ' || quoted.back() == '\t' || quoted.back() == '\r'))
     quoted.remove_suffix(1);
-  char quote = '\0';
+  bool is_literal = false;
   if (quoted.size() >= 2 && quoted.front() == quoted.back() &&
       (quoted.front() == '"' || quoted.front() == '\'')) {
-    quote = quoted.front();
+    is_literal = quoted.front() == '\'';
     quoted.remove_prefix(1);
     quoted.remove_suffix(1);
   }
   std::size_t length = 0;
   for (std::size_t i = 0; i < quoted.size() && length + 1 < size; ++i) {
-    if (quoted[i] == '\\' && quote != '\'' && i + 1 < quoted.size())
+    if (quoted[i] == '\\' && !is_literal && i + 1 < quoted.size())
       ++i;
     value[length++] = quoted[i];
   }

@@ -6,6 +6,7 @@
 #include <errno.h>
 #include <string.h>
 
+#include <bit>
 #include <cstdint>
 
 namespace {
@@ -76,12 +77,7 @@ const char *sata_version_of(const void *identify) {
 
 std::uint32_t max_speed_of(const void *identify) {
   const std::uint16_t speeds = word(identify, 76);
-  std::uint32_t highest = 0;
-  for (std::uint32_t code = 1; is_told(speeds) && code <= 3; ++code) {
-    if ((speeds >> code & 1) != 0)
-      highest = code;
-  }
-  return highest;
+  return is_told(speeds) ? static_cast<std::uint32_t>(std::bit_width(speeds >> 1 & 0x7u)) : 0;
 }
 
 std::uint32_t current_speed_of(const void *identify) {
