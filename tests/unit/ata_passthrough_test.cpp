@@ -208,6 +208,23 @@ TEST(SataDevice, failed_command_is_reported_with_its_name_and_leaves_no_descript
   EXPECT_EQ(count_descriptors(), before);
 }
 
+// A program that is started without standard input gets descriptor 0 from its first open().
+TEST(SataDevice, a_disk_may_be_descriptor_0) {
+  const int input = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3);
+  ASSERT_GE(input, 0);
+  for (const Wrapper &wrapper : kWrappers) {
+    const std::string usual = printed(-1, [&] { return wrapper.call("/dev/null"); });
+    const std::string without = printed(-1, [&] {
+      close(STDIN_FILENO);
+      const int result = wrapper.call("/dev/null");
+      dup2(input, STDIN_FILENO);
+      return result;
+    });
+    EXPECT_EQ(without, usual);
+  }
+  close(input);
+}
+
 TEST(SataDevice, null_buffers_are_named_except_by_identify) {
   const char *null_buffer = "data buffer is NULL\n";
   EXPECT_EQ(printed(-1, [] { return sata_read_smart_values("/dev/null", nullptr); }), null_buffer);

@@ -265,6 +265,29 @@ TEST_F(SsdUpgrade, download_beyond_the_offsets_reach_sends_nothing) {
   EXPECT_EQ(result.text, "");
 }
 
+TEST_F(SsdUpgrade, download_to_the_last_offset_is_sent) {
+  std::array<std::uint8_t, 4096> image = {};  // the first chunk, which /dev/null refuses
+  const Outcome result = outcome(
+      [&] { return korsata_download_microcode_cmd("/dev/null", image.data(), 32 * 1024 * 1024); });
+  EXPECT_EQ(result.status, -1);
+  EXPECT_EQ(result.text, "sata command 0x92 return -1\n");
+}
+
+TEST_F(SsdUpgrade, a_drive_may_be_descriptor_0) {
+  const int input = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3);
+  ASSERT_GE(input, 0);
+  std::array<std::uint8_t, 512> image = {};
+  const Outcome result = outcome([&] {
+    close(STDIN_FILENO);
+    const int sent = korsata_download_microcode_cmd("/dev/null", image.data(), 512);
+    dup2(input, STDIN_FILENO);
+    return sent;
+  });
+  close(input);
+  EXPECT_EQ(result.status, -1);
+  EXPECT_EQ(result.text, "sata command 0x92 return -1\n");
+}
+
 // The descriptors of this process.
 int count_descriptors() {
   int count = 0;
