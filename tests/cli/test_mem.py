@@ -442,6 +442,20 @@ def test_fill_sets_every_byte_to_the_low_byte(board, data, value, byte):
     assert peek(board, 0x1FF0, 0x40) == b"\xA5" * 16 + bytes([byte]) * 16 + b"\xA5" * 32
 
 
+def test_fill_of_an_address_that_is_no_number_begins_at_0(board):
+    poke(board, 0, b"\xA5" * 0x20)
+    run = mem(board, "fill", "word", "10", "5a")
+    assert_filled(run, 0, 0x10, 0x5A, [OPEN, mapped(0x10, 0), CLOSE])
+    assert peek(board, 0, 0x20) == b"\x5A" * 16 + b"\xA5" * 16
+
+
+def test_fill_of_a_length_that_is_no_number_fills_nothing(board):
+    poke(board, 0x2000, b"\xA5" * 0x20)
+    run = mem(board, "fill", "2000", "word", "5a")
+    assert_filled(run, 0x2000, 0, 0x5A, run.requests)
+    assert peek(board, 0x2000, 0x20) == b"\xA5" * 0x20
+
+
 def test_fill_of_many_pages(board):
     run = mem(board, "fill", "10000010", "1000000", "5a")
     assert_filled(run, 0x10000010, 0x1000000, 0x5A, [OPEN, mapped(0x1000010, 0x10000000), CLOSE])
