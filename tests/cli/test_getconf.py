@@ -7,7 +7,7 @@ import shutil
 import subprocess
 
 import pytest
-from conftest import EMULATOR, environment, program, untraced, word_size
+from conftest import EMULATOR, environment, little_memory, program, untraced, word_size
 
 USAGE = (
     b"Usage: getconf [-v specification] variable_name [pathname]\n"
@@ -112,6 +112,16 @@ def test_value_that_is_not_there_leaves_the_padded_name(build):
     # No system has the streams interface or the old transport interface.
     for name in (b"_POSIX_PII", b"_POSIX_PII_XTI"):
         assert b"\n%-35s\n" % name in output
+
+
+def test_a_text_without_memory_ends_the_list(board):
+    room = len(os.confstr("CS_PATH")) + 2  # its NUL, and the room of a text that is not there
+    short_of_it = {**little_memory(board.build), "NO_BLOCKS_OF": str(room)}
+    run = board.run("btdbg", "getconf", "-a", env=short_of_it)
+    program_name, text = run.stderr.rsplit(b"/", 1)
+    assert b"\n" not in program_name
+    assert (text, run.status) == (b"benchrig: memory exhausted\n", 3)
+    assert run.stdout.endswith(b"\n%-35s" % b"PATH")
 
 
 def test_unsigned_limits_are_printed_as_such(build):
