@@ -204,6 +204,15 @@ def test_a_log_of_ones_own(board, tmp_path):
     assert (tmp_path / "log").read_bytes().count(b"\n\0") == 1
 
 
+@pytest.mark.parametrize("length, kept", [(109, 109), (110, 109)])
+def test_the_default_log_s_path_has_127_characters_at_most(board, length, kept):
+    board.fault(f"{NODE} absent")
+    board.run("bt2", "blktrace", "n" * length)
+    path = f"/var/{'n' * kept}_blktrace.log"
+    assert len(path) == 127
+    assert log_of(board, path[1:]) == b""
+
+
 @pytest.mark.parametrize("mask", [0o000, 0o022, 0o077])
 def test_a_new_log_may_be_used_by_everyone_whom_the_mask_allows(board, tmp_path, mask):
     board.fault(f"{NODE} absent")

@@ -25,6 +25,7 @@ COMMANDS = [
     "bt2 uenv list",
     "bt2 bsp ver",
     "bt2 hdsmart /dev/sda",
+    "bt2 blktrace sdz",
     "bt2 hdstatus 0",
     "bt2 stor -l",
     "bt2 stor -s sda 0",

@@ -125,6 +125,16 @@ def test_ends_on_sigterm_as_any_program(board):
     assert run.status == 128 + 15
 
 
+def test_runs_without_standard_input(board):
+    events(board, "0.1 exec 1 2")
+    program = board.build / "bin/benchrig"
+    run = board.run_command(
+        ["sh", "-c", 'exec "$@" <&-', "sh", program, "btdbg", "proctrace"], signals=["INT@1"]
+    )
+    assert (run.stdout, run.stderr, run.status) == (INTERRUPTED, b"exec pid=1/tgid=2\n", 0)
+    assert "socket socket NETLINK DGRAM 11 = 0" in run.requests
+
+
 def test_socket_that_is_not_made_is_reported(board):
     board.fault("socket socket errno=EMFILE")
     run = proctrace(board)
