@@ -24,8 +24,8 @@ extern "C" {
 RIG_API int rig_uenv_totalkey(void);
 
 /* Stores the name of variable `index` (0 to rig_uenv_totalkey() - 1) in `key`, cut to `size` - 1
- * characters and terminated. EINVAL for an index out of range. The order stays while nothing is
- * set. */
+ * characters and terminated. EINVAL for an index out of range, a null `key` or no room. The order
+ * stays while nothing is set. */
 RIG_API int rig_uenv_key(int index, char *key, int size);
 
 /* Stores the value of `key` in `value`, cut to `size` - 1 characters and terminated. ENOENT when

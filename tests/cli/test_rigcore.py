@@ -140,6 +140,18 @@ def test_an_index_beyond_the_listing_is_refused(board, index):
     assert ask(board, "total", "key", index) == [f"total {new_variables()}", "key EINVAL"]
 
 
+@pytest.mark.parametrize("size, length", [(1, 0), (2, 1), (5, 4)])
+def test_a_name_is_cut_to_its_room_and_terminated(board, size, length):
+    name = ask(board, "total", "key", "0")[1].split()[2]
+    assert len(name) > 4
+    assert ask(board, "key_room", "0", size) == [f"key_room 0 {name[:length] + '$':.<16}"]
+
+
+@pytest.mark.parametrize("size", [0, -1, "NULL"])
+def test_a_name_without_room_is_refused(board, size):
+    assert ask(board, "key_room", "0", size) == ["key_room EINVAL"]
+
+
 @pytest.mark.parametrize("name", ["", "a=b", "="])
 def test_a_name_that_no_variable_can_have_is_refused(board, name):
     assert ask(board, "set", name, "1") == ["set EINVAL"]
@@ -649,6 +661,15 @@ def test_switches_need_not_be_numbered_without_gaps(board):
     ]
 
 
+def test_a_map_of_sixteen_switches_has_no_other(board):
+    with open(board.path(MAP), "a", encoding="utf-8") as file:
+        for number in range(16):
+            file.write(
+                f"storage.{number} = disk{number} /sys/devices/platform/disk{number}/state\n"
+            )
+    assert ask(board, "switch", "disk16", "1", "switch", "disk16", "1") == ["switch ENODEV"] * 2
+
+
 @pytest.mark.parametrize("entry", ["", "sda"])
 def test_an_entry_that_is_no_switch(board, entry):
     with open(board.path(MAP), "a", encoding="utf-8") as file:
@@ -919,6 +940,7 @@ def ask_without_messages(board, *words):
         ("/chosen", "test", f"{OVERLAYS} absent", "ENOSYS"),
         ("/chosen", "test", f"{OVERLAYS}/benchrig-0/status read short=0", "EIO"),
         ("/chosen", "test", f"{OVERLAYS}/benchrig-0/dtbo write errno=EACCES", "EACCES"),
+        ("/chosen", "test", f"{OVERLAYS}/benchrig-0/dtbo close errno=EBUSY", "EBUSY"),
     ],
 )
 def test_an_overlay_that_is_refused_has_its_reason_whatever_becomes_of_the_message(
@@ -927,6 +949,12 @@ def test_an_overlay_that_is_refused_has_its_reason_whatever_becomes_of_the_messa
     if fault:
         board.fault(fault)
     assert ask_without_messages(board, "overlay", node, name, "aaaa") == [f"overlay {reason}"]
+
+
+def test_an_overlay_that_is_not_written_has_that_reason_whatever_closing_says(board):
+    board.fault(f"{OVERLAYS}/benchrig-0/dtbo write errno=EACCES")
+    board.fault(f"{OVERLAYS}/benchrig-0/dtbo close errno=EBUSY")
+    assert ask_without_messages(board, "overlay", "/chosen", "test", "aaaa") == ["overlay EACCES"]
 
 
 # The map's first reading complains of its line before the answer is found.

@@ -332,6 +332,7 @@ def test_sixteen_devices_fit(empty):
     [
         ({"device__state": "running"}, 1),
         ({"device__state": "offline"}, 0),
+        ({"device__state": "deleted"}, 0),
         ({"device__state": "created"}, 4),
         ({"device__state": "blocked"}, 2),
         ({"device__state": "transport-offline"}, 2),

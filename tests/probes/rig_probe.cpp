@@ -63,6 +63,19 @@ void step_key(const char *name, char **words) {
   report(name, result, -1, key);
 }
 
+// Names variable words[0] in a room of words[1] bytes, or, when that is NULL, in none.
+void step_key_room(const char *name, char **words) {
+  char room[16];
+  memset(room, '.', sizeof room);
+  const bool nowhere = is_null(words[1]);
+  const int size = nowhere ? static_cast<int>(sizeof room) : atoi(words[1]);
+  const int result = rig_uenv_key(atoi(words[0]), nowhere ? nullptr : room, size);
+  char text[sizeof room + 1] = "";
+  for (std::size_t i = 0; i < sizeof room; ++i)
+    text[i] = room[i] != '\0' ? room[i] : '$';
+  report(name, result, -1, text, strspn(text, ".") != sizeof room);
+}
+
 void step_get(const char *name, char **words) {
   char value[RIG_UENV_VALUE_SIZE] = "";
   const int result = rig_uenv_get(words[0], value, sizeof value);
@@ -265,6 +278,7 @@ void step_date(const char *name, char **) {
 constexpr Step kSteps[] = {
     {"total", 0, step_total},
     {"key", 1, step_key},
+    {"key_room", 2, step_key_room},
     {"get", 1, step_get},
     {"set", 2, step_set},
     {"value", 2, step_value},
