@@ -57,8 +57,8 @@ struct Session {
   bool self_test;
 };
 
-// Cleared by the self-test's timer alone.
-std::atomic<bool> running = true;
+// Set when the applet starts, cleared by the self-test's timer alone.
+std::atomic<bool> running;
 static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler stores it");
 
 AttitudeState attitude_state;

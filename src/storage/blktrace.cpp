@@ -32,7 +32,7 @@ static_assert(sizeof kUsage - 1 == 134);
 
 constexpr std::size_t kLogPathSize = 128;
 
-std::atomic<bool> stop_requested = false;
+std::atomic<bool> stop_requested;
 static_assert(std::atomic<bool>::is_always_lock_free);
 
 void request_stop(int) {
