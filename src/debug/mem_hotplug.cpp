@@ -41,25 +41,25 @@ void sysfs_write(const char *path, const char *text) {
   close(file);
 }
 
-// The number of bytes read, or -1; one newline at the end is dropped.
-int sysfs_read(const char *path, SysfsText &out_text) {
+// False when the file cannot be read; one newline at the end is dropped.
+bool sysfs_read(const char *path, SysfsText &out_text) {
   const int file = open(path, O_RDONLY);
   if (file < 0)
-    return -1;
+    return false;
   const ssize_t count = read(file, out_text, kMostText);
   close(file);
   if (count < 0)
-    return -1;
+    return false;
   out_text[count] = '\0';
   if (count > 0 && out_text[count - 1] == '\n')
     out_text[count - 1] = '\0';
-  return static_cast<int>(count);
+  return true;
 }
 
 // 0 when it cannot be told.
 std::uint32_t read_block_size() {
   SysfsText text;
-  if (sysfs_read(kBlockSizePath, text) < 0) {
+  if (!sysfs_read(kBlockSizePath, text)) {
     puts("nvtmem: can't get alignment size");
     return 0;
   }
@@ -83,7 +83,7 @@ int set_block_state(std::uint32_t index) {
   char path[64];
   snprintf(path, sizeof path, "/sys/devices/system/memory/memory%u/state", index);
   SysfsText state;
-  if (sysfs_read(path, state) < 0) {
+  if (!sysfs_read(path, state)) {
     puts("nvtmem: can't get state");
     return -1;
   }
