@@ -28,8 +28,8 @@ constexpr int kPriority = 10;
 
 [[noreturn]] void fill_forever() {
   unsigned char buffer[512];
-  for (unsigned int value = 0;; ++value) {
-    memset(buffer, static_cast<int>(value & 0xFF), sizeof buffer);
+  for (unsigned char value = 0;; ++value) {
+    memset(buffer, value, sizeof buffer);
     asm volatile("" : : "r"(buffer) : "memory");  // the optimiser must believe that it is read
   }
 }
