@@ -30,6 +30,8 @@ struct Connector {
   int interrupted_wait = 0;             // SIGINT comes when this wait begins, from 1; 0: never
   int failed_wait = 0;                  // this wait finds an error of the socket, as receiving does
   std::size_t interrupted_receive = 0;  // SIGINT comes with this datagram, from 1; 0: never
+  int refused_option = -1;              // an option of the socket that takes a privilege
+  std::vector<int> options;             // in the order in which they were set
 };
 
 Connector *connector = nullptr;
@@ -59,6 +61,21 @@ int socket(int domain, int type, int protocol) noexcept {
 
 int bind(int fd, const sockaddr *address, socklen_t size) noexcept {
   return connector == nullptr ? real(&bind, "bind")(fd, address, size) : 0;
+}
+
+int setsockopt(int fd, int level, int option, const void *value, socklen_t size) noexcept {
+  if (connector == nullptr)
+    return real(&setsockopt, "setsockopt")(fd, level, option, value, size);
+  EXPECT_EQ(level, SOL_SOCKET);
+  int number = 0;
+  EXPECT_EQ(size, sizeof number);
+  memcpy(&number, value, sizeof number);
+  EXPECT_EQ(number, 4 << 20);
+  connector->options.push_back(option);
+  if (option != connector->refused_option)
+    return 0;
+  errno = EPERM;
+  return -1;
 }
 
 ssize_t recvmsg(int fd, msghdr *message, int flags) {
@@ -180,6 +197,20 @@ TEST_F(ProctraceSocket, datagrams_of_other_processes_are_ignored) {
   EXPECT_EQ(out, "");
   EXPECT_EQ(err, "exec pid=1/tgid=2\nexec pid=9/tgid=10\nunhandled event: 0x     100\n");
   EXPECT_EQ(operations(), (std::vector<std::uint32_t>{1, 2}));
+}
+
+// The board's limit is for those who may not pass it.
+TEST_F(ProctraceSocket, the_buffer_is_asked_for_within_the_limit_only_without_the_privilege) {
+  played.interrupted_wait = 1;
+  run();
+  EXPECT_EQ(played.options, (std::vector<int>{SO_RCVBUFFORCE}));
+}
+
+TEST_F(ProctraceSocket, without_the_privilege_the_buffer_has_the_limit_of_the_board) {
+  played.interrupted_wait = 1;
+  played.refused_option = SO_RCVBUFFORCE;
+  EXPECT_EQ(run(), 0);
+  EXPECT_EQ(played.options, (std::vector<int>{SO_RCVBUFFORCE, SO_RCVBUF}));
 }
 
 TEST_F(ProctraceSocket, an_empty_datagram_is_ignored) {
