@@ -225,6 +225,17 @@ TEST(SataDevice, a_disk_may_be_descriptor_0) {
   close(input);
 }
 
+// Each line is a write that fails, with a reason of its own.
+TEST(SataDevice, a_failed_command_s_reason_outlives_the_message) {
+  const auto reason_without_messages = [] {
+    setvbuf(stdout, nullptr, _IONBF, 0);
+    dup2(open("/dev/full", O_WRONLY | O_CLOEXEC), STDOUT_FILENO);
+    const int result = sata_standby_immediate("/dev/null");
+    _exit(result == -1 && errno == no_disk_errno() ? 0 : 1);
+  };
+  EXPECT_EXIT(reason_without_messages(), testing::ExitedWithCode(0), "");
+}
+
 TEST(SataDevice, null_buffers_are_named_except_by_identify) {
   const char *null_buffer = "data buffer is NULL\n";
   EXPECT_EQ(printed(-1, [] { return sata_read_smart_values("/dev/null", nullptr); }), null_buffer);
