@@ -722,6 +722,12 @@ def test_a_switch_that_takes_a_part_of_its_word_has_failed(board, taken):
     assert ask(board, "switch", "sda", "0") == ["switch EIO"]
 
 
+def test_a_switch_that_takes_nothing_after_an_interruption_has_failed(board):
+    board.fault("/sys/devices/platform/sda-power/state write errno=EINTR nth=1")
+    board.fault("/sys/devices/platform/sda-power/state write result=0 nth=2")
+    assert ask(board, "switch", "sda", "0") == ["switch EIO"]
+
+
 # --- The CPLD -----------------------------------------------------------------------------------
 
 CPLD = "/sys/class/firmware/cpld"
