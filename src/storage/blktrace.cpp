@@ -92,7 +92,9 @@ int trace(int device, int log, const char *name) {
   return result;
 }
 
+// Clears the flag first: a signal that comes as soon as it is caught is not lost.
 void catch_stop() {
+  stop_requested.store(false, std::memory_order_relaxed);
   struct sigaction action = {};
   action.sa_handler = request_stop;
   action.sa_flags = SA_RESTART;
@@ -110,7 +112,6 @@ int blktrace_applet(int argc, char **argv) {
   snprintf(default_path, sizeof default_path, "/var/%.109s_blktrace.log", argv[1]);
   const char *path = argc == 3 ? argv[2] : default_path;
 
-  stop_requested.store(false, std::memory_order_relaxed);
   catch_stop();
   const int log = open(path, O_WRONLY | O_CREAT, 0777);
   if (log < 0) {
