@@ -234,20 +234,19 @@ void start_host() {
 
 void keep_claim(Description &description) {
   description.claim = description.shared->claim;
-  add_own_descriptor(description.claim);
+  if (description.claim > 0)
+    add_own_descriptor(description.claim);
 }
 
 void drop_stray_claims(std::span<const int> fds) {
-  FileStatus mark;
-  const int fd = open_board_mark();
-  if (fd < 0 || sys_fstat(fd, mark) < 0)
-    return;
-  sys_close(fd);
-  for (const int one : fds) {
+  for (const int fd : fds) {
+    BoardPath path;
+    FileStatus mark;
     FileStatus status;
-    if (!is_board_descriptor(one) && !is_own_descriptor(one) && sys_fstat(one, status) == 0 &&
+    if (fd >= kOwnDescriptors && !is_own_descriptor(fd) && sys_fstat(fd, status) == 0 &&
+        find_board_file(board_root(), "board", path) == 0 && sys_stat(path.c_str(), mark) == 0 &&
         status.inode == mark.inode && status.filesystem == mark.filesystem)
-      sys_close(one);
+      sys_close(fd);
   }
 }
 
