@@ -66,12 +66,11 @@ const char *sata_version_of(const void *identify) {
       "SATA 3.1", "SATA 3.2",  "SATA 3.3",    "SATA 3.4", "SATA 3.5",
   };
   const std::uint16_t transport = word(identify, 222);
-  if (is_told(transport) && transport >> 12 == 1) {
-    for (int bit = static_cast<int>(sizeof kVersions / sizeof kVersions[0]); bit-- > 0;) {
-      if ((transport >> bit & 1) != 0)
-        return kVersions[bit];
-    }
-  }
+  const bool is_serial = is_told(transport) && transport >> 12 == 1;
+  const int named = is_serial ? std::bit_width(transport & 0x7FFu) : 0;
+  static_assert(sizeof kVersions / sizeof kVersions[0] == std::bit_width(0x7FFu));
+  if (named != 0)
+    return kVersions[named - 1];
   return is_told(word(identify, 76)) ? "SATA" : "";
 }
 
