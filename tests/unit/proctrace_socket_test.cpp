@@ -59,20 +59,20 @@ int socket(int domain, int type, int protocol) noexcept {
   return connector->ends[0];
 }
 
-int bind(int fd, const sockaddr *address, socklen_t size) noexcept {
-  return connector == nullptr ? real(&bind, "bind")(fd, address, size) : 0;
+int bind(int fd, const sockaddr *addr, socklen_t len) noexcept {
+  return connector == nullptr ? real(&bind, "bind")(fd, addr, len) : 0;
 }
 
-int setsockopt(int fd, int level, int option, const void *value, socklen_t size) noexcept {
+int setsockopt(int fd, int level, int optname, const void *optval, socklen_t optlen) noexcept {
   if (connector == nullptr)
-    return real(&setsockopt, "setsockopt")(fd, level, option, value, size);
+    return real(&setsockopt, "setsockopt")(fd, level, optname, optval, optlen);
   EXPECT_EQ(level, SOL_SOCKET);
   int number = 0;
-  EXPECT_EQ(size, sizeof number);
-  memcpy(&number, value, sizeof number);
+  EXPECT_EQ(optlen, sizeof number);
+  memcpy(&number, optval, sizeof number);
   EXPECT_EQ(number, 4 << 20);
-  connector->options.push_back(option);
-  if (option != connector->refused_option)
+  connector->options.push_back(optname);
+  if (optname != connector->refused_option)
     return 0;
   errno = EPERM;
   return -1;
@@ -98,19 +98,18 @@ ssize_t recvmsg(int fd, msghdr *message, int flags) {
   return count;
 }
 
-int ppoll(pollfd *fds, nfds_t count, const timespec *limit, const sigset_t *mask) {
+int ppoll(pollfd *fds, nfds_t nfds, const timespec *timeout, const sigset_t *ss) {
   const auto wait = real(&ppoll, "ppoll");
   if (connector == nullptr)
-    return wait(fds, count, limit, mask);
-  EXPECT_EQ(limit, nullptr);
+    return wait(fds, nfds, timeout, ss);
+  EXPECT_EQ(timeout, nullptr);
   if (++connector->waits == connector->failed_wait) {
     fds->revents = POLLERR;
     return 1;
   }
   const bool ignores_error =
       connector->failed_wait > 0 && connector->waits > connector->failed_wait;
-  const bool loses_signal =
-      connector->waits == connector->interrupted_wait && !interrupt_wait(mask);
+  const bool loses_signal = connector->waits == connector->interrupted_wait && !interrupt_wait(ss);
   const bool forgets_signal =
       connector->interrupted_receive > 0 && connector->received >= connector->interrupted_receive;
   if (ignores_error || loses_signal || forgets_signal) {
@@ -118,7 +117,7 @@ int ppoll(pollfd *fds, nfds_t count, const timespec *limit, const sigset_t *mask
     errno = ETIME;
     return -1;
   }
-  return wait(fds, count, nullptr, mask);
+  return wait(fds, nfds, nullptr, ss);
 }
 
 }  // extern "C"
