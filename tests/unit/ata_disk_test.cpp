@@ -50,6 +50,7 @@ struct Answer {
   Bytes data = {};  // of a read; nothing more arrives
   unsigned char status = 0;
   unsigned short driver_status = 0;
+  unsigned int info = 0;
   Bytes sense = {};
   bool closes = false;  // the descriptor, so that its owner's close() fails
 };
@@ -81,6 +82,7 @@ int answer_request(int fd, sg_io_hdr &header) {
   header.host_status = answer.host_status;
   header.status = answer.status;
   header.driver_status = answer.driver_status;
+  header.info = answer.info;
   header.sb_len_wr = static_cast<unsigned char>(answer.sense.size());
   std::copy(answer.sense.begin(), answer.sense.end(), header.sbp);
   if (header.dxfer_direction == SG_DXFER_FROM_DEV && answer.host_status == 0) {
@@ -247,6 +249,17 @@ TEST_F(AtaDisk, a_long_download_carries_its_length_in_the_tag_too) {
   ASSERT_EQ(answering.sent.size(), 1u);
   EXPECT_EQ(answering.sent[0].header.pack_id, 0x010203);  // length >> 17 below the offset
   EXPECT_EQ(answering.sent[0].header.dxfer_len, length);
+}
+
+TEST_F(AtaDisk, a_vendor_read_that_reports_a_failure_clears_its_data_and_nothing_around_them) {
+  std::uint8_t count = 1;
+  Bytes data(1 + 512 + 1, 0xEE);
+  EXPECT_EQ(run({{.data = Bytes(512, 0x5C), .info = SG_INFO_CHECK}},
+                [&] { return sata_vendor_dma_read(kNode, &count, 0x86, data.data() + 1); }),
+            0);
+  Bytes expected(data.size(), 0);
+  expected.front() = expected.back() = 0xEE;
+  EXPECT_EQ(data, expected);
 }
 
 TEST_F(AtaDisk, vendor_counts_have_no_sign) {
