@@ -2,4 +2,4 @@
 
 #include "platform/verbose.h"
 
-int rig_verbose = 0;
+int rig_verbose;
