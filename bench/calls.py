@@ -30,7 +30,9 @@ def main(vboard, calls, rounds):
                     best[place + name] = min(value, best.get(place + name, value))
         for name in [name for name in best if name.startswith("board ")]:
             plain = best.get(name.removeprefix("board "), best["ioctl"])
-            print(f"  {name.removeprefix('board '):14} {best[name]:8.0f} ns {best[name] / plain:6.2f}")
+            print(
+                f"  {name.removeprefix('board '):14} {best[name]:8.0f} ns {best[name] / plain:6.2f}"
+            )
 
 
 if __name__ == "__main__":

@@ -67,7 +67,7 @@ const char *sata_version_of(const void *identify) {
   };
   const std::uint16_t transport = word(identify, 222);
   const bool is_serial = is_told(transport) && transport >> 12 == 1;
-  const int named = is_serial ? std::bit_width(transport & 0x7FFu) : 0;
+  const int named = is_serial ? static_cast<int>(std::bit_width(transport & 0x7FFu)) : 0;
   static_assert(sizeof kVersions / sizeof kVersions[0] == std::bit_width(0x7FFu));
   if (named != 0)
     return kVersions[named - 1];

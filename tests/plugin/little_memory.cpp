@@ -40,12 +40,12 @@ extern "C" __attribute__((visibility("default"))) void *malloc(std::size_t size)
   return nullptr;
 }
 
-extern "C" __attribute__((visibility("default"))) void *calloc(std::size_t count,
+extern "C" __attribute__((visibility("default"))) void *calloc(std::size_t nmemb,
                                                                std::size_t size) {
   constexpr std::size_t kMost = std::size_t{256} << 10;
   std::size_t total = 0;
-  if (!__builtin_mul_overflow(count, size, &total) && total < kMost)
-    return __libc_calloc(count, size);
+  if (!__builtin_mul_overflow(nmemb, size, &total) && total < kMost)
+    return __libc_calloc(nmemb, size);
   errno = ENOMEM;
   return nullptr;
 }

@@ -55,9 +55,9 @@ extern "C" __attribute__((visibility("default"))) int close(int fd) {
   return result;
 }
 
-extern "C" __attribute__((visibility("default"))) dirent64 *readdir64(DIR *stream) {
+extern "C" __attribute__((visibility("default"))) dirent64 *readdir64(DIR *dirp) {
   const auto real = reinterpret_cast<decltype(&readdir64)>(dlsym(RTLD_NEXT, "readdir64"));
-  dirent64 *entry = real(stream);
+  dirent64 *entry = real(dirp);
   const char *number = getenv("READDIR_ERRNO");
   if (entry == nullptr && number != nullptr)
     errno = atoi(number);

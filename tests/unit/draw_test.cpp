@@ -319,11 +319,11 @@ TEST(DrawSettings, marks_what_differs_and_what_makes_no_sense) {
       "# Mine.\n",
       "  setting          value                default      meaning\n",
       "  set_to           -                    -            what the clock was set to\n",
-      "  set_at           -                    -            the board's calendar time of that "
-      "moment\n",
+      std::string("  set_at           -                    -            ") +
+          "the board's calendar time of that moment\n",
       "  rate             1                    1.0          seconds it counts in a second\n",
-      "* stopped          0                    0            1: it stands still (1 on a new "
-      "board)\n",
+      std::string("* stopped          0                    0            ") +
+          "1: it stands still (1 on a new board)\n",
       "! time_valid       no                   1            0: it lost its supply; reading is "
       "EINVAL "
       "until it is set (may be 0 or 1)\n",

@@ -30,13 +30,13 @@ const Answers *answers = nullptr;
 
 }  // namespace
 
-extern "C" std::size_t confstr(int name, char *text, std::size_t size) noexcept {
+extern "C" std::size_t confstr(int name, char *buf, std::size_t len) noexcept {
   if (answers == nullptr) {
     const auto real = reinterpret_cast<decltype(&confstr)>(dlsym(RTLD_NEXT, "confstr"));
-    return real(name, text, size);
+    return real(name, buf, len);
   }
   errno = ERANGE;
-  return text == nullptr ? answers->length : answers->stored;
+  return buf == nullptr ? answers->length : answers->stored;
 }
 
 namespace {
