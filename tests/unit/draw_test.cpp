@@ -315,31 +315,27 @@ TEST(DrawSettings, marks_what_differs_and_what_makes_no_sense) {
   const std::string page = drawn([&](FILE *out) {
     EXPECT_EQ(draw_node(board.directory.c_str(), fresh.directory.c_str(), "/dev/node", out), 0);
   });
-  const std::string lines[] = {
-      "# Mine.\n",
-      "  setting          value                default      meaning\n",
-      "  set_to           -                    -            what the clock was set to\n",
-      std::string("  set_at           -                    -            ") +
-          "the board's calendar time of that moment\n",
-      "  rate             1                    1.0          seconds it counts in a second\n",
-      std::string("* stopped          0                    0            ") +
-          "1: it stands still (1 on a new board)\n",
+  const char whole[] =
+      "# Mine.\n"
+      "  setting          value                default      meaning\n"
+      "  set_to           -                    -            what the clock was set to\n"
+      "  set_at           -                    -            "
+      "the board's calendar time of that moment\n"
+      "  rate             1                    1.0          seconds it counts in a second\n"
+      "* stopped          0                    0            "
+      "1: it stands still (1 on a new board)\n"
       "! time_valid       no                   1            0: it lost its supply; reading is "
       "EINVAL "
-      "until it is set (may be 0 or 1)\n",
-      "  model            rtc                  -            which model answers\n",
-      "  medium           -                    -            its file in media/\n",
+      "until it is set (may be 0 or 1)\n"
+      "  model            rtc                  -            which model answers\n"
+      "  medium           -                    -            its file in media/\n"
       "  medium_size      0                    0            bytes of a medium that is made because "
-      "it is missing\n",
+      "it is missing\n"
       "  number           0:0                  0:0          the device number that stat shows, "
-      "MAJOR:MINOR\n",
-      "  type             character            character    what stat shows it as\n",
-      "! stoped           1                    -            the device has no such setting\n",
-      "\nfollows the board's calendar\n",
-  };
-  std::string whole;
-  for (const std::string &line : lines)
-    whole += line;
+      "MAJOR:MINOR\n"
+      "  type             character            character    what stat shows it as\n"
+      "! stoped           1                    -            the device has no such setting\n"
+      "\nfollows the board's calendar\n";
   EXPECT_EQ(page, whole);
 }
 
