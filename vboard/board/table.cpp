@@ -347,7 +347,7 @@ void check_table(const Table &table, const TableLayout &layout,
     }
     if (seen == nullptr)
       continue;
-    std::size_t place = key_hash(layout, row.words) & (places - 1);
+    std::size_t place = static_cast<std::size_t>(key_hash(layout, row.words)) & (places - 1);
     while (seen[place].line != 0 && !has_key(layout, row.words, seen[place].words))
       place = (place + 1) & (places - 1);
     if (seen[place].line == 0) {
