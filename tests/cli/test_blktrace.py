@@ -166,12 +166,12 @@ def test_a_failed_poll_is_tried_again(board):
 
 def test_events_after_a_quiet_time_are_logged_too(board):
     # Thousands of polls find no event before the first one, and between the two.
-    timeline(board, "0.01 1 2048 4096 4194305 0", "0.02 8 4096 512 4194305 0")
+    timeline(board, "0.001 1 2048 4096 4194305 0", "0.002 8 4096 512 4194305 0")
     run = board.run("bt2", "blktrace", "sda", signals=STOP)
     assert (run.status, run.stdout, run.stderr) == (0, b"", b"")
     assert log_of(board, "var/sda_blktrace.log") == (
-        event_line("sda", 10000001, "", "Q", 2048, 8, "R", "0")
-        + event_line("sda", 20000001, "", "C", 4096, 1, "R", "0")
+        event_line("sda", 1000001, "", "Q", 2048, 8, "R", "0")
+        + event_line("sda", 2000001, "", "C", 4096, 1, "R", "0")
     )
 
 
