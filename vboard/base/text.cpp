@@ -129,6 +129,12 @@ int parse_signal(std::string_view word) {
   return 0;
 }
 
+std::uint64_t text_hash(std::string_view text, std::uint64_t front) {
+  for (const char letter : text)
+    front = (front ^ static_cast<unsigned char>(letter)) * 0x100000001b3;
+  return front;
+}
+
 bool copy_text(std::span<char> out, std::string_view text) {
   out[0] = '\0';
   if (text.size() >= out.size())

@@ -25,6 +25,10 @@ int parse_errno(std::string_view word);
 // "TERM", "SIGTERM", or a number: the signal. 0 for an unknown name.
 int parse_signal(std::string_view word);
 
+// A number that another text hardly has (FNV-1a). `front` is that of what stands before the text.
+inline constexpr std::uint64_t kEmptyHash = 0xcbf29ce484222325;
+std::uint64_t text_hash(std::string_view text, std::uint64_t front = kEmptyHash);
+
 // Copies into a fixed text of a record; false (and an empty text) when it does not fit.
 bool copy_text(std::span<char> out, std::string_view text);
 

@@ -83,7 +83,7 @@ bool has_key(const TableLayout &layout, std::string_view words, std::string_view
 
 // The same number for equal keys.
 std::uint64_t key_hash(const TableLayout &layout, std::string_view words) {
-  std::uint64_t hash = 0xcbf29ce484222325;
+  std::uint64_t hash = kEmptyHash;
   for (std::size_t i = 0; i < layout.keys; ++i) {
     const std::string_view word = take_word(words);
     std::int64_t number;
@@ -92,9 +92,7 @@ std::uint64_t key_hash(const TableLayout &layout, std::string_view words) {
         layout.columns[i].kind == SettingKind::kNumber && parse_number(word, number);
     if (is_number)
       append_decimal(decimal, number);
-    for (const char letter : is_number ? decimal.view() : word)
-      hash = (hash ^ static_cast<unsigned char>(letter)) * 0x100000001b3;
-    hash = (hash ^ ' ') * 0x100000001b3;
+    hash = text_hash(" ", text_hash(is_number ? decimal.view() : word, hash));
   }
   return hash;
 }

@@ -1,6 +1,7 @@
 #include "vboard/interposer/core/attribute_changes.h"
 
 #include "vboard/base/kernel.h"
+#include "vboard/base/text.h"
 #include "vboard/board/attributes.h"
 #include "vboard/board/board_files.h"
 #include "vboard/interposer/core/device_lock.h"
@@ -18,18 +19,10 @@ std::string_view value_in(const char *text, ssize_t size) {
   return attribute_value({text, size > 0 ? static_cast<std::size_t>(size) : 0});
 }
 
-// The value as a number that another value hardly has.
-std::uint64_t mark_of(std::string_view value) {
-  std::uint64_t mark = 0xcbf29ce484222325;
-  for (const char letter : value)
-    mark = (mark ^ static_cast<unsigned char>(letter)) * 0x100000001b3;
-  return mark;
-}
-
 void look_at(SharedFile &shared) {
   char text[kMostText];
   const std::string_view value = value_in(text, load_state(board_root(), shared.real, text));
-  const std::uint64_t mark = mark_of(value);
+  const std::uint64_t mark = text_hash(value);
   if (mark == shared.seen)
     return;
   shared.seen = mark;
@@ -55,7 +48,7 @@ bool has_changed(const Description &description) {
 void note_attribute_read(const Description &description) {
   SharedFile &shared = *description.shared;
   char text[kMostText];
-  shared.seen = mark_of(value_in(text, sys_pread(description.file.medium, text, sizeof text, 0)));
+  shared.seen = text_hash(value_in(text, sys_pread(description.file.medium, text, sizeof text, 0)));
   shared.changed = 0;
 }
 

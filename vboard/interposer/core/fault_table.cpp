@@ -25,7 +25,7 @@ constexpr std::int64_t kBelieved = 10'000'000;
 
 struct Table {
   Fault faults[kMostFaults];
-  std::uint64_t lines[kMostFaults];  // a number of each line's text
+  std::uint64_t lines[kMostFaults];  // their lines' texts, hashed
   std::atomic<std::uint64_t> met[kMostFaults];
   std::size_t count;
   std::size_t given;  // those of the command line, which come first
@@ -41,20 +41,13 @@ Table &table_of(std::uint32_t number) {
   return tables[number % 2];
 }
 
-std::uint64_t number_of(std::string_view line) {
-  std::uint64_t number = 0xcbf29ce484222325;
-  for (const char letter : line)
-    number = (number ^ static_cast<unsigned char>(letter)) * 0x100000001b3;
-  return number;
-}
-
 // The launcher reports wrong lines; here they are passed over.
 void add_faults(std::string_view text, Table &out) {
   char reason[128];
   std::string_view line;
   while (out.count < kMostFaults && take_line(text, line)) {
     if (parse_fault(line, out.faults[out.count], reason) == FaultLine::kFault)
-      out.lines[out.count++] = number_of(line);
+      out.lines[out.count++] = text_hash(line);
   }
 }
 

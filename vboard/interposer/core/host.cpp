@@ -135,10 +135,7 @@ int put_bytes(std::uint64_t address, const void *bytes, std::size_t size) {
 
 // A byte of the board's own file, which is never replaced, for each name.
 std::int64_t place_of(std::string_view name) {
-  std::uint64_t hash = 0xcbf29ce484222325;
-  for (const char letter : name)
-    hash = (hash ^ static_cast<unsigned char>(letter)) * 0x100000001b3;
-  return static_cast<std::int64_t>(hash >> 2 | std::uint64_t{1} << 32);
+  return static_cast<std::int64_t>(text_hash(name) >> 2 | std::uint64_t{1} << 32);
 }
 
 // The lock goes with the open file, through fork() and exec(), however the processes end: its
