@@ -3,6 +3,8 @@
 
 #ifndef VBOARD_BOARD_RUN_PAGE_H
 #define VBOARD_BOARD_RUN_PAGE_H
+#include "vboard/base/shared_lock.h"
+#include "vboard/board/schedule.h"
 #include "vboard/board/story_record.h"
 
 #include <atomic>
@@ -25,9 +27,8 @@ inline constexpr char kOpenVariable[] = "VBOARD_OPEN";
 
 inline constexpr std::uint32_t kRunMagic = 0x76627231;
 inline constexpr int kMaxSignals = 16;
-inline constexpr std::int64_t kNoTime = INT64_MAX;
 
-enum : std::uint32_t { kGoingOn = 0, kBoardReset = 80, kBoardReboot = 81 };
+enum : std::uint32_t { kGoingOn = 0, kBoardReset = 80, kBoardReboot = 81, kWaitsForEver = 83 };
 
 struct PlannedSignal {
   std::int64_t at;  // board time
@@ -35,11 +36,10 @@ struct PlannedSignal {
   std::atomic<std::uint32_t> sent;
 };
 
-// A lock that the processes of a run share: the thread that has it, and whether others wait. It
-// lies in memory that 32-bit and 64-bit programs map alike, which a mutex of libc's would not.
-struct SharedLock {
-  std::atomic<std::uint32_t> word;
+struct GivenFile {
+  std::uint64_t device, inode;
 };
+inline constexpr std::size_t kMostGiven = 16;
 
 struct RunPage {
   std::uint32_t magic;
@@ -69,6 +69,13 @@ struct RunPage {
   std::atomic<std::uint64_t> faults_met;
   std::uint32_t signal_count;
   PlannedSignal signals[kMaxSignals];
+  // The pipes and sockets that the command was given: what waits for them waits for something
+  // outside of the run.
+  std::uint32_t given_count;
+  GivenFile given[kMostGiven];
+  std::uint64_t pipe_device;  // where the kernel keeps pipes without a name
+  std::uint32_t patience;  // milliseconds of processor time that a thread may take without a call
+  char stuck_on[128];      // of an outcome of kWaitsForEver: what the threads wait for
 };
 static_assert(sizeof(RunPage) <= 4096);
 
@@ -113,6 +120,7 @@ struct RunFile {
   alignas(4096) RunPage page;
   alignas(4096) SharedFile files[kSharedFiles];
   alignas(4096) SharedDevice devices[kSharedDevices];
+  alignas(4096) Schedule schedule;
 };
 
 inline std::int64_t board_from_pc(const RunPage &page, std::int64_t nanoseconds) {

@@ -2,7 +2,9 @@
 
 #include "vboard/base/kernel.h"
 #include "vboard/base/text.h"
+#include "vboard/board/emulation.h"
 #include "vboard/board/run_page.h"
+#include "vboard/launcher/attendant.h"
 #include "vboard/launcher/board_clock.h"
 #include "vboard/launcher/boards.h"
 #include "vboard/launcher/commands.h"
@@ -21,6 +23,7 @@
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/signalfd.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -53,18 +56,21 @@ constexpr char kUsage[] =
 
 // How long a command may take to end after --for's SIGTERM, in nanoseconds of the PC.
 constexpr std::int64_t kGrace = 5'000'000'000;
-// How long a command may take to start on a busy machine, or under an emulator.
-constexpr std::int64_t kStart = 1'000'000'000;
 // How often the launcher looks at the run page while board time runs at a fixed speed.
 constexpr std::int64_t kTick = 10'000'000;
 
-// The run page, in memory that the processes of the run can open by its descriptor.
-RunPage *make_page(int &out_fd) {
+// What the processes of the run share, in memory that they can open by its descriptor.
+RunFile *make_shared(int &out_fd) {
   out_fd = sys_memfd("vboard-run", MFD_CLOEXEC);
   if (out_fd < 0 || ftruncate(out_fd, sizeof(RunFile)) < 0)
     return nullptr;
-  void *memory = mmap(nullptr, sizeof(RunPage), PROT_READ | PROT_WRITE, MAP_SHARED, out_fd, 0);
-  return memory == MAP_FAILED ? nullptr : new (memory) RunPage();
+  void *memory = mmap(nullptr, sizeof(RunFile), PROT_READ | PROT_WRITE, MAP_SHARED, out_fd, 0);
+  if (memory == MAP_FAILED)
+    return nullptr;
+  // All but the page begins as zeros, which the memory is.
+  RunFile *shared = static_cast<RunFile *>(memory);
+  new (&shared->page) RunPage();
+  return shared;
 }
 
 // Kills the children of a process, theirs first. Orphans of the run are children of the launcher.
@@ -94,6 +100,7 @@ void kill_everything(pid_t command) {
 }
 
 struct Run {
+  RunFile *shared;
   RunPage *page;
   pid_t command;
   std::int64_t end_at;
@@ -104,13 +111,10 @@ std::int64_t pc_elapsed(const RunPage &page) {
   return pc_monotonic() - page.monotonic_start;
 }
 
-// The PC's time from the start after which a moment of board time has surely come. A jumping run
-// gets there by itself unless the command computes, or sleeps in the kernel, without ever reaching
-// the board: then board time is taken to have passed like the PC's, once it had time to start.
+// The PC's time from the start when a moment of board time comes; a jumping run gets there by
+// itself.
 std::int64_t pc_moment(const RunPage &page, std::int64_t board) {
-  if (board == kNoTime)
-    return board;
-  return page.jumping ? board + kStart : pc_from_board(page, board);
+  return board == kNoTime || page.jumping ? kNoTime : pc_from_board(page, board);
 }
 
 void send_due_signals(Run &run, std::int64_t now) {
@@ -135,19 +139,22 @@ std::int64_t next_look(const Run &run, std::int64_t now) {
   if (run.ended_at != kNoTime)
     next = std::min(next, run.ended_at + kGrace);
   // The watchdog may be armed at any time.
-  const std::int64_t tick = page.jumping ? 20 * kTick : kTick;
+  const std::int64_t tick =
+      page.jumping ? std::min(20 * kTick, attendants_pause(*run.shared)) : kTick;
   return std::clamp<std::int64_t>(next == kNoTime ? tick : next - now, 100'000, tick);
 }
 
-// Waits for a signal, or for something that the command prints, and passes that on. The signal, or
-// 0.
+// Waits for a signal, or for something that the command prints, and passes that on; looks at the
+// schedule. The signal, or 0.
 int wait_for_event(const Run &run, int signal_fd, std::int64_t pause) {
-  pollfd fds[1 + kStoryStreams] = {{signal_fd, POLLIN, 0}};
-  const std::size_t count = 1 + story_descriptors(fds + 1);
+  pollfd fds[1 + kStoryStreams + 1 + kMostAttended] = {{signal_fd, POLLIN, 0}};
+  std::size_t count = 1 + story_descriptors(fds + 1);
+  count += attended_descriptors(fds + count);
   const timespec limit = {static_cast<time_t>(pause / 1'000'000'000),
                           static_cast<long>(pause % 1'000'000'000)};
   ppoll(fds, count, &limit, nullptr);
   continue_story(run.command);
+  attend_schedule(*run.shared);
   signalfd_siginfo received;
   return read(signal_fd, &received, sizeof received) == sizeof received
              ? static_cast<int>(received.ssi_signo)
@@ -188,6 +195,8 @@ const char *name_of_outcome(std::uint32_t outcome) {
       return "board reset";
     case kBoardReboot:
       return "board reboot";
+    case kWaitsForEver:
+      return "waits for ever";
     default:
       return nullptr;
   }
@@ -195,6 +204,32 @@ const char *name_of_outcome(std::uint32_t outcome) {
 
 int status_of(int wait_status) {
   return WIFSIGNALED(wait_status) ? 128 + WTERMSIG(wait_status) : WEXITSTATUS(wait_status);
+}
+
+// How long a thread may compute without a call until time goes on without it, in milliseconds of
+// processor time. Emulated and instrumented programs take longer for everything.
+constexpr std::uint32_t kPatience = 5;
+#ifdef VBOARD_SANITIZER
+constexpr bool kIsInstrumented = true;
+#else
+constexpr bool kIsInstrumented = false;
+#endif
+
+// Pipes and sockets that the command inherits come from outside of the run.
+void note_given_files(RunPage &page) {
+  constexpr int kLooked = 64;
+  int ends[2];
+  FileStatus status;
+  if (pipe2(ends, O_CLOEXEC) == 0) {
+    if (sys_fstat(ends[0], status) == 0)
+      page.pipe_device = status.filesystem;
+    close(ends[0]);
+    close(ends[1]);
+  }
+  for (int fd = 0; fd < kLooked && page.given_count < kMostGiven; ++fd) {
+    if (sys_fstat(fd, status) == 0 && (S_ISFIFO(status.mode) || S_ISSOCK(status.mode)))
+      page.given[page.given_count++] = {status.filesystem, status.inode};
+  }
 }
 
 void fill_page(const RunOptions &options, RunPage &page) {
@@ -207,6 +242,7 @@ void fill_page(const RunOptions &options, RunPage &page) {
     page.signals[i].number = options.signals[i].number;
   }
   page.signal_count = static_cast<std::uint32_t>(options.signal_count);
+  note_given_files(page);
   page.monotonic_start = pc_monotonic();
 }
 
@@ -233,14 +269,19 @@ int run_on(const RunOptions &options, const char *board, const char *board_templ
     close(fd);
   }
   int page_fd;
-  RunPage *page = make_page(page_fd);
-  if (page == nullptr)
+  RunFile *shared = make_shared(page_fd);
+  if (shared == nullptr)
     return fail("no memory for the run: %s", strerror(errno));
+  RunPage *page = &shared->page;
   fill_page(options, *page);
+  if (!begin_attending(*shared))
+    return fail("no bell for the run: %s", strerror(errno));
   result = begin_story(options.story, *page);
   if (result != 0)
     return result;
   set_environment(options, board, board_template, program, page_fd);
+  page->patience =
+      getenv(kEmulatorVariable) != nullptr || kIsInstrumented ? 10 * kPatience : kPatience;
   const BoardClock clock = start_board_clock(board, options.date);
   page->calendar_start.store(clock.calendar_start);
   page->reset_time.store(clock.reset_time);
@@ -276,7 +317,8 @@ int run_on(const RunOptions &options, const char *board, const char *board_templ
     execute(program, options.command);
   }
   page->command.store(child);
-  Run run = {page, child, options.end_at, kNoTime};
+  attend_command(*shared, child);
+  Run run = {shared, page, child, options.end_at, kNoTime};
   int status = status_of(attend(run, signal_fd));
 
   const char *outcome = name_of_outcome(page->outcome.load());
@@ -284,7 +326,11 @@ int run_on(const RunOptions &options, const char *board, const char *board_templ
     kill_everything(child);
   result = end_story(child, outcome);
   if (outcome != nullptr) {
-    fprintf(stderr, "%s\n", outcome);
+    if (page->outcome.load() == kWaitsForEver)
+      fprintf(stderr, "vboard: waits for ever: %.*s\n", static_cast<int>(sizeof page->stuck_on),
+              page->stuck_on);
+    else
+      fprintf(stderr, "%s\n", outcome);
     status = static_cast<int>(page->outcome.load());
   }
   report_faults_not_met(options, *page);

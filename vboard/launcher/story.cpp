@@ -286,6 +286,14 @@ void continue_story(pid_t command) {
     tell_records(command);
 }
 
+void add_to_story(std::string_view line) {
+  if (story.file == nullptr)
+    return;
+  tell_records(story.page->command);
+  end_text();
+  add_line(line);
+}
+
 int end_story(pid_t command, const char *outcome) {
   if (story.file == nullptr)
     return 0;

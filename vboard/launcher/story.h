@@ -21,6 +21,7 @@
 #include <poll.h>
 
 #include <cstddef>
+#include <string_view>
 
 namespace vboard {
 
@@ -37,6 +38,9 @@ std::size_t story_descriptors(pollfd *fds);
 // Passes on what the command wrote and writes the lines that are complete. `command` gets SIGPIPE
 // when nobody reads its output any more.
 void continue_story(pid_t command);
+
+// A line of the launcher's own, after all that has happened by now.
+void add_to_story(std::string_view line);
 
 // The last lines; `outcome` is how the board ended, null for a run that ended by itself. 0, or a
 // status with the reason on standard error.

@@ -56,16 +56,11 @@ void note_attribute_changes() {
   RunFile *run = run_file();
   if (run == nullptr)
     return;
-  bool any = false;
   for (SharedFile &shared : std::span(run->files, run->page.files_end)) {
     // Of one that nobody has read since its last change nothing new can be said.
-    if (!is_open_attribute(shared) || shared.changed != 0)
-      continue;
-    look_at(shared);
-    any = any || shared.changed != 0;
+    if (is_open_attribute(shared) && shared.changed == 0)
+      look_at(shared);
   }
-  if (any)
-    wake_when_unlocked();
 }
 
 }  // namespace vboard

@@ -1,12 +1,12 @@
 #include "vboard/interposer/core/children.h"
 
+#include "vboard/base/shared_lock.h"
 #include "vboard/board/emulation.h"
 #include "vboard/interposer/core/descriptors.h"
 #include "vboard/interposer/core/device_lock.h"
 #include "vboard/interposer/core/engine.h"
-#include "vboard/interposer/core/jumping.h"
+#include "vboard/interposer/core/seats.h"
 #include "vboard/interposer/core/state.h"
-#include "vboard/interposer/core/timers.h"
 
 #include <pthread.h>
 #include <stdlib.h>
@@ -28,10 +28,10 @@ char *settings[std::size(kNames)];
 const char *arm_emulator;
 
 void in_child() {
+  renew_own_thread();
   renew_board_lock();
   renew_device_lock();
-  renew_engine();
-  forget_timers();
+  leave_seats_of_parent();
 }
 
 bool is_setting_of(const char *entry, const char *name) {

@@ -3,7 +3,6 @@
 #include "vboard/base/calendar.h"
 #include "vboard/base/kernel.h"
 #include "vboard/interposer/core/jumping.h"
-#include "vboard/interposer/core/timers.h"
 #include "vboard/interposer/core/trace.h"
 #include "vboard/interposer/core/wrap.h"
 
@@ -16,7 +15,6 @@
 
 DECLARE_WRAPPED(int, ppoll, pollfd *, nfds_t, const timespec *, const sigset_t *);
 DECLARE_WRAPPED(int, clock_gettime, clockid_t, timespec *);
-DECLARE_WRAPPED(int, kill, pid_t, int);
 
 namespace vboard {
 
@@ -46,16 +44,8 @@ std::int64_t current_calendar_time() {
 }
 
 void spend_call() {
-  if (!jumping())
-    return;
-  const BoardTime now =
-      run_page().jumped.fetch_add(kCallCost, std::memory_order_relaxed) + kCallCost;
-  if (next_scheduled() > now)
-    return;
-  sigset_t saved;
-  lock_engine(saved);
-  fire_scheduled(now);
-  unlock_engine(saved);
+  if (jumping())
+    spend_jumping();
 }
 
 bool handlers_restart() {
@@ -68,29 +58,6 @@ bool handlers_restart() {
       return false;
   }
   return true;
-}
-
-BoardTime next_scheduled() {
-  RunPage &page = run_page();
-  BoardTime next =
-      std::min<BoardTime>(next_timer(), page.reset_time.load(std::memory_order_relaxed));
-  for (std::uint32_t i = 0; i < page.signal_count; ++i) {
-    if (page.signals[i].sent.load(std::memory_order_relaxed) == 0)
-      next = std::min<BoardTime>(next, page.signals[i].at);
-  }
-  return next;
-}
-
-void fire_scheduled(BoardTime now) {
-  RunPage &page = run_page();
-  for (std::uint32_t i = 0; i < page.signal_count; ++i) {
-    PlannedSignal &planned = page.signals[i];
-    if (planned.at <= now && planned.sent.exchange(1) == 0)
-      REAL(kill)(page.command.load(), planned.number);
-  }
-  fire_timers(now);
-  if (page.reset_time.load(std::memory_order_relaxed) <= now)
-    end_run(kBoardReset);
 }
 
 // Fills the watches' revents: true when one of them is ready. `earliest` is when the next one will
@@ -181,6 +148,8 @@ WaitEnd wait_at_speed(Wait &wait) {
 }  // namespace
 
 WaitEnd wait_on_board(Wait &wait) {
+  if (wait.what == nullptr)
+    wait.what = wait.word;
   if (wait.asked == kNever)
     write_wait_line(wait);
   const WaitEnd end = jumping() ? wait_jumping(wait) : wait_at_speed(wait);

@@ -2,10 +2,10 @@
 //
 // In a run at a fixed speed board time is the PC's clock times the speed, and a wait is the
 // kernel's with its limit divided. In a jumping run board time stands still while anything runs: it
-// moves when every thread of the process waits, to the earliest moment at which something happens
+// moves when every thread of every process waits, to the earliest moment at which something happens
 // (the end of a wait, a timer, a device that becomes ready, a planned signal, the watchdog). Each
-// call that reaches the board also takes a microsecond, so that a program which polls without
-// waiting gets on.
+// call that reaches the board also takes a microsecond, and more when many follow each other, so
+// that a program which polls without waiting gets on.
 
 #ifndef VBOARD_INTERPOSER_CORE_ENGINE_H
 #define VBOARD_INTERPOSER_CORE_ENGINE_H
@@ -55,6 +55,8 @@ struct Wait {
   pthread_mutex_t *release = nullptr;
   // Ends the wait when true; asked under the engine's lock whenever something may have changed.
   bool (*done)(const void *key) = nullptr;
+  // What it is, for a person: "poll" for instance; null for a read, or for a signal alone.
+  const char *what = nullptr;
   // The trace's word for it ("sleep"), null for none, and the time that the program asked for.
   const char *word = nullptr;
   BoardTime asked = 0;
@@ -70,11 +72,6 @@ bool handlers_restart();
 
 // Writes the trace line of a wait that is left to the kernel.
 void trace_wait(const char *word, BoardTime asked);
-
-// The next moment at which something happens by itself.
-BoardTime next_scheduled();
-// Under the engine's lock, signals blocked: what is raised here is delivered when they are not.
-void fire_scheduled(BoardTime now);
 
 // Fills the watches' revents: true when one of them is ready. `earliest` becomes the moment of the
 // next one when that comes before it.

@@ -196,7 +196,6 @@ int hand_out(OpenFile &parent, const Model &model, int flags, const void *state,
 
 void wake_all(OpenFile &) {
   run_page().changes.fetch_add(1, std::memory_order_relaxed);
-  wake_when_unlocked();
 }
 
 constexpr Host kInterposer = {

@@ -1,292 +1,229 @@
 #include "vboard/interposer/core/jumping.h"
 
-#include "vboard/base/kernel.h"
+#include "vboard/base/bell.h"
 #include "vboard/base/text.h"
 #include "vboard/interposer/core/wrap.h"
 
-#include <fcntl.h>
-#include <string.h>
-#include <sys/eventfd.h>
-#include <sys/syscall.h>
-#include <unistd.h>
+#include <errno.h>
+#include <sys/stat.h>
 
 #include <algorithm>
-#include <atomic>
 
 DECLARE_WRAPPED(int, ppoll, pollfd *, nfds_t, const timespec *, const sigset_t *);
+DECLARE_WRAPPED(int, pthread_mutex_unlock, pthread_mutex_t *);
 
 namespace vboard {
 
+bool is_given(const FileStatus &status) {
+  const RunPage &page = run_page();
+  for (std::uint32_t i = 0; i < page.given_count && i < kMostGiven; ++i) {
+    if (page.given[i].device == status.filesystem && page.given[i].inode == status.inode)
+      return true;
+  }
+  return false;
+}
+
 namespace {
 
-// A thread that waits in a jumping run. It stands on the waiting thread's stack.
-struct Waiter {
-  Waiter *next;
-  Wait *wait;
-  pid_t thread;
-  int event_fd;  // -1 while this is the only thread
-  bool waiting;  // otherwise the thread runs, or has been told to
-  bool woken;    // by key
-};
+// What this thread has done since it last waited: who polls without waiting pays more and more.
+__thread std::uint32_t calls_without_wait __attribute__((tls_model("initial-exec")));
+__thread std::uint32_t polls_without_wait __attribute__((tls_model("initial-exec")));
+constexpr std::uint32_t kCheapCalls = 1024;
+constexpr std::uint32_t kMostDoublings = 13;
 
-pthread_mutex_t engine_lock = PTHREAD_MUTEX_INITIALIZER;
-Waiter *waiters;  // in the order of their registration
-int thread_count = 1;
-int running = 1;
-
-// Threads whose end somebody may wait for.
-constexpr std::size_t kMostThreads = 256;
-pthread_t live_threads[kMostThreads];
-std::size_t live_count;
-
-__thread int thread_event_fd __attribute__((tls_model("initial-exec"))) = -1;
-
-void jump_to(BoardTime when) {
-  std::atomic<std::int64_t> &clock = run_page().jumped;
-  std::int64_t now = clock.load(std::memory_order_relaxed);
-  while (now < when && !clock.compare_exchange_weak(now, when, std::memory_order_relaxed)) {
-  }
+// A request may be one of many that a long piece of work needs.
+BoardTime cost_of_call() {
+  return kCallCost * (1 + calls_without_wait++ / kCheapCalls);
 }
 
-int event_fd_of_thread() {
-  if (thread_event_fd < 0) {
-    const int fd = static_cast<int>(syscall(SYS_eventfd2, 0, EFD_CLOEXEC | EFD_NONBLOCK));
-    if (fd >= 0) {
-      thread_event_fd = sys_move_high(fd, kOwnDescriptors);
-      add_own_descriptor(thread_event_fd);
-    }
-  }
-  return thread_event_fd;
+// A call that does not reach the board costs nothing until there are very many.
+constexpr std::uint32_t kFreeCalls = 4096;
+__thread std::uint32_t others_without_wait __attribute__((tls_model("initial-exec")));
+
+// Reading a clock, or printing, gets no work done that takes time.
+BoardTime cost_of_poll() {
+  return kCallCost << std::min(polls_without_wait++ / kCheapCalls, kMostDoublings);
 }
 
-void ring(const Waiter &waiter) {
-  std::uint64_t one = 1;
-  if (waiter.event_fd >= 0)
-    sys_write(waiter.event_fd, &one, sizeof one);
+// How long an idle run goes without looking at its devices: somebody may work on the board's files.
+constexpr timespec kLookAgain = {0, 20'000'000};
+
+BoardTime board_now() {
+  return run_page().jumped.load(std::memory_order_relaxed);
 }
 
-void set_running(Waiter &waiter) {
-  if (waiter.waiting) {
-    waiter.waiting = false;
-    ++running;
-  }
-}
-
-void add_waiter(Waiter &waiter) {
-  Waiter **place = &waiters;
-  while (*place != nullptr)
-    place = &(*place)->next;
-  waiter.next = nullptr;
-  *place = &waiter;
-}
-
-void remove_waiter(Waiter &waiter) {
-  for (Waiter **place = &waiters; *place != nullptr; place = &(*place)->next) {
-    if (*place == &waiter) {
-      *place = waiter.next;
-      return;
-    }
-  }
-}
-
-// A signal handler may have left an earlier wait of this thread by longjmp(). Such a waiter stands
-// deeper in the stack than this frame; one that a handler interrupted stands above it.
-void drop_left_waiters(const Waiter &mine) {
-  for (Waiter **place = &waiters; *place != nullptr;) {
-    Waiter *one = *place;
-    if (one->thread == mine.thread && one < &mine) {
-      *place = one->next;
-      set_running(*one);
-    } else {
-      place = &one->next;
-    }
-  }
-}
-
-// A descriptor of another waiting thread that is ready: that thread is about to run.
-bool is_kernel_ready(const Wait &wait) {
-  constexpr std::size_t limit = 64;
-  pollfd fds[limit];
-  const std::size_t count = std::min(wait.fd_count, limit);
-  if (count == 0)
+// Whether something outside of the run may make it ready: not a pipe of the run's own.
+bool is_open_ended(int fd) {
+  FileStatus status;
+  if (fd < 0 || sys_fstat(fd, status) < 0)
     return false;
-  memcpy(fds, wait.fds, count * sizeof(pollfd));
+  return !S_ISFIFO(status.mode) || status.filesystem != run_page().pipe_device || is_given(status);
+}
+
+bool is_open_ended(const Wait &wait) {
+  for (std::size_t i = 0; i < wait.fd_count; ++i) {
+    if (is_open_ended(wait.fds[i].fd))
+      return true;
+  }
+  return false;
+}
+
+void describe(const Wait &wait, std::span<char> out) {
+  const bool has_object = wait.watch_count > 0 || wait.fd_count > 0;
+  FixedText<sizeof Seat::waits_for> text;
+  append_text(text, wait.what != nullptr ? wait.what : has_object ? "read" : "a signal");
+  if (wait.watch_count > 0) {
+    append_text(text, " ", wait.watches[0].description->asked);
+  } else if (wait.fd_count > 0) {
+    append_text(text, " descriptor ");
+    append_decimal(text, wait.fds[0].fd);
+  }
+  copy_text(out, text.view());
+}
+
+// What this thread's wait has come to, if it is over. It has the baton.
+bool is_over(Wait &wait, const sigset_t &mask, WaitEnd &end) {
+  BoardTime ignored = kNever;
+  // What is about to happen comes first, even when this wait's time is over at the same moment.
+  if (own_seat->use == Seat::kWaits && own_seat->tells != 0) {
+    write_wait_line(wait);
+    return false;
+  }
+  if (own_seat->woken != 0 || (wait.done != nullptr && wait.done(wait.key))) {
+    end = WaitEnd::kWoken;
+    return true;
+  }
+  const bool ready = look_at_watches(wait, board_now(), ignored);
   const timespec zero = {};
-  return REAL(ppoll)(fds, count, &zero, nullptr) > 0;
-}
-
-// What happens next is decided by the thread that is the last to wait. True when time has moved, or
-// a thread has been told to run: this one looks at its own wait again.
-bool decide(Waiter &mine) {
-  const BoardTime now = run_page().jumped.load(std::memory_order_relaxed);
-  BoardTime next = next_scheduled();
-  for (Waiter *one = waiters; one != nullptr; one = one->next) {
-    if (!one->waiting)
-      continue;
-    if (one != &mine && is_kernel_ready(*one->wait))
-      return false;
-    BoardTime due = one->wait->deadline;
-    if (look_at_watches(*one->wait, now, due))
-      due = now;
-    next = std::min(next, due);
-  }
-  if (next == kNever)
+  const int polled = poll_kernel(wait, -1, &zero, &mask);
+  if (polled < 0)
+    end = WaitEnd::kInterrupted;
+  else if (polled > 0 || ready)
+    end = WaitEnd::kReady;
+  else if (wait.deadline <= board_now())
+    end = WaitEnd::kTimeout;
+  else
     return false;
-  if (next > now)
-    jump_to(next);
-  // A signal, or the watchdog, may end the process: the line is written before that.
-  if (next_scheduled() <= next)
-    write_wait_line(*mine.wait);
-  fire_scheduled(std::max(next, now));
-  for (Waiter *one = waiters; one != nullptr; one = one->next) {
-    BoardTime due = one->wait->deadline;
-    if (one->waiting && (look_at_watches(*one->wait, next, due) || due <= next)) {
-      set_running(*one);
-      ring(*one);
-    }
-  }
   return true;
 }
 
-// "S" in the thread's status: it sleeps in the kernel, in a call that the engine does not know.
-// "Z": it has ended before the others.
-bool is_asleep(const char *directory, const char *name) {
-  FixedText<64> path;
-  append_text(path, directory, "/", name, "/stat");
-  const int fd = sys_open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0)
-    return true;  // it has ended
-  char status[128];
-  const ssize_t length = sys_read(fd, status, sizeof status);
-  sys_close(fd);
-  const std::string_view line(status, length > 0 ? static_cast<std::size_t>(length) : 0);
-  const std::size_t name_end = line.rfind(") ");
-  return name_end != std::string_view::npos && name_end + 2 < line.size() &&
-         std::string_view("SZX").find(line[name_end + 2]) != std::string_view::npos;
+// Passes the baton on; this thread gets it again when its wait may be over.
+void begin_waiting(Wait &wait) {
+  sigset_t saved;
+  BoardTime until = wait.deadline;
+  look_at_watches(wait, board_now(), until);
+  lock_engine(saved);
+  Seat &seat = *own_seat;
+  seat.deadline = until;
+  seat.key = reinterpret_cast<std::uintptr_t>(wait.key);
+  seat.looks = wait.fd_count > 0 || wait.watch_count > 0 || wait.done != nullptr;
+  seat.called = 0;
+  seat.has_line = wait.word != nullptr;
+  seat.tells = 0;
+  if (seat.use != Seat::kWaits) {
+    seat.open_ended = is_open_ended(wait);
+    describe(wait, seat.waits_for);
+    begin_wait(schedule(), seat);
+  } else {
+    seat.looked = schedule().round;
+    schedule().holder = kNobody;
+  }
+  pass_on();
+  unlock_engine(saved);
 }
 
-// Whether every thread that does not wait on the board sleeps all the same: for a mutex, a pipe, a
-// child. Board time must not stand still for those.
-bool others_are_asleep(const Waiter &mine) {
-  constexpr char directory[] = "/proc/self/task";
-  const int fd = sys_open(directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (fd < 0)
-    return false;
-  alignas(8) char entries[2048];
-  bool asleep = true;
+// The thread was woken by something from outside of the schedule: it asks for the baton when nobody
+// has it, or for a look when somebody has.
+void ask_for_baton() {
+  sigset_t saved;
+  lock_engine(saved);
+  if (schedule().holder == kNobody) {
+    make_ready(schedule(), *own_seat, board_now());
+    pass_on();
+  } else {
+    own_seat->called = 1;
+  }
+  unlock_engine(saved);
+}
+
+// Until this thread has the baton. False when a signal came in meanwhile.
+bool await_turn(Wait &wait, const sigset_t &mask) {
+  bool interrupted = false;
+  while (!has_baton()) {
+    // While nobody has the baton only something from outside ends a wait.
+    const bool idle = schedule().holder == kNobody;
+    Wait bell_alone;
+    const bool looks_again = own_bell() < 0 || (idle && wait.watch_count > 0);
+    const int polled = poll_kernel(idle && !interrupted ? wait : bell_alone, own_bell(),
+                                   looks_again ? &kLookAgain : nullptr, &mask);
+    interrupted = interrupted || polled < 0;
+    if (polled != 0 || (idle && looks_again))
+      ask_for_baton();
+  }
+  return !interrupted;
+}
+
+// Back to running: the baton stays here.
+void go_on() {
+  if (own_seat->use == Seat::kRuns)
+    return;
+  sigset_t saved;
+  lock_engine(saved);
+  begin_running(schedule(), own_index(), board_now());
+  unlock_engine(saved);
+}
+
+// A thread without a place in the order looks again and again.
+WaitEnd wait_out_of_turn(Wait &wait, const sigset_t &mask) {
+  constexpr timespec pause = {0, 1'000'000};
   for (;;) {
-    const ssize_t size = sys_getdents(fd, entries, sizeof entries);
-    if (size <= 0)
+    BoardTime ignored = kNever;
+    if (wait.done != nullptr && wait.done(wait.key))
+      return WaitEnd::kWoken;
+    const bool ready = look_at_watches(wait, board_now(), ignored);
+    const int polled = poll_kernel(wait, -1, &pause, &mask);
+    if (polled < 0)
+      return WaitEnd::kInterrupted;
+    if (polled > 0 || ready)
+      return WaitEnd::kReady;
+    if (wait.deadline <= board_now())
+      return WaitEnd::kTimeout;
+  }
+}
+
+WaitEnd wait_in_turn(Wait &wait, const sigset_t &mask) {
+  WaitEnd end;
+  own_seat->woken = 0;
+  while (!is_over(wait, mask, end)) {
+    calls_without_wait = 0;
+    polls_without_wait = 0;
+    others_without_wait = 0;
+    begin_waiting(wait);
+    if (!await_turn(wait, mask)) {
+      end = WaitEnd::kInterrupted;
       break;
-    for (ssize_t at = 0; at < size && asleep;) {
-      // struct linux_dirent64: inode 8, offset 8, length of the entry 2, type 1, name.
-      std::uint16_t entry_size;
-      memcpy(&entry_size, entries + at + 16, sizeof entry_size);
-      const char *name = entries + at + 19;
-      std::int64_t number = 0;
-      if (parse_number(name, number)) {
-        bool waits = false;
-        for (Waiter *one = waiters; one != nullptr; one = one->next)
-          waits = waits || (one->thread == number && (one->waiting || one == &mine));
-        asleep = waits || is_asleep(directory, name);
-      }
-      at += entry_size;
     }
   }
-  sys_close(fd);
-  return asleep;
+  go_on();
+  return end;
 }
 
 }  // namespace
 
 WaitEnd wait_jumping(Wait &wait) {
+  sigset_t all;
   sigset_t saved;
   int cancel_state;
   pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancel_state);
-  lock_engine(saved);
-  const sigset_t *mask = wait.mask != nullptr ? wait.mask : &saved;
-  Waiter mine = {nullptr, &wait, static_cast<pid_t>(syscall(SYS_gettid)), -1, false, false};
-  drop_left_waiters(mine);
-  add_waiter(mine);
-  if (wait.release != nullptr) {
-    pthread_mutex_unlock(&engine_lock);
-    pthread_mutex_unlock(wait.release);
-    pthread_mutex_lock(&engine_lock);
-  }
-
-  WaitEnd end;
-  BoardTime pause = 1'000'000;  // of the PC's time, until the other threads are looked at again
-  int asleep = 0;
-  for (;;) {
-    // First what there is already: a wake, a signal, a descriptor, a device.
-    if (mine.woken || (wait.done != nullptr && wait.done(wait.key))) {
-      end = WaitEnd::kWoken;
-      break;
-    }
-    const BoardTime now = run_page().jumped.load(std::memory_order_relaxed);
-    BoardTime ignored = kNever;
-    const bool ready = look_at_watches(wait, now, ignored);
-    if (thread_count > 1)
-      mine.event_fd = event_fd_of_thread();
-    pthread_mutex_unlock(&engine_lock);
-    const timespec zero = {};
-    int polled = poll_kernel(wait, -1, &zero, mask);
-    pthread_mutex_lock(&engine_lock);
-    if (polled < 0) {
-      end = WaitEnd::kInterrupted;
-      break;
-    }
-    if (polled > 0 || ready) {
-      end = WaitEnd::kReady;
-      break;
-    }
-    if (wait.deadline <= run_page().jumped.load(std::memory_order_relaxed)) {
-      end = WaitEnd::kTimeout;
-      break;
-    }
-    if (mine.woken)
-      continue;
-
-    mine.waiting = true;
-    --running;
-    const bool idle = running == 0;
-    if (idle || asleep >= 2) {
-      asleep = 0;
-      if (decide(mine)) {
-        const bool others_run = running > (mine.waiting ? 0 : 1);
-        if (!mine.waiting || !others_run) {
-          set_running(mine);
-          continue;
-        }
-      }
-    }
-    // Nothing of the board can end this wait. Otherwise it looks again now and then: at threads
-    // that sleep in calls which the engine does not know, at devices that another process may
-    // change.
-    const bool forever =
-        wait.watch_count == 0 &&
-        (thread_count == 1 || (wait.deadline == kNever && next_scheduled() == kNever));
-    pthread_mutex_unlock(&engine_lock);
-    timespec limit = timespec_of(pause);
-    polled = poll_kernel(wait, mine.event_fd, forever ? nullptr : &limit, mask);
-    pthread_mutex_lock(&engine_lock);
-    const bool told = !mine.waiting;
-    set_running(mine);
-    if (polled < 0) {
-      end = WaitEnd::kInterrupted;
-      break;
-    }
-    if (polled > 0) {
-      end = WaitEnd::kReady;
-      break;
-    }
-    if (!told && thread_count > 1) {
-      asleep = others_are_asleep(mine) ? asleep + 1 : 0;
-      pause = asleep > 0 ? 1'000'000 : std::min<BoardTime>(2 * pause, 20'000'000);
-    }
-  }
-  remove_waiter(mine);
-  unlock_engine(saved);
+  if (own_seat == nullptr || own_seat->use != Seat::kRuns)
+    take_baton();
+  sigfillset(&all);
+  sigprocmask(SIG_BLOCK, &all, &saved);
+  if (wait.release != nullptr)
+    vboard_pthread_mutex_unlock(wait.release);
+  const sigset_t &mask = wait.mask != nullptr ? *wait.mask : saved;
+  const WaitEnd end = has_seat() ? wait_in_turn(wait, mask) : wait_out_of_turn(wait, mask);
+  sigprocmask(SIG_SETMASK, &saved, nullptr);
   pthread_setcancelstate(cancel_state, nullptr);
   // A condition's mutex is taken again first.
   if (cancel_state == PTHREAD_CANCEL_ENABLE && wait.release == nullptr)
@@ -294,105 +231,51 @@ WaitEnd wait_jumping(Wait &wait) {
   return end;
 }
 
-void wake_waiters(const void *key, bool all) {
+namespace {
+
+bool something_is_due(BoardTime now) {
+  return now >= schedule().next_due.load(std::memory_order_relaxed) ||
+         now >= next_event(run_page()) || now >= schedule().slice_end;
+}
+
+}  // namespace
+
+namespace {
+
+void spend(BoardTime cost) {
+  const BoardTime now = run_page().jumped.fetch_add(cost, std::memory_order_relaxed) + cost;
+  if (!something_is_due(now))
+    return;
   sigset_t saved;
   lock_engine(saved);
-  for (Waiter *one = waiters; one != nullptr; one = one->next) {
-    if (one->wait->key != key || one->woken)
-      continue;
-    // A wait with a test of its own looks for itself.
-    if (one->wait->done == nullptr)
-      one->woken = true;
-    set_running(*one);
-    ring(*one);
-    if (!all)
-      break;
-  }
+  const Passer passer = {own_bell(), own_index(), nullptr};
+  const bool over = fire_events(*run_file(), now, passer) == Passed::kOver;
+  end_due_waits(schedule(), now);
+  schedule().slice_end = now + kSlice;
+  schedule().next_due = earliest_deadline(schedule());
   unlock_engine(saved);
+  if (over)
+    end_run(kBoardReset);
+  yield_baton();
 }
 
-void wake_watchers() {
-  sigset_t saved;
-  lock_engine(saved);
-  for (Waiter *one = waiters; one != nullptr; one = one->next) {
-    if (one->wait->watch_count == 0)
-      continue;
-    set_running(*one);
-    ring(*one);
-  }
-  unlock_engine(saved);
+}  // namespace
+
+void spend_jumping() {
+  if (has_seat() && own_seat->use == Seat::kRuns)
+    spend(cost_of_call());
 }
 
-void lock_engine(sigset_t &saved) {
-  sigset_t all;
-  sigfillset(&all);
-  pthread_sigmask(SIG_BLOCK, &all, &saved);
-  pthread_mutex_lock(&engine_lock);
+void spend_other() {
+  const std::int64_t times = others_without_wait++ / kFreeCalls;
+  if (times == 0 || !has_seat() || has_board_lock())
+    return;
+  spend(kCallCost * times * times);
 }
 
-void unlock_engine(const sigset_t &saved) {
-  pthread_mutex_unlock(&engine_lock);
-  pthread_sigmask(SIG_SETMASK, &saved, nullptr);
-}
-
-void thread_begins(pthread_t thread) {
-  ++thread_count;
-  ++running;
-  if (live_count < kMostThreads)
-    live_threads[live_count++] = thread;
-}
-
-bool thread_has_ended(const void *key) {
-  const pthread_t thread = reinterpret_cast<pthread_t>(key);
-  for (std::size_t i = 0; i < live_count; ++i) {
-    if (pthread_equal(live_threads[i], thread))
-      return false;
-  }
-  return true;
-}
-
-void thread_ends(pthread_t thread) {
-  sigset_t saved;
-  lock_engine(saved);
-  --thread_count;
-  --running;
-  for (std::size_t i = 0; i < live_count; ++i) {
-    if (pthread_equal(live_threads[i], thread))
-      live_threads[i--] = live_threads[--live_count];
-  }
-  if (thread_event_fd >= 0) {
-    remove_own_descriptor(thread_event_fd);
-    sys_close(thread_event_fd);
-    thread_event_fd = -1;
-  }
-  // Whoever joins this thread looks whether it has ended; without one, some waiter must decide what
-  // happens next in its stead.
-  bool told = false;
-  for (Waiter *one = waiters; one != nullptr; one = one->next) {
-    if (one->wait->done == nullptr)
-      continue;
-    set_running(*one);
-    ring(*one);
-    told = true;
-  }
-  if (!told && waiters != nullptr) {
-    set_running(*waiters);
-    ring(*waiters);
-  }
-  unlock_engine(saved);
-}
-
-void renew_engine() {
-  engine_lock = PTHREAD_MUTEX_INITIALIZER;
-  waiters = nullptr;
-  thread_count = 1;
-  running = 1;
-  live_count = 0;
-  if (thread_event_fd >= 0) {
-    remove_own_descriptor(thread_event_fd);
-    sys_close(thread_event_fd);
-    thread_event_fd = -1;
-  }
+void spend_poll() {
+  if (jumping() && has_seat() && own_seat->use == Seat::kRuns)
+    spend(cost_of_poll());
 }
 
 }  // namespace vboard

@@ -7,11 +7,11 @@
 #include "vboard/interposer/core/host.h"
 #include "vboard/interposer/core/paths.h"
 #include "vboard/interposer/core/jumping.h"
+#include "vboard/interposer/core/seats.h"
 #include "vboard/interposer/core/story.h"
 #include "vboard/interposer/core/trace.h"
 
 #include <fcntl.h>
-#include <pthread.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <string.h>
@@ -22,6 +22,7 @@
 namespace vboard {
 
 std::atomic<int> run_state;
+bool run_jumps;
 
 namespace {
 
@@ -37,9 +38,8 @@ RunPage own_page;
 RunPage *page = &own_page;
 RunFile *shared_file;
 
-pthread_mutex_t board_lock = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+SharedLock board_lock;  // this process's own
 int board_lock_depth;
-bool wake_is_due;  // under the lock
 
 // One bit a descriptor; nothing of ours ever stands above.
 std::atomic<std::uint64_t> own_descriptors[64];
@@ -68,6 +68,7 @@ void map_page() {
     return;
   shared_file = shared;
   page = &shared->page;
+  run_jumps = page->jumping != 0;
 }
 
 __attribute__((constructor)) void start_with_program() {
@@ -99,6 +100,7 @@ int start_run() {
   open_story();
   keep_settings();
   start_host();
+  begin_process();
   run_state.store(kActive, std::memory_order_release);
   if (page->has_opened.load(std::memory_order_relaxed) != 0) {
     take_working_directory();
@@ -107,6 +109,16 @@ int start_run() {
     unsetenv(kOpenVariable);
   }
   return kActive;
+}
+
+void begin_call() {
+  Seat *seat = own_seat;
+  if (seat == nullptr || seat->use.load(std::memory_order_relaxed) != Seat::kRuns) {
+    take_baton();
+    return;
+  }
+  seat->calls.store(seat->calls.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+  spend_other();
 }
 
 RunPage &run_page() {
@@ -134,29 +146,23 @@ const char *given_faults() {
 }
 
 void lock_board() {
-  pthread_mutex_lock(&board_lock);
+  if (!has_lock(board_lock))
+    take_lock(board_lock);
   ++board_lock_depth;
 }
 
 void unlock_board() {
-  const bool wakes = --board_lock_depth == 0 && wake_is_due;
-  if (wakes)
-    wake_is_due = false;
-  pthread_mutex_unlock(&board_lock);
-  if (wakes)
-    wake_watchers();
+  if (--board_lock_depth == 0)
+    give_up_lock(board_lock);
 }
 
-void wake_when_unlocked() {
-  lock_board();
-  wake_is_due = jumping();
-  unlock_board();
+bool has_board_lock() {
+  return has_lock(board_lock);
 }
 
 void renew_board_lock() {
   board_lock_depth = 0;
-  wake_is_due = false;
-  board_lock = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+  board_lock.word = 0;
 }
 
 bool is_own_descriptor(int fd) {

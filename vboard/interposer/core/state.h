@@ -17,12 +17,24 @@ enum : int { kUnknown, kStarting, kInactive, kActive };
 extern std::atomic<int> run_state;
 int start_run();
 
+extern bool run_jumps;
+inline bool jumping() {
+  return run_jumps;
+}
+
+// A call of a jumping run begins: returns once it is this thread's turn.
+void begin_call();
+
 // Whether a board stands behind this process. Without one every wrapper passes through.
 inline bool on_board() {
   int state = run_state.load(std::memory_order_acquire);
   if (__builtin_expect(state == kUnknown, 0))
     state = start_run();
-  return state == kActive;
+  if (state != kActive)
+    return false;
+  if (jumping())
+    begin_call();
+  return true;
 }
 
 RunPage &run_page();
@@ -33,17 +45,11 @@ const char *board_directory();
 // The directory that the run began in, and the fault lines of its command line; empty without.
 const char *work_directory();
 const char *given_faults();
-inline bool jumping() {
-  return run_page().jumping != 0;
-}
-
 // One lock for the table of descriptors and the faults' counters. A signal handler of the program
 // may call in while its own thread holds it.
 void lock_board();
 void unlock_board();
-// Lets the waiting threads of a jumping run look again as soon as this thread gives the lock up.
-// Not at once: a waiting thread takes the engine's lock first and this one after it.
-void wake_when_unlocked();
+bool has_board_lock();  // this thread
 // In the child of a fork, where another thread may have held it.
 void renew_board_lock();
 

@@ -8,7 +8,6 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <linux/sockios.h>
-#include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/syscall.h>
 #include <sys/uio.h>
@@ -61,7 +60,7 @@ void count_written(std::uint64_t (&out)[kStoryStreams]) {
       out[stream] = page.story_read[stream].load() + waiting_in(streams[stream]);
     if (before % 2 == 0 && page.story_sequence.load() == before)
       return;
-    sched_yield();
+    syscall(SYS_sched_yield);
   }
 }
 

@@ -2,6 +2,7 @@
 
 #include "vboard/base/kernel.h"
 #include "vboard/interposer/core/engine.h"
+#include "vboard/interposer/core/kernel_waits.h"
 #include "vboard/interposer/core/report.h"
 #include "vboard/interposer/core/state.h"
 #include "vboard/interposer/core/transfers.h"
@@ -15,6 +16,8 @@
 #include <unistd.h>
 
 using namespace vboard;
+
+DECLARE_WRAPPED(int, fcntl64, int, int, ...);
 
 WRAP(int, close, int fd) {
   if (!on_board())
@@ -65,6 +68,53 @@ WRAP(int, dup2, int from, int to) {
   return copy;
 }
 
+namespace {
+
+// The command that tries what another one waits for; 0 for those that wait for nothing.
+int trying(int command) {
+  switch (command) {
+    case F_SETLKW:
+      return F_SETLK;
+    case F_OFD_SETLKW:
+      return F_OFD_SETLK;
+#if F_SETLKW64 != F_SETLKW
+    case F_SETLKW64:
+      return F_SETLK64;
+#endif
+    default:
+      return 0;
+  }
+}
+
+struct RangeWait {
+  int fd;
+  int command;
+  void *lock;
+  int result;
+  int error;
+};
+
+bool took_range(const void *context) {
+  RangeWait &wait = *static_cast<RangeWait *>(const_cast<void *>(context));
+  wait.result = REAL(fcntl64)(wait.fd, wait.command, wait.lock);
+  wait.error = errno;
+  return wait.result == 0 || (errno != EACCES && errno != EAGAIN);
+}
+
+// A call on a descriptor of the kernel's. Waiting for a lock is a wait like any other.
+int fcntl_of_kernel(int fd, int command, void *argument) {
+  const int tries = jumping() ? trying(command) : 0;
+  if (tries == 0)
+    return REAL(fcntl64)(fd, command, argument);
+  RangeWait wait = {fd, tries, argument, 0, 0};
+  if (!took_range(&wait) && await_true(took_range, &wait, "a lock on a file") < 0)
+    return report(-EINTR);
+  errno = wait.error;
+  return wait.result;
+}
+
+}  // namespace
+
 WRAP(int, fcntl64, int fd, int command, ...) {
   va_list arguments;
   va_start(arguments, command);
@@ -74,7 +124,8 @@ WRAP(int, fcntl64, int fd, int command, ...) {
   if (description == nullptr || description->kind == Kind::kKernelSocket) {
     if (description != nullptr)
       release(description);
-    return REAL(fcntl64)(fd, command, argument);
+    return on_board() ? fcntl_of_kernel(fd, command, argument)
+                      : REAL(fcntl64)(fd, command, argument);
   }
 
   int result;
@@ -109,7 +160,7 @@ WRAP(int, fcntl, int fd, int command, ...) {
   va_start(arguments, command);
   void *argument = va_arg(arguments, void *);
   va_end(arguments);
-  if (!on_board() || !is_board_descriptor(fd))
+  if (!on_board() || (!is_board_descriptor(fd) && trying(command) == 0))
     return REAL(fcntl)(fd, command, argument);
   return vboard_fcntl64(fd, command, argument);
 }

@@ -3,6 +3,8 @@
 
 #include "vboard/base/kernel.h"
 #include "vboard/interposer/core/engine.h"
+#include "vboard/interposer/core/jumping.h"
+#include "vboard/interposer/core/kernel_waits.h"
 #include "vboard/interposer/core/report.h"
 #include "vboard/interposer/core/state.h"
 #include "vboard/interposer/core/story.h"
@@ -15,38 +17,18 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 using namespace vboard;
 
-namespace {
-
-// A read of the kernel's that may wait is a wait like any other: board time may pass meanwhile.
-// 0 or -EINTR.
-int wait_for_kernel(int fd) {
-  if (!jumping())
-    return 0;
-  const int flags = sys_flags(fd);
-  if (flags < 0 || (flags & O_NONBLOCK))
-    return 0;
-  for (;;) {
-    pollfd poll_fd = {fd, POLLIN, 0};
-    Wait wait;
-    wait.fds = &poll_fd;
-    wait.fd_count = 1;
-    if (wait_on_board(wait) != WaitEnd::kInterrupted)
-      return 0;
-    if (!handlers_restart())
-      return -EINTR;
-  }
-}
-
-}  // namespace
+DECLARE_WRAPPED(ssize_t, write, int, const void *, std::size_t);
 
 WRAP(ssize_t, read, int fd, void *buffer, std::size_t size) {
   Description *description = on_board() ? acquire(fd) : nullptr;
   if (description == nullptr || description->kind == Kind::kKernelSocket) {
     if (description != nullptr)
       release(description);
-    const int waited = on_board() ? wait_for_kernel(fd) : 0;
+    const int waited = on_board() ? await_kernel(fd, POLLIN, "read") : 0;
     return waited < 0 ? report(static_cast<ssize_t>(waited)) : REAL(read)(fd, buffer, size);
   }
   const ssize_t result = read_on_board(*description, buffer, size, kAtPosition);
@@ -92,12 +74,48 @@ ssize_t write_in_place(int fd, Write write) {
 
 }  // namespace
 
+namespace {
+
+ssize_t write_to_kernel(int fd, const void *buffer, std::size_t size) {
+  const int waited = await_kernel(fd, POLLOUT, "write");
+  return waited < 0 ? report(static_cast<ssize_t>(waited)) : REAL(write)(fd, buffer, size);
+}
+
+ssize_t write_in_pieces(int fd, const void *buffer, std::size_t size) {
+  const char *bytes = static_cast<const char *>(buffer);
+  std::size_t done = 0;
+  while (done < size) {
+    const ssize_t moved = write_to_kernel(fd, bytes + done, std::min(size - done, kPipePiece));
+    if (moved <= 0)
+      return done > 0 ? static_cast<ssize_t>(done) : moved;
+    done += static_cast<std::size_t>(moved);
+  }
+  return static_cast<ssize_t>(done);
+}
+
+// In a jumping run a write may have to wait for its reader, and one that prints on and on gets on.
+ssize_t write_in_turn(int fd, const void *buffer, std::size_t size) {
+  if (fd == STDOUT_FILENO || fd == STDERR_FILENO)
+    spend_poll();
+  if (leads_outside(fd)) {
+    const HaltedTime halted(true);
+    return REAL(write)(fd, buffer, size);
+  }
+  return goes_in_pieces(fd, size) ? write_in_pieces(fd, buffer, size)
+                                  : write_to_kernel(fd, buffer, size);
+}
+
+}  // namespace
+
 WRAP(ssize_t, write, int fd, const void *buffer, std::size_t size) {
   Description *description = on_board() ? acquire(fd) : nullptr;
   if (description == nullptr || description->kind == Kind::kKernelSocket) {
     if (description != nullptr)
       release(description);
-    return write_in_place(fd, [&] { return REAL(write)(fd, buffer, size); });
+    return write_in_place(fd, [&] {
+      return on_board() && jumping() ? write_in_turn(fd, buffer, size)
+                                     : REAL(write)(fd, buffer, size);
+    });
   }
   const ssize_t result = write_on_board(*description, buffer, size, kAtPosition);
   release(description);

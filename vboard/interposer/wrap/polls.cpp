@@ -2,6 +2,7 @@
 
 #include "vboard/interposer/core/descriptors.h"
 #include "vboard/interposer/core/engine.h"
+#include "vboard/interposer/core/jumping.h"
 #include "vboard/interposer/core/report.h"
 #include "vboard/interposer/core/trace.h"
 #include "vboard/interposer/core/wrap.h"
@@ -46,6 +47,8 @@ int poll_on_board(pollfd *fds, std::size_t count, BoardTime limit, const sigset_
   wait.mask = mask;
   wait.word = word;
   wait.asked = limit;
+  if (limit == 0)
+    spend_poll();
   const WaitEnd end = wait_on_board(wait);
 
   int ready = 0;

@@ -1,4 +1,4 @@
-// Wraps vfork system popen execve execv execvp execvpe execl execlp execle execveat fexecve
+// Wraps fork vfork execve execv execvp execvpe execl execlp execle execveat fexecve
 // posix_spawn posix_spawnp _exit _Exit quick_exit.
 //
 // Children stay on the board: what they are started with names it, whatever environment the program
@@ -11,8 +11,8 @@
 #include "vboard/interposer/core/descriptors.h"
 #include "vboard/interposer/core/engine.h"
 #include "vboard/interposer/core/paths.h"
+#include "vboard/interposer/core/seats.h"
 #include "vboard/interposer/core/state.h"
-#include "vboard/interposer/core/timers.h"
 #include "vboard/interposer/core/trace.h"
 #include "vboard/interposer/core/wrap.h"
 
@@ -101,21 +101,17 @@ int replace_program(char *const given[], Exec exec) {
 
 }  // namespace
 
+WRAP(pid_t, fork, void) {
+  const bool ours = on_board();
+  const pid_t child = REAL(fork)();
+  if (ours && child > 0)
+    expect_process(child);
+  return child;
+}
+
 // A child of vfork() would close the parent's devices when it closes its own.
 WRAP(pid_t, vfork, void) {
-  return on_board() ? fork() : REAL(vfork)();
-}
-
-WRAP(int, system, const char *command) {
-  if (on_board() && command != nullptr && is_reboot_command(command))
-    reboot_board("system", command);
-  return REAL(system)(command);
-}
-
-WRAP(FILE *, popen, const char *command, const char *mode) {
-  if (on_board() && command != nullptr && is_reboot_command(command))
-    reboot_board("system", command);
-  return REAL(popen)(command, mode);
+  return on_board() ? vboard_fork() : REAL(vfork)();
 }
 
 // The environment `given`, completed on the caller's stack.
@@ -171,11 +167,29 @@ WRAP(int, fexecve, int fd, char *const words[], char *const given[]) {
       given, [&](char *const environment[]) { return REAL(fexecve)(fd, words, environment); });
 }
 
+namespace {
+
+// Starts a child by `start`, which is given where to put its number.
+template <typename Start>
+int spawn(pid_t *child, Start start) {
+  pid_t made = 0;
+  const int result = start(&made);
+  if (result == 0 && on_board())
+    expect_process(made);
+  if (result == 0 && child != nullptr)
+    *child = made;
+  return result;
+}
+
+}  // namespace
+
 WRAP(int, posix_spawn, pid_t *child, const char *path, const posix_spawn_file_actions_t *actions,
      const posix_spawnattr_t *attributes, char *const words[], char *const given[]) {
   check_program(path);
   EMULATE(arm_program(path), path, words);
-  return REAL(posix_spawn)(child, path, actions, attributes, words, COMPLETED(given));
+  return spawn(child, [&](pid_t *made) {
+    return REAL(posix_spawn)(made, path, actions, attributes, words, COMPLETED(given));
+  });
 }
 
 WRAP(int, posix_spawnp, pid_t *child, const char *file, const posix_spawn_file_actions_t *actions,
@@ -183,7 +197,9 @@ WRAP(int, posix_spawnp, pid_t *child, const char *file, const posix_spawn_file_a
   check_program(file);
   FixedText<kPathSize> place;
   EMULATE(find_arm_program(file, place), file, words);
-  return REAL(posix_spawnp)(child, file, actions, attributes, words, COMPLETED(given));
+  return spawn(child, [&](pid_t *made) {
+    return REAL(posix_spawnp)(made, file, actions, attributes, words, COMPLETED(given));
+  });
 }
 
 // The forms with the words as arguments: they become a list, and `arguments` stands behind its end.

@@ -1,7 +1,7 @@
 // Wraps pthread_create pthread_exit pthread_join pthread_timedjoin_np pthread_clockjoin_np
 // pthread_cond_wait pthread_cond_timedwait pthread_cond_clockwait pthread_cond_signal
-// pthread_cond_broadcast sem_wait sem_timedwait sem_clockwait sem_post pthread_mutex_timedlock
-// pthread_mutex_clocklock.
+// pthread_cond_broadcast sem_wait sem_timedwait sem_clockwait sem_post pthread_mutex_lock
+// pthread_mutex_unlock pthread_mutex_timedlock pthread_mutex_clocklock.
 //
 // At a fixed speed waiting between threads is the kernel's, with absolute times turned into the
 // PC's. In a jumping run the engine must know who waits: these waits are its own.
@@ -17,31 +17,35 @@
 #include <stdlib.h>
 #include <time.h>
 
+#include <atomic>
+
 using namespace vboard;
 
 DECLARE_WRAPPED(int, clock_gettime, clockid_t, timespec *);
+DECLARE_WRAPPED(int, pthread_mutex_lock, pthread_mutex_t *);
+DECLARE_WRAPPED(int, pthread_mutex_trylock, pthread_mutex_t *);
 
 namespace {
 
 struct Start {
   void *(*function)(void *);
   void *argument;
-  sigset_t mask;
+  std::int32_t seat;
 };
 
 pthread_key_t end_key;
 pthread_once_t end_key_made = PTHREAD_ONCE_INIT;
 
 void make_end_key() {
-  pthread_key_create(&end_key, [](void *) { thread_ends(pthread_self()); });
+  pthread_key_create(&end_key, [](void *) { end_thread(); });
 }
 
-// The first of a thread in a jumping run. Its creator had every signal blocked.
+// The first of a thread in a jumping run.
 void *begin(void *context) {
   const Start start = *static_cast<Start *>(context);
   free(context);
   pthread_setspecific(end_key, &end_key);
-  pthread_sigmask(SIG_SETMASK, &start.mask, nullptr);
+  begin_thread(start.seat);
   return start.function(start.argument);
 }
 
@@ -84,16 +88,16 @@ WRAP(int, pthread_create, pthread_t *thread, const pthread_attr_t *attributes,
     return EAGAIN;
   start->function = function;
   start->argument = argument;
-  // The thread is counted before it can run: its first act would be to wait for this lock if it
-  // ended at once.
-  lock_engine(start->mask);
-  const sigset_t saved = start->mask;
+  // It has its place in the order before it can run.
+  start->seat = expect_thread();
+  const std::int32_t seat = start->seat;
   const int result = REAL(pthread_create)(thread, attributes, begin, start);
-  if (result == 0)
-    thread_begins(*thread);
-  unlock_engine(saved);
-  if (result != 0)
+  if (result == 0) {
+    know_thread(seat, *thread);
+  } else {
+    forget_thread(seat);
     free(start);
+  }
   return result;
 }
 
@@ -116,6 +120,7 @@ bool await_end(pthread_t thread, BoardTime deadline) {
     wait.deadline = deadline;
     wait.key = reinterpret_cast<const void *>(thread);
     wait.done = thread_has_ended;
+    wait.what = "the end of a thread";
     const WaitEnd end = wait_on_board(wait);
     if (end == WaitEnd::kWoken)
       return true;
@@ -159,8 +164,9 @@ int wait_for_condition(pthread_cond_t *condition, pthread_mutex_t *mutex, BoardT
   wait.deadline = deadline;
   wait.key = condition;
   wait.release = mutex;
+  wait.what = "a condition";
   const WaitEnd end = wait_on_board(wait);
-  pthread_mutex_lock(mutex);
+  vboard_pthread_mutex_lock(mutex);
   pthread_testcancel();
   return end == WaitEnd::kTimeout ? ETIMEDOUT : 0;
 }
@@ -223,7 +229,7 @@ bool took_semaphore(const void *key) {
 }
 
 bool took_mutex(const void *key) {
-  return pthread_mutex_trylock(static_cast<pthread_mutex_t *>(const_cast<void *>(key))) == 0;
+  return REAL(pthread_mutex_trylock)(static_cast<pthread_mutex_t *>(const_cast<void *>(key))) == 0;
 }
 
 int wait_for_semaphore(sem_t *semaphore, BoardTime deadline) {
@@ -231,6 +237,7 @@ int wait_for_semaphore(sem_t *semaphore, BoardTime deadline) {
   wait.deadline = deadline;
   wait.key = semaphore;
   wait.done = took_semaphore;
+  wait.what = "a semaphore";
   switch (wait_on_board(wait)) {
     case WaitEnd::kWoken:
       return 0;
@@ -278,6 +285,49 @@ WRAP(int, sem_post, sem_t *semaphore) {
   return result;
 }
 
+namespace {
+
+// How many threads of this process wait for a mutex: usually none, and unlocking wakes nobody.
+std::atomic<int> mutex_waiters;
+
+// 0, or ETIMEDOUT. A signal's handler does not end it.
+int wait_for_mutex(pthread_mutex_t *mutex, BoardTime deadline) {
+  ++mutex_waiters;
+  WaitEnd end;
+  do {
+    Wait wait;
+    wait.deadline = deadline;
+    wait.key = mutex;
+    wait.done = took_mutex;
+    wait.what = "a mutex";
+    end = wait_on_board(wait);
+  } while (end != WaitEnd::kWoken && end != WaitEnd::kTimeout);
+  --mutex_waiters;
+  return end == WaitEnd::kWoken ? 0 : ETIMEDOUT;
+}
+
+}  // namespace
+
+WRAP(int, pthread_mutex_lock, pthread_mutex_t *mutex) {
+  if (!jumping())
+    return REAL(pthread_mutex_lock)(mutex);
+  // One that is free is no affair of the board's.
+  const int result = REAL(pthread_mutex_trylock)(mutex);
+  if (result != EBUSY || !on_board())
+    return result != EBUSY ? result : REAL(pthread_mutex_lock)(mutex);
+  // A mutex that checks for errors refuses its owner.
+  if ((mutex->__data.__kind & 3) == PTHREAD_MUTEX_ERRORCHECK)
+    return REAL(pthread_mutex_lock)(mutex);
+  return wait_for_mutex(mutex, kNever);
+}
+
+WRAP(int, pthread_mutex_unlock, pthread_mutex_t *mutex) {
+  const int result = REAL(pthread_mutex_unlock)(mutex);
+  if (mutex_waiters.load(std::memory_order_relaxed) > 0)
+    wake_waiters(mutex, false);
+  return result;
+}
+
 WRAP(int, pthread_mutex_clocklock, pthread_mutex_t *mutex, clockid_t clock, const timespec *limit) {
   if (!on_board())
     return REAL(pthread_mutex_clocklock)(mutex, clock, limit);
@@ -286,21 +336,10 @@ WRAP(int, pthread_mutex_clocklock, pthread_mutex_t *mutex, clockid_t clock, cons
   if (is_bad_fraction(*limit))
     return EINVAL;
   const BoardTime deadline = board_moment(clock, *limit);
-  if (!jumping()) {
-    const timespec pc = pc_moment(deadline);
-    return REAL(pthread_mutex_clocklock)(mutex, CLOCK_MONOTONIC, &pc);
-  }
-  for (;;) {
-    Wait wait;
-    wait.deadline = deadline;
-    wait.key = mutex;
-    wait.done = took_mutex;
-    const WaitEnd end = wait_on_board(wait);
-    if (end == WaitEnd::kWoken)
-      return 0;
-    if (end == WaitEnd::kTimeout)
-      return ETIMEDOUT;
-  }
+  if (jumping())
+    return wait_for_mutex(mutex, deadline);
+  const timespec pc = pc_moment(deadline);
+  return REAL(pthread_mutex_clocklock)(mutex, CLOCK_MONOTONIC, &pc);
 }
 
 WRAP(int, pthread_mutex_timedlock, pthread_mutex_t *mutex, const timespec *limit) {

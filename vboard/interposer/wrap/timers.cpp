@@ -2,24 +2,25 @@
 // timer_delete.
 //
 // At a fixed speed the timers are the kernel's, with their times divided: their signals interrupt
-// as natively as on a board. In a jumping run they are kept here, and the engine raises the
-// signals.
+// as natively as on a board. In a jumping run they are the schedule's, which sends the signals.
 
 #include "vboard/interposer/core/engine.h"
-#include "vboard/interposer/core/jumping.h"
+#include "vboard/interposer/core/report.h"
+#include "vboard/interposer/core/seats.h"
 #include "vboard/interposer/core/state.h"
-#include "vboard/interposer/core/timers.h"
 #include "vboard/interposer/core/wrap.h"
 
 #include <errno.h>
 #include <signal.h>
-#include <string.h>
 #include <sys/time.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <algorithm>
 
 using namespace vboard;
+
+DECLARE_WRAPPED(int, timer_delete, timer_t);
 
 namespace {
 
@@ -51,18 +52,72 @@ bool is_valid(const timeval &time) {
   return time.tv_sec >= 0 && time.tv_usec >= 0 && time.tv_usec < 1'000'000;
 }
 
-// The alarm timer of a jumping run: sets it and tells what was left.
-itimerval exchange_alarm(const itimerval *value) {
-  sigset_t saved;
-  lock_engine(saved);
-  itimerval old = {timeval_of(alarm_timer.interval), timeval_of(rest_of(alarm_timer))};
-  if (value != nullptr) {
-    const BoardTime first = nanoseconds_of(value->it_value);
-    set_timer(alarm_timer, first == 0 ? kNever : deadline_after(first),
-              first == 0 ? 0 : nanoseconds_of(value->it_interval));
+// The timers of a jumping run, under the schedule's lock.
+struct Timers {
+  Timers() {
+    lock_engine(saved);
   }
-  unlock_engine(saved);
-  return old;
+  ~Timers() {
+    unlock_engine(saved);
+  }
+  Timers(const Timers &) = delete;
+  Timers &operator=(const Timers &) = delete;
+
+  RunTimer *find(std::int64_t id) {
+    return find_timer(schedule(), getpid(), id);
+  }
+  RunTimer *make(std::int64_t id) {
+    return make_timer(schedule(), getpid(), id);
+  }
+  void set(RunTimer &timer, BoardTime expiry, BoardTime interval) {
+    timer.interval = interval;
+    timer.expiry = expiry;
+    schedule().next_due = earliest_deadline(schedule());
+  }
+
+  sigset_t saved;
+};
+
+// The number that the kernel gave to a timer; it may be a pointer of libc's.
+std::int64_t number_of(timer_t id) {
+  return static_cast<std::int64_t>(reinterpret_cast<std::uintptr_t>(id));
+}
+
+// What is left until the next expiry; a running timer never shows zero.
+BoardTime rest_of(const RunTimer &timer) {
+  return timer.expiry == kNever ? 0 : std::max<BoardTime>(timer.expiry - current_time(), 1000);
+}
+
+bool is_boards(timer_t id) {
+  if (!on_board() || !jumping())
+    return false;
+  Timers timers;
+  return timers.find(number_of(id)) != nullptr;
+}
+
+// The alarm timer of a jumping run: sets it and tells what was left. False without room for it.
+bool exchange_alarm(const itimerval *value, itimerval &old) {
+  Timers timers;
+  RunTimer *alarm = timers.find(kAlarm);
+  old = {};
+  if (alarm != nullptr)
+    old = {timeval_of(alarm->interval), timeval_of(rest_of(*alarm))};
+  if (value == nullptr)
+    return true;
+  const BoardTime first = nanoseconds_of(value->it_value);
+  if (first == 0) {
+    if (alarm != nullptr)
+      alarm->used = 0;
+    return true;
+  }
+  if (alarm == nullptr)
+    alarm = timers.make(kAlarm);
+  if (alarm == nullptr)
+    return false;
+  alarm->notify = SIGEV_SIGNAL;
+  alarm->signal = SIGALRM;
+  timers.set(*alarm, deadline_after(first), nanoseconds_of(value->it_interval));
+  return true;
 }
 
 }  // namespace
@@ -75,7 +130,9 @@ WRAP(int, setitimer, int which, const itimerval *value, itimerval *old) {
     return -1;
   }
   if (jumping()) {
-    const itimerval before = exchange_alarm(value);
+    itimerval before;
+    if (!exchange_alarm(value, before))
+      return report(-EAGAIN);
     if (old != nullptr)
       *old = before;
     return 0;
@@ -93,7 +150,7 @@ WRAP(int, getitimer, int which, itimerval *value) {
   if (!on_board() || which != ITIMER_REAL)
     return REAL(getitimer)(which, value);
   if (jumping()) {
-    *value = exchange_alarm(nullptr);
+    exchange_alarm(nullptr, *value);
     return 0;
   }
   const int result = REAL(getitimer)(which, value);
@@ -137,41 +194,30 @@ WRAP(int, timer_create, clockid_t clock, sigevent *event, timer_t *out) {
   int result = REAL(timer_create)(clock, &silent, out);
   if (result != 0)
     return result;
-  sigset_t saved;
-  lock_engine(saved);
-  result = -1;
-  for (PosixTimer &one : posix_timers) {
-    if (one.used.load(std::memory_order_relaxed))
-      continue;
-    one.id = *out;
-    one.clock = clock;
-    if (event != nullptr) {
-      one.event = *event;
-    } else {
-      one.event = {};
-      one.event.sigev_notify = SIGEV_SIGNAL;
-      one.event.sigev_signo = SIGALRM;
-      memcpy(&one.event.sigev_value, out, sizeof(*out));
-    }
-    set_timer(one.timer, kNever, 0);
-    one.used.store(true, std::memory_order_relaxed);
-    result = 0;
-    break;
+  Timers timers;
+  RunTimer *timer = timers.make(number_of(*out));
+  if (timer == nullptr) {
+    REAL(timer_delete)(*out);
+    return report(-EAGAIN);
   }
-  unlock_engine(saved);
-  if (result != 0)
-    errno = EAGAIN;
-  return result;
+  timer->clock = clock;
+  timer->notify = event != nullptr ? event->sigev_notify : SIGEV_SIGNAL;
+  timer->signal = event != nullptr ? event->sigev_signo : SIGALRM;
+  if (timer->notify == SIGEV_THREAD_ID)
+    timer->thread = event->_sigev_un._tid;
+  timer->value = event != nullptr ? reinterpret_cast<std::uintptr_t>(event->sigev_value.sival_ptr)
+                                  : reinterpret_cast<std::uintptr_t>(*out);
+  return 0;
 }
 
 WRAP(int, timer_settime, timer_t id, int flags, const itimerspec *value, itimerspec *old) {
-  PosixTimer *timer = on_board() ? find_timer(id) : nullptr;
-  const bool at_speed = timer == nullptr && on_board() && !jumping();
+  const bool ours = is_boards(id);
+  const bool at_speed = !ours && on_board() && !jumping();
   if (value == nullptr || !is_valid_time(value->it_value) || !is_valid_time(value->it_interval)) {
     errno = EINVAL;
     return -1;
   }
-  if (timer == nullptr && !at_speed)
+  if (!ours && !at_speed)
     return REAL(timer_settime)(id, flags, value, old);
 
   BoardTime first = nanoseconds_of(value->it_value);
@@ -191,44 +237,45 @@ WRAP(int, timer_settime, timer_t id, int flags, const itimerspec *value, itimers
               timespec_of(to_board(nanoseconds_of(old->it_value)))};
     return result;
   }
-  sigset_t saved;
-  lock_engine(saved);
+  Timers timers;
+  RunTimer &timer = *timers.find(number_of(id));
   if (old != nullptr)
-    *old = {timespec_of(timer->timer.interval), timespec_of(rest_of(timer->timer))};
+    *old = {timespec_of(timer.interval), timespec_of(rest_of(timer))};
   BoardTime expiry = kNever;
   if (first != 0 && (flags & TIMER_ABSTIME)) {
-    const bool calendar = timer->clock == CLOCK_REALTIME || timer->clock == CLOCK_REALTIME_ALARM;
+    const bool calendar = timer.clock == CLOCK_REALTIME || timer.clock == CLOCK_REALTIME_ALARM;
     expiry = std::max<BoardTime>(saturated_sum(first, -(calendar ? run_page().calendar_start.load()
                                                                  : run_page().monotonic_start)),
                                  0);
   } else if (first != 0) {
     expiry = deadline_after(first);
   }
-  set_timer(timer->timer, expiry, first == 0 ? 0 : interval);
-  unlock_engine(saved);
+  timers.set(timer, expiry, first == 0 ? 0 : interval);
   return 0;
 }
 
 WRAP(int, timer_gettime, timer_t id, itimerspec *value) {
-  PosixTimer *timer = on_board() ? find_timer(id) : nullptr;
-  if (timer == nullptr) {
+  if (!is_boards(id)) {
     const int result = REAL(timer_gettime)(id, value);
     if (result == 0 && on_board() && !jumping())
       *value = {timespec_of(to_board(nanoseconds_of(value->it_interval))),
                 timespec_of(to_board(nanoseconds_of(value->it_value)))};
     return result;
   }
-  *value = {timespec_of(timer->timer.interval), timespec_of(rest_of(timer->timer))};
+  Timers timers;
+  const RunTimer &timer = *timers.find(number_of(id));
+  *value = {timespec_of(timer.interval), timespec_of(rest_of(timer))};
   return 0;
 }
 
 WRAP(int, timer_getoverrun, timer_t id) {
-  return on_board() && find_timer(id) != nullptr ? 0 : REAL(timer_getoverrun)(id);
+  return is_boards(id) ? 0 : REAL(timer_getoverrun)(id);
 }
 
 WRAP(int, timer_delete, timer_t id) {
-  PosixTimer *timer = on_board() ? find_timer(id) : nullptr;
-  if (timer != nullptr)
-    timer->used.store(false, std::memory_order_relaxed);
+  if (is_boards(id)) {
+    Timers timers;
+    timers.find(number_of(id))->used = 0;
+  }
   return REAL(timer_delete)(id);
 }

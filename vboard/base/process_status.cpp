@@ -1,0 +1,79 @@
+#include "vboard/base/process_status.h"
+
+#include "vboard/base/kernel.h"
+#include "vboard/base/text.h"
+
+#include <fcntl.h>
+#include <sys/syscall.h>
+#include <time.h>
+#include <unistd.h>
+
+namespace vboard {
+
+namespace {
+
+// The beginning of a small file, as much as there is room for.
+std::string_view read_beginning(const char *path, std::span<char> room) {
+  const int fd = sys_open(path, O_RDONLY | O_CLOEXEC);
+  if (fd < 0)
+    return {};
+  const ssize_t size = sys_read(fd, room.data(), room.size());
+  sys_close(fd);
+  return {room.data(), size > 0 ? static_cast<std::size_t>(size) : 0};
+}
+
+}  // namespace
+
+bool read_status(pid_t process, pid_t thread, ProcessStatus &out) {
+  FixedText<64> path;
+  append_text(path, "/proc/");
+  append_decimal(path, process);
+  if (thread != 0) {
+    append_text(path, "/task/");
+    append_decimal(path, thread);
+  }
+  append_text(path, "/stat");
+  char room[256];
+  std::string_view line = read_beginning(path.c_str(), room);
+  // "PID (NAME) STATE PARENT ...": the name may hold anything.
+  const std::size_t name_end = line.rfind(") ");
+  if (name_end == std::string_view::npos)
+    return false;
+  line.remove_prefix(name_end + 2);
+  const std::string_view state = take_word(line);
+  std::int64_t parent;
+  if (state.size() != 1 || !parse_number(take_word(line), parent))
+    return false;
+  out = {state[0], static_cast<pid_t>(parent)};
+  return true;
+}
+
+bool thread_has_died(pid_t thread) {
+  ProcessStatus status;
+  return !read_status(thread, 0, status) || status.state == 'Z' || status.state == 'X';
+}
+
+std::int64_t processor_time(pid_t process) {
+  // The number of a process's clock, as clock_getcpuclockid() makes it.
+  const long clock = static_cast<long>((~static_cast<unsigned long>(process) << 3) | 2);
+  struct {
+    long seconds, nanoseconds;
+  } time;
+  if (syscall(SYS_clock_gettime, clock, &time) < 0)
+    return -1;
+  return std::int64_t{time.seconds} * 1'000'000'000 + time.nanoseconds;
+}
+
+void read_program_name(pid_t process, std::span<char> out) {
+  FixedText<64> path;
+  append_text(path, "/proc/");
+  append_decimal(path, process);
+  append_text(path, "/comm");
+  char room[32];
+  std::string_view text = read_beginning(path.c_str(), room);
+  std::string_view name;
+  take_line(text, name);
+  copy_text(out, name);
+}
+
+}  // namespace vboard

@@ -1,0 +1,178 @@
+#include "vboard/board/turns.h"
+
+#include "vboard/base/bell.h"
+#include "vboard/base/process_status.h"
+
+#include <errno.h>
+#include <signal.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+namespace vboard {
+
+namespace {
+
+bool may_signal(const Passer &passer, pid_t process) {
+  return process > 0 && (passer.may_signal == nullptr || passer.may_signal(process));
+}
+
+void send_signal(pid_t process, int number) {
+  const int kept = errno;
+  syscall(SYS_kill, process, number);
+  errno = kept;
+}
+
+void send_timer_signal(const RunTimer &timer) {
+  if (timer.notify != SIGEV_SIGNAL && timer.notify != SIGEV_THREAD_ID)
+    return;
+  if (timer.id == kAlarm) {
+    send_signal(timer.process, timer.signal);
+    return;
+  }
+  siginfo_t info = {};
+  info.si_signo = timer.signal;
+  info.si_code = SI_TIMER;
+  info.si_pid = timer.process;
+  info.si_uid = getuid();
+  info.si_value.sival_ptr = reinterpret_cast<void *>(static_cast<std::uintptr_t>(timer.value));
+  const int kept = errno;
+  if (timer.notify == SIGEV_SIGNAL)
+    syscall(SYS_rt_sigqueueinfo, timer.process, timer.signal, &info);
+  else
+    syscall(SYS_rt_tgsigqueueinfo, timer.process, timer.thread, timer.signal, &info);
+  errno = kept;
+}
+
+void give(Schedule &schedule, std::int32_t index, const Passer &passer) {
+  schedule.holder = index;
+  if (index != passer.seat)
+    ring_bell(passer.bell, schedule.seats[index].bell);
+}
+
+// Those that wait for descriptors of the kernel's poll them from now on.
+void let_all_poll(const Schedule &schedule, const Passer &passer) {
+  for (std::uint32_t i = 0; i < std::min<std::uint32_t>(schedule.seats_end, kMostSeats); ++i) {
+    const Seat &seat = schedule.seats[i];
+    if (seat.use == Seat::kWaits && static_cast<std::int32_t>(i) != passer.seat)
+      ring_bell(passer.bell, seat.bell);
+  }
+}
+
+// A thread that slept outside of the schedule may have been woken by what the last one did: it gets
+// the baton for the call that it is about to make.
+bool give_to_awake(Schedule &schedule) {
+  for (std::uint32_t i = 0; i < std::min<std::uint32_t>(schedule.seats_end, kMostSeats); ++i) {
+    Seat &seat = schedule.seats[i];
+    ProcessStatus status;
+    if (seat.use != Seat::kOutside || seat.sleeps == 0 ||
+        !read_status(seat.process, seat.thread, status) || status.state != 'R')
+      continue;
+    begin_running(schedule, static_cast<std::int32_t>(i), 0);
+    return true;
+  }
+  return false;
+}
+
+// A process that was killed waits for nothing.
+bool forget_dead(Schedule &schedule, std::int64_t moment) {
+  const pid_t self = getpid();
+  for (std::uint32_t i = 0; i < std::min<std::uint32_t>(schedule.seats_end, kMostSeats); ++i) {
+    const Seat &seat = schedule.seats[i];
+    if (seat.use == Seat::kWaits && seat.deadline == moment && seat.process != self &&
+        thread_has_died(seat.process)) {
+      free_seats_of(schedule, seat.process);
+      return true;
+    }
+  }
+  return false;
+}
+
+// Before a signal, or the reset, that may end a process.
+bool ask_for_lines_of_events(RunFile &run, std::int64_t now) {
+  RunPage &page = run.page;
+  bool any = page.reset_time <= now && ask_for_lines(run.schedule, 0);
+  for (std::uint32_t i = 0; i < page.signal_count && i < kMaxSignals; ++i) {
+    const PlannedSignal &planned = page.signals[i];
+    if (planned.at <= now && planned.sent == 0)
+      any = ask_for_lines(run.schedule, page.command) || any;
+  }
+  for (const RunTimer &timer : run.schedule.timers) {
+    if (timer.used != 0 && timer.expiry <= now)
+      any = ask_for_lines(run.schedule, timer.process) || any;
+  }
+  return any;
+}
+
+}  // namespace
+
+std::int64_t next_event(const RunPage &page) {
+  std::int64_t next = page.reset_time.load(std::memory_order_relaxed);
+  for (std::uint32_t i = 0; i < page.signal_count && i < kMaxSignals; ++i) {
+    if (page.signals[i].sent.load(std::memory_order_relaxed) == 0)
+      next = std::min(next, page.signals[i].at);
+  }
+  return next;
+}
+
+Passed fire_events(RunFile &run, std::int64_t now, const Passer &passer) {
+  RunPage &page = run.page;
+  Schedule &schedule = run.schedule;
+  Passed result = Passed::kIdle;
+  for (std::uint32_t i = 0; i < page.signal_count && i < kMaxSignals; ++i) {
+    PlannedSignal &planned = page.signals[i];
+    const pid_t command = page.command;
+    if (planned.at > now || planned.sent.exchange(1) != 0)
+      continue;
+    if (may_signal(passer, command))
+      send_signal(command, planned.number);
+    call_seats(schedule, command);
+    result = Passed::kGiven;
+  }
+  for (RunTimer &timer : schedule.timers) {
+    if (timer.used == 0 || timer.expiry > now)
+      continue;
+    renew_timer(timer, now);
+    if (may_signal(passer, timer.process))
+      send_timer_signal(timer);
+    call_seats(schedule, timer.process);
+    result = Passed::kGiven;
+  }
+  return page.reset_time.load(std::memory_order_relaxed) <= now ? Passed::kOver : result;
+}
+
+Passed pass_baton(RunFile &run, const Passer &passer) {
+  Schedule &schedule = run.schedule;
+  std::atomic<std::int64_t> &clock = run.page.jumped;
+  for (;;) {
+    const Turn turn = next_turn(schedule, next_event(run.page));
+    if (turn.kind == Turn::kGive) {
+      give(schedule, turn.seat, passer);
+      return Passed::kGiven;
+    }
+    if (give_to_awake(schedule))
+      return Passed::kGiven;
+    if (turn.kind != Turn::kJump) {
+      let_all_poll(schedule, passer);
+      return turn.kind == Turn::kIdle ? Passed::kIdle : Passed::kStuck;
+    }
+    if (forget_dead(schedule, turn.moment))
+      continue;
+    const std::int64_t now = std::max(clock.load(), turn.moment);
+    clock = now;
+    if (ask_for_lines_of_events(run, now))
+      continue;
+    const Passed fired = fire_events(run, now, passer);
+    if (fired == Passed::kOver)
+      return Passed::kOver;
+    // A signal to a thread that runs without the baton: it gets some time to follow it.
+    if (!end_due_waits(schedule, now) && fired == Passed::kGiven &&
+        next_turn(schedule, next_event(run.page)).kind != Turn::kGive) {
+      let_all_poll(schedule, passer);
+      return Passed::kIdle;
+    }
+  }
+}
+
+}  // namespace vboard

@@ -1,0 +1,38 @@
+// Passing the baton on, in whatever process of the run it happens.
+
+#ifndef VBOARD_BOARD_TURNS_H
+#define VBOARD_BOARD_TURNS_H
+#include "vboard/board/run_page.h"
+
+#include <sys/types.h>
+
+#include <cstdint>
+
+namespace vboard {
+
+// Who passes it on.
+struct Passer {
+  int bell;           // its own, to ring others with
+  std::int32_t seat;  // kNobody: the launcher
+  // Whether a process may be sent a signal. Null: any.
+  bool (*may_signal)(pid_t process);
+};
+
+enum class Passed : std::uint8_t {
+  kGiven,  // somebody has the baton
+  kIdle,   // nobody, until something comes from outside
+  kStuck,  // nobody, for ever
+  kOver,   // the board is reset
+};
+
+// Under the schedule's lock, while nobody has the baton.
+Passed pass_baton(RunFile &run, const Passer &passer);
+
+// When a planned signal, or the board's reset, comes.
+std::int64_t next_event(const RunPage &page);
+// Sends the signals that are due, of timers as well. kOver when the board is reset.
+Passed fire_events(RunFile &run, std::int64_t now, const Passer &passer);
+
+}  // namespace vboard
+
+#endif

@@ -1,0 +1,284 @@
+#include "vboard/launcher/attendant.h"
+
+#include "vboard/base/bell.h"
+#include "vboard/base/process_status.h"
+#include "vboard/base/text.h"
+#include "vboard/board/turns.h"
+#include "vboard/launcher/story.h"
+
+#include <errno.h>
+#include <signal.h>
+#include <stdio.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+namespace vboard {
+
+namespace {
+
+// Of the PC's time: while threads take turns, and while nobody could use one.
+constexpr std::int64_t kShortPause = 1'000'000;
+constexpr std::int64_t kLongPause = 200'000'000;
+// A program that has not made its first call yet: the loader is at work.
+constexpr std::int64_t kStarting = 10;
+
+// A process of the run and a descriptor that is readable when it has ended.
+struct Attended {
+  pid_t process;
+  int fd;  // -1: the kernel has none
+  bool is_named;
+};
+
+// What was seen of the thread with the baton.
+struct Observation {
+  std::int32_t holder;
+  std::uint64_t calls;
+  std::int64_t processor_time;
+  bool slept;
+};
+
+// The board time that may pass for others while a thread computes without the baton: hardly any at
+// first, since that one may be about to be done, and a minute after 600 ms of processor time.
+std::int64_t pace_after(std::int64_t processor_time) {
+  constexpr std::int64_t kMost = 2'000'000;  // microseconds whose cube still has room
+  const std::int64_t used = std::clamp<std::int64_t>(processor_time / 1000, 0, kMost);
+  return used * used * used / 3'600'000;
+}
+
+struct Attendant {
+  int bell;
+  std::uint32_t number;
+  Attended processes[kMostAttended];
+  std::size_t count;
+  Observation last;
+  pid_t computing;  // the last one that was put outside, the board's time then, and its own
+  std::int64_t board_then, processor_then;
+};
+
+Attendant attendant;
+
+// Whether a process is of this run: a descendant of the launcher.
+bool is_of_run(pid_t process) {
+  constexpr int kMostGenerations = 64;
+  ProcessStatus status;
+  for (int i = 0; i < kMostGenerations && process > 1; ++i) {
+    if (process == getpid())
+      return i > 0;
+    if (!read_status(process, 0, status))
+      return false;
+    process = status.parent;
+  }
+  return false;
+}
+
+Passer own_passer() {
+  return {attendant.bell, kNobody, is_of_run};
+}
+
+void pass_on(RunFile &run) {
+  if (run.schedule.holder == kNobody)
+    pass_baton(run, own_passer());
+}
+
+Attended *find_attended(pid_t process) {
+  for (std::size_t i = 0; i < attendant.count; ++i) {
+    if (attendant.processes[i].process == process)
+      return &attendant.processes[i];
+  }
+  return nullptr;
+}
+
+void attend_process(pid_t process) {
+  if (process <= 0 || find_attended(process) != nullptr || attendant.count == kMostAttended)
+    return;
+  const int fd = static_cast<int>(syscall(SYS_pidfd_open, process, 0));
+  attendant.processes[attendant.count++] = {process, fd, false};
+}
+
+void attend_new_processes(const Schedule &schedule) {
+  for (std::uint32_t i = 0; i < std::min<std::uint32_t>(schedule.seats_end, kMostSeats); ++i) {
+    if (schedule.seats[i].use != Seat::kFree)
+      attend_process(schedule.seats[i].process);
+  }
+}
+
+bool has_ended(const Attended &one) {
+  if (one.fd < 0)
+    return thread_has_died(one.process);
+  pollfd ended = {one.fd, POLLIN, 0};
+  return poll(&ended, 1, 0) > 0;
+}
+
+void forget_ended(Schedule &schedule) {
+  for (std::size_t i = 0; i < attendant.count;) {
+    const Attended one = attendant.processes[i];
+    if (!has_ended(one)) {
+      ++i;
+      continue;
+    }
+    if (one.fd >= 0)
+      close(one.fd);
+    attendant.processes[i] = attendant.processes[--attendant.count];
+    free_seats_of(schedule, one.process);
+  }
+}
+
+// Whether anybody could go on if the holder of the baton did not have it.
+bool is_waited_for(const RunFile &run) {
+  const Turn turn = next_turn(run.schedule, next_event(run.page));
+  return turn.kind == Turn::kGive || turn.kind == Turn::kJump;
+}
+
+// Once for each process.
+void name_process(pid_t process, bool sleeps) {
+  Attended *one = find_attended(process);
+  if (one == nullptr || one->is_named)
+    return;
+  one->is_named = true;
+  char name[32];
+  read_program_name(process, name);
+  FixedText<128> line;
+  append_text(line, "board time goes on without ", name[0] != '\0' ? name : "a program",
+              sleeps ? ", which waits in a call that the board does not know"
+                     : ", which computes without a call");
+  fprintf(stderr, "vboard: %s\n", line.c_str());
+  append_text(line, ": the order is not promised any more");
+  add_to_story(line.view());
+}
+
+void put_outside(RunFile &run, std::int32_t holder, bool sleeps) {
+  Seat &seat = run.schedule.seats[holder];
+  seat.use = Seat::kOutside;
+  seat.sleeps = sleeps;
+  seat.ready_at = run.page.jumped;
+  run.schedule.holder = kNobody;
+  if (sleeps)
+    return;
+  attendant.computing = seat.process;
+  attendant.board_then = seat.ready_at;
+  attendant.processor_then = processor_time(seat.process);
+  run.schedule.pace = seat.ready_at;
+}
+
+// Lets board time get on while a thread computes.
+void keep_pace(RunFile &run) {
+  if (!is_computing(run.schedule))
+    return;
+  const std::int64_t used = processor_time(attendant.computing) - attendant.processor_then;
+  run.schedule.pace = std::max(run.schedule.pace, attendant.board_then + pace_after(used));
+}
+
+// Names those without whom board time has gone on for others.
+void name_outsiders(const RunFile &run) {
+  if (std::ranges::count_if(run.schedule.seats,
+                            [](const Seat &seat) { return seat.use != Seat::kFree; }) < 2)
+    return;
+  for (const Seat &seat : run.schedule.seats) {
+    if (seat.use == Seat::kOutside && run.page.jumped > seat.ready_at + kSlice)
+      name_process(seat.process, seat.sleeps != 0);
+  }
+}
+
+// The thread with the baton, which has made no call since the last look.
+void look_at_idler(RunFile &run, const Seat &seat, Observation &seen) {
+  Schedule &schedule = run.schedule;
+  ProcessStatus status;
+  const std::int32_t thread = seat.thread > 0 ? seat.thread : 0;
+  if (!read_status(seat.process, thread, status) || status.state == 'Z' || status.state == 'X') {
+    // The whole process may have ended, or this thread by a call that nobody knows of.
+    if (thread_has_died(seat.process))
+      free_seats_of(schedule, seat.process);
+    else
+      free_seat(schedule, seen.holder);
+    return;
+  }
+  // A thread that has been made and has not begun yet will make a call of its own accord.
+  if (seat.halts != 0 || seat.thread < 0)
+    return;
+  const bool slept = seen.slept;
+  seen.slept = status.state == 'S' || status.state == 'T';
+  if (seen.slept && slept)
+    put_outside(run, seen.holder, true);
+  if (seen.slept || status.state != 'R')
+    return;
+  const std::int64_t patience =
+      std::int64_t{run.page.patience} * 1'000'000 * (seat.calls == 0 ? kStarting : 1);
+  if (processor_time(seat.process) - seen.processor_time >= patience)
+    put_outside(run, seen.holder, false);
+}
+
+void look_at_holder(RunFile &run) {
+  const std::int32_t holder = run.schedule.holder;
+  Observation &seen = attendant.last;
+  if (holder < 0 || holder >= static_cast<std::int32_t>(kMostSeats)) {
+    seen.holder = kNobody;
+    return;
+  }
+  const Seat &seat = run.schedule.seats[holder];
+  const std::uint64_t calls = seat.calls;
+  if (seen.holder != holder || seen.calls != calls)
+    seen = {holder, calls, processor_time(seat.process), false};
+  else if (is_waited_for(run))
+    look_at_idler(run, seat, seen);
+}
+
+}  // namespace
+
+bool begin_attending(RunFile &run) {
+  if (!run.page.jumping)
+    return true;
+  attendant.bell = make_bell(0, attendant.number);
+  begin_schedule(run.schedule);
+  run.schedule.attendant = attendant.number;
+  attendant.last.holder = kNobody;
+  return attendant.bell >= 0;
+}
+
+void attend_command(RunFile &run, pid_t command) {
+  if (!run.page.jumping)
+    return;
+  take_lock(run.schedule.lock);
+  std::int32_t seat = find_seat(run.schedule, command);
+  if (seat == kNobody)
+    seat = take_seat(run.schedule, command, 0, 0);
+  attend_process(command);
+  pass_on(run);
+  give_up_lock(run.schedule.lock);
+}
+
+std::size_t attended_descriptors(pollfd *fds) {
+  if (attendant.number == 0)
+    return 0;
+  std::size_t count = 0;
+  fds[count++] = {attendant.bell, POLLIN, 0};
+  for (std::size_t i = 0; i < attendant.count; ++i) {
+    if (attendant.processes[i].fd >= 0)
+      fds[count++] = {attendant.processes[i].fd, POLLIN, 0};
+  }
+  return count;
+}
+
+void attend_schedule(RunFile &run) {
+  if (attendant.number == 0)
+    return;
+  silence_bell(attendant.bell);
+  take_lock(run.schedule.lock);
+  attend_new_processes(run.schedule);
+  forget_ended(run.schedule);
+  look_at_holder(run);
+  keep_pace(run);
+  if (is_waited_for(run))
+    pass_on(run);
+  name_outsiders(run);
+  give_up_lock(run.schedule.lock);
+}
+
+std::int64_t attendants_pause(const RunFile &run) {
+  if (attendant.number == 0)
+    return INT64_MAX;
+  return is_waited_for(run) || is_computing(run.schedule) ? kShortPause : kLongPause;
+}
+
+}  // namespace vboard
