@@ -90,13 +90,13 @@ bool forget_dead(Schedule &schedule, std::int64_t moment) {
 }
 
 // Before a signal, or the reset, that may end a process.
-bool ask_for_lines_of_events(RunFile &run, std::int64_t now) {
+bool ask_for_lines_of_events(RunFile &run, std::int64_t now, const Passer &passer) {
   RunPage &page = run.page;
   bool any = page.reset_time <= now && ask_for_lines(run.schedule, 0);
   for (std::uint32_t i = 0; i < page.signal_count && i < kMaxSignals; ++i) {
     const PlannedSignal &planned = page.signals[i];
     if (planned.at <= now && planned.sent == 0)
-      any = ask_for_lines(run.schedule, page.command) || any;
+      any = ask_for_lines(run.schedule, passer.command) || any;
   }
   for (const RunTimer &timer : run.schedule.timers) {
     if (timer.used != 0 && timer.expiry <= now)
@@ -122,12 +122,11 @@ Passed fire_events(RunFile &run, std::int64_t now, const Passer &passer) {
   Passed result = Passed::kIdle;
   for (std::uint32_t i = 0; i < page.signal_count && i < kMaxSignals; ++i) {
     PlannedSignal &planned = page.signals[i];
-    const pid_t command = page.command;
     if (planned.at > now || planned.sent.exchange(1) != 0)
       continue;
-    if (may_signal(passer, command))
-      send_signal(command, planned.number);
-    call_seats(schedule, command);
+    if (may_signal(passer, passer.command))
+      send_signal(passer.command, planned.number);
+    call_seats(schedule, passer.command);
     result = Passed::kGiven;
   }
   for (RunTimer &timer : schedule.timers) {
@@ -161,7 +160,7 @@ Passed pass_baton(RunFile &run, const Passer &passer) {
       continue;
     const std::int64_t now = std::max(clock.load(), turn.moment);
     clock = now;
-    if (ask_for_lines_of_events(run, now))
+    if (ask_for_lines_of_events(run, now, passer))
       continue;
     const Passed fired = fire_events(run, now, passer);
     if (fired == Passed::kOver)

@@ -14,6 +14,7 @@ namespace vboard {
 struct Passer {
   int bell;           // its own, to ring others with
   std::int32_t seat;  // kNobody: the launcher
+  pid_t command;      // which planned signals are for
   // Whether a process may be sent a signal. Null: any.
   bool (*may_signal)(pid_t process);
 };

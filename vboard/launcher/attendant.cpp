@@ -53,6 +53,7 @@ struct Attendant {
   Attended processes[kMostAttended];
   std::size_t count;
   Observation last;
+  pid_t command;
   pid_t computing;  // the last one that was put outside, the board's time then, and its own
   std::int64_t board_then, processor_then;
 };
@@ -74,7 +75,7 @@ bool is_of_run(pid_t process) {
 }
 
 Passer own_passer() {
-  return {attendant.bell, kNobody, is_of_run};
+  return {attendant.bell, kNobody, attendant.command, is_of_run};
 }
 
 void pass_on(RunFile &run) {
@@ -170,10 +171,14 @@ void keep_pace(RunFile &run) {
   run.schedule.pace = std::max(run.schedule.pace, attendant.board_then + pace_after(used));
 }
 
+bool has_several_threads(const Schedule &schedule) {
+  return std::ranges::count_if(schedule.seats,
+                               [](const Seat &seat) { return seat.use != Seat::kFree; }) > 1;
+}
+
 // Names those without whom board time has gone on for others.
 void name_outsiders(const RunFile &run) {
-  if (std::ranges::count_if(run.schedule.seats,
-                            [](const Seat &seat) { return seat.use != Seat::kFree; }) < 2)
+  if (!has_several_threads(run.schedule))
     return;
   for (const Seat &seat : run.schedule.seats) {
     if (seat.use == Seat::kOutside && run.page.jumped > seat.ready_at + kSlice)
@@ -243,6 +248,7 @@ void attend_command(RunFile &run, pid_t command) {
   std::int32_t seat = find_seat(run.schedule, command);
   if (seat == kNobody)
     seat = take_seat(run.schedule, command, 0, 0);
+  attendant.command = command;
   attend_process(command);
   pass_on(run);
   give_up_lock(run.schedule.lock);
@@ -278,7 +284,10 @@ void attend_schedule(RunFile &run) {
 std::int64_t attendants_pause(const RunFile &run) {
   if (attendant.number == 0)
     return INT64_MAX;
-  return is_waited_for(run) || is_computing(run.schedule) ? kShortPause : kLongPause;
+  const Schedule &schedule = run.schedule;
+  const bool is_busy = is_waited_for(run) || is_computing(schedule) ||
+                       (schedule.holder != kNobody && has_several_threads(schedule));
+  return is_busy ? kShortPause : kLongPause;
 }
 
 }  // namespace vboard

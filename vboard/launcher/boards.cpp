@@ -212,20 +212,6 @@ int find_template(char *out) {
   return 0;
 }
 
-int make_scratch(char *out) {
-  const char *chosen = getenv("TMPDIR");
-  BoardPath name;
-  char absolute[PATH_MAX];
-  if (!join_path(name, chosen != nullptr && *chosen ? chosen : P_tmpdir, "vboard.XXXXXX"))
-    return kFailed;
-  if (mkdtemp(name.data) == nullptr)
-    return fail("%s: %s (TMPDIR names another place for a board of one run)", name.c_str(),
-                strerror(errno));
-  if (realpath(name.c_str(), absolute) == nullptr)
-    return fail("%s: %s", name.c_str(), strerror(errno));
-  return copy_text({out, kFileName}, absolute) ? 0 : fail("%s: the name is too long", absolute);
-}
-
 int make_board(const char *directory, const char *gyro) {
   if (gyro != nullptr && !is_gyro_chip(gyro)) {
     fail("no such motion sensor: %s", gyro);
@@ -285,25 +271,6 @@ int copy_board(const char *directory, const char *other) {
     return fail("%s: lies in the board %s", directory, other);
   }
   return copy_tree(from, directory);
-}
-
-void remove_tree(const char *path) {
-  DIR *directory = opendir(path);
-  if (directory == nullptr)
-    return;
-  while (dirent *entry = readdir(directory)) {
-    BoardPath name;
-    if (strcmp(entry->d_name, ".") == 0 || strcmp(entry->d_name, "..") == 0 ||
-        !join_path(name, path, entry->d_name))
-      continue;
-    struct stat status;
-    if (lstat(name.c_str(), &status) == 0 && S_ISDIR(status.st_mode))
-      remove_tree(name.c_str());
-    else
-      unlink(name.c_str());
-  }
-  closedir(directory);
-  rmdir(path);
 }
 
 bool find_node_file(const char *board, const char *node, BoardPath &out) {

@@ -33,18 +33,11 @@ int open_board(const char *directory, char *out);
 // 0, or kFailed with the reason on standard error.
 int find_template(char *out);
 
-// Makes an empty directory for a board that is used for one run only, where TMPDIR says or in /tmp
-// (kFileName bytes at `out`). 0, or kFailed with the reason on standard error.
-int make_scratch(char *out);
-
 // Makes a healthy board in a directory that does not exist yet or is empty. `gyro` may be null.
 int make_board(const char *directory, const char *gyro);
 // The same for a board with nothing on it, and for one like the board in `other`.
 int make_bare_board(const char *directory);
 int copy_board(const char *directory, const char *other);
-
-// Removes a directory with all that is in it.
-void remove_tree(const char *path);
 
 // The file of a node as people name it: "/dev/lcd", "net:ppp0". False, with a message, when the
 // board has no such node.

@@ -1,7 +1,7 @@
 // vboard run [OPTION...] -- COMMAND [ARGUMENT...]
 
+#include "vboard/base/calendar.h"
 #include "vboard/base/kernel.h"
-#include "vboard/base/text.h"
 #include "vboard/board/emulation.h"
 #include "vboard/board/run_page.h"
 #include "vboard/launcher/attendant.h"
@@ -9,8 +9,11 @@
 #include "vboard/launcher/boards.h"
 #include "vboard/launcher/commands.h"
 #include "vboard/launcher/fault_lines.h"
+#include "vboard/launcher/keeper.h"
+#include "vboard/launcher/page_check.h"
 #include "vboard/launcher/program.h"
 #include "vboard/launcher/run_options.h"
+#include "vboard/launcher/scratch.h"
 #include "vboard/launcher/story.h"
 
 #include <errno.h>
@@ -21,7 +24,6 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/mman.h>
-#include <sys/prctl.h>
 #include <sys/signalfd.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -54,15 +56,15 @@ constexpr char kUsage[] =
     "(qemu-arm-static) with the libraries of VBOARD_SYSROOT. ASAN_OPTIONS gets\n"
     "verify_asan_link_order=0, since the interposer comes before any sanitizer.\n";
 
-// How long a command may take to end after --for's SIGTERM, in nanoseconds of the PC.
-constexpr std::int64_t kGrace = 5'000'000'000;
 // How often the launcher looks at the run page while board time runs at a fixed speed.
 constexpr std::int64_t kTick = 10'000'000;
 
-// What the processes of the run share, in memory that they can open by its descriptor.
+// What the processes of the run share, in memory that they can open by its descriptor. None of them
+// can cut it off under the others.
 RunFile *make_shared(int &out_fd) {
-  out_fd = sys_memfd("vboard-run", MFD_CLOEXEC);
-  if (out_fd < 0 || ftruncate(out_fd, sizeof(RunFile)) < 0)
+  out_fd = sys_memfd("vboard-run", MFD_CLOEXEC | MFD_ALLOW_SEALING);
+  if (out_fd < 0 || ftruncate(out_fd, sizeof(RunFile)) < 0 ||
+      fcntl(out_fd, F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL) < 0)
     return nullptr;
   void *memory = mmap(nullptr, sizeof(RunFile), PROT_READ | PROT_WRITE, MAP_SHARED, out_fd, 0);
   if (memory == MAP_FAILED)
@@ -73,38 +75,15 @@ RunFile *make_shared(int &out_fd) {
   return shared;
 }
 
-// Kills the children of a process, theirs first. Orphans of the run are children of the launcher.
-void kill_children(pid_t process) {
-  FixedText<64> path;
-  append_text(path, "/proc/");
-  append_decimal(path, process);
-  append_text(path, "/task/");
-  append_decimal(path, process);
-  append_text(path, "/children");
-  FILE *file = fopen(path.c_str(), "r");
-  if (file == nullptr)
-    return;
-  int child;
-  while (fscanf(file, "%d", &child) == 1) {
-    // Stopped first, so that it makes no more of them meanwhile.
-    kill(child, SIGSTOP);
-    kill_children(child);
-    kill(child, SIGKILL);
-  }
-  fclose(file);
-}
-
-void kill_everything(pid_t command) {
-  kill_children(getpid());
-  kill(command, SIGKILL);
-}
-
 struct Run {
   RunFile *shared;
   RunPage *page;
+  // What the page holds by right: a process of the run may have written anything to the page
+  // itself.
+  RunPage own;
   pid_t command;
   std::int64_t end_at;
-  std::int64_t ended_at;  // the PC's time of --for's signal, kNoTime before
+  std::int64_t ended_at;  // the PC's time of the SIGTERM that ends the run, kNoTime before
 };
 
 std::int64_t pc_elapsed(const RunPage &page) {
@@ -113,16 +92,18 @@ std::int64_t pc_elapsed(const RunPage &page) {
 
 // The PC's time from the start when a moment of board time comes; a jumping run gets there by
 // itself.
-std::int64_t pc_moment(const RunPage &page, std::int64_t board) {
-  return board == kNoTime || page.jumping ? kNoTime : pc_from_board(page, board);
+std::int64_t pc_moment(const Run &run, std::int64_t board) {
+  return board == kNoTime || run.own.jumping ? kNoTime : pc_from_board(run.own, board);
 }
 
 void send_due_signals(Run &run, std::int64_t now) {
-  RunPage &page = *run.page;
-  for (std::uint32_t i = 0; i < page.signal_count; ++i) {
-    PlannedSignal &planned = page.signals[i];
-    if (pc_moment(page, planned.at) <= now && planned.sent.exchange(1) == 0)
+  for (std::uint32_t i = 0; i < run.own.signal_count; ++i) {
+    PlannedSignal &planned = run.own.signals[i];
+    std::atomic<std::uint32_t> &sent = run.page->signals[i].sent;
+    if (pc_moment(run, planned.at) <= now && planned.sent.load() == 0 && sent.exchange(1) == 0)
       kill(run.command, planned.number);
+    if (sent.load() != 0)
+      planned.sent.store(1);
     if (planned.sent.load() != 0 && planned.at == run.end_at && run.ended_at == kNoTime)
       run.ended_at = now;
   }
@@ -130,18 +111,18 @@ void send_due_signals(Run &run, std::int64_t now) {
 
 // How long to sleep until something of the run may be due.
 std::int64_t next_look(const Run &run, std::int64_t now) {
-  const RunPage &page = *run.page;
-  std::int64_t next = pc_moment(page, page.reset_time.load());
-  for (std::uint32_t i = 0; i < page.signal_count; ++i) {
-    if (page.signals[i].sent.load() == 0)
-      next = std::min(next, pc_moment(page, page.signals[i].at));
+  std::int64_t next = pc_moment(run, run.page->reset_time.load());
+  for (std::uint32_t i = 0; i < run.own.signal_count; ++i) {
+    if (run.own.signals[i].sent.load() == 0)
+      next = std::min(next, pc_moment(run, run.own.signals[i].at));
   }
   if (run.ended_at != kNoTime)
     next = std::min(next, run.ended_at + kGrace);
   // The watchdog may be armed at any time.
   const std::int64_t tick =
-      page.jumping ? std::min(20 * kTick, attendants_pause(*run.shared)) : kTick;
-  return std::clamp<std::int64_t>(next == kNoTime ? tick : next - now, 100'000, tick);
+      run.own.jumping ? std::min(20 * kTick, attendants_pause(*run.shared)) : kTick;
+  return std::clamp<std::int64_t>(next == kNoTime ? tick : saturated_sum(next, -now), 100'000,
+                                  tick);
 }
 
 // Waits for a signal, or for something that the command prints, and passes that on; looks at the
@@ -161,7 +142,8 @@ int wait_for_event(const Run &run, int signal_fd, std::int64_t pause) {
              : 0;
 }
 
-// Waits for the command's end. The status of wait(), or of a command that was killed.
+// Waits for the command's end, and ends the run when it is over before. The command's status of
+// wait().
 int attend(Run &run, int signal_fd) {
   RunPage &page = *run.page;
   for (;;) {
@@ -171,21 +153,20 @@ int attend(Run &run, int signal_fd) {
       if (ended == run.command)
         return status;
     }
-    const std::int64_t now = pc_elapsed(page);
+    const std::int64_t now = pc_elapsed(run.own);
     send_due_signals(run, now);
     std::uint32_t going_on = kGoingOn;
-    if (pc_moment(page, page.reset_time.load()) <= now)
+    if (pc_moment(run, page.reset_time.load()) <= now)
       page.outcome.compare_exchange_strong(going_on, kBoardReset);
     const bool over = run.ended_at != kNoTime && now - run.ended_at >= kGrace;
-    if (page.outcome.load() != kGoingOn || over) {
-      kill_everything(run.command);
-      while (waitpid(run.command, &status, 0) < 0 && errno == EINTR) {
-      }
-      return status;
-    }
+    if (page.outcome.load() != kGoingOn || over || is_launcher_gone() ||
+        is_overwritten(page, run.own))
+      return end_processes(run.command);
     const int received = wait_for_event(run, signal_fd, next_look(run, now));
-    if (received == SIGTERM || received == SIGHUP)
+    if (received == SIGTERM || received == SIGHUP) {
       kill(run.command, received);
+      run.ended_at = std::min(run.ended_at, now);
+    }
   }
 }
 
@@ -215,6 +196,10 @@ constexpr bool kIsInstrumented = true;
 constexpr bool kIsInstrumented = false;
 #endif
 
+std::uint32_t patience() {
+  return getenv(kEmulatorVariable) != nullptr || kIsInstrumented ? 10 * kPatience : kPatience;
+}
+
 // Pipes and sockets that the command inherits come from outside of the run.
 void note_given_files(RunPage &page) {
   constexpr int kLooked = 64;
@@ -232,7 +217,7 @@ void note_given_files(RunPage &page) {
   }
 }
 
-void fill_page(const RunOptions &options, RunPage &page) {
+void fill_page(const RunOptions &options, std::int64_t started, RunPage &page) {
   page.magic = kRunMagic;
   page.launcher = getpid();
   page.jumping = options.jumping;
@@ -242,8 +227,7 @@ void fill_page(const RunOptions &options, RunPage &page) {
     page.signals[i].number = options.signals[i].number;
   }
   page.signal_count = static_cast<std::uint32_t>(options.signal_count);
-  note_given_files(page);
-  page.monotonic_start = pc_monotonic();
+  page.monotonic_start = started;
 }
 
 // A fault that was given for this run and never showed is a test that tested nothing. Those of the
@@ -269,73 +253,70 @@ int run_on(const RunOptions &options, const char *board, const char *board_templ
     close(fd);
   }
   int page_fd;
-  RunFile *shared = make_shared(page_fd);
-  if (shared == nullptr)
+  Run run = {};
+  run.shared = make_shared(page_fd);
+  if (run.shared == nullptr)
     return fail("no memory for the run: %s", strerror(errno));
-  RunPage *page = &shared->page;
-  fill_page(options, *page);
-  if (!begin_attending(*shared))
+  run.page = &run.shared->page;
+  RunPage &page = *run.page;
+  const std::int64_t started = pc_monotonic();
+  fill_page(options, started, page);
+  fill_page(options, started, run.own);
+  if (!begin_attending(*run.shared))
     return fail("no bell for the run: %s", strerror(errno));
-  result = begin_story(options.story, *page);
+  result = begin_story(options.story, page);
   if (result != 0)
     return result;
+  run.own.story_records = page.story_records;
+  std::copy_n(page.story_streams, kStoryStreams, run.own.story_streams);
   set_environment(options, board, board_template, program, page_fd);
-  page->patience =
-      getenv(kEmulatorVariable) != nullptr || kIsInstrumented ? 10 * kPatience : kPatience;
+  note_given_files(page);
+  page.patience = patience();
   const BoardClock clock = start_board_clock(board, options.date);
-  page->calendar_start.store(clock.calendar_start);
-  page->reset_time.store(clock.reset_time);
-
-  sigset_t signals;
-  sigset_t before;
-  sigemptyset(&signals);
-  for (const int number : {SIGCHLD, SIGUSR1, SIGTERM, SIGHUP})
-    sigaddset(&signals, number);
-  sigprocmask(SIG_BLOCK, &signals, &before);
-  // What a terminal sends reaches the command as well; the launcher waits for what it makes of it.
-  struct sigaction ignore = {};
-  ignore.sa_handler = SIG_IGN;
-  struct sigaction interrupt;
-  struct sigaction quit;
-  sigaction(SIGINT, &ignore, &interrupt);
-  sigaction(SIGQUIT, &ignore, &quit);
-  prctl(PR_SET_CHILD_SUBREAPER, 1);
+  page.calendar_start.store(clock.calendar_start);
+  page.reset_time.store(clock.reset_time);
+  const sigset_t signals = attended_signals();
   const int signal_fd = signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
   if (signal_fd < 0)
     return fail("no signals: %s", strerror(errno));
 
   fflush(nullptr);
-  const pid_t child = fork();
-  if (child < 0)
+  run.command = fork();
+  if (run.command < 0)
     return fail("fork: %s", strerror(errno));
-  if (child == 0) {
-    page->command.store(getpid());
-    sigaction(SIGINT, &interrupt, nullptr);
-    sigaction(SIGQUIT, &quit, nullptr);
-    sigprocmask(SIG_SETMASK, &before, nullptr);
+  if (run.command == 0) {
+    page.command.store(getpid());
+    restore_signals();
     enter_story();
     execute(program, options.command);
   }
-  page->command.store(child);
-  attend_command(*shared, child);
-  Run run = {shared, page, child, options.end_at, kNoTime};
+  leave_session();
+  page.command.store(run.command);
+  run.own.command.store(run.command);
+  attend_command(*run.shared, run.command);
+  run.end_at = options.end_at;
+  run.ended_at = kNoTime;
   int status = status_of(attend(run, signal_fd));
+  // What the command left running is a part of the run as well.
+  end_processes(0);
 
-  const char *outcome = name_of_outcome(page->outcome.load());
-  if (outcome != nullptr)
-    kill_everything(child);
-  result = end_story(child, outcome);
+  const bool overwritten = is_overwritten(page, run.own);
+  const std::uint32_t ended_by = overwritten ? kGoingOn : page.outcome.load();
+  const char *outcome = name_of_outcome(ended_by);
+  result = end_story(outcome);
+  if (overwritten)
+    return fail("the run's memory was overwritten");
   if (outcome != nullptr) {
-    if (page->outcome.load() == kWaitsForEver)
-      fprintf(stderr, "vboard: waits for ever: %.*s\n", static_cast<int>(sizeof page->stuck_on),
-              page->stuck_on);
+    if (ended_by == kWaitsForEver)
+      fprintf(stderr, "vboard: waits for ever: %.*s\n", static_cast<int>(sizeof page.stuck_on),
+              page.stuck_on);
     else
       fprintf(stderr, "%s\n", outcome);
-    status = static_cast<int>(page->outcome.load());
+    status = static_cast<int>(ended_by);
   }
-  report_faults_not_met(options, *page);
+  report_faults_not_met(options, page);
   if (board_template == nullptr)
-    stop_board_clock(board, *page, clock, options.date >= 0);
+    stop_board_clock(board, page, clock, options.date >= 0);
   return result != 0 ? result : status;
 }
 
@@ -347,6 +328,29 @@ int check_all_faults(const RunOptions &options, const char *board) {
   int result = check_faults("faults", {text, static_cast<std::size_t>(length)});
   for (int i = 0; i < options.fault_count && result == 0; ++i)
     result = check_faults("--fault", options.faults[i]);
+  return result;
+}
+
+int run_on_board(const RunOptions &options) {
+  char board[kFileName];
+  int result = open_board(options.board, board);
+  if (result == 0)
+    result = check_all_faults(options, board);
+  return result != 0 ? result : run_on(options, board, nullptr);
+}
+
+int run_on_fresh_board(const RunOptions &options) {
+  char board[kFileName];
+  char from[kFileName];
+  int result = find_template(from);
+  if (result == 0)
+    result = check_all_faults(options, from);
+  if (result == 0)
+    result = make_scratch(board);
+  if (result != 0)
+    return result;
+  result = run_on(options, board, from);
+  remove_scratch(board);
   return result;
 }
 
@@ -362,23 +366,16 @@ int run_command(int argc, char **argv) {
   if (result != 0)
     return result;
 
-  char board[kFileName];
-  if (options.board != nullptr) {
-    result = open_board(options.board, board);
-    if (result == 0)
-      result = check_all_faults(options, board);
-    return result != 0 ? result : run_on(options, board, nullptr);
-  }
-  char from[kFileName];
-  result = find_template(from);
-  if (result == 0)
-    result = check_all_faults(options, from);
-  if (result == 0)
-    result = make_scratch(board);
-  if (result != 0)
-    return result;
-  result = run_on(options, board, from);
-  remove_tree(board);
+  const pid_t keeper = start_keeper();
+  if (keeper < 0)
+    return fail("fork: %s", strerror(errno));
+  if (keeper == 0)
+    return options.board != nullptr ? run_on_board(options) : run_on_fresh_board(options);
+  if (options.board == nullptr)
+    sweep_scratch();
+  // A keeper that was killed leaves its board.
+  if (!wait_for_keeper(keeper, result) && options.board == nullptr)
+    sweep_scratch();
   return result;
 }
 

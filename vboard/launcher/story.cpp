@@ -3,9 +3,11 @@
 #include "vboard/base/kernel.h"
 #include "vboard/board/story_record.h"
 #include "vboard/launcher/boards.h"
+#include "vboard/launcher/keeper.h"
 
 #include <errno.h>
 #include <fcntl.h>
+#include <limits.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -32,6 +34,7 @@ struct Stream {
   int real;            // where the launcher passes the bytes on
   bool is_closed;      // nobody reads there any more
   Bytes bytes;         // passed on, and not yet in the story
+  std::uint64_t read;  // bytes of the pipe
   std::uint64_t told;  // bytes that are in the story
   const char *word;    // "out", "err"
 };
@@ -39,6 +42,7 @@ struct Stream {
 struct Story {
   FILE *file;
   RunPage *page;
+  std::uint32_t sequence;  // the page's
   int records;
   Bytes unread;             // records that have been read from their file
   std::int64_t read;        // bytes of it
@@ -161,20 +165,36 @@ void tell_stream(Stream &stream, std::uint64_t written) {
 // Nobody reads the stream any more: the command learns it as it would without the pipe in between.
 void lose_reader(Stream &stream, pid_t command) {
   stream.is_closed = true;
-  kill(command, SIGPIPE);
+  if (command != 0)
+    kill(command, SIGPIPE);
+}
+
+// Waits until the stream takes bytes. False when nobody waits for the run any more: its reader may
+// never read again.
+bool wait_for_room(const Stream &stream) {
+  constexpr int kLookAgain = 200;  // milliseconds
+  pollfd writable = {stream.real, POLLOUT, 0};
+  while (poll(&writable, 1, kLookAgain) == 0) {
+    if (is_launcher_gone())
+      return false;
+  }
+  return true;
 }
 
 void pass_on(Stream &stream, std::string_view text, pid_t command) {
   while (!text.empty() && !stream.is_closed) {
-    const ssize_t count = write(stream.real, text.data(), text.size());
+    // So much fits in a pipe that has room.
+    const std::size_t size = std::min<std::size_t>(text.size(), PIPE_BUF);
+    if (!wait_for_room(stream)) {
+      stream.is_closed = true;
+      return;
+    }
+    const ssize_t count = write(stream.real, text.data(), size);
     if (count > 0) {
       text.remove_prefix(static_cast<std::size_t>(count));
     } else if (count < 0 && errno == EPIPE) {
       lose_reader(stream, command);
-    } else if (count < 0 && errno == EAGAIN) {
-      pollfd writable = {stream.real, POLLOUT, 0};
-      poll(&writable, 1, -1);
-    } else if (count < 0 && errno != EINTR) {
+    } else if (count < 0 && errno != EINTR && errno != EAGAIN) {
       break;
     }
   }
@@ -186,11 +206,12 @@ void read_stream(int number, pid_t command) {
   Stream &stream = story.streams[number];
   for (;;) {
     char *room = reserve(stream.bytes, kPiece);
-    story.page->story_sequence.fetch_add(1);
+    story.page->story_sequence.store(++story.sequence);
     const ssize_t count = read(stream.ends[0], room, kPiece);
     if (count > 0)
-      story.page->story_read[number].fetch_add(static_cast<std::uint64_t>(count));
-    story.page->story_sequence.fetch_add(1);
+      stream.read += static_cast<std::uint64_t>(count);
+    story.page->story_read[number].store(stream.read);
+    story.page->story_sequence.store(++story.sequence);
     if (count <= 0)
       return;
     stream.bytes.end += static_cast<std::size_t>(count);
@@ -289,15 +310,15 @@ void continue_story(pid_t command) {
 void add_to_story(std::string_view line) {
   if (story.file == nullptr)
     return;
-  tell_records(story.page->command);
+  tell_records(0);
   end_text();
   add_line(line);
 }
 
-int end_story(pid_t command, const char *outcome) {
+int end_story(const char *outcome) {
   if (story.file == nullptr)
     return 0;
-  tell_records(command);
+  tell_records(0);
   for (Stream &stream : story.streams)
     tell_stream(stream, UINT64_MAX);
   end_text();

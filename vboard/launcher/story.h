@@ -42,9 +42,9 @@ void continue_story(pid_t command);
 // A line of the launcher's own, after all that has happened by now.
 void add_to_story(std::string_view line);
 
-// The last lines; `outcome` is how the board ended, null for a run that ended by itself. 0, or a
-// status with the reason on standard error.
-int end_story(pid_t command, const char *outcome);
+// The last lines, once the command has ended; `outcome` is how the board ended, null for a run that
+// ended by itself. 0, or a status with the reason on standard error.
+int end_story(const char *outcome);
 
 }  // namespace vboard
 

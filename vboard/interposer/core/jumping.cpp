@@ -248,7 +248,7 @@ void spend(BoardTime cost) {
     return;
   sigset_t saved;
   lock_engine(saved);
-  const Passer passer = {own_bell(), own_index(), nullptr};
+  const Passer passer = {own_bell(), own_index(), command_process(), nullptr};
   const bool over = fire_events(*run_file(), now, passer) == Passed::kOver;
   end_due_waits(schedule(), now);
   schedule().slice_end = now + kSlice;

@@ -137,7 +137,8 @@ void note_stuck() {
 }  // namespace
 
 void pass_on() {
-  const Passer passer = {thread_bell, has_seat() ? own_index() : kNobody, nullptr};
+  const Passer passer = {thread_bell, has_seat() ? own_index() : kNobody, command_process(),
+                         nullptr};
   switch (pass_baton(*run_file(), passer)) {
     case Passed::kStuck:
       note_stuck();

@@ -37,6 +37,8 @@ const char *faults = "";
 RunPage own_page;
 RunPage *page = &own_page;
 RunFile *shared_file;
+pid_t launcher;
+pid_t command;
 
 SharedLock board_lock;  // this process's own
 int board_lock_depth;
@@ -69,6 +71,8 @@ void map_page() {
   shared_file = shared;
   page = &shared->page;
   run_jumps = page->jumping != 0;
+  launcher = page->launcher;
+  command = page->command.load();
 }
 
 __attribute__((constructor)) void start_with_program() {
@@ -123,6 +127,14 @@ void begin_call() {
 
 RunPage &run_page() {
   return *page;
+}
+
+pid_t launcher_process() {
+  return launcher;
+}
+
+pid_t command_process() {
+  return command;
 }
 
 RunFile *run_file() {
@@ -190,7 +202,7 @@ void end_run(std::uint32_t outcome) {
   pthread_sigmask(SIG_SETMASK, &all, nullptr);
   // The launcher ends every process of the run, says what happened and gives the status. This one
   // stops here: nothing after a reset may still run, not even the shell that started it.
-  while (run.launcher != 0 && syscall(SYS_kill, run.launcher, SIGUSR1) == 0) {
+  while (launcher > 0 && syscall(SYS_kill, launcher, SIGUSR1) == 0) {
     struct {
       long seconds, nanoseconds;
     } pause = {0, 20'000'000};

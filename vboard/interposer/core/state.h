@@ -38,6 +38,10 @@ inline bool on_board() {
 }
 
 RunPage &run_page();
+// Whom the board signals: as this program found them on the page, 0 without a launcher. A program
+// that overruns the page must not choose them.
+pid_t launcher_process();
+pid_t command_process();
 // The whole of what the run's processes share; null without a launcher.
 RunFile *run_file();
 std::string_view board_root();
