@@ -181,6 +181,10 @@ def test_a_new_import_is_undecided(wrapped, reasons):
     sleep usleep nanosleep clock_nanosleep select pselect poll __poll_chk ppoll __ppoll_chk
     epoll_wait epoll_pwait epoll_ctl alarm setitimer timer_settime pause
     pthread_cond_wait pthread_cond_timedwait pthread_cond_clockwait sem_wait sem_timedwait
+    pthread_rwlock_timedrdlock pthread_rwlock_clockrdlock pthread_rwlock_timedwrlock pthread_rwlock_clockwrlock
+    thrd_create thrd_join thrd_exit cnd_wait cnd_timedwait cnd_signal cnd_broadcast mtx_lock mtx_timedlock mtx_unlock
+    timerfd_create timerfd_settime timerfd_gettime mq_send mq_timedsend mq_receive mq_timedreceive syscall
+    accept accept4 getsockopt setsockopt
     time gettimeofday clock_gettime clock_settime settimeofday
     socket bind connect send sendto sendmsg recv recvfrom recvmsg __recv_chk
     mount umount umount2 reboot system popen vfork sched_setscheduler pthread_setschedparam
@@ -203,6 +207,10 @@ def test_the_calls_that_a_program_of_the_board_may_make_are_wrapped(wrapped, nam
     __setitimer64 __getitimer64 __timer_settime64 __timer_gettime64
     __pthread_cond_timedwait64 __pthread_cond_clockwait64 __pthread_mutex_timedlock64 __pthread_mutex_clocklock64
     __pthread_timedjoin_np64 __pthread_clockjoin_np64 __sem_timedwait64 __sem_clockwait64
+    __pthread_rwlock_timedrdlock64 __pthread_rwlock_clockrdlock64
+    __pthread_rwlock_timedwrlock64 __pthread_rwlock_clockwrlock64
+    __cnd_timedwait64 __mtx_timedlock64 __mq_timedsend_time64 __mq_timedreceive_time64
+    __timerfd_settime64 __timerfd_gettime64
     __utime64 __utimes64 __lutimes64 __utimensat64
     __stat64_time64 __lstat64_time64 __fstat64_time64 __fstatat64_time64 __glob64_time64
     __ioctl_time64 __fcntl_time64 __recvmsg64 __sendmsg64 __getsockopt64 __setsockopt64

@@ -67,7 +67,7 @@ void drop_capabilities() {
 }
 
 const Step *find_step(const char *name) {
-  const Step *const tables[] = {kFileSteps, kSystemSteps, kTimeSteps, kThreadSteps};
+  const Step *const tables[] = {kFileSteps, kSystemSteps, kTimeSteps, kThreadSteps, kTimedSteps};
   for (const Step *table : tables) {
     for (const Step *step = table; step->name != nullptr; ++step) {
       if (strcmp(step->name, name) == 0)

@@ -21,6 +21,7 @@ extern const Step kFileSteps[];
 extern const Step kSystemSteps[];
 extern const Step kTimeSteps[];
 extern const Step kThreadSteps[];
+extern const Step kTimedSteps[];
 
 // The descriptor that the calls work on: the last one opened, or the one chosen with "fd N".
 extern int current;

@@ -132,6 +132,11 @@ bool is_waited_for(const RunFile &run) {
   return turn.kind == Turn::kGive || turn.kind == Turn::kJump;
 }
 
+bool has_several_threads(const Schedule &schedule) {
+  return std::ranges::count_if(schedule.seats,
+                               [](const Seat &seat) { return seat.use != Seat::kFree; }) > 1;
+}
+
 // Once for each process.
 void name_process(pid_t process, bool sleeps) {
   Attended *one = find_attended(process);
@@ -155,6 +160,8 @@ void put_outside(RunFile &run, std::int32_t holder, bool sleeps) {
   seat.sleeps = sleeps;
   seat.ready_at = run.page.jumped;
   run.schedule.holder = kNobody;
+  // What it did since its last call may be what others wait for.
+  ++run.schedule.round;
   if (sleeps)
     return;
   attendant.computing = seat.process;
@@ -169,11 +176,6 @@ void keep_pace(RunFile &run) {
     return;
   const std::int64_t used = processor_time(attendant.computing) - attendant.processor_then;
   run.schedule.pace = std::max(run.schedule.pace, attendant.board_then + pace_after(used));
-}
-
-bool has_several_threads(const Schedule &schedule) {
-  return std::ranges::count_if(schedule.seats,
-                               [](const Seat &seat) { return seat.use != Seat::kFree; }) > 1;
 }
 
 // Names those without whom board time has gone on for others.
@@ -225,7 +227,7 @@ void look_at_holder(RunFile &run) {
   const std::uint64_t calls = seat.calls;
   if (seen.holder != holder || seen.calls != calls)
     seen = {holder, calls, processor_time(seat.process), false};
-  else if (is_waited_for(run))
+  else if (is_waited_for(run) || has_several_threads(run.schedule))
     look_at_idler(run, seat, seen);
 }
 

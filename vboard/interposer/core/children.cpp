@@ -7,6 +7,7 @@
 #include "vboard/interposer/core/engine.h"
 #include "vboard/interposer/core/seats.h"
 #include "vboard/interposer/core/state.h"
+#include "vboard/interposer/core/timers.h"
 
 #include <pthread.h>
 #include <stdlib.h>
@@ -32,6 +33,7 @@ void in_child() {
   renew_board_lock();
   renew_device_lock();
   leave_seats_of_parent();
+  forget_timers();
 }
 
 bool is_setting_of(const char *entry, const char *name) {

@@ -89,7 +89,8 @@ bool is_over(Wait &wait, const sigset_t &mask, WaitEnd &end) {
     write_wait_line(wait);
     return false;
   }
-  if (own_seat->woken != 0 || (wait.done != nullptr && wait.done(wait.key))) {
+  // A wait with a test of its own must pass it: it may take what it was woken for.
+  if (wait.done != nullptr ? wait.done(wait.key) : own_seat->woken != 0) {
     end = WaitEnd::kWoken;
     return true;
   }

@@ -9,6 +9,7 @@
 #include "vboard/interposer/core/model_libraries.h"
 #include "vboard/interposer/core/shared_files.h"
 #include "vboard/interposer/core/state.h"
+#include "vboard/interposer/core/timer_files.h"
 #include "vboard/interposer/core/trace.h"
 #include "vboard/interposer/models/models.h"
 
@@ -282,6 +283,10 @@ int open_socket(const SocketKind &kind) {
 int reopen(Description &description) {
   if (strcmp(description.real, kSocket) == 0)
     return open_socket_model(description);
+  if (strcmp(description.real, kTimerFile) == 0) {
+    description.file.model = &kTimerModel;
+    return 0;
+  }
   BoardPath path;
   if (const int error = find_board_file(board_root(), description.real, path); error < 0)
     return error;

@@ -67,6 +67,8 @@ ssize_t read_model(Description &description, void *buffer, std::size_t size, std
                                                 : -model.no_stream;
   if (offset != kAtPosition && !model.medium_is_stream)
     return -ESPIPE;
+  if (size < model.least_read)
+    return -EINVAL;
   for (;;) {
     if (offset == kAtPosition) {
       const int waited = wait_readable(description);

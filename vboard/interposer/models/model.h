@@ -190,6 +190,8 @@ struct Model {
   Readiness (*ready)(OpenFile &file, short events, BoardTime now) = nullptr;
   // Whether the bytes from `offset` of the medium may be mapped: 0, or a negated errno.
   int (*map)(OpenFile &file, std::size_t size, std::int64_t offset) = nullptr;
+  // A read() of fewer bytes fails with EINVAL at once.
+  std::size_t least_read = 0;
 };
 
 // The row of a model's request table; null for a request that the driver does not know.

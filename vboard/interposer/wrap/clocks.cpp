@@ -9,6 +9,7 @@
 #include "vboard/interposer/core/engine.h"
 #include "vboard/interposer/core/jumping.h"
 #include "vboard/interposer/core/report.h"
+#include "vboard/interposer/core/timer_files.h"
 #include "vboard/interposer/core/trace.h"
 #include "vboard/interposer/core/wrap.h"
 
@@ -59,6 +60,7 @@ int set_calendar(std::int64_t calendar, const char *call) {
   }
   trace_end(line, 0, 0);
   run_page().calendar_start.store(calendar - current_time());
+  wake_timer_files();
   spend_call();
   return 0;
 }

@@ -10,9 +10,11 @@
 #include "vboard/interposer/core/story.h"
 #include "vboard/interposer/core/transfers.h"
 #include "vboard/interposer/core/wrap.h"
+#include "vboard/interposer/wrap/socket_waits.h"
 
 #include <errno.h>
 #include <fcntl.h>
+#include <limits.h>
 #include <poll.h>
 #include <sys/uio.h>
 #include <unistd.h>
@@ -28,6 +30,11 @@ WRAP(ssize_t, read, int fd, void *buffer, std::size_t size) {
   if (description == nullptr || description->kind == Kind::kKernelSocket) {
     if (description != nullptr)
       release(description);
+    if (size > 0 && waits_as_socket(fd)) {
+      const iovec piece = {buffer, size};
+      msghdr message = message_of(&piece, 1);
+      return receive_on_socket(fd, message, 0);
+    }
     const int waited = on_board() ? await_kernel(fd, POLLIN, "read") : 0;
     return waited < 0 ? report(static_cast<ssize_t>(waited)) : REAL(read)(fd, buffer, size);
   }
@@ -113,6 +120,9 @@ WRAP(ssize_t, write, int fd, const void *buffer, std::size_t size) {
     if (description != nullptr)
       release(description);
     return write_in_place(fd, [&] {
+      const iovec piece = {const_cast<void *>(buffer), size};
+      if (waits_as_socket(fd))
+        return send_on_socket(fd, message_of(&piece, 1), 0);
       return on_board() && jumping() ? write_in_turn(fd, buffer, size)
                                      : REAL(write)(fd, buffer, size);
     });
@@ -184,15 +194,30 @@ bool is_boards(int fd) {
   return on_board() && is_board_descriptor(fd);
 }
 
+// Whether readv() and writev() wait for a socket. What the kernel refuses is left to it.
+bool is_socket_list(int fd, int count) {
+  return count > 0 && count <= IOV_MAX && waits_as_socket(fd);
+}
+
 }  // namespace
 
 WRAP(ssize_t, readv, int fd, const iovec *pieces, int count) {
-  return is_boards(fd) ? read_pieces(fd, pieces, count, -1) : REAL(readv)(fd, pieces, count);
+  if (is_boards(fd))
+    return read_pieces(fd, pieces, count, -1);
+  if (!is_socket_list(fd, count))
+    return REAL(readv)(fd, pieces, count);
+  msghdr message = message_of(pieces, static_cast<std::size_t>(count));
+  return receive_on_socket(fd, message, 0);
 }
 
 WRAP(ssize_t, writev, int fd, const iovec *pieces, int count) {
-  return is_boards(fd) ? write_pieces(fd, pieces, count, -1)
-                       : write_in_place(fd, [&] { return REAL(writev)(fd, pieces, count); });
+  if (is_boards(fd))
+    return write_pieces(fd, pieces, count, -1);
+  return write_in_place(fd, [&] {
+    return is_socket_list(fd, count)
+               ? send_on_socket(fd, message_of(pieces, static_cast<std::size_t>(count)), 0)
+               : REAL(writev)(fd, pieces, count);
+  });
 }
 
 WRAP(ssize_t, preadv64, int fd, const iovec *pieces, int count, off64_t offset) {

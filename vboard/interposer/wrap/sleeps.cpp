@@ -4,6 +4,7 @@
 #include "vboard/interposer/core/report.h"
 #include "vboard/interposer/core/trace.h"
 #include "vboard/interposer/core/wrap.h"
+#include "vboard/interposer/wrap/deadlines.h"
 
 #include <errno.h>
 #include <signal.h>
@@ -41,10 +42,6 @@ int sleep_for(BoardTime duration, BoardTime &rest) {
   return -EINTR;
 }
 
-bool is_calendar(clockid_t clock) {
-  return clock == CLOCK_REALTIME || clock == CLOCK_TAI || clock == CLOCK_REALTIME_ALARM;
-}
-
 }  // namespace
 
 WRAP(int, nanosleep, const timespec *request, timespec *remaining) {
@@ -72,8 +69,7 @@ WRAP(int, clock_nanosleep, clockid_t clock, int flags, const timespec *request,
   BoardTime duration = nanoseconds_of(*request);
   const bool absolute = (flags & TIMER_ABSTIME) != 0;
   if (absolute) {
-    duration -=
-        is_calendar(clock) ? current_calendar_time() : run_page().monotonic_start + current_time();
+    duration = saturated_sum(duration, -clock_now(clock));
     if (duration < 0)
       duration = 0;
   }

@@ -20,6 +20,7 @@
 #include "vboard/interposer/core/transfers.h"
 #include "vboard/interposer/core/wrap.h"
 #include "vboard/interposer/models/socket_calls.h"
+#include "vboard/interposer/wrap/socket_waits.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -195,7 +196,8 @@ WRAP(int, connect, int fd, const sockaddr *address, socklen_t size) {
   Description *socket = acquire_socket(fd);
   if (socket == nullptr) {
     sockaddr_un room;
-    return REAL(connect)(fd, on_board() ? lead(address, size, room) : address, size);
+    const sockaddr *to = on_board() ? lead(address, size, room) : address;
+    return waits_as_socket(fd) ? connect_socket(fd, to, size) : REAL(connect)(fd, to, size);
   }
   const int result = ask_model(*socket, "connect", kSocketConnect, address, size);
   release(socket);
@@ -213,7 +215,8 @@ WRAP(int, listen, int fd, int backlog) {
 WRAP(int, accept4, int fd, sockaddr *address, socklen_t *size, int flags) {
   Description *socket = acquire_socket(fd);
   if (socket == nullptr)
-    return REAL(accept4)(fd, address, size, flags);
+    return waits_as_socket(fd) ? accept_on_socket(fd, address, size, flags)
+                               : REAL(accept4)(fd, address, size, flags);
   release(socket);
   return report(-EOPNOTSUPP);
 }
@@ -221,7 +224,8 @@ WRAP(int, accept4, int fd, sockaddr *address, socklen_t *size, int flags) {
 WRAP(int, accept, int fd, sockaddr *address, socklen_t *size) {
   Description *socket = acquire_socket(fd);
   if (socket == nullptr)
-    return REAL(accept)(fd, address, size);
+    return waits_as_socket(fd) ? accept_on_socket(fd, address, size, 0)
+                               : REAL(accept)(fd, address, size);
   release(socket);
   return report(-EOPNOTSUPP);
 }
@@ -250,6 +254,29 @@ ssize_t receive_bytes(Description &socket, void *bytes, std::size_t size, int fl
   return read_on_board(socket, bytes, size, kAtPosition);
 }
 
+// Calls with one piece on a socket of the kernel's that waits.
+
+ssize_t send_one(int fd, const void *bytes, std::size_t size, int flags, const sockaddr *address,
+                 socklen_t address_size) {
+  const iovec piece = {const_cast<void *>(bytes), size};
+  msghdr message = message_of(&piece, 1);
+  message.msg_name = const_cast<sockaddr *>(address);
+  message.msg_namelen = address_size;
+  return send_on_socket(fd, message, flags);
+}
+
+ssize_t receive_one(int fd, void *bytes, std::size_t size, int flags, sockaddr *address,
+                    socklen_t *address_size) {
+  const iovec piece = {bytes, size};
+  msghdr message = message_of(&piece, 1);
+  message.msg_name = address_size != nullptr ? address : nullptr;
+  message.msg_namelen = address_size != nullptr ? *address_size : 0;
+  const ssize_t result = receive_on_socket(fd, message, flags);
+  if (result >= 0 && address_size != nullptr)
+    *address_size = message.msg_namelen;
+  return result;
+}
+
 }  // namespace
 
 WRAP(ssize_t, sendto, int fd, const void *bytes, std::size_t size, int flags,
@@ -258,7 +285,8 @@ WRAP(ssize_t, sendto, int fd, const void *bytes, std::size_t size, int flags,
   if (socket == nullptr) {
     sockaddr_un room;
     const sockaddr *to = on_board() ? lead(address, address_size, room) : address;
-    return REAL(sendto)(fd, bytes, size, flags, to, address_size);
+    return waits_as_socket(fd, flags) ? send_one(fd, bytes, size, flags, to, address_size)
+                                      : REAL(sendto)(fd, bytes, size, flags, to, address_size);
   }
   const ssize_t result = send_bytes(*socket, bytes, size);
   release(socket);
@@ -268,7 +296,8 @@ WRAP(ssize_t, sendto, int fd, const void *bytes, std::size_t size, int flags,
 WRAP(ssize_t, send, int fd, const void *bytes, std::size_t size, int flags) {
   Description *socket = acquire_socket(fd);
   if (socket == nullptr)
-    return REAL(send)(fd, bytes, size, flags);
+    return waits_as_socket(fd, flags) ? send_one(fd, bytes, size, flags, nullptr, 0)
+                                      : REAL(send)(fd, bytes, size, flags);
   const ssize_t result = send_bytes(*socket, bytes, size);
   release(socket);
   return report(result);
@@ -278,7 +307,8 @@ WRAP(ssize_t, send, int fd, const void *bytes, std::size_t size, int flags) {
 WRAP(ssize_t, sendmsg, int fd, const msghdr *message, int flags) {
   Description *socket = acquire_socket(fd);
   if (socket == nullptr)
-    return REAL(sendmsg)(fd, message, flags);
+    return waits_as_socket(fd, flags) ? send_on_socket(fd, *message, flags)
+                                      : REAL(sendmsg)(fd, message, flags);
   unsigned char bytes[8192];
   std::size_t size = 0;
   ssize_t result = 0;
@@ -301,7 +331,9 @@ WRAP(ssize_t, recvfrom, int fd, void *bytes, std::size_t size, int flags, sockad
      socklen_t *address_size) {
   Description *socket = acquire_socket(fd);
   if (socket == nullptr)
-    return REAL(recvfrom)(fd, bytes, size, flags, address, address_size);
+    return waits_as_socket(fd, flags)
+               ? receive_one(fd, bytes, size, flags, address, address_size)
+               : REAL(recvfrom)(fd, bytes, size, flags, address, address_size);
   const ssize_t result = receive_bytes(*socket, bytes, size, flags);
   if (result >= 0 && address_size != nullptr)
     *address_size = 0;
@@ -312,7 +344,8 @@ WRAP(ssize_t, recvfrom, int fd, void *bytes, std::size_t size, int flags, sockad
 WRAP(ssize_t, recv, int fd, void *bytes, std::size_t size, int flags) {
   Description *socket = acquire_socket(fd);
   if (socket == nullptr)
-    return REAL(recv)(fd, bytes, size, flags);
+    return waits_as_socket(fd, flags) ? receive_one(fd, bytes, size, flags, nullptr, nullptr)
+                                      : REAL(recv)(fd, bytes, size, flags);
   const ssize_t result = receive_bytes(*socket, bytes, size, flags);
   release(socket);
   return report(result);
@@ -334,7 +367,8 @@ WRAP(ssize_t, __recvfrom_chk, int fd, void *bytes, std::size_t size, std::size_t
 WRAP(ssize_t, recvmsg, int fd, msghdr *message, int flags) {
   Description *socket = acquire_socket(fd);
   if (socket == nullptr)
-    return REAL(recvmsg)(fd, message, flags);
+    return waits_as_socket(fd, flags) ? receive_on_socket(fd, *message, flags)
+                                      : REAL(recvmsg)(fd, message, flags);
   unsigned char bytes[8192];
   std::size_t room = 0;
   for (std::size_t i = 0; i < message->msg_iovlen; ++i)
@@ -393,7 +427,7 @@ WRAP(int, getpeername, int fd, sockaddr *address, socklen_t *size) {
 WRAP(int, getsockopt, int fd, int level, int option, void *value, socklen_t *size) {
   Description *socket = acquire_socket(fd);
   if (socket == nullptr)
-    return REAL(getsockopt)(fd, level, option, value, size);
+    return get_socket_option(fd, level, option, value, size);
   std::int64_t answer = 0;
   if (level == SOL_SOCKET && option == SO_TYPE)
     answer = socket->shared->socket.type & 0xF;
@@ -413,7 +447,7 @@ WRAP(int, getsockopt, int fd, int level, int option, void *value, socklen_t *siz
 WRAP(int, setsockopt, int fd, int level, int option, const void *value, socklen_t size) {
   Description *socket = acquire_socket(fd);
   if (socket == nullptr)
-    return REAL(setsockopt)(fd, level, option, value, size);
+    return set_socket_option(fd, level, option, value, size);
   release(socket);
   return 0;
 }

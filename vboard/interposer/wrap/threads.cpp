@@ -10,6 +10,7 @@
 #include "vboard/interposer/core/jumping.h"
 #include "vboard/interposer/core/report.h"
 #include "vboard/interposer/core/wrap.h"
+#include "vboard/interposer/wrap/deadlines.h"
 
 #include <errno.h>
 #include <pthread.h>
@@ -21,7 +22,6 @@
 
 using namespace vboard;
 
-DECLARE_WRAPPED(int, clock_gettime, clockid_t, timespec *);
 DECLARE_WRAPPED(int, pthread_mutex_lock, pthread_mutex_t *);
 DECLARE_WRAPPED(int, pthread_mutex_trylock, pthread_mutex_t *);
 
@@ -47,33 +47,6 @@ void *begin(void *context) {
   pthread_setspecific(end_key, &end_key);
   begin_thread(start.seat);
   return start.function(start.argument);
-}
-
-// Board time of an absolute time of the program. Whether it is the calendar or the time since the
-// start is seen from its size: they lie decades apart.
-BoardTime board_moment(const timespec &absolute) {
-  const BoardTime time = nanoseconds_of(absolute);
-  const std::int64_t calendar = run_page().calendar_start.load();
-  const bool is_calendar = time > calendar / 2;
-  return saturated_sum(time, -(is_calendar ? calendar : run_page().monotonic_start));
-}
-
-BoardTime board_moment(clockid_t clock, const timespec &absolute) {
-  const bool is_calendar = clock == CLOCK_REALTIME;
-  return saturated_sum(nanoseconds_of(absolute), -(is_calendar ? run_page().calendar_start.load()
-                                                               : run_page().monotonic_start));
-}
-
-// The same moment on the PC's CLOCK_MONOTONIC.
-timespec pc_moment(BoardTime moment) {
-  const timespec rest = pc_duration(saturated_sum(moment, -current_time()));
-  timespec now;
-  REAL(clock_gettime)(CLOCK_MONOTONIC, &now);
-  return timespec_of(saturated_sum(nanoseconds_of(now), nanoseconds_of(rest)));
-}
-
-bool is_bad_fraction(const timespec &time) {
-  return time.tv_nsec < 0 || time.tv_nsec >= kSecond;
 }
 
 }  // namespace
@@ -107,8 +80,9 @@ WRAP(void, pthread_exit, void *value) {
     pthread_once(&end_key_made, make_end_key);
     pthread_setspecific(end_key, &end_key);
   }
-  REAL(pthread_exit)(value);
-  __builtin_unreachable();
+  // The address sanitizer forgets the frames of this stack for a call that is known not to return.
+  __attribute__((noreturn)) void (*const libc_exit)(void *) = REAL(pthread_exit);
+  libc_exit(value);
 }
 
 namespace {
@@ -192,7 +166,7 @@ WRAP(int, pthread_cond_timedwait, pthread_cond_t *condition, pthread_mutex_t *mu
     return REAL(pthread_cond_timedwait)(condition, mutex, limit);
   if (is_bad_fraction(*limit))
     return EINVAL;
-  const BoardTime deadline = board_moment(*limit);
+  const BoardTime deadline = board_moment(clock_of(*condition), *limit);
   if (jumping())
     return wait_for_condition(condition, mutex, deadline);
   const timespec pc = pc_moment(deadline);

@@ -2,16 +2,21 @@
 // timer_delete.
 //
 // At a fixed speed the timers are the kernel's, with their times divided: their signals interrupt
-// as natively as on a board. In a jumping run they are the schedule's, which sends the signals.
+// as natively as on a board. Only the clock of each is kept here. In a jumping run the schedule
+// keeps their times, and sends the signals.
 
 #include "vboard/interposer/core/engine.h"
 #include "vboard/interposer/core/report.h"
 #include "vboard/interposer/core/seats.h"
 #include "vboard/interposer/core/state.h"
 #include "vboard/interposer/core/wrap.h"
+#include "vboard/interposer/wrap/deadlines.h"
+#include "vboard/interposer/wrap/timer_threads.h"
 
 #include <errno.h>
+#include <pthread.h>
 #include <signal.h>
+#include <string.h>
 #include <sys/time.h>
 #include <time.h>
 #include <unistd.h>
@@ -20,6 +25,7 @@
 
 using namespace vboard;
 
+DECLARE_WRAPPED(int, timer_settime, timer_t, int, const itimerspec *, itimerspec *);
 DECLARE_WRAPPED(int, timer_delete, timer_t);
 
 namespace {
@@ -27,6 +33,8 @@ namespace {
 timeval timeval_of(BoardTime time) {
   return {static_cast<time_t>(time / kSecond), static_cast<suseconds_t>(time % kSecond / 1000)};
 }
+
+using vboard::nanoseconds_of;  // of a timespec
 
 BoardTime nanoseconds_of(const timeval &time) {
   return saturated_nanoseconds(time.tv_sec, BoardTime{time.tv_usec} * 1000);
@@ -86,13 +94,6 @@ std::int64_t number_of(timer_t id) {
 // What is left until the next expiry; a running timer never shows zero.
 BoardTime rest_of(const RunTimer &timer) {
   return timer.expiry == kNever ? 0 : std::max<BoardTime>(timer.expiry - current_time(), 1000);
-}
-
-bool is_boards(timer_t id) {
-  if (!on_board() || !jumping())
-    return false;
-  Timers timers;
-  return timers.find(number_of(id)) != nullptr;
 }
 
 // The alarm timer of a jumping run: sets it and tells what was left. False without room for it.
@@ -182,100 +183,190 @@ WRAP(useconds_t, ualarm, useconds_t value, useconds_t interval) {
   return static_cast<useconds_t>(nanoseconds_of(old.it_value) / 1000);
 }
 
-WRAP(int, timer_create, clockid_t clock, sigevent *event, timer_t *out) {
-  const bool ours = on_board() && jumping() && clock != CLOCK_PROCESS_CPUTIME_ID &&
-                    clock != CLOCK_THREAD_CPUTIME_ID &&
-                    (event == nullptr || event->sigev_notify != SIGEV_THREAD);
-  if (!ours)
-    return REAL(timer_create)(clock, event, out);
-  // The kernel gives the number; its own timer never runs.
-  sigevent silent = {};
-  silent.sigev_notify = SIGEV_NONE;
-  int result = REAL(timer_create)(clock, &silent, out);
-  if (result != 0)
-    return result;
-  Timers timers;
-  RunTimer *timer = timers.make(number_of(*out));
-  if (timer == nullptr) {
-    REAL(timer_delete)(*out);
-    return report(-EAGAIN);
-  }
-  timer->clock = clock;
-  timer->notify = event != nullptr ? event->sigev_notify : SIGEV_SIGNAL;
-  timer->signal = event != nullptr ? event->sigev_signo : SIGALRM;
-  if (timer->notify == SIGEV_THREAD_ID)
-    timer->thread = event->_sigev_un._tid;
-  timer->value = event != nullptr ? reinterpret_cast<std::uintptr_t>(event->sigev_value.sival_ptr)
-                                  : reinterpret_cast<std::uintptr_t>(*out);
-  return 0;
+namespace {
+
+bool is_cpu_clock(clockid_t clock) {
+  return clock == CLOCK_PROCESS_CPUTIME_ID || clock == CLOCK_THREAD_CPUTIME_ID || clock < 0;
 }
 
+// For the search of a free place alone: the engine sees a timer when all of it is there.
+pthread_mutex_t places_lock = PTHREAD_MUTEX_INITIALIZER;
+
+// Notes a timer of the kernel's: false when there is no room for it.
+bool keep_timer(timer_t id, clockid_t clock, const sigevent *event) {
+  pthread_mutex_lock(&places_lock);
+  PosixTimer *place = nullptr;
+  for (PosixTimer &one : posix_timers) {
+    if (!one.used.load(std::memory_order_relaxed)) {
+      place = &one;
+      break;
+    }
+  }
+  if (place != nullptr) {
+    place->id = id;
+    place->clock = clock;
+    if (event != nullptr) {
+      place->event = *event;
+    } else {
+      place->event = {};
+      place->event.sigev_notify = SIGEV_SIGNAL;
+      place->event.sigev_signo = SIGALRM;
+      memcpy(&place->event.sigev_value, &id, sizeof id);
+    }
+    set_timer(place->timer, kNever, 0);
+    place->used.store(true, std::memory_order_release);
+  }
+  pthread_mutex_unlock(&places_lock);
+  return place != nullptr;
+}
+
+// In a jumping run the schedule keeps a timer's times: false when it has no room. A timer that was
+// deleted in another way than by timer_delete() may still have its place.
+bool schedule_timer(timer_t id) {
+  if (!jumping())
+    return true;
+  const PosixTimer &kept = *find_timer(id);
+  Timers timers;
+  RunTimer *timer = timers.find(number_of(id));
+  if (timer == nullptr)
+    timer = timers.make(number_of(id));
+  if (timer == nullptr)
+    return false;
+  timer->notify = kept.event.sigev_notify;
+  timer->signal = kept.event.sigev_signo;
+  if (timer->notify == SIGEV_THREAD_ID)
+    timer->thread = kept.event._sigev_un._tid;
+  timer->value = reinterpret_cast<std::uintptr_t>(kept.event.sigev_value.sival_ptr);
+  return true;
+}
+
+}  // namespace
+
+WRAP(int, timer_create, clockid_t clock, sigevent *event, timer_t *out) {
+  if (!on_board() || is_cpu_clock(clock))
+    return REAL(timer_create)(clock, event, out);
+  // In a jumping run the kernel gives the number alone; its own timer never runs.
+  sigevent silent = {};
+  silent.sigev_notify = SIGEV_NONE;
+  if (const int result = REAL(timer_create)(clock, jumping() ? &silent : event, out); result != 0)
+    return result;
+  const bool calls = event != nullptr && event->sigev_notify == SIGEV_THREAD;
+  const bool kept = jumping() && calls ? add_thread_timer(*out, clock, *event) == 0
+                                       : keep_timer(*out, clock, event) && schedule_timer(*out);
+  if (kept)
+    return 0;
+  REAL(timer_delete)(*out);
+  errno = EAGAIN;
+  return -1;
+}
+
+namespace {
+
+// A timer that counts in board time; null for one of the kernel's alone.
+PosixTimer *find_any_timer(timer_t id) {
+  if (!on_board())
+    return nullptr;
+  PosixTimer *timer = find_timer(id);
+  return timer != nullptr ? timer : find_thread_timer(id);
+}
+
+itimerspec to_board(const itimerspec &pc) {
+  return {timespec_of(to_board(nanoseconds_of(pc.it_interval))),
+          timespec_of(to_board(nanoseconds_of(pc.it_value)))};
+}
+
+// At a fixed speed an absolute time is what is left until then.
+int set_kernel_timer(const PosixTimer &timer, int flags, const itimerspec &value, itimerspec *old) {
+  BoardTime first = nanoseconds_of(value.it_value);
+  if (first != 0 && (flags & TIMER_ABSTIME) != 0)
+    first = std::max<BoardTime>(saturated_sum(first, -clock_now(timer.clock)), 1);
+  const itimerspec pc = {timespec_of(to_pc(nanoseconds_of(value.it_interval))),
+                         timespec_of(to_pc(first))};
+  const int result = REAL(timer_settime)(timer.id, 0, &pc, old);
+  if (result == 0 && old != nullptr)
+    *old = to_board(*old);
+  return result;
+}
+
+bool calls_function(const PosixTimer &timer) {
+  return timer.event.sigev_notify == SIGEV_THREAD;
+}
+
+// Under the lock.
+itimerspec state_of_timer(const PosixTimer &timer, Timers &timers) {
+  if (calls_function(timer))
+    return {timespec_of(timer.timer.interval), timespec_of(rest_of(timer.timer))};
+  const RunTimer *run_timer = timers.find(number_of(timer.id));
+  if (run_timer == nullptr)
+    return {};
+  return {timespec_of(run_timer->interval), timespec_of(rest_of(*run_timer))};
+}
+
+void set_times(PosixTimer &timer, Timers &timers, BoardTime expiry, BoardTime interval) {
+  if (calls_function(timer))
+    set_timer(timer.timer, expiry, interval);
+  else if (RunTimer *run_timer = timers.find(number_of(timer.id)))
+    timers.set(*run_timer, expiry, interval);
+}
+
+}  // namespace
+
 WRAP(int, timer_settime, timer_t id, int flags, const itimerspec *value, itimerspec *old) {
-  const bool ours = is_boards(id);
-  const bool at_speed = !ours && on_board() && !jumping();
+  PosixTimer *timer = find_any_timer(id);
+  if (timer == nullptr)
+    return REAL(timer_settime)(id, flags, value, old);
   if (value == nullptr || !is_valid_time(value->it_value) || !is_valid_time(value->it_interval)) {
     errno = EINVAL;
     return -1;
   }
-  if (!ours && !at_speed)
-    return REAL(timer_settime)(id, flags, value, old);
+  if (!jumping())
+    return set_kernel_timer(*timer, flags, *value, old);
 
-  BoardTime first = nanoseconds_of(value->it_value);
-  const BoardTime interval = nanoseconds_of(value->it_interval);
-  if (at_speed) {
-    if (first != 0 && (flags & TIMER_ABSTIME)) {
-      // Which clock it belongs to is not known here; the two differ by decades.
-      const bool calendar = first > current_calendar_time() / 2;
-      const BoardTime now =
-          calendar ? current_calendar_time() : run_page().monotonic_start + current_time();
-      first = std::max<BoardTime>(first - now, 1);
-    }
-    const itimerspec pc = {timespec_of(to_pc(interval)), timespec_of(to_pc(first))};
-    const int result = REAL(timer_settime)(id, 0, &pc, old);
-    if (result == 0 && old != nullptr)
-      *old = {timespec_of(to_board(nanoseconds_of(old->it_interval))),
-              timespec_of(to_board(nanoseconds_of(old->it_value)))};
-    return result;
-  }
-  Timers timers;
-  RunTimer &timer = *timers.find(number_of(id));
-  if (old != nullptr)
-    *old = {timespec_of(timer.interval), timespec_of(rest_of(timer))};
+  const BoardTime first = nanoseconds_of(value->it_value);
   BoardTime expiry = kNever;
-  if (first != 0 && (flags & TIMER_ABSTIME)) {
-    const bool calendar = timer.clock == CLOCK_REALTIME || timer.clock == CLOCK_REALTIME_ALARM;
-    expiry = std::max<BoardTime>(saturated_sum(first, -(calendar ? run_page().calendar_start.load()
-                                                                 : run_page().monotonic_start)),
-                                 0);
-  } else if (first != 0) {
+  if (first != 0 && (flags & TIMER_ABSTIME))
+    expiry = std::max<BoardTime>(board_moment(timer->clock, value->it_value), 0);
+  else if (first != 0)
     expiry = deadline_after(first);
+  {
+    Timers timers;
+    if (old != nullptr)
+      *old = state_of_timer(*timer, timers);
+    set_times(*timer, timers, expiry, first == 0 ? 0 : nanoseconds_of(value->it_interval));
   }
-  timers.set(timer, expiry, first == 0 ? 0 : interval);
+  if (calls_function(*timer))
+    renew_thread_timer(*timer);
   return 0;
 }
 
 WRAP(int, timer_gettime, timer_t id, itimerspec *value) {
-  if (!is_boards(id)) {
-    const int result = REAL(timer_gettime)(id, value);
-    if (result == 0 && on_board() && !jumping())
-      *value = {timespec_of(to_board(nanoseconds_of(value->it_interval))),
-                timespec_of(to_board(nanoseconds_of(value->it_value)))};
-    return result;
+  PosixTimer *timer = find_any_timer(id);
+  if (timer != nullptr && jumping()) {
+    Timers timers;
+    *value = state_of_timer(*timer, timers);
+    return 0;
   }
-  Timers timers;
-  const RunTimer &timer = *timers.find(number_of(id));
-  *value = {timespec_of(timer.interval), timespec_of(rest_of(timer))};
-  return 0;
+  const int result = REAL(timer_gettime)(id, value);
+  if (result == 0 && timer != nullptr)
+    *value = to_board(*value);
+  return result;
 }
 
 WRAP(int, timer_getoverrun, timer_t id) {
-  return is_boards(id) ? 0 : REAL(timer_getoverrun)(id);
+  return find_any_timer(id) != nullptr && jumping() ? 0 : REAL(timer_getoverrun)(id);
 }
 
 WRAP(int, timer_delete, timer_t id) {
-  if (is_boards(id)) {
-    Timers timers;
-    timers.find(number_of(id))->used = 0;
+  PosixTimer *timer = find_any_timer(id);
+  if (timer != nullptr && jumping() && calls_function(*timer))
+    delete_thread_timer(*timer);
+  if (timer != nullptr && find_timer(id) == timer) {
+    if (jumping()) {
+      Timers timers;
+      if (RunTimer *run_timer = timers.find(number_of(id)))
+        run_timer->used = 0;
+    }
+    timer->used.store(false, std::memory_order_release);
   }
   return REAL(timer_delete)(id);
 }

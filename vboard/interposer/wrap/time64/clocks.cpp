@@ -1,6 +1,7 @@
 // Clocks and timers with 64-bit time. Wraps __clock_gettime64 __gettimeofday64 __time64
 // __timespec_get64 __clock_settime64 __settimeofday64 __adjtime64 ___adjtimex64 __clock_adjtime64
-// __setitimer64 __getitimer64 __timer_settime64 __timer_gettime64.
+// __setitimer64 __getitimer64 __timer_settime64 __timer_gettime64 __timerfd_settime64
+// __timerfd_gettime64.
 
 #include "vboard/interposer/wrap/time64/time64.h"
 
@@ -139,5 +140,28 @@ WRAP(int, __timer_gettime64, timer_t id, itimerspec *value) {
   Out<Interval32, itimerspec> now(value);
   const int result = vboard_narrow_timer_gettime(id, now.pointer);
   now.store();
+  return result;
+}
+
+NARROW(int, timerfd_settime, int, int, const Interval32 *, Interval32 *);
+WRAP(int, __timerfd_settime64, int fd, int flags, const itimerspec *value, itimerspec *old) {
+  if (!on_board())
+    return REAL(__timerfd_settime64)(fd, flags, value, old);
+  Out<Interval32, itimerspec> before(old);
+  const int result =
+      vboard_narrow_timerfd_settime(fd, flags, In<Interval32>(value).pointer, before.pointer);
+  if (result == 0)
+    before.store();
+  return result;
+}
+
+NARROW(int, timerfd_gettime, int, Interval32 *);
+WRAP(int, __timerfd_gettime64, int fd, itimerspec *value) {
+  if (!on_board())
+    return REAL(__timerfd_gettime64)(fd, value);
+  Out<Interval32, itimerspec> now(value);
+  const int result = vboard_narrow_timerfd_gettime(fd, now.pointer);
+  if (result == 0)
+    now.store();
   return result;
 }

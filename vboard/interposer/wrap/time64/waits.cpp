@@ -1,16 +1,21 @@
 // Waits with 64-bit time. Wraps __nanosleep64 __clock_nanosleep_time64 __thrd_sleep64 __select64
 // __pselect64 __ppoll64 __epoll_pwait2_time64 __sigtimedwait64 __pthread_cond_timedwait64
 // __pthread_cond_clockwait64 __pthread_mutex_timedlock64 __pthread_mutex_clocklock64
-// __pthread_timedjoin_np64 __pthread_clockjoin_np64 __sem_timedwait64 __sem_clockwait64.
+// __pthread_timedjoin_np64 __pthread_clockjoin_np64 __sem_timedwait64 __sem_clockwait64
+// __pthread_rwlock_timedrdlock64 __pthread_rwlock_clockrdlock64 __pthread_rwlock_timedwrlock64
+// __pthread_rwlock_clockwrlock64 __cnd_timedwait64 __mtx_timedlock64 __mq_timedsend_time64
+// __mq_timedreceive_time64.
 
 #include "vboard/interposer/wrap/time64/time64.h"
 
+#include <mqueue.h>
 #include <poll.h>
 #include <pthread.h>
 #include <semaphore.h>
 #include <signal.h>
 #include <sys/epoll.h>
 #include <sys/select.h>
+#include <threads.h>
 
 using namespace vboard;
 
@@ -140,4 +145,60 @@ NARROW(int, sem_clockwait, sem_t *, clockid_t, const Time32 *);
 WRAP(int, __sem_clockwait64, sem_t *semaphore, clockid_t clock, const timespec *limit) {
   return on_board() ? vboard_narrow_sem_clockwait(semaphore, clock, In<Time32>(limit).pointer)
                     : REAL(__sem_clockwait64)(semaphore, clock, limit);
+}
+
+NARROW(int, pthread_rwlock_timedrdlock, pthread_rwlock_t *, const Time32 *);
+WRAP(int, __pthread_rwlock_timedrdlock64, pthread_rwlock_t *lock, const timespec *limit) {
+  return on_board() ? vboard_narrow_pthread_rwlock_timedrdlock(lock, In<Time32>(limit).pointer)
+                    : REAL(__pthread_rwlock_timedrdlock64)(lock, limit);
+}
+
+NARROW(int, pthread_rwlock_clockrdlock, pthread_rwlock_t *, clockid_t, const Time32 *);
+WRAP(int, __pthread_rwlock_clockrdlock64, pthread_rwlock_t *lock, clockid_t clock,
+     const timespec *limit) {
+  return on_board()
+             ? vboard_narrow_pthread_rwlock_clockrdlock(lock, clock, In<Time32>(limit).pointer)
+             : REAL(__pthread_rwlock_clockrdlock64)(lock, clock, limit);
+}
+
+NARROW(int, pthread_rwlock_timedwrlock, pthread_rwlock_t *, const Time32 *);
+WRAP(int, __pthread_rwlock_timedwrlock64, pthread_rwlock_t *lock, const timespec *limit) {
+  return on_board() ? vboard_narrow_pthread_rwlock_timedwrlock(lock, In<Time32>(limit).pointer)
+                    : REAL(__pthread_rwlock_timedwrlock64)(lock, limit);
+}
+
+NARROW(int, pthread_rwlock_clockwrlock, pthread_rwlock_t *, clockid_t, const Time32 *);
+WRAP(int, __pthread_rwlock_clockwrlock64, pthread_rwlock_t *lock, clockid_t clock,
+     const timespec *limit) {
+  return on_board()
+             ? vboard_narrow_pthread_rwlock_clockwrlock(lock, clock, In<Time32>(limit).pointer)
+             : REAL(__pthread_rwlock_clockwrlock64)(lock, clock, limit);
+}
+
+NARROW(int, cnd_timedwait, cnd_t *, mtx_t *, const Time32 *);
+WRAP(int, __cnd_timedwait64, cnd_t *condition, mtx_t *mutex, const timespec *limit) {
+  return on_board() ? vboard_narrow_cnd_timedwait(condition, mutex, In<Time32>(limit).pointer)
+                    : REAL(__cnd_timedwait64)(condition, mutex, limit);
+}
+
+NARROW(int, mtx_timedlock, mtx_t *, const Time32 *);
+WRAP(int, __mtx_timedlock64, mtx_t *mutex, const timespec *limit) {
+  return on_board() ? vboard_narrow_mtx_timedlock(mutex, In<Time32>(limit).pointer)
+                    : REAL(__mtx_timedlock64)(mutex, limit);
+}
+
+NARROW(int, mq_timedsend, mqd_t, const char *, std::size_t, unsigned int, const Time32 *);
+WRAP(int, __mq_timedsend_time64, mqd_t queue, const char *bytes, std::size_t size,
+     unsigned int priority, const timespec *limit) {
+  return on_board()
+             ? vboard_narrow_mq_timedsend(queue, bytes, size, priority, In<Time32>(limit).pointer)
+             : REAL(__mq_timedsend_time64)(queue, bytes, size, priority, limit);
+}
+
+NARROW(ssize_t, mq_timedreceive, mqd_t, char *, std::size_t, unsigned int *, const Time32 *);
+WRAP(ssize_t, __mq_timedreceive_time64, mqd_t queue, char *bytes, std::size_t size,
+     unsigned int *priority, const timespec *limit) {
+  return on_board() ? vboard_narrow_mq_timedreceive(queue, bytes, size, priority,
+                                                    In<Time32>(limit).pointer)
+                    : REAL(__mq_timedreceive_time64)(queue, bytes, size, priority, limit);
 }
