@@ -144,6 +144,7 @@ class Board:
         rigcore=None,
         env=None,
         story=False,
+        power_cut=None,
     ):
         """Runs a command on the board.
 
@@ -152,6 +153,7 @@ class Board:
         rigcore  lines of a script for the stand-in librigcore, which then takes the real one's
                  place; an operation that is missing or was not expected fails the test
         story    whether the run's story is wanted
+        power_cut  board time at which the power fails
         """
         self.runs += 1
         work = self.scratch / f"run{self.runs}"
@@ -173,6 +175,8 @@ class Board:
             words += ["--for", seconds]
         if date is not None:
             words += ["--date", date]
+        if power_cut is not None:
+            words += ["--power-cut", power_cut]
         if story:
             words += ["--story", work / "story"]
         words += ["--", *command]

@@ -74,7 +74,7 @@ def test_no_board_is_refused(check):
 
 # --- settings -------------------------------------------------------------------------------------
 
-COMMON = "model medium medium_size number type"
+COMMON = "model medium medium_size number type byte_us"
 
 
 @pytest.mark.parametrize(

@@ -60,12 +60,15 @@ def refusal(result):
         (["new", "--help"], [b"--gyro", b"--bare", b"--from"]),
         (
             ["run", "--help"],
-            [b"--board", b"--speed", b"--trace", b"--fault", b"--signal", b"--for", b"--date"],
+            [
+                *(b"--board", b"--speed", b"--trace", b"--fault", b"--signal", b"--for", b"--date"),
+                *(b"--power-cut", b'82 after "power cut"'),
+            ],
         ),
         (["check", "--help"], [b"FILE:LINE", b"1 when"]),
         (["show", "--help"], [b"--png"]),
         (["set", "--help"], [b"NODE", b"/sys/"]),
-        (["fault", "--help"], [b"add", b"list", b"clear"]),
+        (["fault", "--help"], [b"add", b"list", b"clear", b"power-cut"]),
     ],
 )
 def test_help_goes_to_standard_output_with_status_0(vboard, words, tells):
@@ -542,7 +545,7 @@ MODELS = "gyro iccard interface korstorage korcmem lcd mtd phys_mem connector rt
         (
             ["/dev/rtc0", "colour", "red"],
             'no setting "colour"; there is: set_to set_at rate stopped time_valid model medium '
-            "medium_size number type",
+            "medium_size number type byte_us",
         ),
         (["/dev/korcmem", "blokc12", "x 0 1"], 'no setting "blokc12"; perhaps: block#'),
         (["/dev/korstorage", "0.readEr", "1"], 'no setting "0.readEr"; perhaps: #.readErr'),

@@ -30,7 +30,7 @@ SECTIONS = [
     ("Process events", "connector", "netlink/connector"),
     ("Network interfaces", "interface", "net/ppp0"),
 ]
-COMMON = ["model", "medium", "medium_size", "number", "type"]
+COMMON = ["model", "medium", "medium_size", "number", "type", "byte_us"]
 
 
 def page_sections():

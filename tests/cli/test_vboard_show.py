@@ -261,7 +261,7 @@ def test_show_lists_the_settings_of_a_device_and_draws_it(board, build):
     status, stdout, stderr = show(build, board.directory, "/dev/iccard")
     assert (status, stderr) == (0, b"")
     lines = stdout.decode().splitlines()
-    assert lines[:12] == [
+    assert lines[:13] == [
         '# The chip card. Pulling it is a fault: "/dev/iccard absent".',
         "  setting          value                default      meaning",
         "* stuck_byte       7                    -1           a byte of the card that keeps its value "
@@ -277,13 +277,15 @@ def test_show_lists_the_settings_of_a_device_and_draws_it(board, build):
         "  number           0:0                  0:0          the device number that stat shows, "
         "MAJOR:MINOR",
         "  type             character            character    what stat shows it as",
+        "  byte_us          0                    0            board microseconds that each byte of a "
+        "read or a write takes",
         "",
     ]
-    assert lines[12:14] == [
+    assert lines[13:15] == [
         "0000  " + " ".join(["00"] * 16) + "  " + "." * 16,
-        "0010" + lines[12][4:],
+        "0010" + lines[13][4:],
     ]
-    assert len(lines) == 28
+    assert len(lines) == 29
 
 
 def test_show_finds_a_device_that_is_switched_off(board, build):

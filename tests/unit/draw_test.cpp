@@ -334,6 +334,8 @@ TEST(DrawSettings, marks_what_differs_and_what_makes_no_sense) {
       "  number           0:0                  0:0          the device number that stat shows, "
       "MAJOR:MINOR\n"
       "  type             character            character    what stat shows it as\n"
+      "  byte_us          0                    0            board microseconds that each byte of a "
+      "read or a write takes\n"
       "! stoped           1                    -            the device has no such setting\n"
       "\nfollows the board's calendar\n";
   EXPECT_EQ(page, whole);

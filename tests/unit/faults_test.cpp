@@ -51,6 +51,15 @@ TEST(FaultLines, ChosenResults) {
   EXPECT_EQ(parsed("/dev/lcd write result=-1").value, -1);
 }
 
+TEST(FaultLines, PowerFailsInACall) {
+  const Fault fault = parsed("/dev/mtd1 ioctl:MEMERASE power-cut nth=3 time=1..");
+  EXPECT_EQ(fault.effect, FaultEffect::kPowerCut);
+  EXPECT_EQ(fault.n, 3u);
+  EXPECT_EQ(fault.window_count, 1u);
+  EXPECT_EQ(reason_for("/dev/mtd1 write power-cut=1"), "wrong effect 'power-cut=1'");
+  EXPECT_EQ(reason_for("/dev/mtd1 power-cut"), "unknown call 'power-cut'");
+}
+
 TEST(FaultLines, AbsenceInSeveralWindows) {
   const Fault fault = parsed("/dev/iccard absent time=1.0..2.5 time=6.0..");
   EXPECT_EQ(fault.effect, FaultEffect::kAbsent);

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 struct ModelHarness {
   explicit ModelHarness(const char *node_text);
@@ -44,12 +45,19 @@ struct ModelHarness {
 };
 
 // What the host of the models is told to say, and what it was told.
+struct PieceOfWork {
+  vboard::BoardTime duration;
+  vboard::Progress progress;
+  std::string medium, spare;  // as a power cut in it would leave them
+};
+
 struct FakeCore {
   std::string directory;
   vboard::BoardTime now;
   std::int64_t calendar;  // when board time is 0
   vboard::BoardTime reset_at;
   bool claimed;
+  std::vector<PieceOfWork> work = {};
 };
 extern FakeCore fake_core;
 

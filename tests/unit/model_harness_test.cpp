@@ -113,6 +113,17 @@ constexpr Host kHost = {
     .device_memory = [](OpenFile &, std::size_t) -> void * { return nullptr; },
     .open_child = [](OpenFile &, const Model &, int, const void *, std::size_t) { return -ENFILE; },
     .wake = [](OpenFile &) {},
+    .take_time =
+        [](OpenFile &file, BoardTime duration, Progress progress) {
+          std::string medium(static_cast<std::size_t>(medium_bytes(file)), '?');
+          EXPECT_EQ(pread(file.medium, medium.data(), medium.size(), 0),
+                    static_cast<ssize_t>(medium.size()));
+          std::ostringstream spare;
+          const std::string name(node_text(file.node, "medium"));
+          spare << std::ifstream(fake_core.directory + "/media/" + name + ".oob").rdbuf();
+          fake_core.work.push_back({duration, progress, medium, spare.str()});
+          fake_core.now += duration;
+        },
 };
 
 }  // namespace

@@ -53,6 +53,10 @@ bool parse_effect(std::string_view word, Fault &out) {
     out.effect = FaultEffect::kResult;
     return parse_number(word.substr(7), out.value);
   }
+  if (word == "power-cut") {
+    out.effect = FaultEffect::kPowerCut;
+    return true;
+  }
   if (word.starts_with("short=")) {
     out.effect = FaultEffect::kShort;
     // Only bytes can be cut short.

@@ -12,9 +12,10 @@ namespace vboard {
 
 enum class FaultEffect : std::uint8_t {
   kAbsent,
-  kErrno,   // the call fails with `value`
-  kShort,   // at most `value` bytes get through
-  kResult,  // the call is performed and returns `value`
+  kErrno,     // the call fails with `value`
+  kShort,     // at most `value` bytes get through
+  kResult,    // the call is performed and returns `value`
+  kPowerCut,  // power fails in the middle of the call
 };
 
 enum class FaultCount : std::uint8_t { kEvery, kNth, kFrom };

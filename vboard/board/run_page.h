@@ -28,7 +28,29 @@ inline constexpr char kOpenVariable[] = "VBOARD_OPEN";
 inline constexpr std::uint32_t kRunMagic = 0x76627231;
 inline constexpr int kMaxSignals = 16;
 
-enum : std::uint32_t { kGoingOn = 0, kBoardReset = 80, kBoardReboot = 81, kWaitsForEver = 83 };
+enum : std::uint32_t {
+  kGoingOn = 0,
+  kBoardReset = 80,
+  kBoardReboot = 81,
+  kPowerCut = 82,
+  kWaitsForEver = 83,
+};
+
+// What the end of a board is called; null while it goes on.
+inline const char *outcome_text(std::uint32_t outcome) {
+  switch (outcome) {
+    case kBoardReset:
+      return "board reset";
+    case kBoardReboot:
+      return "board reboot";
+    case kPowerCut:
+      return "power cut";
+    case kWaitsForEver:
+      return "waits for ever";
+    default:
+      return nullptr;
+  }
+}
 
 struct PlannedSignal {
   std::int64_t at;  // board time
@@ -41,6 +63,13 @@ struct GivenFile {
 };
 inline constexpr std::size_t kMostGiven = 16;
 
+// A device that works by itself until `until`, in board time; zeros for a place that is free.
+struct BusyDevice {
+  std::uint64_t name;  // hashed
+  std::int64_t until;
+};
+inline constexpr int kMostBusy = 16;
+
 struct RunPage {
   std::uint32_t magic;
   std::int32_t launcher;  // process ids
@@ -52,9 +81,10 @@ struct RunPage {
       calendar_start;                // the board's calendar then; setting the clock moves it
   std::atomic<std::int64_t> jumped;  // board time of a jumping run
   std::atomic<std::int64_t> reset_time;
+  std::int64_t power_cut_at;  // board time, kNoTime for never
   std::atomic<std::uint32_t>
       board_is_whole;                  // a fresh board that does not need its template any more
-  std::atomic<std::uint32_t> outcome;  // kGoingOn, kBoardReset, kBoardReboot: the first one stays
+  std::atomic<std::uint32_t> outcome;  // kGoingOn or how the board ended: the first one stays
   // The story: descriptors of the launcher (-1 without one), and how far it has read the streams.
   std::int32_t story_records;
   std::int32_t story_streams[kStoryStreams];
@@ -67,6 +97,9 @@ struct RunPage {
   std::uint32_t files_end;  // the shared files from here on were never used
   // A bit for each of the first faults of the command line: some process has met it.
   std::atomic<std::uint64_t> faults_met;
+  // Under the device lock.
+  std::int64_t busy_until;  // of any device
+  BusyDevice busy[kMostBusy];
   std::uint32_t signal_count;
   PlannedSignal signals[kMaxSignals];
   // The pipes and sockets that the command was given: what waits for them waits for something
@@ -122,6 +155,16 @@ struct RunFile {
   alignas(4096) SharedDevice devices[kSharedDevices];
   alignas(4096) Schedule schedule;
 };
+
+// When the board ends by itself, and how.
+inline std::int64_t end_of_board(const RunPage &page) {
+  const std::int64_t reset_time = page.reset_time.load(std::memory_order_relaxed);
+  return reset_time < page.power_cut_at ? reset_time : page.power_cut_at;
+}
+inline std::uint32_t outcome_of_end(const RunPage &page) {
+  return page.power_cut_at <= page.reset_time.load(std::memory_order_relaxed) ? kPowerCut
+                                                                              : kBoardReset;
+}
 
 inline std::int64_t board_from_pc(const RunPage &page, std::int64_t nanoseconds) {
   return page.speed_milli == 1000

@@ -26,6 +26,10 @@ constexpr Setting kCommon[] = {
      .otherwise = "character",
      .help = "what stat shows it as",
      .words = "character block"},
+    {.key = "byte_us",
+     .kind = kDecimal,
+     .otherwise = "0",
+     .help = "board microseconds that each byte of a read or a write takes"},
 };
 
 bool is_digit(char letter) {

@@ -92,7 +92,7 @@ bool forget_dead(Schedule &schedule, std::int64_t moment) {
 // Before a signal, or the reset, that may end a process.
 bool ask_for_lines_of_events(RunFile &run, std::int64_t now, const Passer &passer) {
   RunPage &page = run.page;
-  bool any = page.reset_time <= now && ask_for_lines(run.schedule, 0);
+  bool any = end_of_board(page) <= now && ask_for_lines(run.schedule, 0);
   for (std::uint32_t i = 0; i < page.signal_count && i < kMaxSignals; ++i) {
     const PlannedSignal &planned = page.signals[i];
     if (planned.at <= now && planned.sent == 0)
@@ -108,7 +108,7 @@ bool ask_for_lines_of_events(RunFile &run, std::int64_t now, const Passer &passe
 }  // namespace
 
 std::int64_t next_event(const RunPage &page) {
-  std::int64_t next = page.reset_time.load(std::memory_order_relaxed);
+  std::int64_t next = end_of_board(page);
   for (std::uint32_t i = 0; i < page.signal_count && i < kMaxSignals; ++i) {
     if (page.signals[i].sent.load(std::memory_order_relaxed) == 0)
       next = std::min(next, page.signals[i].at);
@@ -138,7 +138,7 @@ Passed fire_events(RunFile &run, std::int64_t now, const Passer &passer) {
     call_seats(schedule, timer.process);
     result = Passed::kGiven;
   }
-  return page.reset_time.load(std::memory_order_relaxed) <= now ? Passed::kOver : result;
+  return end_of_board(page) <= now ? Passed::kOver : result;
 }
 
 Passed pass_baton(RunFile &run, const Passer &passer) {

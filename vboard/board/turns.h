@@ -23,15 +23,15 @@ enum class Passed : std::uint8_t {
   kGiven,  // somebody has the baton
   kIdle,   // nobody, until something comes from outside
   kStuck,  // nobody, for ever
-  kOver,   // the board is reset
+  kOver,   // the board is reset, or its power fails
 };
 
 // Under the schedule's lock, while nobody has the baton.
 Passed pass_baton(RunFile &run, const Passer &passer);
 
-// When a planned signal, or the board's reset, comes.
+// When a planned signal, or the end of the board, comes.
 std::int64_t next_event(const RunPage &page);
-// Sends the signals that are due, of timers as well. kOver when the board is reset.
+// Sends the signals that are due, of timers as well. kOver at the board's end.
 Passed fire_events(RunFile &run, std::int64_t now, const Passer &passer);
 
 }  // namespace vboard

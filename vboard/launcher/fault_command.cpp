@@ -28,10 +28,11 @@ constexpr char kUsage[] =
     "there\n"
     "           is refused, unless a last '*' stands for any rest of the name\n"
     "  CALL     open close read write ioctl ioctl:NAME mmap socket\n"
-    "  EFFECT   errno=NAME  short=N  result=N\n"
+    "  EFFECT   errno=NAME  short=N  result=N  power-cut\n"
     "  WHEN     nth=N  from=N  time=A..B (board seconds)\n"
     "  add /dev/watchdog ioctl:WDIOC_KEEPALIVE errno=EIO nth=3\n"
-    "  add /dev/iccard absent time=1.0..2.5 time=6.0..\n";
+    "  add /dev/iccard absent time=1.0..2.5 time=6.0..\n"
+    "  add /dev/mtd1 write power-cut nth=2\n";
 
 bool is_fault(std::string_view line) {
   Fault fault;

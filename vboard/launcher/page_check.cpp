@@ -12,7 +12,8 @@ bool has_own_numbers(const RunPage &page, const RunPage &own) {
   return page.magic == own.magic && page.launcher == own.launcher &&
          page.command.load() == own.command.load() && page.jumping == own.jumping &&
          page.speed_milli == own.speed_milli && page.monotonic_start == own.monotonic_start &&
-         page.story_records == own.story_records;
+         page.story_records == own.story_records &&
+         page.power_cut_at == own.power_cut_at;
 }
 
 bool has_own_signals(const RunPage &page, const RunPage &own) {
@@ -28,8 +29,7 @@ bool has_own_signals(const RunPage &page, const RunPage &own) {
 }
 
 bool is_outcome(std::uint32_t outcome) {
-  return outcome == kGoingOn || outcome == kBoardReset ||
-         outcome == kBoardReboot || outcome == kWaitsForEver;
+  return outcome == kGoingOn || outcome_text(outcome) != nullptr;
 }
 
 }  // namespace

@@ -48,9 +48,11 @@ constexpr char kUsage[] =
     "  --fault 'LINE'          a fault for this run only; may be repeated\n"
     "  --signal NAME@SECONDS   sends the command a signal at that board time; may be repeated\n"
     "  --for SECONDS           ends the run at that board time with SIGTERM\n"
+    "  --power-cut SECONDS     the power fails at that board time\n"
     "  --date 'YYYY-MM-DD hh:mm:ss'   the board's calendar clock (UTC) at the start\n"
     "The exit status is the command's; 80 after \"board reset\" (the watchdog), 81 after \"board\n"
-    "reboot\", 125 when vboard itself fails, 126 and 127 when the command cannot be run.\n"
+    "reboot\", 82 after \"power cut\", 125 when vboard itself fails, 126 and 127 when the command\n"
+    "cannot be run.\n"
     "Environment: VBOARD_PRELOAD names another interposer. With $LIB, the loader's folder, it is\n"
     "one for the PC's programs and one for 32-bit ARM, which are run by VBOARD_EMULATOR\n"
     "(qemu-arm-static) with the libraries of VBOARD_SYSROOT. ASAN_OPTIONS gets\n"
@@ -111,7 +113,7 @@ void send_due_signals(Run &run, std::int64_t now) {
 
 // How long to sleep until something of the run may be due.
 std::int64_t next_look(const Run &run, std::int64_t now) {
-  std::int64_t next = pc_moment(run, run.page->reset_time.load());
+  std::int64_t next = pc_moment(run, std::min(run.page->reset_time.load(), run.own.power_cut_at));
   for (std::uint32_t i = 0; i < run.own.signal_count; ++i) {
     if (run.own.signals[i].sent.load() == 0)
       next = std::min(next, pc_moment(run, run.own.signals[i].at));
@@ -156,8 +158,10 @@ int attend(Run &run, int signal_fd) {
     const std::int64_t now = pc_elapsed(run.own);
     send_due_signals(run, now);
     std::uint32_t going_on = kGoingOn;
-    if (pc_moment(run, page.reset_time.load()) <= now)
-      page.outcome.compare_exchange_strong(going_on, kBoardReset);
+    const std::int64_t reset_time = page.reset_time.load();
+    if (pc_moment(run, std::min(reset_time, run.own.power_cut_at)) <= now)
+      page.outcome.compare_exchange_strong(
+          going_on, run.own.power_cut_at <= reset_time ? kPowerCut : kBoardReset);
     const bool over = run.ended_at != kNoTime && now - run.ended_at >= kGrace;
     if (page.outcome.load() != kGoingOn || over || is_launcher_gone() ||
         is_overwritten(page, run.own))
@@ -167,19 +171,6 @@ int attend(Run &run, int signal_fd) {
       kill(run.command, received);
       run.ended_at = std::min(run.ended_at, now);
     }
-  }
-}
-
-const char *name_of_outcome(std::uint32_t outcome) {
-  switch (outcome) {
-    case kBoardReset:
-      return "board reset";
-    case kBoardReboot:
-      return "board reboot";
-    case kWaitsForEver:
-      return "waits for ever";
-    default:
-      return nullptr;
   }
 }
 
@@ -227,6 +218,7 @@ void fill_page(const RunOptions &options, std::int64_t started, RunPage &page) {
     page.signals[i].number = options.signals[i].number;
   }
   page.signal_count = static_cast<std::uint32_t>(options.signal_count);
+  page.power_cut_at = options.power_cut_at;
   page.monotonic_start = started;
 }
 
@@ -302,7 +294,7 @@ int run_on(const RunOptions &options, const char *board, const char *board_templ
 
   const bool overwritten = is_overwritten(page, run.own);
   const std::uint32_t ended_by = overwritten ? kGoingOn : page.outcome.load();
-  const char *outcome = name_of_outcome(ended_by);
+  const char *outcome = outcome_text(ended_by);
   result = end_story(outcome);
   if (overwritten)
     return fail("the run's memory was overwritten");

@@ -52,6 +52,7 @@ int parse_run_options(int argc, char **argv, RunOptions &out) {
   out.speed_milli = 1000;
   out.end_at = kNoTime;
   out.date = -1;
+  out.power_cut_at = kNoTime;
   int i = 0;
   for (; i < argc && argv[i][0] == '-'; ++i) {
     const std::string_view option(argv[i]);
@@ -79,6 +80,8 @@ int parse_run_options(int argc, char **argv, RunOptions &out) {
       right = parse_planned(value, out);
     } else if (option == "--for") {
       right = parse_seconds(value, out.end_at);
+    } else if (option == "--power-cut") {
+      right = parse_seconds(value, out.power_cut_at);
     } else if (option == "--date") {
       right = parse_calendar(value, out.date);
     } else {

@@ -20,8 +20,9 @@ struct RunOptions {
   int fault_count;
   PlannedSignal signals[kMaxSignals];  // --for's is the last one
   int signal_count;
-  std::int64_t end_at;  // of --for, kNoTime without it
-  std::int64_t date;    // -1 without it
+  std::int64_t end_at;        // of --for, kNoTime without it
+  std::int64_t date;          // -1 without it
+  std::int64_t power_cut_at;  // kNoTime without it
   char **command;
 };
 

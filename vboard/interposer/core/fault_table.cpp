@@ -4,6 +4,7 @@
 #include "vboard/base/text.h"
 #include "vboard/board/board_files.h"
 #include "vboard/interposer/core/engine.h"
+#include "vboard/interposer/core/power_cut.h"
 #include "vboard/interposer/core/state.h"
 #include "vboard/interposer/models/model.h"
 
@@ -179,6 +180,8 @@ const Fault *meet_fault(NodeNames names, const char *call, const char *request,
       first = &fault;
     }
   }
+  if (first != nullptr && first->effect == FaultEffect::kPowerCut)
+    fail_power_in(call);
   return first;
 }
 

@@ -4,6 +4,7 @@
 #include "vboard/base/text.h"
 #include "vboard/board/board_files.h"
 #include "vboard/interposer/core/device_lock.h"
+#include "vboard/interposer/core/device_time.h"
 #include "vboard/interposer/core/engine.h"
 #include "vboard/interposer/core/opening.h"
 #include "vboard/interposer/core/shared_files.h"
@@ -198,6 +199,10 @@ void wake_all(OpenFile &) {
   run_page().changes.fetch_add(1, std::memory_order_relaxed);
 }
 
+void work(OpenFile &file, BoardTime duration, Progress progress) {
+  take_device_time(description_of(file), duration, progress);
+}
+
 constexpr Host kInterposer = {
     .version = kHostVersion,
     .board_time = get_board_time,
@@ -220,6 +225,7 @@ constexpr Host kInterposer = {
     .device_memory = memory_of,
     .open_child = hand_out,
     .wake = wake_all,
+    .take_time = work,
 };
 
 }  // namespace

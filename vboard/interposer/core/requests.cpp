@@ -4,8 +4,10 @@
 #include "vboard/base/text.h"
 #include "vboard/board/board_files.h"
 #include "vboard/interposer/core/device_lock.h"
+#include "vboard/interposer/core/device_time.h"
 #include "vboard/interposer/core/engine.h"
 #include "vboard/interposer/core/host.h"
+#include "vboard/interposer/core/power_cut.h"
 #include "vboard/interposer/core/state.h"
 #include "vboard/interposer/core/trace.h"
 #include "vboard/interposer/models/models.h"
@@ -175,7 +177,7 @@ void begin_line(const Call &call, TraceLine &line) {
 int ask_model(Call &call) {
   if (call.row == nullptr)
     return -ENOTTY;
-  const DeviceLock lock;
+  const DeviceTurn turn(*call.description);
   if (is_interface_request(call.argument.number))
     return ask_interface(call);
   look_at_node(*call.description);
@@ -225,7 +227,9 @@ int request_on_board(Description &description, std::uint32_t number, std::uint64
   TraceLine line;
   begin_line(call, line);
   perform(call, line);
+  end_power_if_failing();
   trace_end(line, call.result, -call.result);
+  end_device_work();
   free(call.large);
   spend_call();
   return call.result;

@@ -146,7 +146,7 @@ void pass_on() {
       end_run(kWaitsForEver);
     case Passed::kOver:
       give_up_lock(schedule().lock);
-      end_run(kBoardReset);
+      end_run(outcome_of_end(run_page()));
     default:
       break;
   }

@@ -52,6 +52,7 @@ void map_page() {
   own_page.monotonic_start = pc_monotonic();
   own_page.calendar_start = pc_calendar();
   own_page.reset_time = kNoTime;
+  own_page.power_cut_at = kNoTime;
   own_page.story_records = -1;
   const char *file = getenv(kRunVariable);
   if (file == nullptr)
@@ -208,8 +209,9 @@ void end_run(std::uint32_t outcome) {
     } pause = {0, 20'000'000};
     syscall(SYS_nanosleep, &pause, nullptr);
   }
-  const char *text = outcome == kBoardReset ? "board reset\n" : "board reboot\n";
+  const char *text = outcome_text(outcome);
   sys_write(2, text, strlen(text));
+  sys_write(2, "\n", 1);
   for (;;)
     syscall(SYS_exit_group, static_cast<int>(outcome));
 }

@@ -62,7 +62,7 @@ bool is_own_descriptor(int fd);
 void add_own_descriptor(int fd);
 void remove_own_descriptor(int fd);
 
-// Ends the run, kBoardReset or kBoardReboot. Does not return.
+// Ends the run with kBoardReset, kBoardReboot or kPowerCut. Does not return.
 [[noreturn]] void end_run(std::uint32_t outcome);
 
 }  // namespace vboard

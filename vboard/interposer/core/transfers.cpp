@@ -5,9 +5,11 @@
 #include "vboard/board/attributes.h"
 #include "vboard/interposer/core/attribute_changes.h"
 #include "vboard/interposer/core/device_lock.h"
+#include "vboard/interposer/core/device_time.h"
 #include "vboard/interposer/core/engine.h"
 #include "vboard/interposer/core/host.h"
 #include "vboard/interposer/core/opening.h"
+#include "vboard/interposer/core/power_cut.h"
 #include "vboard/interposer/core/state.h"
 #include "vboard/interposer/core/trace.h"
 #include "vboard/interposer/models/model.h"
@@ -44,7 +46,7 @@ UserMemory memory_at(const void *address, std::size_t size) {
 // The host's descriptor of a medium takes the program's pointer as the kernel does.
 ssize_t read_medium_of(Description &description, void *buffer, std::size_t size,
                        std::int64_t offset) {
-  const DeviceLock lock;
+  const DeviceTurn turn(description);
   const OpenFile &file = description.file;
   return at_offset(description, offset,
                    [&](std::int64_t at) { return sys_pread(file.medium, buffer, size, at); });
@@ -52,10 +54,31 @@ ssize_t read_medium_of(Description &description, void *buffer, std::size_t size,
 
 ssize_t write_medium_of(Description &description, const void *buffer, std::size_t size,
                         std::int64_t offset) {
-  const DeviceLock lock;
+  const DeviceTurn turn(description);
   const OpenFile &file = description.file;
   return at_offset(description, offset,
                    [&](std::int64_t at) { return sys_pwrite(file.medium, buffer, size, at); });
+}
+
+// Bytes that need their time on a line arrive a sector at a time: a write that is broken off leaves
+// the sectors before.
+ssize_t write_sectors(Description &description, const void *buffer, std::size_t size,
+                      std::int64_t offset) {
+  const char *bytes = static_cast<const char *>(buffer);
+  const std::size_t most = line_time(description, kSector) > 0 ? kSector : size;
+  std::size_t done = 0;
+  do {
+    const std::size_t piece = std::min(size - done, most);
+    pass_line_time(description, piece);
+    const std::int64_t at =
+        offset == kAtPosition ? offset : offset + static_cast<std::int64_t>(done);
+    const ssize_t put = write_medium_of(description, bytes + done, piece, at);
+    if (put <= 0)
+      return done > 0 ? static_cast<ssize_t>(done) : put;
+    done += static_cast<std::size_t>(put);
+    end_device_work();
+  } while (done < size);
+  return static_cast<ssize_t>(done);
 }
 
 ssize_t read_model(Description &description, void *buffer, std::size_t size, std::int64_t offset) {
@@ -71,6 +94,7 @@ ssize_t read_model(Description &description, void *buffer, std::size_t size, std
     return -EINVAL;
   for (;;) {
     if (offset == kAtPosition) {
+      end_device_work();
       const int waited = wait_readable(description);
       if (waited < 0)
         return waited;
@@ -79,7 +103,7 @@ ssize_t read_model(Description &description, void *buffer, std::size_t size, std
     }
     ssize_t result;
     {
-      const DeviceLock lock;
+      const DeviceTurn turn(description);
       look_at_node(description);
       auto read = [&](std::int64_t at) { return model.read(file, memory_at(buffer, size), at); };
       result = model.medium_is_stream ? at_offset(description, offset, read) : read(0);
@@ -95,11 +119,12 @@ ssize_t write_model(Description &description, const void *buffer, std::size_t si
   const Model &model = *file.model;
   if (model.write == nullptr)
     return model.medium_is_stream && file.medium >= 0
-               ? write_medium_of(description, buffer, size, offset)
+               ? write_sectors(description, buffer, size, offset)
                : -model.no_stream;
   if (offset != kAtPosition && !model.medium_is_stream)
     return -ESPIPE;
-  const DeviceLock lock;
+  pass_line_time(description, size);
+  const DeviceTurn turn(description);
   look_at_node(description);
   auto write = [&](std::int64_t at) { return model.write(file, memory_at(buffer, size), at); };
   return model.medium_is_stream ? at_offset(description, offset, write) : write(0);
@@ -188,6 +213,11 @@ Transfer begin_transfer(Description &description, const char *call, std::size_t 
   if (fault != nullptr && fault->effect == FaultEffect::kShort &&
       static_cast<std::uint64_t>(fault->value) < size)
     size = static_cast<std::size_t>(fault->value);
+  if (fault != nullptr && fault->effect == FaultEffect::kPowerCut) {
+    size = size_before_power_cut(description, size);
+    if (size == 0)
+      end_power_if_failing();
+  }
   return {fault, size};
 }
 
@@ -231,6 +261,8 @@ ssize_t read_on_board(Description &description, void *buffer, std::size_t size,
   const Transfer transfer = begin_transfer(description, "read", size);
   ssize_t result = fails(transfer) ? static_cast<ssize_t>(-transfer.fault->value)
                                    : read_kind(description, buffer, transfer.size, offset);
+  if (result > 0)
+    pass_line_time(description, static_cast<std::size_t>(result));
   if (tracing()) {
     const std::size_t got = result > 0 ? static_cast<std::size_t>(result) : 0;
     TraceLine line;
@@ -240,6 +272,7 @@ ssize_t read_on_board(Description &description, void *buffer, std::size_t size,
     result = shown(transfer, result);
     trace_end(line, result, static_cast<int>(-result));
   }
+  end_device_work();
   spend_call();
   return shown(transfer, result);
 }
@@ -272,8 +305,10 @@ ssize_t write_on_board(Description &description, const void *buffer, std::size_t
   // Devices and attributes may have no room of their own.
   if (!fails(transfer) && description.kind == Kind::kFile)
     notice_full(result);
+  end_power_if_failing();
   result = shown(transfer, result);
   trace_end(line, result, static_cast<int>(-result));
+  end_device_work();
   spend_call();
   return result;
 }

@@ -15,7 +15,12 @@
 
 namespace vboard {
 
-inline constexpr std::uint32_t kHostVersion = 1;
+inline constexpr std::uint32_t kHostVersion = 2;
+
+// Which piece of its work a device is at in a call: `done` of `all` pieces are finished.
+struct Progress {
+  std::uint64_t done = 0, all = 1;
+};
 
 struct Host {
   std::uint32_t version;
@@ -41,6 +46,7 @@ struct Host {
   int (*open_child)(OpenFile &parent, const Model &model, int flags, const void *state,
                     std::size_t size);
   void (*wake)(OpenFile &file);
+  void (*take_time)(OpenFile &file, BoardTime duration, Progress progress);
 };
 
 // The host of this process; the host sets it before it calls any model.
@@ -186,6 +192,15 @@ inline int open_child(OpenFile &parent, const Model &model, int flags, const voi
 // clock brings.
 inline void wake(OpenFile &file) {
   host->wake(file);
+}
+
+// One piece of the device's own work, such as erasing a block: board time passes for the caller,
+// whose signals wait until the model has answered. A model calls it when half of the piece is on
+// the medium, for that is what a power cut in it leaves, and does the rest afterwards. Other
+// threads and processes go on meanwhile, and a setting's text does not outlast this. Whoever calls
+// the same device waits for the end of the piece.
+inline void take_time(OpenFile &file, BoardTime duration, Progress progress = {}) {
+  host->take_time(file, duration, progress);
 }
 
 }  // namespace vboard

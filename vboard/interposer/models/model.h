@@ -179,6 +179,8 @@ struct Model {
   const char *medium_setting = "medium";
   bool medium_is_stream = false;
   int no_stream = EINVAL;
+  // write() does its work in pieces, with take_time() of host.h in each.
+  bool writes_in_pieces = false;
   // Runs once for an open file, close() with its last descriptor.
   int (*open)(OpenFile &file) = nullptr;
   void (*close)(OpenFile &file) = nullptr;

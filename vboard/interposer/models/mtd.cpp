@@ -31,6 +31,8 @@ static_assert(sizeof(mtd_oob_buf) == 8 + sizeof(void *) && sizeof(mtd_oob_buf64)
 
 constexpr std::int64_t kMostSpare = 4096;  // bytes that one request for spare bytes may move
 
+constexpr std::int64_t kMostTime = 1'000'000'000;  // of erase_ms and page_us
+
 constexpr Setting kSettings[] = {
     // "type" is what stat() shows the node as.
     {.key = "flash",
@@ -76,6 +78,16 @@ constexpr Setting kSettings[] = {
      .otherwise = "-1",
      .help = "one more of them",
      .least = -1},
+    {.key = "erase_ms",
+     .kind = kNumber,
+     .otherwise = "0",
+     .help = "board milliseconds that erasing a block takes",
+     .most = kMostTime},
+    {.key = "page_us",
+     .kind = kNumber,
+     .otherwise = "0",
+     .help = "board microseconds that programming a page takes; without pages, 256 bytes",
+     .most = kMostTime},
 };
 
 bool is_for_writing(const OpenFile &file) {
@@ -104,8 +116,9 @@ int erase(OpenFile &file, std::uint64_t start, std::uint64_t length) {
   if (length == 0 || start % block != 0 || length % block != 0 || start > flash ||
       length > flash - start)
     return -EINVAL;
-  for (std::uint64_t at = start; at < start + length; at += block) {
-    if (const int error = erase_block(file, at))
+  Progress progress = {.done = 0, .all = length / block};
+  for (; progress.done < progress.all; ++progress.done) {
+    if (const int error = erase_block(file, start + progress.done * block, progress))
       return error;
   }
   return 0;
@@ -233,7 +246,10 @@ int read_spare_of(OpenFile &file, std::uint64_t start, std::uint32_t length, std
   return error < 0 ? error : copy_out(to, bytes, length);
 }
 
-int write_spare_of(OpenFile &file, std::uint64_t start, std::uint32_t length, std::uint64_t from) {
+// `alone`: without the page that they belong to, so that it takes a page's time. Power that fails
+// meanwhile leaves them as they were.
+int write_spare_of(OpenFile &file, std::uint64_t start, std::uint32_t length, std::uint64_t from,
+                   bool alone) {
   unsigned char bytes[kMostSpare];
   if (!is_for_writing(file))
     return -EPERM;
@@ -249,8 +265,11 @@ int write_spare_of(OpenFile &file, std::uint64_t start, std::uint32_t length, st
     return -EROFS;
   if (is_bad(file, start))
     return -EIO;
-  const int error = copy_in(bytes, from, length);
-  return error < 0 ? error : program_spare(file, {bytes, length}, offset);
+  if (const int error = copy_in(bytes, from, length))
+    return error;
+  if (alone)
+    take_time(file, program_time(file));
+  return program_spare(file, {bytes, length}, offset);
 }
 
 std::uint64_t address_of(const unsigned char *pointer) {
@@ -266,7 +285,7 @@ int read_spare_bytes(OpenFile &file, mtd_oob_buf &record) {
 }
 
 int write_spare_bytes(OpenFile &file, mtd_oob_buf &record) {
-  return write_spare_of(file, record.start, record.length, address_of(record.ptr));
+  return write_spare_of(file, record.start, record.length, address_of(record.ptr), true);
 }
 
 int read_spare_bytes_64(OpenFile &file, mtd_oob_buf64 &record) {
@@ -274,19 +293,29 @@ int read_spare_bytes_64(OpenFile &file, mtd_oob_buf64 &record) {
 }
 
 int write_spare_bytes_64(OpenFile &file, mtd_oob_buf64 &record) {
-  return write_spare_of(file, record.start, record.length, record.usr_ptr);
+  return write_spare_of(file, record.start, record.length, record.usr_ptr, true);
 }
 
-// The spare bytes of the pages from `start` on. `length` may be more than these have: the rest is
-// ignored.
-int write_spare_of_pages(OpenFile &file, const mtd_write_req &record, std::uint64_t pages,
-                         std::uint64_t length) {
+// Each page from `start` on, and then its spare bytes. There may be spare bytes for fewer pages;
+// those for more are ignored.
+int write_whole_pages(OpenFile &file, const mtd_write_req &record, std::uint64_t length,
+                      std::uint64_t spare_length) {
+  const std::uint64_t page = page_size(file);
   const std::uint64_t spare = spare_size(file);
-  for (std::uint64_t page = 0; page < pages && page * spare < length; ++page) {
-    const std::uint64_t done = page * spare;
-    if (const int error = write_spare_of(file, record.start + page * page_size(file),
-                                         static_cast<std::uint32_t>(std::min(spare, length - done)),
-                                         record.usr_oob + done))
+  Progress progress = {.done = 0, .all = length / page};
+  for (; progress.done < progress.all; ++progress.done) {
+    const std::uint64_t data = progress.done * page;
+    std::size_t count = 0;
+    if (const int error =
+            program_page(file, {record.usr_data + data, static_cast<std::size_t>(page)},
+                         record.start + data, progress, count))
+      return error;
+    const std::uint64_t before = progress.done * spare;
+    if (before >= spare_length)
+      continue;
+    const std::uint32_t rest = static_cast<std::uint32_t>(std::min(spare, spare_length - before));
+    if (const int error =
+            write_spare_of(file, record.start + data, rest, record.usr_oob + before, false))
       return error;
   }
   return 0;
@@ -310,15 +339,12 @@ int write_pages(OpenFile &file, mtd_write_req &record) {
     return spare_length > spare
                ? -EINVAL
                : write_spare_of(file, record.start - record.start % page,
-                                static_cast<std::uint32_t>(spare_length), record.usr_oob);
+                                static_cast<std::uint32_t>(spare_length), record.usr_oob, true);
   if (is_protected(file))
     return -EROFS;
   if (record.start % page != 0 || length % page != 0)
     return -EINVAL;
-  const ssize_t written =
-      program(file, {record.usr_data, static_cast<std::size_t>(length)}, record.start);
-  return written < 0 ? static_cast<int>(written)
-                     : write_spare_of_pages(file, record, length / page, spare_length);
+  return write_whole_pages(file, record, length, spare_length);
 }
 
 // Deprecated, and still how tools learn how many spare bytes are free: all of them.
@@ -378,6 +404,7 @@ extern constexpr Model kMtdModel = {
     .medium_size = 64 << 10,
     .medium_fill = 0xFF,
     .medium_is_stream = true,
+    .writes_in_pieces = true,
     .write = mtd_write,
 };
 

@@ -15,6 +15,12 @@ namespace {
 
 constexpr std::size_t kPiece = 512;  // bytes that are programmed at a time
 
+// Pages of flash that takes single bytes.
+constexpr std::uint64_t kSerialPage = 256;
+
+constexpr BoardTime kMicrosecond = 1000;
+constexpr BoardTime kMillisecond = 1'000'000;
+
 constexpr FlashType kTypes[] = {
     {"nor", MTD_NORFLASH, MTD_CAP_NORFLASH, false, false},
     {"nand", MTD_NANDFLASH, MTD_CAP_NANDFLASH, true, false},
@@ -45,6 +51,41 @@ int program_piece(OpenFile &file, const UserMemory &from, std::uint64_t at) {
   for (std::size_t i = 0; i < from.size; ++i)
     page[i] = static_cast<unsigned char>(sets_bits ? bytes[i] : page[i] & bytes[i]);
   return write_medium(file, page, from.size, offset);
+}
+
+// Programs bytes and counts them in `done`.
+int program_bytes(OpenFile &file, const UserMemory &from, std::uint64_t at, std::size_t &done) {
+  const std::uint64_t block = block_size(file);
+  const bool is_nand = type_of(file).is_nand;
+  for (std::size_t begin = 0; begin < from.size;) {
+    const std::uint64_t offset = at + begin;
+    std::uint64_t piece = std::min<std::uint64_t>(from.size - begin, kPiece);
+    if (is_nand)
+      piece = std::min(piece, block - offset % block);
+    const std::size_t size = static_cast<std::size_t>(piece);
+    if (const int error = program_piece(file, {from.address + begin, size}, offset))
+      return error;
+    begin += size;
+    done += size;
+  }
+  return 0;
+}
+
+// The bytes that the chip programs at a time.
+std::uint64_t program_size(const OpenFile &file) {
+  return type_of(file).is_nand ? page_size(file) : std::max(page_size(file), kSerialPage);
+}
+
+int erase_bytes(OpenFile &file, std::uint64_t at, std::uint64_t size) {
+  unsigned char page[256];
+  memset(page, 0xFF, sizeof page);
+  for (std::uint64_t done = 0; done < size; done += sizeof page) {
+    const std::size_t piece =
+        static_cast<std::size_t>(std::min<std::uint64_t>(sizeof page, size - done));
+    if (const int error = write_medium(file, page, piece, static_cast<std::int64_t>(at + done)))
+      return error;
+  }
+  return 0;
 }
 
 }  // namespace
@@ -84,21 +125,31 @@ bool is_bad(const OpenFile &file, std::uint64_t offset) {
 }
 
 ssize_t program(OpenFile &file, const UserMemory &from, std::uint64_t at) {
-  const std::uint64_t block = block_size(file);
-  const bool is_nand = type_of(file).is_nand;
+  const std::uint64_t page = program_size(file);
+  Progress progress = {.done = 0, .all = (at % page + from.size + page - 1) / page};
   std::size_t done = 0;
-  while (done < from.size) {
+  for (; done < from.size; ++progress.done) {
     const std::uint64_t offset = at + done;
-    std::uint64_t piece = std::min<std::uint64_t>(from.size - done, kPiece);
-    if (is_nand)
-      piece = std::min(piece, block - offset % block);
-    const int error =
-        program_piece(file, {from.address + done, static_cast<std::size_t>(piece)}, offset);
+    const std::size_t piece =
+        static_cast<std::size_t>(std::min<std::uint64_t>(from.size - done, page - offset % page));
+    const int error = program_page(file, {from.address + done, piece}, offset, progress, done);
     if (error < 0)
-      return done > 0 && !is_nand ? static_cast<ssize_t>(done) : error;
-    done += static_cast<std::size_t>(piece);
+      return done > 0 && !type_of(file).is_nand ? static_cast<ssize_t>(done) : error;
   }
   return static_cast<ssize_t>(done);
+}
+
+BoardTime program_time(const OpenFile &file) {
+  return setting_number(file, "page_us") * kMicrosecond;
+}
+
+int program_page(OpenFile &file, const UserMemory &from, std::uint64_t at, Progress progress,
+                 std::size_t &done) {
+  const std::size_t half = from.size / 2;
+  if (const int error = program_bytes(file, {from.address, half}, at, done))
+    return error;
+  take_time(file, program_time(file), progress);
+  return program_bytes(file, {from.address + half, from.size - half}, at + half, done);
 }
 
 bool is_listed(std::string_view list, std::uint64_t wanted) {
@@ -110,18 +161,21 @@ bool is_listed(std::string_view list, std::uint64_t wanted) {
   return false;
 }
 
-int erase_block(OpenFile &file, std::uint64_t at) {
-  if (is_bad(file, at) || is_worn(file, at))
+int erase_block(OpenFile &file, std::uint64_t at, Progress progress) {
+  if (is_bad(file, at))
     return -EIO;
   const std::uint64_t block = block_size(file);
-  unsigned char page[256];
-  memset(page, 0xFF, sizeof page);
-  for (std::uint64_t in_block = 0; in_block < block; in_block += sizeof page) {
-    const std::size_t piece =
-        static_cast<std::size_t>(std::min<std::uint64_t>(sizeof page, block - in_block));
-    if (const int error = write_medium(file, page, piece, static_cast<std::int64_t>(at + in_block)))
+  const std::uint64_t half = block / 2;
+  const bool worn = is_worn(file, at);
+  if (!worn) {
+    if (const int error = erase_bytes(file, at, half))
       return error;
   }
+  take_time(file, setting_number(file, "erase_ms") * kMillisecond, progress);
+  if (worn)
+    return -EIO;
+  if (const int error = erase_bytes(file, at + half, block - half))
+    return error;
   const std::uint64_t spare = spare_size(file);
   return spare == 0
              ? 0
