@@ -60,8 +60,19 @@ TEST_F(NoDisk, hdio_returns_minus_one_when_the_request_fails) {
 }
 
 TEST_F(NoDisk, hdio_refuses_a_null_buffer_where_it_needs_one) {
-  for (const int code : {208, 209, 213, 236, 214, 0})
+  for (const int code : {208, 209, 213, 236, 214, 0}) {
+    errno = 0;
     EXPECT_EQ(printed(-1, [&] { return sata_command_execute(fd, code, nullptr); }), "");
+    EXPECT_EQ(errno, 0) << code << " was sent";
+  }
+}
+
+TEST_F(NoDisk, hdio_sends_a_command_without_data_also_without_a_buffer) {
+  for (const int code : {210, 212, 216, 217, 218, 219, 224, 231}) {
+    errno = 0;
+    printed(-1, [&] { return sata_command_execute(fd, code, nullptr); });
+    EXPECT_NE(errno, 0) << code << " was not sent";
+  }
 }
 
 TEST_F(NoDisk, sg_io_refuses_a_negative_descriptor_first) {
@@ -105,6 +116,14 @@ TEST_F(NoDisk, sg_io_refuses_null_data) {
   EXPECT_EQ(printed(-1, [&] { return sata_command_execute_esata(fd, 136, &one, 1u, null); }), "");
   EXPECT_EQ(printed(-1, [&] { return sata_command_execute_esata(fd, 146, nullptr, 512u, 0u); }),
             "");
+}
+
+TEST_F(NoDisk, sg_io_refuses_a_vendor_read_without_a_count) {
+  void *const data = sector.data();
+  errno = 0;
+  EXPECT_EQ(printed(-1, [&] { return sata_command_execute_esata(fd, 134, nullptr, 1u, data); }),
+            "");
+  EXPECT_EQ(errno, 0);
 }
 
 // The release build as well: this program is compiled with NDEBUG there.
