@@ -58,6 +58,8 @@ TEST(AtaIdentify, sectors_by_the_widest_addresses_that_the_drive_has) {
   EXPECT_EQ(drive.decode().sectors, 0x02345678u);
   drive.word(83, 0x4400).word(100, 0x1111).word(101, 0x2222).word(102, 0x3333).word(103, 0);
   EXPECT_EQ(drive.decode().sectors, 0x333322221111u);
+  drive.word(103, 0x4444);
+  EXPECT_EQ(drive.decode().sectors, 0x4444333322221111u);
   drive.word(83, 0x0400);  // a word that is not valid says nothing
   EXPECT_EQ(drive.decode().sectors, 0x02345678u);
   drive.word(83, 0x4400).word(69, 0x0008).word(230, 0x0005).word(232, 0x0001);
@@ -82,6 +84,8 @@ TEST(AtaIdentify, sector_sizes) {
   drive.word(106, 0x6003);
   EXPECT_EQ(drive.decode().logical_sector_size, 512u);
   EXPECT_EQ(drive.decode().physical_sector_size, 4096u);
+  drive.word(106, 0x4003);  // bit 13 clear: one logical sector in each
+  EXPECT_EQ(drive.decode().physical_sector_size, 512u);
   drive.word(106, 0x5000).word(117, 2048);
   EXPECT_EQ(drive.decode().logical_sector_size, 4096u);
   EXPECT_EQ(drive.decode().physical_sector_size, 4096u);
