@@ -8,6 +8,7 @@
 
 #include <dlfcn.h>
 #include <errno.h>
+#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
 #include <string.h>
@@ -30,6 +31,8 @@ struct Connector {
   int interrupted_wait = 0;             // SIGINT comes when this wait begins, from 1; 0: never
   int failed_wait = 0;                  // this wait finds an error of the socket, as receiving does
   std::size_t interrupted_receive = 0;  // SIGINT comes with this datagram, from 1; 0: never
+  int refused_socket = 0;               // the errno of socket() when that fails
+  int refused_bind = 0;                 // that of bind()
   int refused_option = -1;              // an option of the socket that takes a privilege
   std::vector<int> options;             // in the order in which they were set
 };
@@ -56,11 +59,19 @@ extern "C" {
 int socket(int domain, int type, int protocol) noexcept {
   if (connector == nullptr)
     return real(&socket, "socket")(domain, type, protocol);
-  return connector->ends[0];
+  if (connector->refused_socket == 0)
+    return connector->ends[0];
+  errno = connector->refused_socket;
+  return -1;
 }
 
 int bind(int fd, const sockaddr *addr, socklen_t len) noexcept {
-  return connector == nullptr ? real(&bind, "bind")(fd, addr, len) : 0;
+  if (connector == nullptr)
+    return real(&bind, "bind")(fd, addr, len);
+  if (connector->refused_bind == 0)
+    return 0;
+  errno = connector->refused_bind;
+  return -1;
 }
 
 int setsockopt(int fd, int level, int optname, const void *optval, socklen_t optlen) noexcept {
@@ -196,6 +207,23 @@ TEST_F(ProctraceSocket, datagrams_of_other_processes_are_ignored) {
   EXPECT_EQ(out, "");
   EXPECT_EQ(err, "exec pid=1/tgid=2\nexec pid=9/tgid=10\nunhandled event: 0x     100\n");
   EXPECT_EQ(operations(), (std::vector<std::uint32_t>{1, 2}));
+}
+
+TEST_F(ProctraceSocket, a_socket_that_is_not_to_be_had_has_its_code) {
+  played.refused_socket = EPROTONOSUPPORT;
+  EXPECT_EQ(run(), static_cast<int>(0xB8090006u));
+  close(played.ends[0]);
+  EXPECT_EQ(out, "[proctrace_main:212]RETURN:Create socket fail[93]\n");
+  EXPECT_EQ(err, "");
+}
+
+TEST_F(ProctraceSocket, an_address_that_is_not_to_be_had_has_its_code) {
+  played.refused_bind = EADDRINUSE;
+  EXPECT_EQ(run(), static_cast<int>(0xB8090007u));
+  EXPECT_EQ(out, "[proctrace_main:220]WARN:bind socket fail[98]\n");
+  EXPECT_EQ(err, "");
+  EXPECT_EQ(fcntl(played.ends[0], F_GETFD), -1);  // closed
+  EXPECT_EQ(operations(), (std::vector<std::uint32_t>{}));
 }
 
 // The board's limit is for those who may not pass it.
