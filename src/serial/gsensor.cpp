@@ -211,8 +211,7 @@ int read_samples(const Session &session, Mode mode) {
   else  // unlike the answer to -g, no blank before "Gyro"
     printf("Accel Full Scale is %d g,\nGyro Full Scale is %d \n", config.accel_g, config.gyro_dps);
 
-  const bool endless = mode == Mode::kData && !session.self_test;
-  while (endless || running.load(std::memory_order_relaxed)) {
+  while (running.load(std::memory_order_relaxed)) {
     fd_set readable;
     FD_ZERO(&readable);
     FD_SET(session.device, &readable);
