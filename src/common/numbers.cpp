@@ -21,9 +21,9 @@ std::uint32_t parse_u32(const char *text, int base) {
   // Read as signed: a 64-bit strtoul() could not tell -1 from 18446744073709551615.
   constexpr long long kLimit = std::numeric_limits<std::uint32_t>::max();
   const long long value = strtoll(text, nullptr, base);
-  if (value > kLimit || value < -kLimit)
+  if (value < -kLimit)
     return std::numeric_limits<std::uint32_t>::max();
-  return static_cast<std::uint32_t>(value);
+  return static_cast<std::uint32_t>(std::min(value, kLimit));
 }
 
 bool scan_u32(const char *text, int base, std::uint32_t &out_value) {
