@@ -50,7 +50,7 @@ std::uint32_t pack_build_time(const char *text) {
   int minute = 0;
   int second = 0;
   sscanf(text, "%d:%d:%d", &hour, &minute, &second);
-  return (static_cast<std::uint32_t>(hour) << 16 & 0xFF0000) |
-         (static_cast<std::uint32_t>(minute) << 8 & 0xFFFF) |
+  return (static_cast<std::uint32_t>(hour) & 0xFF) << 16 |
+         (static_cast<std::uint32_t>(minute) & 0xFF) << 8 |
          (static_cast<std::uint32_t>(second) & 0xFF);
 }

@@ -69,8 +69,9 @@ TEST(PackBuildTime, leaves_unread_fields_at_0) {
 TEST(PackBuildTime, masks_each_field) {
   EXPECT_EQ(pack_build_time("257:00:256"), time(1, 0, 0));
   EXPECT_EQ(pack_build_time("255:00:511"), time(255, 0, 255));
-  // The minute is cut to the low 16 bits after the shift.
+  // The minute keeps its low eight bits too.
   EXPECT_EQ(pack_build_time("00:258:00"), time(0, 2, 0));
+  EXPECT_EQ(pack_build_time("00:511:00"), time(0, 255, 0));
 }
 
 TEST(BuildStamp, has_the_compilers_forms) {
