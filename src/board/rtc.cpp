@@ -15,6 +15,8 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <array>
+
 namespace {
 
 constexpr char kUsage[] = "\ninput error!!!\n";
@@ -32,7 +34,7 @@ constexpr char kReadFailed[] =
 constexpr char kCloseFailed[] =
     "\xB9\xD8\xB1\xD5\xCE\xC4\xBC\xFE\xCA\xA7\xB0\xDC!";  // 关闭文件失败! closing the file failed
 
-constexpr int kReadings = 6;
+using Readings = std::array<int, 6>;
 
 static_assert(sizeof(rtc_time) == 36);
 static_assert(RTC_RD_TIME == 0x80247009 && RTC_SET_TIME == 0x4024700A);
@@ -54,30 +56,26 @@ void print_time(const rtc_time &time) {
          time.tm_hour, time.tm_min, time.tm_sec);
 }
 
-// Prints six readings, a second apart, and stores the seconds fields of the first and the last.
-// False as soon as one fails.
-bool watch_clock(int device, int *out_first, int *out_last) {
-  for (int i = 0; i < kReadings; ++i) {
+// Prints six readings, a second apart, and stores their seconds fields. False as soon as one fails.
+bool watch_clock(int device, Readings &out_seconds) {
+  for (int &seconds : out_seconds) {
     rtc_time time = {};
     if (ioctl(device, RTC_RD_TIME, &time) != 0)
       return false;
     print_time(time);
-    if (i == 0)
-      *out_first = time.tm_sec;
-    *out_last = time.tm_sec;
+    seconds = time.tm_sec;
     sleep(1);
   }
   return true;
 }
 
 void test_clock(int device) {
-  int first = 0;
-  int last = 0;
-  if (!watch_clock(device, &first, &last)) {
+  Readings seconds = {};
+  if (!watch_clock(device, seconds)) {
     puts("rtc rd time faid");  // sic
     return;
   }
-  if (!clock_runs(elapsed_seconds(first, last)))
+  if (!clock_runs(elapsed_seconds(seconds.front(), seconds.back())))
     return;
   puts(kRuns);
 
@@ -89,7 +87,7 @@ void test_clock(int device) {
   sleep(1);
 
   puts(kAfterSetting);
-  if (!watch_clock(device, &first, &last))
+  if (!watch_clock(device, seconds))
     puts(kReadFailed);
 }
 
