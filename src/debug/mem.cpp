@@ -245,11 +245,10 @@ void cmd_mem_dump(int device, std::uint32_t address, std::uint32_t length, const
 
 // Command line.
 //
-// An argument that is not a number leaves the default, as does one that is not there.
+// An argument that is not a number leaves the default. So does the null pointer after the last one.
 
-std::uint32_t hex_argument(int argc, char **argv, int index, std::uint32_t otherwise) {
-  if (index < argc)
-    scan_u32(argv[index], 16, otherwise);
+std::uint32_t hex_argument(const char *word, std::uint32_t otherwise) {
+  scan_u32(word, 16, otherwise);
   return otherwise;
 }
 
@@ -266,7 +265,7 @@ int run_r(int device, int argc, char **argv) {
     puts("syntex: mem r [addr] (length)\r");  // sic, as in all of these
     return 0;
   }
-  cmd_mem_r(device, hex_argument(argc, argv, 2, 0), hex_argument(argc, argv, 3, kDefaultLength));
+  cmd_mem_r(device, hex_argument(argv[2], 0), hex_argument(argv[3], kDefaultLength));
   return 0;
 }
 
@@ -275,7 +274,7 @@ int run_w(int device, int argc, char **argv) {
     puts("syntex: mem w [addr] [data]\r");
     return 0;
   }
-  cmd_mem_w(device, hex_argument(argc, argv, 2, 0), hex_argument(argc, argv, 3, 0));
+  cmd_mem_w(device, hex_argument(argv[2], 0), hex_argument(argv[3], 0));
   return 0;
 }
 
@@ -284,8 +283,8 @@ int run_fill(int device, int argc, char **argv) {
     puts("syntex: mem fill [addr] [length] (data)\r");
     return 0;
   }
-  cmd_mem_fill(device, hex_argument(argc, argv, 2, 0), hex_argument(argc, argv, 3, 0),
-               hex_argument(argc, argv, 4, 0));
+  cmd_mem_fill(device, hex_argument(argv[2], 0), hex_argument(argv[3], 0),
+               hex_argument(argv[4], 0));
   return 0;
 }
 
@@ -296,8 +295,7 @@ int run_fillfile(int device, int argc, char **argv) {
   }
   char name[kNameSize];
   name_argument(argc, argv, 4, "/mnt/sd/fill.bin", name);
-  return cmd_mem_fillfile(device, hex_argument(argc, argv, 2, 0), hex_argument(argc, argv, 3, 0),
-                          name);
+  return cmd_mem_fillfile(device, hex_argument(argv[2], 0), hex_argument(argv[3], 0), name);
 }
 
 int run_dump(int device, int argc, char **argv) {
@@ -305,12 +303,12 @@ int run_dump(int device, int argc, char **argv) {
     puts("syntex: mem dump [addr] (length) (filename)\r");
     return 0;
   }
-  const std::uint32_t length = hex_argument(argc, argv, 3, kDefaultLength);
+  const std::uint32_t length = hex_argument(argv[3], kDefaultLength);
   if (length == 0)
     return -1;
   char name[kNameSize];
   name_argument(argc, argv, 4, "/mnt/sd/dump.bin", name);
-  cmd_mem_dump(device, hex_argument(argc, argv, 2, 0), length, name);
+  cmd_mem_dump(device, hex_argument(argv[2], 0), length, name);
   return 0;
 }
 
@@ -325,7 +323,7 @@ int run_bit(int device, int argc, char **argv) {
     puts("syntex: mem bit [addr] [bit#num] [1/0] \r");
     return 0;
   }
-  cmd_bit_w(device, hex_argument(argc, argv, 2, 0), bit, value);
+  cmd_bit_w(device, hex_argument(argv[2], 0), bit, value);
   return 0;
 }
 

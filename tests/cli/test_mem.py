@@ -326,9 +326,10 @@ def test_w_data_has_32_bits(board, data, value):
     )
 
 
-def test_w_at_address_0_prints_nil(board):
+@pytest.mark.parametrize("address", ["0", "word"])
+def test_w_at_address_0_prints_nil(board, address):
     assert_run(
-        mem(board, "w", "0", "5"),
+        mem(board, "w", address, "5"),
         0,
         b"addr = (nil), data = 0x00000005\r\n",
         [OPEN, mapped(256, 0), CLOSE],
@@ -379,6 +380,18 @@ def test_bit_changes_one_bit_of_the_word(board, bit, value, before, after):
         [OPEN, mapped(260, 0x2000), CLOSE],
     )
     assert peek(board, 0x2000, 12) == bytes(4) + after.to_bytes(4, "little") + bytes(4)
+
+
+def test_bit_address_that_is_no_number_is_0(board):
+    poke(board, 0, b"\x01\0\0\0")
+    assert_run(
+        mem(board, "bit", "word", "3", "1"),
+        0,
+        b"\r\taddr = (nil), data = 0x00000001\r\n"
+        b"\rAfter set Bit#3:\n"
+        b"\r\taddr = (nil), data = 0x00000009\r\n",
+        [OPEN, mapped(256, 0), CLOSE],
+    )
 
 
 def test_bit_value_that_is_no_number_clears(board):
@@ -604,6 +617,13 @@ def test_fillfile_that_cannot_be_mapped_fails(board, tmp_path):
     )
 
 
+def test_fillfile_address_that_is_no_number_is_0(board, tmp_path):
+    file = tmp_path / "f.bin"
+    file.write_bytes(b"first")
+    assert_run(mem(board, "fillfile", "word", "0", file), 0, b"", [OPEN, mapped(5, 0), CLOSE])
+    assert peek(board, 0, 5) == b"first"
+
+
 def test_fillfile_name_ends_at_a_blank(board, tmp_path):
     (tmp_path / "a").write_bytes(b"first")
     assert_run(
@@ -626,8 +646,13 @@ def test_fillfile_name_has_255_characters(board, tmp_path):
         b"",
         [OPEN, mapped(3, 0x2000), CLOSE],
     )
-    run = mem(board, "fillfile", "2000", "0", name + "x" * 300, cwd=tmp_path)
-    assert run.status in (0, 255)  # cut or refused, and nothing else
+    # A longer one is cut there.
+    assert_run(
+        mem(board, "fillfile", "2000", "0", name + "x" * 300, cwd=tmp_path),
+        0,
+        b"",
+        [OPEN, mapped(3, 0x2000), CLOSE],
+    )
 
 
 # --- dump -----------------------------------------------------------------------------------------
@@ -652,6 +677,18 @@ def test_dump_writes_the_region_to_a_file(board, tmp_path):
         [OPEN, mapped(4 + 0x203, 0x3000), CLOSE],
     )
     assert file.read_bytes() == CONTENT[:0x203]
+
+
+def test_dump_address_that_is_no_number_is_0(board, tmp_path):
+    file = tmp_path / "d.bin"
+    poke(board, 0, b"first")
+    assert_run(
+        mem(board, "dump", "word", "5", file),
+        0,
+        dump_line(0, 5, file),
+        [OPEN, mapped(5, 0), CLOSE],
+    )
+    assert file.read_bytes() == b"first"
 
 
 def test_dump_takes_a_name_of_high_bytes(board, tmp_path):
