@@ -197,6 +197,15 @@ def test_kinds_and_actions(board):
     )
 
 
+def test_a_name_that_ends_with_127_characters_of_its_line(board):
+    timeline(board, "0 1 0 4096 9999 0")
+    process(board, 9999, "Name:".ljust(67) + 60 * "n" + "x")
+    board.run("bt2", "blktrace", "sda", signals=STOP)
+    assert log_of(board, "var/sda_blktrace.log") == event_line(
+        "sda", 1, 60 * "n", "Q", 0, 8, "R", "0"
+    )
+
+
 def test_a_log_of_ones_own(board, tmp_path):
     timeline(board, "0 1 0 512 1 0")
     run = board.run("bt2", "blktrace", "sda", tmp_path / "log", signals=STOP)
