@@ -663,13 +663,31 @@ def test_switches_need_not_be_numbered_without_gaps(board):
     ]
 
 
-def test_a_map_of_sixteen_switches_has_no_other(board):
-    with open(board.path(MAP), "a", encoding="utf-8") as file:
-        for number in range(16):
+def test_a_map_has_sixteen_switches(board):
+    for number in range(17):
+        attribute(board, f"/sys/devices/platform/disk{number}/state", "disabled")
+    with open(board.path(MAP), "w", encoding="utf-8") as file:
+        for number in range(17):
             file.write(
                 f"storage.{number} = disk{number} /sys/devices/platform/disk{number}/state\n"
             )
-    assert ask(board, "switch", "disk16", "1", "switch", "disk16", "1") == ["switch ENODEV"] * 2
+    run = probe(board, "switch", "disk15", "1", "switch", "disk16", "1", "switch", "disk16", "1")
+    assert run.stdout == b"switch 0\nswitch ENODEV\nswitch ENODEV\n"
+    # Said when the map is read.
+    assert run.stderr == (b'/etc/benchrig/board.conf:17: unknown key "storage.16", line ignored\n')
+
+
+def test_a_device_without_a_host_has_power_once_its_switch_is_closed(board):
+    assert ask(board, "switch", "mmcblk0", "0", "switch", "mmcblk0", "1", "power", "mmcblk0") == [
+        "switch 0",
+        "switch 0",
+        "power 1",
+    ]
+
+
+def test_a_device_that_does_not_let_go_keeps_its_power(board):
+    board.fault("/sys/block/sda/device/delete write errno=EBUSY")
+    assert ask(board, "switch", "sda", "0", "power", "sda") == ["switch EBUSY", "power 1"]
 
 
 @pytest.mark.parametrize("entry", ["", "sda"])
