@@ -143,11 +143,12 @@ void drop_listing() {
   listing = {nullptr, 0, -1, 0};
 }
 
-int take_listing() {
+// False with errno for failure.
+bool take_listing() {
   drop_listing();
   uboot_ctx *context;
   if (open_environment(&context) != 0)
-    return -1;
+    return false;
   std::size_t count = 0;
   std::size_t size = 0;
   for (void *row = nullptr; (row = library.iterator(context, row)) != nullptr; ++count)
@@ -155,9 +156,8 @@ int take_listing() {
   // The room of one row more, so that an empty environment is a listing too.
   listing.variables = static_cast<Variable *>(malloc((count + 1) * sizeof(Variable) + size));
   if (listing.variables == nullptr) {
-    errno = ENOMEM;
     close_environment(context);
-    return -1;
+    return false;
   }
   char *text = reinterpret_cast<char *>(listing.variables + count + 1);
   for (void *row = nullptr; (row = library.iterator(context, row)) != nullptr; ++listing.count) {
@@ -168,7 +168,7 @@ int take_listing() {
     text = stpcpy(text, library.getvalue(row)) + 1;
   }
   close_environment(context);
-  return 0;
+  return true;
 }
 
 // The value in the listing when `key` is what rig_uenv_key() handed out last, else null. Answers
@@ -213,13 +213,13 @@ int refuse(int number) {
 }  // namespace
 
 int rig_uenv_totalkey(void) {
-  return take_listing() == 0 ? listing.count : -1;
+  return take_listing() ? listing.count : -1;
 }
 
 int rig_uenv_key(int index, char *key, int size) {
   if (key == nullptr || size <= 0)
     return refuse(EINVAL);
-  if (listing.variables == nullptr && take_listing() != 0)
+  if (listing.variables == nullptr && !take_listing())
     return -1;
   if (index < 0 || index >= listing.count)
     return refuse(EINVAL);

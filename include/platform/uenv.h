@@ -29,7 +29,7 @@ RIG_API int rig_uenv_totalkey(void);
 RIG_API int rig_uenv_key(int index, char *key, int size);
 
 /* Stores the value of `key` in `value`, cut to `size` - 1 characters and terminated. ENOENT when
- * there is no such variable; `value` is untouched on failure.
+ * there is no such variable, EINVAL for a null pointer or no room; `value` is untouched on failure.
  *
  * Reads the environment anew, except for the variable that rig_uenv_key() has just named: its value
  * is the listing's, also when its name had to be cut. */

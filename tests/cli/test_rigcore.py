@@ -9,7 +9,7 @@ import pathlib
 
 import pytest
 
-from conftest import assert_story, err, is_instrumented, untraced
+from conftest import assert_story, err, is_instrumented, little_memory, untraced, word_size
 from device_trace import calls
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
@@ -150,6 +150,33 @@ def test_a_name_is_cut_to_its_room_and_terminated(board, size, length):
 @pytest.mark.parametrize("size", [0, -1, "NULL"])
 def test_a_name_without_room_is_refused(board, size):
     assert ask(board, "key_room", "0", size) == ["key_room EINVAL"]
+
+
+@pytest.mark.parametrize("size, length", [(1, 0), (2, 1), (4, 3), (5, 4), (16, 4)])
+def test_a_value_is_cut_to_its_room_and_terminated(board, size, length):
+    lines = ask(board, "set", "bench", "7129", "get_room", "bench", size)
+    assert lines == ["set 0", f"get_room 0 {'7129'[:length] + '$':.<16}"]
+
+
+@pytest.mark.parametrize(
+    "name, size", [("NULL", 16), ("bootcmd", "NULL"), ("bootcmd", 0), ("bootcmd", -1)]
+)
+def test_a_value_without_a_name_or_room_is_refused(board, name, size):
+    assert ask(board, "get_room", name, size) == ["get_room EINVAL"]
+
+
+def test_a_listing_for_which_there_is_no_memory(board):
+    text = (ROOT / "vboard/template/etc/uboot-env.txt").read_text(encoding="utf-8")
+    variables = [line for line in text.splitlines() if not line.startswith("#")]
+    # Two pointers for each and one more pair, then the names and values with their NULs.
+    size = 2 * word_size() * (len(variables) + 1) + sum(len(line) + 1 for line in variables)
+    short_of_it = {
+        **little_memory(board.build),
+        "NO_BLOCKS_OF": str(size),
+        "NO_BLOCKS_FOR": "librigcore.so",
+    }
+    lines = ask(board, "total", "key", "0", "get", "kdbg", env=short_of_it)
+    assert lines == ["total ENOMEM", "key ENOMEM", "get 0 0"]
 
 
 @pytest.mark.parametrize("name", ["", "a=b", "="])

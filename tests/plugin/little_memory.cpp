@@ -3,7 +3,7 @@
 // process says this, since an emulator takes more than its program.
 //
 // NO_BLOCKS_OF=SIZE: the program itself (not its libraries) gets no block of malloc() of that size
-// either.
+// either. NO_BLOCKS_FOR=FILE: it is this library (or program) that gets none.
 
 #include <dlfcn.h>
 #include <errno.h>
@@ -17,17 +17,19 @@ extern "C" void *__libc_calloc(std::size_t count, std::size_t size);
 
 namespace {
 
-bool is_in_program(const void *code) {
+bool is_short_of_it(const void *code) {
   Dl_info info;
   if (dladdr(code, &info) == 0)
     return false;
+  const char *chosen = getenv("NO_BLOCKS_FOR");
   const char *slash = strrchr(info.dli_fname, '/');
-  return strcmp(slash != nullptr ? slash + 1 : info.dli_fname, "benchrig") == 0;
+  return strcmp(slash != nullptr ? slash + 1 : info.dli_fname,
+                chosen != nullptr ? chosen : "benchrig") == 0;
 }
 
 bool is_refused(std::size_t size, const void *caller) {
   const char *refused = getenv("NO_BLOCKS_OF");
-  return refused != nullptr && strtoul(refused, nullptr, 10) == size && is_in_program(caller);
+  return refused != nullptr && strtoul(refused, nullptr, 10) == size && is_short_of_it(caller);
 }
 
 }  // namespace

@@ -82,6 +82,20 @@ void step_get(const char *name, char **words) {
   report(name, result, -1, value);
 }
 
+// Reads words[0] into a room of words[1] bytes, or, when that is NULL, into none.
+void step_get_room(const char *name, char **words) {
+  char room[16];
+  memset(room, '.', sizeof room);
+  const bool nowhere = is_null(words[1]);
+  const int size = nowhere ? static_cast<int>(sizeof room) : atoi(words[1]);
+  const char *key = is_null(words[0]) ? nullptr : words[0];
+  const int result = rig_uenv_get(key, nowhere ? nullptr : room, size);
+  char text[sizeof room + 1] = "";
+  for (std::size_t i = 0; i < sizeof room; ++i)
+    text[i] = room[i] != '\0' ? room[i] : '$';
+  report(name, result, -1, text, strspn(text, ".") != sizeof room);
+}
+
 void step_set(const char *name, char **words) {
   report(name, rig_uenv_set(words[0], words[1]), -1);
 }
@@ -280,6 +294,7 @@ constexpr Step kSteps[] = {
     {"key", 1, step_key},
     {"key_room", 2, step_key_room},
     {"get", 1, step_get},
+    {"get_room", 2, step_get_room},
     {"set", 2, step_set},
     {"value", 2, step_value},
     {"value_nowhere", 1, step_value_nowhere},
