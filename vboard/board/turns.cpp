@@ -2,6 +2,7 @@
 
 #include "vboard/base/bell.h"
 #include "vboard/base/process_status.h"
+#include "vboard/base/text.h"
 
 #include <errno.h>
 #include <signal.h>
@@ -75,6 +76,25 @@ bool give_to_awake(Schedule &schedule) {
   return false;
 }
 
+void end_board(RunPage &page, std::uint32_t outcome) {
+  std::uint32_t going_on = kGoingOn;
+  page.outcome.compare_exchange_strong(going_on, outcome);
+}
+
+// What everybody waits for, for the launcher to say.
+void note_stuck(RunFile &run) {
+  const Schedule &schedule = run.schedule;
+  FixedText<sizeof RunPage::stuck_on> text;
+  for (std::uint32_t i = 0; i < std::min<std::uint32_t>(schedule.seats_end, kMostSeats); ++i) {
+    const Seat &seat = schedule.seats[i];
+    if (seat.use != Seat::kWaits || text.view().find(seat.waits_for) != std::string_view::npos)
+      continue;
+    append_text(text, text.length > 0 ? ", " : "", seat.waits_for);
+  }
+  copy_text(run.page.stuck_on, text.view());
+  end_board(run.page, kWaitsForEver);
+}
+
 // A process that was killed waits for nothing.
 bool forget_dead(Schedule &schedule, std::int64_t moment) {
   const pid_t self = getpid();
@@ -138,7 +158,10 @@ Passed fire_events(RunFile &run, std::int64_t now, const Passer &passer) {
     call_seats(schedule, timer.process);
     result = Passed::kGiven;
   }
-  return end_of_board(page) <= now ? Passed::kOver : result;
+  if (end_of_board(page) > now)
+    return result;
+  end_board(page, outcome_of_end(page));
+  return Passed::kOver;
 }
 
 Passed pass_baton(RunFile &run, const Passer &passer) {
@@ -152,9 +175,13 @@ Passed pass_baton(RunFile &run, const Passer &passer) {
     }
     if (give_to_awake(schedule))
       return Passed::kGiven;
-    if (turn.kind != Turn::kJump) {
+    if (turn.kind == Turn::kStuck) {
+      note_stuck(run);
+      return Passed::kOver;
+    }
+    if (turn.kind == Turn::kIdle) {
       let_all_poll(schedule, passer);
-      return turn.kind == Turn::kIdle ? Passed::kIdle : Passed::kStuck;
+      return Passed::kIdle;
     }
     if (forget_dead(schedule, turn.moment))
       continue;

@@ -22,8 +22,7 @@ struct Passer {
 enum class Passed : std::uint8_t {
   kGiven,  // somebody has the baton
   kIdle,   // nobody, until something comes from outside
-  kStuck,  // nobody, for ever
-  kOver,   // the board is reset, or its power fails
+  kOver,   // the run has an outcome: the board has ended, or everybody waits for ever
 };
 
 // Under the schedule's lock, while nobody has the baton.
@@ -31,7 +30,8 @@ Passed pass_baton(RunFile &run, const Passer &passer);
 
 // When a planned signal, or the end of the board, comes.
 std::int64_t next_event(const RunPage &page);
-// Sends the signals that are due, of timers as well. kOver at the board's end.
+// Sends the signals that are due, of timers as well. kOver at the board's end, which is the
+// page's outcome then.
 Passed fire_events(RunFile &run, std::int64_t now, const Passer &passer);
 
 }  // namespace vboard

@@ -79,7 +79,8 @@ Passer own_passer() {
 }
 
 void pass_on(RunFile &run) {
-  if (run.schedule.holder == kNobody)
+  if (run.schedule.holder == kNobody &&
+      next_turn(run.schedule, next_event(run.page)).kind != Turn::kIdle)
     pass_baton(run, own_passer());
 }
 
@@ -277,8 +278,7 @@ void attend_schedule(RunFile &run) {
   forget_ended(run.schedule);
   look_at_holder(run);
   keep_pace(run);
-  if (is_waited_for(run))
-    pass_on(run);
+  pass_on(run);
   name_outsiders(run);
   give_up_lock(run.schedule.lock);
 }

@@ -256,7 +256,7 @@ void spend(BoardTime cost) {
   schedule().next_due = earliest_deadline(schedule());
   unlock_engine(saved);
   if (over)
-    end_run(outcome_of_end(run_page()));
+    end_run(run_page().outcome);
   yield_baton();
 }
 

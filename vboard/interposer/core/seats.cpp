@@ -119,37 +119,13 @@ void unlock_engine(const sigset_t &saved) {
   sigprocmask(SIG_SETMASK, &saved, nullptr);
 }
 
-namespace {
-
-// What everybody waits for, for the launcher to say.
-void note_stuck() {
-  RunPage &page = run_page();
-  FixedText<sizeof page.stuck_on> text;
-  for (std::uint32_t i = 0; i < std::min<std::uint32_t>(schedule().seats_end, kMostSeats); ++i) {
-    const Seat &seat = schedule().seats[i];
-    if (seat.use != Seat::kWaits || text.view().find(seat.waits_for) != std::string_view::npos)
-      continue;
-    append_text(text, text.length > 0 ? ", " : "", seat.waits_for);
-  }
-  copy_text(page.stuck_on, text.view());
-}
-
-}  // namespace
-
 void pass_on() {
   const Passer passer = {thread_bell, has_seat() ? own_index() : kNobody, command_process(),
                          nullptr};
-  switch (pass_baton(*run_file(), passer)) {
-    case Passed::kStuck:
-      note_stuck();
-      give_up_lock(schedule().lock);
-      end_run(kWaitsForEver);
-    case Passed::kOver:
-      give_up_lock(schedule().lock);
-      end_run(outcome_of_end(run_page()));
-    default:
-      break;
-  }
+  if (pass_baton(*run_file(), passer) != Passed::kOver)
+    return;
+  give_up_lock(schedule().lock);
+  end_run(run_page().outcome);
 }
 
 void take_baton() {
