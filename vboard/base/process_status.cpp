@@ -22,9 +22,7 @@ std::string_view read_beginning(const char *path, std::span<char> room) {
   return {room.data(), size > 0 ? static_cast<std::size_t>(size) : 0};
 }
 
-}  // namespace
-
-bool read_status(pid_t process, pid_t thread, ProcessStatus &out) {
+FixedText<64> file_of(pid_t process, pid_t thread, const char *name) {
   FixedText<64> path;
   append_text(path, "/proc/");
   append_decimal(path, process);
@@ -32,7 +30,14 @@ bool read_status(pid_t process, pid_t thread, ProcessStatus &out) {
     append_text(path, "/task/");
     append_decimal(path, thread);
   }
-  append_text(path, "/stat");
+  append_text(path, name);
+  return path;
+}
+
+}  // namespace
+
+bool read_status(pid_t process, pid_t thread, ProcessStatus &out) {
+  const FixedText<64> path = file_of(process, thread, "/stat");
   char room[256];
   std::string_view line = read_beginning(path.c_str(), room);
   // "PID (NAME) STATE PARENT ...": the name may hold anything.
@@ -64,11 +69,19 @@ std::int64_t processor_time(pid_t process) {
   return std::int64_t{time.seconds} * 1'000'000'000 + time.nanoseconds;
 }
 
+std::int64_t times_run(pid_t process, pid_t thread) {
+  const FixedText<64> path = file_of(process, thread, "/schedstat");
+  char room[64];
+  // The time on a processor, the time of waiting for one, and the times.
+  std::string_view line = read_beginning(path.c_str(), room);
+  take_word(line);
+  take_word(line);
+  std::int64_t times;
+  return parse_number(trimmed(line), times) ? times : 0;
+}
+
 void read_program_name(pid_t process, std::span<char> out) {
-  FixedText<64> path;
-  append_text(path, "/proc/");
-  append_decimal(path, process);
-  append_text(path, "/comm");
+  const FixedText<64> path = file_of(process, 0, "/comm");
   char room[32];
   std::string_view text = read_beginning(path.c_str(), room);
   std::string_view name;

@@ -22,6 +22,8 @@ bool read_status(pid_t process, pid_t thread, ProcessStatus &out);
 bool thread_has_died(pid_t thread);
 // The processor time of a process so far, in nanoseconds; -1 when it is not known.
 std::int64_t processor_time(pid_t process);
+// How often a thread has been given a processor so far; 0 when it is not known.
+std::int64_t times_run(pid_t process, pid_t thread);
 // The name of its program as the kernel keeps it; empty when it is not known.
 void read_program_name(pid_t process, std::span<char> out);
 

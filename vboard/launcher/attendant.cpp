@@ -21,6 +21,9 @@ namespace {
 // Of the PC's time: while threads take turns, and while nobody could use one.
 constexpr std::int64_t kShortPause = 1'000'000;
 constexpr std::int64_t kLongPause = 200'000'000;
+// How often a thread must be seen in the same sleep: a moment's sleep may be for a lock of the
+// board's.
+constexpr int kLooksAsleep = 3;
 // A program that has not made its first call yet: the loader is at work.
 constexpr std::int64_t kStarting = 10;
 
@@ -36,7 +39,8 @@ struct Observation {
   std::int32_t holder;
   std::uint64_t calls;
   std::int64_t processor_time;
-  bool slept;
+  std::int64_t times_run;
+  int asleep;  // so many looks
 };
 
 // The board time that may pass for others while a thread computes without the baton: hardly any at
@@ -205,11 +209,13 @@ void look_at_idler(RunFile &run, const Seat &seat, Observation &seen) {
   // A thread that has been made and has not begun yet will make a call of its own accord.
   if (seat.halts != 0 || seat.thread < 0)
     return;
-  const bool slept = seen.slept;
-  seen.slept = status.state == 'S' || status.state == 'T';
-  if (seen.slept && slept)
+  const bool sleeps = status.state == 'S' || status.state == 'T';
+  const std::int64_t times = times_run(seat.process, thread);
+  seen.asleep = sleeps && times == seen.times_run ? seen.asleep + 1 : 0;
+  seen.times_run = times;
+  if (seen.asleep >= kLooksAsleep)
     put_outside(run, seen.holder, true);
-  if (seen.slept || status.state != 'R')
+  if (status.state != 'R')
     return;
   const std::int64_t patience =
       std::int64_t{run.page.patience} * 1'000'000 * (seat.calls == 0 ? kStarting : 1);
@@ -227,7 +233,7 @@ void look_at_holder(RunFile &run) {
   const Seat &seat = run.schedule.seats[holder];
   const std::uint64_t calls = seat.calls;
   if (seen.holder != holder || seen.calls != calls)
-    seen = {holder, calls, processor_time(seat.process), false};
+    seen = {holder, calls, processor_time(seat.process), -1, 0};
   else if (is_waited_for(run) || has_several_threads(run.schedule))
     look_at_idler(run, seat, seen);
 }
