@@ -38,7 +38,7 @@ FixedText<64> file_of(pid_t process, pid_t thread, const char *name) {
 
 bool read_status(pid_t process, pid_t thread, ProcessStatus &out) {
   const FixedText<64> path = file_of(process, thread, "/stat");
-  char room[256];
+  char room[512];
   std::string_view line = read_beginning(path.c_str(), room);
   // "PID (NAME) STATE PARENT ...": the name may hold anything.
   const std::size_t name_end = line.rfind(") ");
@@ -47,15 +47,27 @@ bool read_status(pid_t process, pid_t thread, ProcessStatus &out) {
   line.remove_prefix(name_end + 2);
   const std::string_view state = take_word(line);
   std::int64_t parent;
+  std::int64_t threads;
   if (state.size() != 1 || !parse_number(take_word(line), parent))
     return false;
-  out = {state[0], static_cast<pid_t>(parent)};
+  constexpr int kWordsBeforeThreads = 15;
+  for (int i = 0; i < kWordsBeforeThreads; ++i)
+    take_word(line);
+  if (!parse_number(take_word(line), threads))
+    return false;
+  out = {state[0], static_cast<pid_t>(parent), static_cast<int>(threads)};
   return true;
 }
 
 bool thread_has_died(pid_t thread) {
   ProcessStatus status;
   return !read_status(thread, 0, status) || status.state == 'Z' || status.state == 'X';
+}
+
+bool process_has_ended(pid_t process) {
+  ProcessStatus status;
+  return !read_status(process, 0, status) ||
+         ((status.state == 'Z' || status.state == 'X') && status.threads <= 1);
 }
 
 std::int64_t processor_time(pid_t process) {

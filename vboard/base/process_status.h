@@ -14,12 +14,15 @@ struct ProcessStatus {
   char state;  // 'R' runs, 'S' sleeps, 'D' is busy with a disk, 'T' and 't' are stopped, 'Z' has
                // ended
   pid_t parent;
+  int threads;
 };
 
 // False when there is none any more. `thread` may be 0: the process's first.
 bool read_status(pid_t process, pid_t thread, ProcessStatus &out);
 // Also when nobody has taken note of its end yet.
 bool thread_has_died(pid_t thread);
+// The last thread of a process, which need not be its first one, has died.
+bool process_has_ended(pid_t process);
 // The processor time of a process so far, in nanoseconds; -1 when it is not known.
 std::int64_t processor_time(pid_t process);
 // How often a thread has been given a processor so far; 0 when it is not known.

@@ -101,7 +101,7 @@ bool forget_dead(Schedule &schedule, std::int64_t moment) {
   for (std::uint32_t i = 0; i < std::min<std::uint32_t>(schedule.seats_end, kMostSeats); ++i) {
     const Seat &seat = schedule.seats[i];
     if (seat.use == Seat::kWaits && seat.deadline == moment && seat.process != self &&
-        thread_has_died(seat.process)) {
+        process_has_ended(seat.process)) {
       free_seats_of(schedule, seat.process);
       return true;
     }

@@ -10,6 +10,7 @@
 #include <signal.h>
 #include <stdio.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -112,7 +113,7 @@ void attend_new_processes(const Schedule &schedule) {
 
 bool has_ended(const Attended &one) {
   if (one.fd < 0)
-    return thread_has_died(one.process);
+    return process_has_ended(one.process);
   pollfd ended = {one.fd, POLLIN, 0};
   return poll(&ended, 1, 0) > 0;
 }
@@ -128,6 +129,9 @@ void forget_ended(Schedule &schedule) {
       close(one.fd);
     attendant.processes[i] = attendant.processes[--attendant.count];
     free_seats_of(schedule, one.process);
+    // Its parent has been sent a signal by the time that the kernel answers this.
+    siginfo_t child;
+    waitid(P_ALL, 0, &child, WEXITED | WNOHANG | WNOWAIT);
   }
 }
 
@@ -199,10 +203,9 @@ void look_at_idler(RunFile &run, const Seat &seat, Observation &seen) {
   ProcessStatus status;
   const std::int32_t thread = seat.thread > 0 ? seat.thread : 0;
   if (!read_status(seat.process, thread, status) || status.state == 'Z' || status.state == 'X') {
-    // The whole process may have ended, or this thread by a call that nobody knows of.
-    if (thread_has_died(seat.process))
-      free_seats_of(schedule, seat.process);
-    else
+    // The process is about to end, and its end is noted then; or this thread has ended by a call that
+    // nobody knows of.
+    if (thread != 0 && thread != seat.process)
       free_seat(schedule, seen.holder);
     return;
   }
