@@ -1,21 +1,11 @@
 #include "vboard/board/schedule.h"
 
 #include <algorithm>
-#include <span>
 #include <tuple>
 
 namespace vboard {
 
 namespace {
-
-// Seats that were ever used. What the processes of a run share is not believed beyond its bounds.
-std::span<Seat> seats_of(Schedule &schedule) {
-  return {schedule.seats, std::min<std::size_t>(schedule.seats_end, kMostSeats)};
-}
-
-std::span<const Seat> seats_of(const Schedule &schedule) {
-  return {schedule.seats, std::min<std::size_t>(schedule.seats_end, kMostSeats)};
-}
 
 std::uint32_t use_of(const Seat &seat) {
   return seat.use.load(std::memory_order_relaxed);
@@ -30,16 +20,24 @@ bool comes_before(const Seat &one, const Seat &other) {
   return std::tie(one.ready_at, one.order) < std::tie(other.ready_at, other.order);
 }
 
-std::int32_t index_of(const Schedule &schedule, const Seat &seat) {
-  return static_cast<std::int32_t>(&seat - schedule.seats);
-}
-
 }  // namespace
 
 void begin_schedule(Schedule &schedule) {
   schedule.holder = kNobody;
   schedule.next_due = kNoTime;
   schedule.begun = 1;
+}
+
+std::span<Seat> seats_of(Schedule &schedule) {
+  return {schedule.seats, std::min<std::size_t>(schedule.seats_end, kMostSeats)};
+}
+
+std::span<const Seat> seats_of(const Schedule &schedule) {
+  return {schedule.seats, std::min<std::size_t>(schedule.seats_end, kMostSeats)};
+}
+
+std::int32_t index_of(const Schedule &schedule, const Seat &seat) {
+  return static_cast<std::int32_t>(&seat - schedule.seats);
 }
 
 std::int32_t take_seat(Schedule &schedule, std::int32_t process, std::int32_t thread,
@@ -58,6 +56,16 @@ std::int32_t take_seat(Schedule &schedule, std::int32_t process, std::int32_t th
   seat.handle = 0;
   seat.bell = 0;
   seat.calls = 0;
+  // Whoever had the seat before may have been killed in the middle of anything.
+  seat.key = 0;
+  seat.looks = 0;
+  seat.woken = 0;
+  seat.open_ended = 0;
+  seat.sleeps = 0;
+  seat.has_line = 0;
+  seat.tells = 0;
+  seat.halts = 0;
+  seat.called = 0;
   seat.waits_for[0] = '\0';
   make_ready(schedule, seat, now);
   return static_cast<std::int32_t>(at);
@@ -251,9 +259,12 @@ RunTimer *make_timer(Schedule &schedule, std::int32_t process, std::int64_t id) 
 }
 
 void renew_timer(RunTimer &timer, std::int64_t now) {
-  if (timer.interval > 0)
-    timer.expiry += (1 + (now - timer.expiry) / timer.interval) * timer.interval;
-  else
+  if (timer.interval <= 0) {
+    timer.expiry = kNoTime;
+    return;
+  }
+  const std::int64_t last = now - (now - timer.expiry) % timer.interval;
+  if (__builtin_add_overflow(last, timer.interval, &timer.expiry))
     timer.expiry = kNoTime;
 }
 

@@ -16,6 +16,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 
 namespace vboard {
 
@@ -91,6 +92,12 @@ inline constexpr std::int64_t kSlice = 100'000;
 
 void begin_schedule(Schedule &schedule);
 
+// The seats that were ever used. A program may have overwritten the number of them: the span never
+// leaves the schedule.
+std::span<Seat> seats_of(Schedule &schedule);
+std::span<const Seat> seats_of(const Schedule &schedule);
+std::int32_t index_of(const Schedule &schedule, const Seat &seat);
+
 // A new thread: it is ready, and comes after those that are. kNobody when there is no room.
 std::int32_t take_seat(Schedule &schedule, std::int32_t process, std::int32_t thread,
                        std::int64_t now);
@@ -144,7 +151,8 @@ RunTimer *make_timer(Schedule &schedule, std::int32_t process, std::int64_t id);
 bool is_computing(const Schedule &schedule);
 
 // Moves a timer that is due to its next expiry, or stops it. Expiries that were jumped over count
-// as one, as a pending signal is one.
+// as one, as a pending signal is one. A timer whose next expiry would be after the end of all time
+// is stopped.
 void renew_timer(RunTimer &timer, std::int64_t now);
 
 }  // namespace vboard

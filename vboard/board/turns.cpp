@@ -6,10 +6,12 @@
 
 #include <errno.h>
 #include <signal.h>
+#include <string.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <string_view>
 
 namespace vboard {
 
@@ -54,9 +56,8 @@ void give(Schedule &schedule, std::int32_t index, const Passer &passer) {
 
 // Those that wait for descriptors of the kernel's poll them from now on.
 void let_all_poll(const Schedule &schedule, const Passer &passer) {
-  for (std::uint32_t i = 0; i < std::min<std::uint32_t>(schedule.seats_end, kMostSeats); ++i) {
-    const Seat &seat = schedule.seats[i];
-    if (seat.use == Seat::kWaits && static_cast<std::int32_t>(i) != passer.seat)
+  for (const Seat &seat : seats_of(schedule)) {
+    if (seat.use == Seat::kWaits && index_of(schedule, seat) != passer.seat)
       ring_bell(passer.bell, seat.bell);
   }
 }
@@ -64,13 +65,12 @@ void let_all_poll(const Schedule &schedule, const Passer &passer) {
 // A thread that slept outside of the schedule may have been woken by what the last one did: it gets
 // the baton for the call that it is about to make.
 bool give_to_awake(Schedule &schedule) {
-  for (std::uint32_t i = 0; i < std::min<std::uint32_t>(schedule.seats_end, kMostSeats); ++i) {
-    Seat &seat = schedule.seats[i];
+  for (const Seat &seat : seats_of(schedule)) {
     ProcessStatus status;
     if (seat.use != Seat::kOutside || seat.sleeps == 0 ||
         !read_status(seat.process, seat.thread, status) || status.state != 'R')
       continue;
-    begin_running(schedule, static_cast<std::int32_t>(i), 0);
+    begin_running(schedule, index_of(schedule, seat), 0);
     return true;
   }
   return false;
@@ -81,15 +81,26 @@ void end_board(RunPage &page, std::uint32_t outcome) {
   page.outcome.compare_exchange_strong(going_on, outcome);
 }
 
+// Whether a list of names with ", " between them has this one.
+bool is_listed(std::string_view list, std::string_view name) {
+  while (!list.empty()) {
+    const std::size_t end = std::min(list.find(", "), list.size());
+    if (list.substr(0, end) == name)
+      return true;
+    list.remove_prefix(std::min(end + 2, list.size()));
+  }
+  return false;
+}
+
 // What everybody waits for, for the launcher to say.
 void note_stuck(RunFile &run) {
   const Schedule &schedule = run.schedule;
   FixedText<sizeof RunPage::stuck_on> text;
-  for (std::uint32_t i = 0; i < std::min<std::uint32_t>(schedule.seats_end, kMostSeats); ++i) {
-    const Seat &seat = schedule.seats[i];
-    if (seat.use != Seat::kWaits || text.view().find(seat.waits_for) != std::string_view::npos)
+  for (const Seat &seat : seats_of(schedule)) {
+    const std::string_view name(seat.waits_for, strnlen(seat.waits_for, sizeof seat.waits_for));
+    if (seat.use != Seat::kWaits || name.empty() || is_listed(text.view(), name))
       continue;
-    append_text(text, text.length > 0 ? ", " : "", seat.waits_for);
+    append_text(text, text.length > 0 ? ", " : "", name);
   }
   copy_text(run.page.stuck_on, text.view());
   end_board(run.page, kWaitsForEver);
@@ -98,8 +109,7 @@ void note_stuck(RunFile &run) {
 // A process that was killed waits for nothing.
 bool forget_dead(Schedule &schedule, std::int64_t moment) {
   const pid_t self = getpid();
-  for (std::uint32_t i = 0; i < std::min<std::uint32_t>(schedule.seats_end, kMostSeats); ++i) {
-    const Seat &seat = schedule.seats[i];
+  for (const Seat &seat : seats_of(schedule)) {
     if (seat.use == Seat::kWaits && seat.deadline == moment && seat.process != self &&
         process_has_ended(seat.process)) {
       free_seats_of(schedule, seat.process);

@@ -105,9 +105,9 @@ void attend_process(pid_t process) {
 }
 
 void attend_new_processes(const Schedule &schedule) {
-  for (std::uint32_t i = 0; i < std::min<std::uint32_t>(schedule.seats_end, kMostSeats); ++i) {
-    if (schedule.seats[i].use != Seat::kFree)
-      attend_process(schedule.seats[i].process);
+  for (const Seat &seat : seats_of(schedule)) {
+    if (seat.use != Seat::kFree)
+      attend_process(seat.process);
   }
 }
 
@@ -183,7 +183,9 @@ void put_outside(RunFile &run, std::int32_t holder, bool sleeps) {
 void keep_pace(RunFile &run) {
   if (!is_computing(run.schedule))
     return;
-  const std::int64_t used = processor_time(attendant.computing) - attendant.processor_then;
+  // In terms of a program that is neither emulated nor instrumented.
+  const std::int64_t used = (processor_time(attendant.computing) - attendant.processor_then) *
+                            kPatience / std::max<std::int64_t>(run.page.patience, kPatience);
   run.schedule.pace = std::max(run.schedule.pace, attendant.board_then + pace_after(used));
 }
 

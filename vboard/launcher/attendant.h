@@ -14,6 +14,9 @@
 namespace vboard {
 
 inline constexpr std::size_t kMostAttended = 256;
+// How long a thread may compute without a call until time goes on without it, in milliseconds of
+// processor time.
+inline constexpr std::uint32_t kPatience = 5;
 
 // False without a bell; does nothing in a run at a fixed speed.
 bool begin_attending(RunFile &run);

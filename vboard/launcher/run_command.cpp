@@ -178,9 +178,7 @@ int status_of(int wait_status) {
   return WIFSIGNALED(wait_status) ? 128 + WTERMSIG(wait_status) : WEXITSTATUS(wait_status);
 }
 
-// How long a thread may compute without a call until time goes on without it, in milliseconds of
-// processor time. Emulated and instrumented programs take longer for everything.
-constexpr std::uint32_t kPatience = 5;
+// Emulated and instrumented programs take longer for everything.
 #ifdef VBOARD_SANITIZER
 constexpr bool kIsInstrumented = true;
 #else

@@ -178,10 +178,10 @@ void begin_process() {
   // The other threads of a program that has made way for this one, and its timers, are gone.
   const std::int32_t first = find_seat_of_thread(schedule(), process, process);
   const std::int32_t kept = first != kNobody ? first : find_seat(schedule(), process);
-  for (std::uint32_t i = 0; i < schedule().seats_end; ++i) {
-    const Seat &seat = schedule().seats[i];
-    if (seat.use != Seat::kFree && seat.process == process && static_cast<std::int32_t>(i) != kept)
-      free_seat(schedule(), static_cast<std::int32_t>(i));
+  for (const Seat &seat : seats_of(schedule())) {
+    const std::int32_t index = index_of(schedule(), seat);
+    if (seat.use != Seat::kFree && seat.process == process && index != kept)
+      free_seat(schedule(), index);
   }
   for (RunTimer &timer : schedule().timers) {
     if (timer.process == process && timer.id != kAlarm)
@@ -266,8 +266,7 @@ void end_thread() {
 bool thread_has_ended(const void *key) {
   const std::uint64_t handle = reinterpret_cast<std::uintptr_t>(key);
   const std::int32_t process = getpid();
-  for (std::uint32_t i = 0; i < schedule().seats_end; ++i) {
-    const Seat &seat = schedule().seats[i];
+  for (const Seat &seat : seats_of(schedule())) {
     if (seat.use != Seat::kFree && seat.process == process && seat.handle == handle)
       return false;
   }
