@@ -145,6 +145,8 @@ class Board:
         env=None,
         story=False,
         power_cut=None,
+        terminal=False,
+        typed=(),
     ):
         """Runs a command on the board.
 
@@ -154,6 +156,8 @@ class Board:
                  place; an operation that is missing or was not expected fails the test
         story    whether the run's story is wanted
         power_cut  board time at which the power fails
+        terminal  whether the command has a terminal, with `stdin` typed on it
+        typed    "TEXT@SECONDS" each, typed on a terminal at that board time
         """
         self.runs += 1
         work = self.scratch / f"run{self.runs}"
@@ -171,6 +175,10 @@ class Board:
         ]
         for one in signals:
             words += ["--signal", one]
+        if terminal:
+            words += ["--tty"]
+        for one in typed:
+            words += ["--type", one]
         if seconds is not None:
             words += ["--for", seconds]
         if date is not None:

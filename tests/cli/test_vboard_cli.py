@@ -62,7 +62,7 @@ def refusal(result):
             ["run", "--help"],
             [
                 *(b"--board", b"--speed", b"--trace", b"--fault", b"--signal", b"--for", b"--date"),
-                *(b"--power-cut", b'82 after "power cut"'),
+                *(b"--power-cut", b'82 after "power cut"', b"--tty", b"--type"),
             ],
         ),
         (["check", "--help"], [b"FILE:LINE", b"1 when"]),

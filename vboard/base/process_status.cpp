@@ -85,11 +85,13 @@ std::int64_t times_run(pid_t process, pid_t thread) {
   const FixedText<64> path = file_of(process, thread, "/schedstat");
   char room[64];
   // The time on a processor, the time of waiting for one, and the times.
-  std::string_view line = read_beginning(path.c_str(), room);
+  std::string_view text = read_beginning(path.c_str(), room);
+  std::string_view line;
+  take_line(text, line);
   take_word(line);
   take_word(line);
   std::int64_t times;
-  return parse_number(trimmed(line), times) ? times : 0;
+  return parse_number(take_word(line), times) ? times : 0;
 }
 
 void read_program_name(pid_t process, std::span<char> out) {

@@ -27,6 +27,7 @@ inline constexpr char kOpenVariable[] = "VBOARD_OPEN";
 
 inline constexpr std::uint32_t kRunMagic = 0x76627231;
 inline constexpr int kMaxSignals = 16;
+inline constexpr std::uint32_t kMaxTexts = 64;
 
 enum : std::uint32_t {
   kGoingOn = 0,
@@ -102,6 +103,13 @@ struct RunPage {
   BusyDevice busy[kMostBusy];
   std::uint32_t signal_count;
   PlannedSignal signals[kMaxSignals];
+  // The texts that the launcher types on the run's terminal, the earliest first: how many there
+  // are, are due and have been typed.
+  std::uint32_t text_count;
+  std::atomic<std::uint32_t> texts_due, texts_typed;
+  std::uint32_t has_terminal, terminal_major, terminal_minor;
+  std::uint64_t texts_that_signal;  // a bit for each text with a ^C or another key that signals
+  std::int64_t text_times[kMaxTexts];
   // The pipes and sockets that the command was given: what waits for them waits for something
   // outside of the run.
   std::uint32_t given_count;

@@ -16,6 +16,12 @@ bool must_look(const Schedule &schedule, const Seat &seat) {
                                           seat.called.load(std::memory_order_relaxed) != 0);
 }
 
+bool waits_for_outside(const Schedule &schedule, const Seat &seat) {
+  return use_of(seat) == Seat::kWaits &&
+         (seat.open_ended == Seat::kFromOutside ||
+          (seat.open_ended == Seat::kFromKeyboard && schedule.has_keyboard != 0));
+}
+
 bool comes_before(const Seat &one, const Seat &other) {
   return std::tie(one.ready_at, one.order) < std::tie(other.ready_at, other.order);
 }
@@ -214,8 +220,7 @@ Turn next_turn(const Schedule &schedule, std::int64_t next_event) {
       ready = &seat;
     if (must_look(schedule, seat) && (looker == nullptr || seat.birth < looker->birth))
       looker = &seat;
-    waits_outside =
-        waits_outside || use == Seat::kOutside || (use == Seat::kWaits && seat.open_ended != 0);
+    waits_outside = waits_outside || use == Seat::kOutside || waits_for_outside(schedule, seat);
   }
   if (ready != nullptr || looker != nullptr)
     return {Turn::kGive, index_of(schedule, ready != nullptr ? *ready : *looker), 0};

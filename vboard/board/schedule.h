@@ -31,6 +31,11 @@ struct Seat {
     kWaits,    // for a moment, for a wake, or for what it must look for itself
     kOutside,  // it runs without the baton, or sleeps in a call that nobody knows of
   };
+  enum : std::uint32_t {
+    kFromRun,
+    kFromOutside,
+    kFromKeyboard,  // from outside as long as somebody may type
+  };
   std::atomic<std::uint32_t> use;
   std::int32_t process, thread;  // the thread is 0 until it has arrived
   std::int64_t ready_at;         // board time
@@ -42,7 +47,7 @@ struct Seat {
   std::uint64_t handle;               // the thread's pthread_t
   std::uint32_t looks;                // whether it must look itself
   std::uint32_t woken;                // by its key
-  std::uint32_t open_ended;           // what it waits for may come from outside of the run
+  std::uint32_t open_ended;           // where what it waits for may come from
   std::uint32_t sleeps;               // kOutside: it was asleep, and does not compute
   std::uint32_t has_line;             // the trace's line of its wait is still to be written
   std::uint32_t tells;                // it is to write that line now
@@ -70,12 +75,16 @@ inline constexpr std::int64_t kAlarm = -1;
 inline constexpr std::size_t kMostSeats = 256;
 inline constexpr std::size_t kMostRunTimers = 128;
 inline constexpr std::int32_t kNobody = -1;
+// In the place of a seat with the baton: the launcher types, and nobody goes on.
+inline constexpr std::int32_t kAttendant = -2;
 
 struct Schedule {
   SharedLock lock;
-  std::atomic<std::int32_t> holder;  // the seat with the baton, kNobody
+  std::atomic<std::int32_t> holder;  // the seat with the baton, kNobody, kAttendant
   std::uint32_t begun;               // 0: nobody has taken a seat yet
   std::uint32_t attendant;           // the bell of the launcher
+  // Somebody outside of the run may still type on its terminal.
+  std::atomic<std::uint32_t> has_keyboard;
   // How far board time may jump while a thread computes without the baton.
   std::int64_t pace;
   std::uint64_t births, orders;

@@ -17,6 +17,12 @@ namespace vboard {
 
 namespace {
 
+// When the next text is to be typed.
+std::int64_t next_text(const RunPage &page) {
+  const std::uint32_t index = page.texts_due.load(std::memory_order_relaxed);
+  return index < std::min(page.text_count, kMaxTexts) ? page.text_times[index] : kNoTime;
+}
+
 bool may_signal(const Passer &passer, pid_t process) {
   return process > 0 && (passer.may_signal == nullptr || passer.may_signal(process));
 }
@@ -119,6 +125,25 @@ bool forget_dead(Schedule &schedule, std::int64_t moment) {
   return false;
 }
 
+bool text_is_due(const RunPage &page, std::int64_t now) {
+  return next_text(page) <= now;
+}
+
+bool next_text_signals(const RunPage &page) {
+  const std::uint32_t index = page.texts_due.load(std::memory_order_relaxed);
+  return index < kMaxTexts && (page.texts_that_signal >> index & 1) != 0;
+}
+
+// The launcher gets the baton when there is something to type. It is the one that has the
+// terminal's other end.
+bool give_to_attendant(RunFile &run, const Passer &passer) {
+  if (run.page.texts_typed == run.page.texts_due)
+    return false;
+  run.schedule.holder = kAttendant;
+  ring_bell(passer.bell, run.schedule.attendant);
+  return true;
+}
+
 // Before a signal, or the reset, that may end a process.
 bool ask_for_lines_of_events(RunFile &run, std::int64_t now, const Passer &passer) {
   RunPage &page = run.page;
@@ -128,6 +153,8 @@ bool ask_for_lines_of_events(RunFile &run, std::int64_t now, const Passer &passe
     if (planned.at <= now && planned.sent == 0)
       any = ask_for_lines(run.schedule, passer.command) || any;
   }
+  if (text_is_due(page, now) && next_text_signals(page))
+    any = ask_for_lines(run.schedule, 0) || any;
   for (const RunTimer &timer : run.schedule.timers) {
     if (timer.used != 0 && timer.expiry <= now)
       any = ask_for_lines(run.schedule, timer.process) || any;
@@ -138,7 +165,7 @@ bool ask_for_lines_of_events(RunFile &run, std::int64_t now, const Passer &passe
 }  // namespace
 
 std::int64_t next_event(const RunPage &page) {
-  std::int64_t next = end_of_board(page);
+  std::int64_t next = std::min(end_of_board(page), next_text(page));
   for (std::uint32_t i = 0; i < page.signal_count && i < kMaxSignals; ++i) {
     if (page.signals[i].sent.load(std::memory_order_relaxed) == 0)
       next = std::min(next, page.signals[i].at);
@@ -168,6 +195,10 @@ Passed fire_events(RunFile &run, std::int64_t now, const Passer &passer) {
     call_seats(schedule, timer.process);
     result = Passed::kGiven;
   }
+  while (text_is_due(page, now)) {
+    ++page.texts_due;
+    result = Passed::kGiven;
+  }
   if (end_of_board(page) > now)
     return result;
   end_board(page, outcome_of_end(page));
@@ -178,6 +209,8 @@ Passed pass_baton(RunFile &run, const Passer &passer) {
   Schedule &schedule = run.schedule;
   std::atomic<std::int64_t> &clock = run.page.jumped;
   for (;;) {
+    if (give_to_attendant(run, passer))
+      return Passed::kGiven;
     const Turn turn = next_turn(schedule, next_event(run.page));
     if (turn.kind == Turn::kGive) {
       give(schedule, turn.seat, passer);
@@ -190,6 +223,9 @@ Passed pass_baton(RunFile &run, const Passer &passer) {
       return Passed::kOver;
     }
     if (turn.kind == Turn::kIdle) {
+      // The launcher knows whether anything can come from the keyboard.
+      if (schedule.has_keyboard != 0)
+        ring_bell(passer.bell, schedule.attendant);
       let_all_poll(schedule, passer);
       return Passed::kIdle;
     }
@@ -204,6 +240,7 @@ Passed pass_baton(RunFile &run, const Passer &passer) {
       return Passed::kOver;
     // A signal to a thread that runs without the baton: it gets some time to follow it.
     if (!end_due_waits(schedule, now) && fired == Passed::kGiven &&
+        run.page.texts_typed == run.page.texts_due &&
         next_turn(schedule, next_event(run.page)).kind != Turn::kGive) {
       let_all_poll(schedule, passer);
       return Passed::kIdle;

@@ -28,10 +28,11 @@ enum class Passed : std::uint8_t {
 // Under the schedule's lock, while nobody has the baton.
 Passed pass_baton(RunFile &run, const Passer &passer);
 
-// When a planned signal, or the end of the board, comes.
+// When a planned signal or text, or the end of the board, comes.
 std::int64_t next_event(const RunPage &page);
-// Sends the signals that are due, of timers as well. kOver at the board's end, which is the
-// page's outcome then.
+// Sends the signals that are due, of timers as well, and notes which texts are: whoever passes the
+// baton on next gives it to the launcher for them. kOver at the board's end, which is the page's
+// outcome then.
 Passed fire_events(RunFile &run, std::int64_t now, const Passer &passer);
 
 }  // namespace vboard

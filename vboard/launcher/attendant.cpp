@@ -5,6 +5,7 @@
 #include "vboard/base/text.h"
 #include "vboard/board/turns.h"
 #include "vboard/launcher/story.h"
+#include "vboard/launcher/terminal.h"
 
 #include <errno.h>
 #include <signal.h>
@@ -169,6 +170,9 @@ void put_outside(RunFile &run, std::int32_t holder, bool sleeps) {
   seat.sleeps = sleeps;
   seat.ready_at = run.page.jumped;
   run.schedule.holder = kNobody;
+  attendant.last.holder = kNobody;
+  // One that was about to go on after all asks for the baton again.
+  ring_bell(attendant.bell, seat.bell);
   // What it did since its last call may be what others wait for.
   ++run.schedule.round;
   if (sleeps)
@@ -243,6 +247,15 @@ void look_at_holder(RunFile &run) {
     look_at_idler(run, seat, seen);
 }
 
+// Standard input may have ended. All look once more for what was typed last. A thread that has the
+// baton may have looked before that came, and be about to wait: its turn ends first.
+void look_at_keyboard(Schedule &schedule) {
+  if (schedule.has_keyboard == 0 || schedule.holder != kNobody || may_be_typed_on())
+    return;
+  schedule.has_keyboard = 0;
+  call_seats(schedule, 0);
+}
+
 }  // namespace
 
 bool begin_attending(RunFile &run) {
@@ -284,7 +297,16 @@ void attend_schedule(RunFile &run) {
   if (attendant.number == 0)
     return;
   silence_bell(attendant.bell);
+  // Nobody goes on meanwhile, so that needs no lock.
+  const bool types = run.schedule.holder == kAttendant;
+  if (types)
+    type_due_texts(run.page, attendant.command);
   take_lock(run.schedule.lock);
+  if (types) {
+    run.schedule.holder = kNobody;
+    call_seats(run.schedule, 0);
+  }
+  look_at_keyboard(run.schedule);
   attend_new_processes(run.schedule);
   forget_ended(run.schedule);
   look_at_holder(run);

@@ -1,5 +1,7 @@
 #include "vboard/launcher/page_check.h"
 
+#include <algorithm>
+
 namespace vboard {
 
 namespace {
@@ -12,8 +14,7 @@ bool has_own_numbers(const RunPage &page, const RunPage &own) {
   return page.magic == own.magic && page.launcher == own.launcher &&
          page.command.load() == own.command.load() && page.jumping == own.jumping &&
          page.speed_milli == own.speed_milli && page.monotonic_start == own.monotonic_start &&
-         page.story_records == own.story_records &&
-         page.power_cut_at == own.power_cut_at;
+         page.story_records == own.story_records && page.power_cut_at == own.power_cut_at;
 }
 
 bool has_own_signals(const RunPage &page, const RunPage &own) {
@@ -28,6 +29,13 @@ bool has_own_signals(const RunPage &page, const RunPage &own) {
   return true;
 }
 
+bool has_own_texts(const RunPage &page, const RunPage &own) {
+  if (page.text_count != own.text_count || page.texts_that_signal != own.texts_that_signal ||
+      page.texts_due.load() > own.text_count)
+    return false;
+  return std::equal(page.text_times, page.text_times + own.text_count, own.text_times);
+}
+
 bool is_outcome(std::uint32_t outcome) {
   return outcome == kGoingOn || outcome_text(outcome) != nullptr;
 }
@@ -35,7 +43,7 @@ bool is_outcome(std::uint32_t outcome) {
 }  // namespace
 
 bool is_overwritten(const RunPage &page, const RunPage &own) {
-  return !has_own_numbers(page, own) || !has_own_signals(page, own) ||
+  return !has_own_numbers(page, own) || !has_own_signals(page, own) || !has_own_texts(page, own) ||
          !is_outcome(page.outcome.load()) || page.reset_time.load() < 0 || page.jumped.load() < 0;
 }
 

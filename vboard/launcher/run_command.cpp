@@ -15,6 +15,7 @@
 #include "vboard/launcher/run_options.h"
 #include "vboard/launcher/scratch.h"
 #include "vboard/launcher/story.h"
+#include "vboard/launcher/terminal.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -32,6 +33,7 @@
 
 #include <algorithm>
 #include <new>
+#include <string_view>
 
 namespace vboard {
 
@@ -47,6 +49,8 @@ constexpr char kUsage[] =
     "  --story FILE            the same without times, and what the command prints, in one order\n"
     "  --fault 'LINE'          a fault for this run only; may be repeated\n"
     "  --signal NAME@SECONDS   sends the command a signal at that board time; may be repeated\n"
+    "  --tty                   the command has a terminal, on which standard input is typed\n"
+    "  --type 'TEXT'@SECONDS   types TEXT on a terminal at that board time; may be repeated\n"
     "  --for SECONDS           ends the run at that board time with SIGTERM\n"
     "  --power-cut SECONDS     the power fails at that board time\n"
     "  --date 'YYYY-MM-DD hh:mm:ss'   the board's calendar clock (UTC) at the start\n"
@@ -111,6 +115,14 @@ void send_due_signals(Run &run, std::int64_t now) {
   }
 }
 
+void type_at_speed(Run &run, std::int64_t now) {
+  std::atomic<std::uint32_t> &due = run.page->texts_due;
+  while (due < run.own.text_count && pc_moment(run, run.own.text_times[due]) <= now)
+    ++due;
+  if (!run.own.jumping)
+    type_due_texts(*run.page, run.command);
+}
+
 // How long to sleep until something of the run may be due.
 std::int64_t next_look(const Run &run, std::int64_t now) {
   std::int64_t next = pc_moment(run, std::min(run.page->reset_time.load(), run.own.power_cut_at));
@@ -118,6 +130,9 @@ std::int64_t next_look(const Run &run, std::int64_t now) {
     if (run.own.signals[i].sent.load() == 0)
       next = std::min(next, pc_moment(run, run.own.signals[i].at));
   }
+  const std::uint32_t text = run.page->texts_due;
+  if (text < run.own.text_count)
+    next = std::min(next, pc_moment(run, run.own.text_times[text]));
   if (run.ended_at != kNoTime)
     next = std::min(next, run.ended_at + kGrace);
   // The watchdog may be armed at any time.
@@ -130,13 +145,16 @@ std::int64_t next_look(const Run &run, std::int64_t now) {
 // Waits for a signal, or for something that the command prints, and passes that on; looks at the
 // schedule. The signal, or 0.
 int wait_for_event(const Run &run, int signal_fd, std::int64_t pause) {
-  pollfd fds[1 + kStoryStreams + 1 + kMostAttended] = {{signal_fd, POLLIN, 0}};
+  pollfd fds[1 + kStoryStreams + kTerminalDescriptors + 1 + kMostAttended] = {
+      {signal_fd, POLLIN, 0}};
   std::size_t count = 1 + story_descriptors(fds + 1);
+  count += terminal_descriptors(fds + count);
   count += attended_descriptors(fds + count);
   const timespec limit = {static_cast<time_t>(pause / 1'000'000'000),
                           static_cast<long>(pause % 1'000'000'000)};
   ppoll(fds, count, &limit, nullptr);
   continue_story(run.command);
+  continue_terminal(run.command);
   attend_schedule(*run.shared);
   signalfd_siginfo received;
   return read(signal_fd, &received, sizeof received) == sizeof received
@@ -157,6 +175,7 @@ int attend(Run &run, int signal_fd) {
     }
     const std::int64_t now = pc_elapsed(run.own);
     send_due_signals(run, now);
+    type_at_speed(run, now);
     std::uint32_t going_on = kGoingOn;
     const std::int64_t reset_time = page.reset_time.load();
     if (pc_moment(run, std::min(reset_time, run.own.power_cut_at)) <= now)
@@ -164,8 +183,11 @@ int attend(Run &run, int signal_fd) {
           going_on, run.own.power_cut_at <= reset_time ? kPowerCut : kBoardReset);
     const bool over = run.ended_at != kNoTime && now - run.ended_at >= kGrace;
     if (page.outcome.load() != kGoingOn || over || is_launcher_gone() ||
-        is_overwritten(page, run.own))
+        is_overwritten(page, run.own)) {
+      // What has been printed, before the end of the session may throw it away.
+      continue_terminal(run.command);
       return end_processes(run.command);
+    }
     const int received = wait_for_event(run, signal_fd, next_look(run, now));
     if (received == SIGTERM || received == SIGHUP) {
       kill(run.command, received);
@@ -206,6 +228,12 @@ void note_given_files(RunPage &page) {
   }
 }
 
+// ^C, ^Z and ^\\, as a terminal has them when nobody has changed them.
+bool has_signal_key(const PlannedText &text) {
+  return std::string_view(text.bytes, text.size).find_first_of("\x03\x1a\x1c") !=
+         std::string_view::npos;
+}
+
 void fill_page(const RunOptions &options, std::int64_t started, RunPage &page) {
   page.magic = kRunMagic;
   page.launcher = getpid();
@@ -216,6 +244,12 @@ void fill_page(const RunOptions &options, std::int64_t started, RunPage &page) {
     page.signals[i].number = options.signals[i].number;
   }
   page.signal_count = static_cast<std::uint32_t>(options.signal_count);
+  for (std::uint32_t i = 0; i < options.text_count; ++i) {
+    page.text_times[i] = options.texts[i].at;
+    if (has_signal_key(options.texts[i]))
+      page.texts_that_signal |= std::uint64_t{1} << i;
+  }
+  page.text_count = options.text_count;
   page.power_cut_at = options.power_cut_at;
   page.monotonic_start = started;
 }
@@ -257,6 +291,10 @@ int run_on(const RunOptions &options, const char *board, const char *board_templ
   result = begin_story(options.story, page);
   if (result != 0)
     return result;
+  result = begin_terminal(options, page);
+  if (result != 0)
+    return result;
+  run.shared->schedule.has_keyboard = may_be_typed_on();
   run.own.story_records = page.story_records;
   std::copy_n(page.story_streams, kStoryStreams, run.own.story_streams);
   set_environment(options, board, board_template, program, page_fd);
@@ -278,6 +316,7 @@ int run_on(const RunOptions &options, const char *board, const char *board_templ
     page.command.store(getpid());
     restore_signals();
     enter_story();
+    enter_terminal();
     execute(program, options.command);
   }
   leave_session();
@@ -287,6 +326,7 @@ int run_on(const RunOptions &options, const char *board, const char *board_templ
   run.end_at = options.end_at;
   run.ended_at = kNoTime;
   int status = status_of(attend(run, signal_fd));
+  continue_terminal(0);
   // What the command left running is a part of the run as well.
   end_processes(0);
 
@@ -356,15 +396,20 @@ int run_command(int argc, char **argv) {
   if (result != 0)
     return result;
 
+  begin_keyboard(options);
   const pid_t keeper = start_keeper();
-  if (keeper < 0)
+  if (keeper < 0) {
+    end_keyboard();
     return fail("fork: %s", strerror(errno));
+  }
   if (keeper == 0)
     return options.board != nullptr ? run_on_board(options) : run_on_fresh_board(options);
   if (options.board == nullptr)
     sweep_scratch();
   // A keeper that was killed leaves its board.
-  if (!wait_for_keeper(keeper, result) && options.board == nullptr)
+  const bool has_ended = wait_for_keeper(keeper, result);
+  end_keyboard();
+  if (!has_ended && options.board == nullptr)
     sweep_scratch();
   return result;
 }

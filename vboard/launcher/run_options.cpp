@@ -46,6 +46,69 @@ bool parse_planned(const char *word, RunOptions &out) {
   return true;
 }
 
+int hex_digit(char one) {
+  if (one >= '0' && one <= '9')
+    return one - '0';
+  const char small = static_cast<char>(one | 0x20);
+  return small >= 'a' && small <= 'f' ? small - 'a' + 10 : -1;
+}
+
+// The byte of an escape as in C, whose backslash has been taken, and which is taken from `text`. -1
+// for another one.
+int parse_escape(std::string_view &text) {
+  if (text.empty())
+    return -1;
+  const char letter = text.front();
+  text.remove_prefix(1);
+  switch (letter) {
+    case 'n':
+      return '\n';
+    case 'r':
+      return '\r';
+    case 't':
+      return '\t';
+    case 'e':
+      return '\x1b';
+    case '\\':
+      return '\\';
+    case 'x':
+      break;
+    default:
+      return -1;
+  }
+  if (text.size() < 2 || hex_digit(text[0]) < 0 || hex_digit(text[1]) < 0)
+    return -1;
+  const int byte = hex_digit(text[0]) << 4 | hex_digit(text[1]);
+  text.remove_prefix(2);
+  return byte;
+}
+
+// TEXT@SECONDS; the text may have an '@' of its own.
+bool parse_typed(const char *word, RunOptions &out) {
+  const char *at = strrchr(word, '@');
+  PlannedText typed = {};
+  if (at == nullptr || at == word || out.text_count == kMaxTexts ||
+      !parse_seconds(at + 1, typed.at))
+    return false;
+  std::string_view text(word, static_cast<std::size_t>(at - word));
+  while (!text.empty()) {
+    int byte = static_cast<unsigned char>(text.front());
+    text.remove_prefix(1);
+    if (byte == '\\')
+      byte = parse_escape(text);
+    if (byte < 0 || typed.size == sizeof typed.bytes)
+      return false;
+    typed.bytes[typed.size++] = static_cast<char>(byte);
+  }
+  // Those of one moment are typed in the order in which they were given.
+  std::uint32_t place = out.text_count++;
+  for (; place > 0 && out.texts[place - 1].at > typed.at; --place)
+    out.texts[place] = out.texts[place - 1];
+  out.texts[place] = typed;
+  out.has_terminal = true;
+  return true;
+}
+
 }  // namespace
 
 int parse_run_options(int argc, char **argv, RunOptions &out) {
@@ -59,6 +122,10 @@ int parse_run_options(int argc, char **argv, RunOptions &out) {
     if (option == "--") {
       ++i;
       break;
+    }
+    if (option == "--tty") {
+      out.has_terminal = true;
+      continue;
     }
     if (i + 1 == argc)
       return wrong_usage("run");
@@ -78,6 +145,8 @@ int parse_run_options(int argc, char **argv, RunOptions &out) {
         out.faults[out.fault_count++] = value;
     } else if (option == "--signal") {
       right = parse_planned(value, out);
+    } else if (option == "--type") {
+      right = parse_typed(value, out);
     } else if (option == "--for") {
       right = parse_seconds(value, out.end_at);
     } else if (option == "--power-cut") {
@@ -92,6 +161,9 @@ int parse_run_options(int argc, char **argv, RunOptions &out) {
   }
   if (i == argc)
     return wrong_usage("run");
+  if (out.has_terminal && out.story != nullptr)
+    return fail(
+        "--story: what a terminal shows has no order with requests; leave out --tty and --type");
   out.command = argv + i;
   if (out.end_at != kNoTime)
     add_signal(out, SIGTERM, out.end_at);

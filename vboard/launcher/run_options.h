@@ -4,11 +4,19 @@
 #define VBOARD_LAUNCHER_RUN_OPTIONS_H
 #include "vboard/board/run_page.h"
 
+#include <cstddef>
 #include <cstdint>
 
 namespace vboard {
 
 inline constexpr int kMostFaultOptions = 64;
+
+// A text that is typed on the run's terminal.
+struct PlannedText {
+  std::int64_t at;  // board time
+  std::size_t size;
+  char bytes[256];
+};
 
 struct RunOptions {
   const char *board;  // null for a temporary one
@@ -20,6 +28,9 @@ struct RunOptions {
   int fault_count;
   PlannedSignal signals[kMaxSignals];  // --for's is the last one
   int signal_count;
+  bool has_terminal;
+  PlannedText texts[kMaxTexts];  // the earliest first
+  std::uint32_t text_count;
   std::int64_t end_at;        // of --for, kNoTime without it
   std::int64_t date;          // -1 without it
   std::int64_t power_cut_at;  // kNoTime without it

@@ -52,20 +52,36 @@ BoardTime board_now() {
   return run_page().jumped.load(std::memory_order_relaxed);
 }
 
-// Whether something outside of the run may make it ready: not a pipe of the run's own.
-bool is_open_ended(int fd) {
-  FileStatus status;
-  if (fd < 0 || sys_fstat(fd, status) < 0)
+// The terminal that the launcher made for this run, also by the name of /dev/tty.
+bool is_own_terminal(const FileStatus &status) {
+  constexpr std::uint32_t kTtyMajor = 5;
+  const RunPage &page = run_page();
+  if (page.has_terminal == 0 || !S_ISCHR(status.mode))
     return false;
-  return !S_ISFIFO(status.mode) || status.filesystem != run_page().pipe_device || is_given(status);
+  return (status.device_major == page.terminal_major &&
+          status.device_minor == page.terminal_minor) ||
+         (status.device_major == kTtyMajor && status.device_minor == 0);
 }
 
-bool is_open_ended(const Wait &wait) {
-  for (std::size_t i = 0; i < wait.fd_count; ++i) {
-    if (is_open_ended(wait.fds[i].fd))
-      return true;
+// Whether something outside of the run may make it ready: not a pipe of the run's own.
+std::uint32_t source_of(int fd) {
+  FileStatus status;
+  if (fd < 0 || sys_fstat(fd, status) < 0)
+    return Seat::kFromRun;
+  if (is_own_terminal(status))
+    return Seat::kFromKeyboard;
+  return !S_ISFIFO(status.mode) || status.filesystem != run_page().pipe_device || is_given(status)
+             ? Seat::kFromOutside
+             : Seat::kFromRun;
+}
+
+std::uint32_t source_of(const Wait &wait) {
+  std::uint32_t source = Seat::kFromRun;
+  for (std::size_t i = 0; i < wait.fd_count && source != Seat::kFromOutside; ++i) {
+    const std::uint32_t one = source_of(wait.fds[i].fd);
+    source = one != Seat::kFromRun ? one : source;
   }
-  return false;
+  return source;
 }
 
 void describe(const Wait &wait, std::span<char> out) {
@@ -122,7 +138,7 @@ void begin_waiting(Wait &wait) {
   seat.has_line = wait.word != nullptr;
   seat.tells = 0;
   if (seat.use != Seat::kWaits) {
-    seat.open_ended = is_open_ended(wait);
+    seat.open_ended = source_of(wait);
     describe(wait, seat.waits_for);
     begin_wait(schedule(), seat);
   } else {
@@ -138,9 +154,10 @@ void begin_waiting(Wait &wait) {
 void ask_for_baton() {
   sigset_t saved;
   lock_engine(saved);
-  if (schedule().holder == kNobody) {
+  if (schedule().holder == kNobody || own_seat->use == Seat::kOutside) {
     make_ready(schedule(), *own_seat, board_now());
-    pass_on();
+    if (schedule().holder == kNobody)
+      pass_on();
   } else {
     own_seat->called = 1;
   }
@@ -158,7 +175,7 @@ bool await_turn(Wait &wait, const sigset_t &mask) {
     const int polled = poll_kernel(idle && !interrupted ? wait : bell_alone, own_bell(),
                                    looks_again ? &kLookAgain : nullptr, &mask);
     interrupted = interrupted || polled < 0;
-    if (polled != 0 || (idle && looks_again))
+    if (polled != 0 || (idle && looks_again) || own_seat->use == Seat::kOutside)
       ask_for_baton();
   }
   return !interrupted;

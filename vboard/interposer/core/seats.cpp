@@ -68,6 +68,13 @@ void find_own_seat() {
   own_seat->bell = thread_bell >= 0 ? thread_bell_number : 0;
 }
 
+// The launcher took it for one that sleeps outside.
+void ask_again() {
+  make_ready(schedule(), *own_seat, board_now());
+  if (schedule().holder == kNobody)
+    pass_on();
+}
+
 // Until this thread has the baton. A signal's handler may run meanwhile; its first call waits for
 // the baton as well.
 void await_baton() {
@@ -79,9 +86,14 @@ void await_baton() {
     const bool has = has_baton();
     if (has && own_seat->use != Seat::kRuns)
       begin_running(schedule(), own_index(), board_now());
+    const bool asks = !has && own_seat->use == Seat::kOutside;
+    if (asks)
+      ask_again();
     unlock_engine(saved);
     if (has)
       break;
+    if (asks)
+      continue;
     pollfd bell = {thread_bell, POLLIN, 0};
     if (REAL(ppoll)(&bell, 1, thread_bell < 0 ? &look_again : nullptr, nullptr) > 0)
       silence_bell(thread_bell);
@@ -134,6 +146,7 @@ void take_baton() {
   lock_engine(saved);
   if (own_seat == nullptr)
     find_own_seat();
+  own_seat->calls.fetch_add(1, std::memory_order_relaxed);
   if (own_seat == &no_seat) {
     unlock_engine(saved);
     return;
