@@ -1,7 +1,6 @@
 """One clock for all processes of a run at --speed max: whoever waits for another gets a right answer."""
 
 import shutil
-import sys
 import time
 
 import pytest
@@ -106,7 +105,7 @@ def test_two_processes_give_the_same_story_each_time(board):
 
     first = story()
     assert len(first) > 12
-    for _ in range(10):
+    for _ in range(24):
         assert story() == first
 
 
@@ -162,9 +161,31 @@ def test_who_polls_the_clock_gets_on(board):
     assert took < 15
 
 
+@natively
+def test_an_alarm_reaches_a_program_that_computes(board):
+    text = "import signal\nsignal.alarm(30)\nwhile True: pass"
+    took, run = seconds_of(lambda: python(board, text))
+    assert run.status == 128 + 14
+    assert took < 20
+
+
 def test_a_short_piece_of_work_costs_no_board_time(board, one_probe):
     run = board.run_command([one_probe, "busy"])
     assert run.stdout.decode().splitlines()[0] == "0.0 worked"
+
+
+@natively
+@pytest.mark.skipif(shutil.which("gdb") is None, reason="no debugger here")
+def test_a_debugger_works(board):
+    commands = ["set breakpoint pending on", "break ioctl", "run", "delete", "continue"]
+    words = [word for one in commands for word in ("-ex", one)]
+    benchrig = board.build / "bin/benchrig"
+    run = board.run_command(
+        ["gdb", "-q", "-batch", *words, "--args", benchrig, "bt1", "rtc", "autotest"]
+    )
+    assert b"Breakpoint 1" in run.stdout
+    assert b"RTC AUTOTEST FINISH!" in run.stdout
+    assert b"exited normally" in run.stdout
 
 
 # --- Nothing left to wait for -----------------------------------------------------------------------

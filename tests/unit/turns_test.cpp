@@ -15,6 +15,7 @@
 #include <pthread.h>
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/ptrace.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -889,6 +890,34 @@ TEST(ProcessStatusTest, processor_time_is_that_of_the_process_alone) {
   EXPECT_GE(used, 5'000'000);
   EXPECT_GE(used, seen);
   EXPECT_LT(used, seen + 1'000'000'000);
+}
+
+TEST(ProcessStatusTest, a_thread_that_has_slept_has_run_once_more) {
+  const std::int64_t before = times_run(getpid(), 0);
+  if (before == 0)
+    GTEST_SKIP() << "this kernel does not count";
+  const timespec moment = {0, 2'000'000};
+  nanosleep(&moment, nullptr);
+  EXPECT_GT(times_run(getpid(), 0), before);
+}
+
+TEST(ProcessStatusTest, who_traces_a_process_is_known) {
+  EXPECT_EQ(tracer_of(0), 0);
+  const pid_t child = fork();
+  if (child == 0) {
+    ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
+    raise(SIGSTOP);
+    _exit(0);
+  }
+  int status;
+  ASSERT_EQ(waitpid(child, &status, WUNTRACED), child);
+  const bool is_traced = WIFSTOPPED(status) && tracer_of(child) != 0;
+  if (is_traced)
+    EXPECT_EQ(tracer_of(child), getpid());
+  kill(child, SIGKILL);
+  waitpid(child, &status, 0);
+  if (!is_traced)
+    GTEST_SKIP() << "nothing can be traced here";
 }
 
 }  // namespace vboard

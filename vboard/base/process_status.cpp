@@ -94,6 +94,19 @@ std::int64_t times_run(pid_t process, pid_t thread) {
   return parse_number(take_word(line), times) ? times : 0;
 }
 
+pid_t tracer_of(pid_t process) {
+  const FixedText<64> path = file_of(process, 0, "/status");
+  char room[1024];
+  std::string_view text = read_beginning(path.c_str(), room);
+  std::string_view line;
+  while (take_line(text, line)) {
+    std::int64_t tracer;
+    if (take_word(line) == "TracerPid:" && parse_number(take_word(line), tracer))
+      return static_cast<pid_t>(tracer);
+  }
+  return 0;
+}
+
 void read_program_name(pid_t process, std::span<char> out) {
   const FixedText<64> path = file_of(process, 0, "/comm");
   char room[32];

@@ -27,6 +27,8 @@ bool process_has_ended(pid_t process);
 std::int64_t processor_time(pid_t process);
 // How often a thread has been given a processor so far; 0 when it is not known.
 std::int64_t times_run(pid_t process, pid_t thread);
+// The process that traces it, as a debugger does; 0 without.
+pid_t tracer_of(pid_t process);
 // The name of its program as the kernel keeps it; empty when it is not known.
 void read_program_name(pid_t process, std::span<char> out);
 

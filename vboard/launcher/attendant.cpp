@@ -209,8 +209,8 @@ void look_at_idler(RunFile &run, const Seat &seat, Observation &seen) {
   ProcessStatus status;
   const std::int32_t thread = seat.thread > 0 ? seat.thread : 0;
   if (!read_status(seat.process, thread, status) || status.state == 'Z' || status.state == 'X') {
-    // The process is about to end, and its end is noted then; or this thread has ended by a call that
-    // nobody knows of.
+    // The process is about to end, and its end is noted then; or this thread has ended by a call
+    // that nobody knows of.
     if (thread != 0 && thread != seat.process)
       free_seat(schedule, seen.holder);
     return;
@@ -218,7 +218,11 @@ void look_at_idler(RunFile &run, const Seat &seat, Observation &seen) {
   // A thread that has been made and has not begun yet will make a call of its own accord.
   if (seat.halts != 0 || seat.thread < 0)
     return;
-  const bool sleeps = status.state == 'S' || status.state == 'T';
+  // While a debugger outside of the run looks at it, time stands still; one of the run needs a
+  // turn.
+  const bool is_debugged =
+      status.state == 't' && find_seat(schedule, tracer_of(seat.process)) != kNobody;
+  const bool sleeps = status.state == 'S' || status.state == 'T' || is_debugged;
   const std::int64_t times = times_run(seat.process, thread);
   seen.asleep = sleeps && times == seen.times_run ? seen.asleep + 1 : 0;
   seen.times_run = times;
