@@ -912,12 +912,12 @@ TEST(ProcessStatusTest, who_traces_a_process_is_known) {
   int status;
   ASSERT_EQ(waitpid(child, &status, WUNTRACED), child);
   const bool is_traced = WIFSTOPPED(status) && tracer_of(child) != 0;
-  if (is_traced)
-    EXPECT_EQ(tracer_of(child), getpid());
+  const pid_t tracer = tracer_of(child);
   kill(child, SIGKILL);
   waitpid(child, &status, 0);
   if (!is_traced)
     GTEST_SKIP() << "nothing can be traced here";
+  EXPECT_EQ(tracer, getpid());
 }
 
 }  // namespace vboard

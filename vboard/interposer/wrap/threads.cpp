@@ -81,8 +81,8 @@ WRAP(void, pthread_exit, void *value) {
     pthread_setspecific(end_key, &end_key);
   }
   // The address sanitizer forgets the frames of this stack for a call that is known not to return.
-  __attribute__((noreturn)) void (*const libc_exit)(void *) = REAL(pthread_exit);
-  libc_exit(value);
+  typedef void (*Exit)(void *) __attribute__((noreturn));
+  reinterpret_cast<Exit>(REAL(pthread_exit))(value);
 }
 
 namespace {
