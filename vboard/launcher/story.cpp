@@ -190,13 +190,12 @@ void pass_on(Stream &stream, std::string_view text, pid_t command) {
       return;
     }
     const ssize_t count = write(stream.real, text.data(), size);
-    if (count > 0) {
+    if (count > 0)
       text.remove_prefix(static_cast<std::size_t>(count));
-    } else if (count < 0 && errno == EPIPE) {
+    else if (count < 0 && errno == EPIPE)
       lose_reader(stream, command);
-    } else if (count < 0 && errno != EINTR && errno != EAGAIN) {
+    else if (count < 0 && errno != EINTR && errno != EAGAIN)
       break;
-    }
   }
 }
 
