@@ -223,6 +223,13 @@ def is_instrumented(build):
     return b"__asan_init" in text or b"__tsan_init" in text
 
 
+def only_in_plain_builds(function):
+    """Leaves out where programs are emulated or instrumented what would show nothing new there."""
+    build = os.environ.get("BENCHRIG_BUILD")
+    is_plain = not EMULATOR and not (build and is_instrumented(pathlib.Path(build)))
+    return pytest.mark.skipif(not is_plain, reason="the plain build shows it")(function)
+
+
 def little_memory(build):
     """The variables of a run in which large blocks are not to be had."""
     if is_instrumented(build):

@@ -13,10 +13,13 @@ import time
 
 import pytest
 
-from conftest import HANGS_AFTER_SECONDS, environment, storm
+from conftest import EMULATOR, HANGS_AFTER_SECONDS, environment, storm
 
 # Long enough that nobody mistakes it for an end by itself.
 LONG = 1000
+
+# The launcher is the PC's own.
+pytestmark = pytest.mark.skipif(bool(EMULATOR), reason="nothing here is emulated")
 
 
 class Started:

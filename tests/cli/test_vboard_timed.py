@@ -5,7 +5,7 @@ The plainer waits (sleep, select, conditions, alarms) are in test_vboard_time.py
 
 import pytest
 
-from conftest import EMULATOR, assert_story, out
+from conftest import EMULATOR, assert_story, only_in_plain_builds, out
 from probes import lines, one_probe, probe, run_steps
 
 # As in test_vboard_time.py: how fast scaled time runs.
@@ -94,6 +94,7 @@ def test_the_c_library_s_waits_take_exactly_their_time_at_max_speed(board, one_p
     takes_two_seconds(board, one_probe, steps, told)
 
 
+@only_in_plain_builds
 @pytest.mark.parametrize("steps, told", WAITS + CPP_WAITS)
 def test_each_wait_takes_its_time_when_scaled(board, one_probe, steps, told):
     takes_two_scaled_seconds(board, one_probe, steps, told)
@@ -126,6 +127,7 @@ def test_absolute_times_count_by_the_clock_of_their_call(board, one_probe, steps
     assert 1.999 <= times(run)[1] <= 2.02
 
 
+@only_in_plain_builds
 @pytest.mark.parametrize("steps, told", BY_CLOCK)
 def test_absolute_times_count_by_the_clock_of_their_call_when_scaled(board, one_probe, steps, told):
     takes_two_scaled_seconds(board, one_probe, steps, told, date=EARLY)
@@ -351,6 +353,7 @@ def test_a_wait_of_the_c_library_ends_when_another_thread_ends_it(board, one_pro
     assert lines(run_steps(board, one_probe, steps)) == told
 
 
+@only_in_plain_builds
 @pytest.mark.parametrize("steps, told", WOKEN + CPP_WOKEN)
 def test_a_wait_ends_when_another_thread_ends_it_in_scaled_time(board, one_probe, steps, told):
     run = run_steps(board, one_probe, steps, speed="10")
@@ -384,6 +387,7 @@ def test_a_socket_s_wait_ends_when_the_other_end_acts(board, probe, steps, told,
     assert end - 0.001 <= times(run)[1] <= end + 0.02
 
 
+@only_in_plain_builds
 @pytest.mark.parametrize("steps, told, end", ARRIVALS)
 def test_a_socket_s_wait_ends_when_the_other_end_acts_in_scaled_time(
     board, one_probe, steps, told, end
