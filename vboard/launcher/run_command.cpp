@@ -201,7 +201,7 @@ int status_of(int wait_status) {
 }
 
 // Emulated and instrumented programs take longer for everything.
-#ifdef VBOARD_SANITIZER
+#ifdef VBOARD_RUNS_INSTRUMENTED
 constexpr bool kIsInstrumented = true;
 #else
 constexpr bool kIsInstrumented = false;
