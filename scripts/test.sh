@@ -19,10 +19,10 @@ cannot_run=3
 budgets() {
   cat <<'END'
 lint       90
-release   240
-clang      70
-asan      290
-tsan      190
+release   220
+clang      60
+asan      340
+tsan      170
 arm       320
 arm-ubsan 400
 END
